@@ -1,0 +1,87 @@
+// What must never come about through an action of the connection manager, and the cases that are let pass.
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "simhost/model.h"
+#include "simhost/real.h"
+
+namespace simhost {
+
+namespace {
+
+constexpr std::string_view HAZARDS[] = {
+    "working session removed first", "emptied adapter",        "stale counts",
+    "group-scoped count",            "static renewal",         "repeated switch",
+    "stuck logins",                  "nics by paths",          "active paths protected",
+    "two volumes on a target",
+};
+
+}  // namespace
+
+void Host::allow(const std::string& hazard) {
+    if (std::find(std::begin(HAZARDS), std::end(HAZARDS), hazard) == std::end(HAZARDS)) {
+        throw std::invalid_argument("simhost: no such hazard: '" + hazard + "'");
+    }
+    const std::lock_guard lock(impl_->mutex);
+    impl_->allowed.insert(hazard);
+}
+
+void Host::Impl::violate(std::string text) {
+    violations.push_back(fmt::format("{:.3f} s: {}", now(), text));
+    emit({Event::Kind::violation, now(), {}, {}, std::move(text)});
+}
+
+// A polling pass begins with the PSP's list of all devices.
+void Host::Impl::pass_begins() {
+    pass_disturbed = false;
+    added_group_scoped = 0;
+}
+
+// `mode_changed`: what held before the first of the sessions that go went.
+void Host::Impl::removing_static(const Target& of, bool mode_changed, const std::string& isid, bool by_entry) {
+    if (mode_changed) {
+        return;
+    }
+    const std::string lock_file = files.real_path("/etc/ostrel/.lock");
+    const bool in_pass = real::faccessat(AT_FDCWD, lock_file.c_str(), 0, 0) == 0;
+    if (!by_entry && !in_pass && allowed.contains("static renewal")) {
+        return;
+    }
+    violate(fmt::format("static session {} of {} removed though its group's mode didn't change", isid, of.iqn));
+}
+
+// After removals that began with a logged-in session. `from` and `local_ip`: where the last one removed ran.
+void Host::Impl::after_removal(const Target& of, const Port* from, const std::string& local_ip,
+                               const std::string& what) {
+    bool other_address = false;
+    bool other_adapter_empty = false;
+    for (const auto& port : of.ports) {
+        other_address = other_address || std::any_of(port->sessions.begin(), port->sessions.end(),
+                                                     [&](const Session* each) { return each->local_ip != local_ip; });
+        other_adapter_empty = other_adapter_empty || (port.get() != from && port->sessions.empty());
+    }
+    if (other_address && allowed.contains("working session removed first")) {
+        return;
+    }
+    if ((other_adapter_empty || pass_disturbed) &&
+        (allowed.contains("emptied adapter") || allowed.contains("stale counts"))) {
+        return;
+    }
+    violate(fmt::format("{} lost its last logged-in session through {}", of.iqn, what));
+}
+
+void Host::Impl::after_addition(const Target& to) {
+    added_group_scoped += to.group_scoped ? 1 : 0;
+    const int total = static_cast<int>(sessions.size());
+    if (total <= MAX_SESSIONS) {
+        return;
+    }
+    if (allowed.contains("group-scoped count") && total - MAX_SESSIONS <= added_group_scoped) {
+        return;
+    }
+    violate(fmt::format("{} sessions after IMA_VMW_AddSession to {}", total, to.iqn));
+}
+
+}  // namespace simhost

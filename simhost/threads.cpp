@@ -1,0 +1,59 @@
+// Thread and mutex calls: counted, and made to fail. The host itself makes none of them.
+#include <errno.h>
+
+#include "simhost/inside.h"
+#include "simhost/model.h"
+#include "simhost/real.h"
+
+namespace simhost {
+
+namespace {
+
+// 0, or the error that the call is to answer.
+int counted(std::string_view operation, int otherwise) {
+    if (!host_exists()) {
+        return 0;
+    }
+    const Inside inside;
+    const auto impl = current_impl();
+    if (impl == nullptr) {
+        return 0;
+    }
+    const std::lock_guard lock(impl->mutex);
+    const auto fault = impl->hit(operation);
+    return !fault ? 0 : fault->error != 0 ? fault->error : otherwise;
+}
+
+}  // namespace
+
+SIMHOST_INTERPOSE(int, pthread_create, pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
+                  void* argument) {
+    const int error = counted("pthread_create", EAGAIN);
+    return error != 0 ? error : real::pthread_create(thread, attributes, start, argument);
+}
+SIMHOST_INTERPOSE(int, pthread_join, pthread_t thread, void** result) {
+    const int error = counted("pthread_join", EINVAL);
+    return error != 0 ? error : real::pthread_join(thread, result);
+}
+SIMHOST_INTERPOSE(int, pthread_kill, pthread_t thread, int signal) {
+    const int error = counted("pthread_kill", ESRCH);
+    return error != 0 ? error : real::pthread_kill(thread, signal);
+}
+SIMHOST_INTERPOSE(int, pthread_mutex_init, pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes) {
+    const int error = counted("pthread_mutex_init", EAGAIN);
+    return error != 0 ? error : real::pthread_mutex_init(mutex, attributes);
+}
+SIMHOST_INTERPOSE(int, pthread_mutex_destroy, pthread_mutex_t* mutex) {
+    const int error = counted("pthread_mutex_destroy", EBUSY);
+    return error != 0 ? error : real::pthread_mutex_destroy(mutex);
+}
+SIMHOST_INTERPOSE(int, sigaction, int signal, const struct sigaction* action, struct sigaction* before) {
+    const int error = counted("sigaction", EINVAL);
+    if (error != 0) {
+        errno = error;
+        return -1;
+    }
+    return real::sigaction(signal, action, before);
+}
+
+}  // namespace simhost

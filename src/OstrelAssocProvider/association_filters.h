@@ -1,0 +1,27 @@
+// Which end of the association a request starts from, and the arguments that can exclude every answer.
+#pragma once
+
+#include "cmpi/cmpi.h"
+
+enum class SourceSide { service, setting, other };
+
+// One association operation's arguments. Absent ones are null; an empty text counts as absent.
+struct AssociationRequest {
+    const char* operation;  // logged for
+    const CMPIBroker* broker;
+    const CMPIResult* result;
+    const CMPIObjectPath* path;
+    const char* result_class;
+    const char* role;
+    const char* result_role;
+    const char** properties;
+    SourceSide side;
+};
+
+// The source's side by its class.
+SourceSide side_of(const CMPIBroker* broker, const CMPIObjectPath* path);
+
+// False when an argument of the request excludes every answer, which is logged at WARN.
+bool passes_associator_filters(const AssociationRequest& request);
+bool passes_reference_filters(const AssociationRequest& request);
+bool passes_reference_name_filters(const AssociationRequest& request);

@@ -1,0 +1,44 @@
+// The configuration file: its record, its keys, reading with correction, creation and conversion.
+#pragma once
+
+#include <cstdint>
+
+#include "OstrelProvider/log.h"
+
+inline constexpr char OSTREL_CONFIG_DIR[] = "/etc/ostrel";
+inline constexpr char OSTREL_CONFIG_FILE[] = "/etc/ostrel/oxr.conf";
+
+// Serialises reading and writing the configuration file. Taken by the callers of OSTREL_GetConfigValues and
+// set_value_in_file, and by the creation or conversion at service start.
+extern oxr::Mutex config_file_mutex;
+
+// All values of one read. Starts with the defaults.
+struct ConfigValues {
+    std::uint32_t interval = 120;    // seconds between the starts of two worker cycles
+    std::uint32_t vol_sessions = 0;  // sessions per volume; 0: computed
+    std::uint32_t min_vol_sessions = 2;
+    std::uint32_t max_vol_sessions = 8;
+    std::uint32_t worker_stop = 0;  // non-zero: no polling passes
+    std::uint32_t log_level = 1;
+    std::uint32_t vmknic_count = 0;  // NICs to count on; 0: all
+    std::uint32_t max_pe_sessions = 32;
+    std::uint32_t min_pe_sessions = 4;
+    std::uint32_t use_ostrel_timeouts = 1;
+    char ostrel_logs_path[LOG_FILENAME_SIZE] = "/var/log/ostrel";
+};
+
+inline constexpr std::uint32_t MIN_INTERVAL = 60;
+inline constexpr std::uint32_t MAX_INTERVAL = 604800;
+
+// How the file is read: lines of key=value, or the old format's key:value, which is then rewritten.
+inline constexpr std::uint32_t CONFIG_NORMAL = 0;
+inline constexpr std::uint32_t CONFIG_CONVERT = 1;
+
+// Reads the file into `values`, replaces what is out of range, sets the global log level, and rewrites the
+// file when something had to be corrected or was missing. 0: read (and rewritten if needed). -1: the file
+// can't be opened or read (`values` untouched), or the rewrite failed (`values` filled).
+int OSTREL_GetConfigValues(ConfigValues* values, std::uint32_t conversion) OXR_REQUIRES(config_file_mutex);
+
+// Makes the configuration directory and file when absent and converts a file of the old format. Failures are
+// logged; the worker then goes by its own defaults.
+void OSTREL_CreateConfigFile() OXR_REQUIRES(config_file_mutex);

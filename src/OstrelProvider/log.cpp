@@ -1,0 +1,170 @@
+#include "OstrelProvider/log.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "common/descriptor.h"
+#include "common/text.h"
+
+std::atomic<std::uint32_t> log_level{1};
+oxr::Mutex log_file_mutex;
+char g_log_filename[LOG_FILENAME_SIZE] = "/var/log/ostrel/oxr.log";
+
+namespace {
+
+constexpr off_t max_log_size = 2097152;
+constexpr int kept_log_files = 6;
+constexpr std::size_t message_capacity = 8192;
+
+// Room for the name with a rotation suffix, which may be longer than the name's own field.
+struct RotatedName {
+    char text[LOG_FILENAME_SIZE + 4];
+
+    RotatedName(const char* log_filename, int number) {
+        (void)std::snprintf(text, sizeof text, "%s.%d", log_filename, number);
+    }
+};
+
+int open_truncated(const char* path) {
+    return ::open(path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+}
+
+bool write_all(int fd, const char* text, std::size_t length) {
+    while (length > 0) {
+        const ssize_t written = ::write(fd, text, length);
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
+            return false;
+        }
+        text += written;
+        length -= static_cast<std::size_t>(written);
+    }
+    return true;
+}
+
+void append_to_log(const char* text, std::size_t length) OXR_REQUIRES(log_file_mutex) {
+    const oxr::Descriptor file(::open(g_log_filename, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
+    if (file.valid()) {
+        (void)write_all(file.get(), text, length);  // a full disk loses the message, as a missing folder does
+    }
+}
+
+// The length of a text that snprintf made in a buffer of `capacity`; a cut text keeps its line end.
+std::size_t ended_length(char* text, int made, std::size_t capacity) {
+    if (made < 0) {
+        return 0;
+    }
+    if (static_cast<std::size_t>(made) < capacity) {
+        return static_cast<std::size_t>(made);
+    }
+    text[capacity - 2] = '\n';
+    return capacity - 1;
+}
+
+}  // namespace
+
+void oxr_log_to_file(std::uint32_t level, const char* format, ...) {
+    if (level > log_level.load(std::memory_order_relaxed)) {
+        return;
+    }
+    char message[message_capacity];
+    va_list arguments;
+    va_start(arguments, format);
+    const int made = std::vsnprintf(message, sizeof message, format, arguments);
+    va_end(arguments);
+    const std::size_t length = ended_length(message, made, sizeof message);
+
+    const oxr::MutexLock lock(log_file_mutex);
+    manage_log_files();
+    append_to_log(message, length);
+}
+
+void oxr_log(int level, const char* format, ...) {
+    const char* const word = level == 3 ? "ERROR" : level == 2 ? "WARNING" : "INFO";
+    const time_t now = time(nullptr);
+    tm local{};
+    char stamp[64] = "";
+    if (localtime_r(&now, &local) != nullptr && asctime_r(&local, stamp) != nullptr) {
+        stamp[strcspn(stamp, "\n")] = '\0';
+    }
+
+    char message[message_capacity];
+    const int prefix = std::snprintf(message, sizeof message, "%s: %s: ", stamp, word);
+    const std::size_t used = ended_length(message, prefix, sizeof message);
+    va_list arguments;
+    va_start(arguments, format);
+    // One character stays free for the line feed.
+    const std::size_t room = sizeof message - used - 1;
+    const int made = std::vsnprintf(message + used, room, format, arguments);
+    va_end(arguments);
+    std::size_t length = used;
+    if (made > 0) {
+        length += static_cast<std::size_t>(made) < room ? static_cast<std::size_t>(made) : room - 1;
+    }
+    message[length++] = '\n';
+
+    const oxr::MutexLock lock(log_file_mutex);
+    manage_log_files();
+    append_to_log(message, length);
+}
+
+const char* get_time() {
+    thread_local time_t formatted_at = -1;
+    thread_local char text[64] = "";
+    const time_t now = time(nullptr);
+    if (now != formatted_at) {
+        tm local{};
+        if (localtime_r(&now, &local) == nullptr || strftime(text, sizeof text, "%a %b  %d %H:%M:%S %Y", &local) == 0) {
+            text[0] = '\0';
+        }
+        formatted_at = now;
+    }
+    return text;
+}
+
+void manage_log_files() {
+    struct stat status {};
+    if (::stat(g_log_filename, &status) != 0 || status.st_size <= max_log_size) {
+        return;
+    }
+    for (int i = kept_log_files - 1; i >= 1; --i) {
+        const RotatedName younger(g_log_filename, i);
+        if (::access(younger.text, F_OK) == 0) {
+            (void)move_log_file(younger.text, RotatedName(g_log_filename, i + 1).text);
+        }
+    }
+    (void)move_log_file(g_log_filename, RotatedName(g_log_filename, 1).text);
+    const oxr::Descriptor emptied(open_truncated(g_log_filename));
+}
+
+int move_log_file(const char* source, const char* destination) {
+    const oxr::Descriptor from(::open(source, O_RDONLY | O_CLOEXEC));
+    oxr::Descriptor to(open_truncated(destination));
+    if (!to.valid()) {
+        return -1;
+    }
+    if (from.valid()) {
+        char buffer[16384];
+        ssize_t got;
+        while ((got = ::read(from.get(), buffer, sizeof buffer)) > 0) {
+            if (!write_all(to.get(), buffer, static_cast<std::size_t>(got))) {
+                break;
+            }
+        }
+    }
+    return to.close();
+}
+
+void set_log_filename(const char* filename) {
+    const oxr::MutexLock lock(log_file_mutex);
+    oxr::copy_text(g_log_filename, filename);
+}

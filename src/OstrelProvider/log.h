@@ -1,0 +1,68 @@
+// The log: one plain-text file, one line (or more) a message, written at once. Any thread may log; a message
+// never interleaves with another. No function here reports a failure: a message that can't be written is lost.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+#include "common/mutex.h"
+
+// Messages of a level up to this one are written. 1 at load, then 1 or 2 as the configuration file says.
+extern std::atomic<std::uint32_t> log_level;
+
+inline constexpr std::uint32_t LOG_LEVEL_ERROR = 0;
+inline constexpr std::uint32_t LOG_LEVEL_INFO = 1;
+inline constexpr std::uint32_t LOG_LEVEL_DEBUG = 2;
+
+// Size of a log file's full path, terminator included.
+inline constexpr std::size_t LOG_FILENAME_SIZE = 100;
+
+inline constexpr char DEFAULT_LOG_DIR[] = "/var/log/ostrel";
+
+// Held for each write and rotation and for the replacement of the log file's name; taken last of all locks.
+extern oxr::Mutex log_file_mutex;
+
+// Full path of the current log file.
+extern char g_log_filename[LOG_FILENAME_SIZE] OXR_GUARDED_BY(log_file_mutex);
+
+// Writes the message when `level` is at most log_level, rotating first when the file has outgrown 2 MiB.
+// `format` begins with the standard prefix; the macros below give it. A message is cut at 8191 characters.
+void oxr_log_to_file(std::uint32_t level, const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+// The log call for other components of the host: no level filter; level 3 is printed as ERROR, 2 as WARNING,
+// any other as INFO; a line feed is added.
+extern "C" __attribute__((visibility("default"))) void oxr_log(int level, const char* format, ...)
+    __attribute__((format(printf, 2, 3)));
+
+// The local time as the log has it, at most 63 characters; lives until the thread's next call.
+const char* get_time();
+
+// Keeps the log below 2 MiB and six older files behind it.
+void manage_log_files() OXR_REQUIRES(log_file_mutex);
+
+// Copies one file onto another. The result of closing the destination, or -1 when there was nothing to close.
+int move_log_file(const char* source, const char* destination);
+
+// Replaces the log file's name. At most 99 characters.
+void set_log_filename(const char* filename) OXR_EXCLUDES(log_file_mutex);
+
+// One message of a level: the text and its arguments; the line feed is added. The _IN forms print the name of
+// the operation that a shared helper logs for.
+#define OXR_LOG(level, word, operation, text, ...)                                                            \
+    do {                                                                                                      \
+        if ((level) <= log_level.load(std::memory_order_relaxed)) {                                           \
+            oxr_log_to_file(level, "%s: %s: %s: %s:%d : " text "\n", get_time(), word, OXR_MODULE, operation, \
+                            __LINE__ __VA_OPT__(, ) __VA_ARGS__);                                             \
+        }                                                                                                     \
+    } while (false)
+
+#define OXR_ERROR_IN(operation, text, ...) OXR_LOG(LOG_LEVEL_ERROR, "ERROR", operation, text __VA_OPT__(, ) __VA_ARGS__)
+#define OXR_WARN_IN(operation, text, ...) OXR_LOG(LOG_LEVEL_ERROR, "WARN", operation, text __VA_OPT__(, ) __VA_ARGS__)
+#define OXR_INFO_IN(operation, text, ...) OXR_LOG(LOG_LEVEL_INFO, "INFO", operation, text __VA_OPT__(, ) __VA_ARGS__)
+#define OXR_DEBUG_IN(operation, text, ...) OXR_LOG(LOG_LEVEL_DEBUG, "DEBUG", operation, text __VA_OPT__(, ) __VA_ARGS__)
+
+#define OXR_ERROR(text, ...) OXR_ERROR_IN(__func__, text __VA_OPT__(, ) __VA_ARGS__)
+#define OXR_WARN(text, ...) OXR_WARN_IN(__func__, text __VA_OPT__(, ) __VA_ARGS__)
+#define OXR_INFO(text, ...) OXR_INFO_IN(__func__, text __VA_OPT__(, ) __VA_ARGS__)
+#define OXR_DEBUG(text, ...) OXR_DEBUG_IN(__func__, text __VA_OPT__(, ) __VA_ARGS__)

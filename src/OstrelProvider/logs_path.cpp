@@ -1,0 +1,69 @@
+#include "OstrelProvider/logs_path.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string_view>
+
+#include "OstrelProvider/config.h"
+#include "common/file_reader.h"
+#include "common/text.h"
+
+namespace {
+
+constexpr std::size_t max_ignored_line = 18;
+
+bool exists(const char* path) {
+    return ::access(path, F_OK) == 0;
+}
+
+// The value of a logs-path line; false when the line is none.
+bool logs_path_value(std::string_view line, std::string_view& value) {
+    constexpr std::string_view key = LOGS_PATH_KEY;
+    if (line.size() <= max_ignored_line || line.front() == '#' || !line.starts_with(key) || line[key.size()] != '=') {
+        return false;
+    }
+    value = line.substr(key.size() + 1);
+    value = value.substr(0, value.find_first_of(std::string_view("\0\t\r\n", 4)));
+    return true;
+}
+
+}  // namespace
+
+void get_logs_path(char* result) {
+    // As long as a line, so that a path of any length can be named in the message.
+    char found[256] = "";
+    oxr::FileReader file(OSTREL_CONFIG_FILE);
+    if (!file.opened()) {
+        oxr::copy_field(result, LOG_FILENAME_SIZE, DEFAULT_LOG_DIR);
+        return;
+    }
+    std::string_view line;
+    std::string_view value;
+    while (file.next_line(line)) {
+        if (logs_path_value(line, value)) {
+            oxr::copy_text(found, value);
+        }
+    }
+    if (oxr::field_view(found).size() > MAX_LOGS_PATH || !exists(found)) {
+        OXR_ERROR("Unable to find [%s], Setting Logs Path to default [%s]", found, DEFAULT_LOG_DIR);
+        oxr::copy_text(found, DEFAULT_LOG_DIR);
+    }
+    oxr::copy_field(result, LOG_FILENAME_SIZE, oxr::field_view(found));
+}
+
+char* get_log_filename(char* buffer) {
+    char directory[LOG_FILENAME_SIZE];
+    get_logs_path(directory);
+    (void)std::snprintf(buffer, LOG_FILENAME_SIZE, "%.*s/oxr.log", static_cast<int>(MAX_LOGS_PATH), directory);
+    return buffer;
+}
+
+void OSTREL_CreateLogDir() {
+    if (exists(DEFAULT_LOG_DIR)) {
+        OXR_INFO("Log dir exists. No need to create.");
+    } else if (::mkdir(DEFAULT_LOG_DIR, 0777) == 0) {
+        OXR_INFO("Log dir has been created.");
+    }
+}

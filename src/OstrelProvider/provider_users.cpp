@@ -1,0 +1,127 @@
+#include "OstrelProvider/provider_users.h"
+
+#include <cerrno>
+#include <cstdint>
+
+#include "OstrelConnections/renewal_state.h"
+#include "OstrelProvider/config.h"
+#include "OstrelProvider/log.h"
+#include "OstrelProvider/logs_path.h"
+#include "OstrelProvider/service.h"
+#include "OstrelProvider/stop_signal.h"
+#include "OstrelProvider/worker.h"
+#include "common/text.h"
+
+namespace {
+
+// Guards the set of users and what is initialised for them. Taken before every shared mutex.
+oxr::Mutex users_mutex;
+
+// One bit a management interface that is handed out.
+std::uint32_t users OXR_GUARDED_BY(users_mutex) = 0;
+
+// A shared mutex and its texts. An initialised one is never initialised again: another thread may hold it.
+struct SharedMutex {
+    oxr::Mutex& mutex;
+    const char* name;
+    bool initialised;
+};
+
+SharedMutex shared_log{log_file_mutex, "log_file_mutex", false};
+SharedMutex shared_config{config_file_mutex, "config_file_mutex", false};
+SharedMutex shared_lock_file{lock_file_mutex, "lock_file_mutex", false};
+SharedMutex shared_conn_renew{conn_renew_mutex, "conn_renew_mutex", false};
+SharedMutex shared_start{start_service_mutex, "start_service_mutex", false};
+
+std::uint32_t bit(ProviderMi mi) {
+    return 1U << static_cast<unsigned>(mi);
+}
+
+int init_once(SharedMutex& shared) {
+    if (shared.initialised) {
+        return 0;
+    }
+    const int result = shared.mutex.init();
+    shared.initialised = result == 0;
+    return result;
+}
+
+int destroy(SharedMutex& shared) {
+    if (!shared.initialised) {
+        return 0;
+    }
+    shared.initialised = false;
+    return shared.mutex.destroy();
+}
+
+// Steps of OstrelProviderInit up to the start of the service. False when one failed.
+bool prepare_shared_state(const char* operation) OXR_REQUIRES(users_mutex) {
+    char filename[LOG_FILENAME_SIZE];
+    set_log_filename(get_log_filename(filename));
+    if (const int result = init_once(shared_log); result != 0) {
+        OXR_ERROR_IN(operation, "pthread_mutex_init returned %d", result);
+        return false;
+    }
+    OSTREL_CreateLogDir();
+    OXR_INFO_IN(operation, "Initializing the provider.");
+    for (SharedMutex* const shared : {&shared_config, &shared_lock_file, &shared_conn_renew, &shared_start}) {
+        if (const int result = init_once(*shared); result != 0) {
+            OXR_ERROR_IN(operation, "pthread_mutex_init returned %d for %s", result, shared->name);
+            return false;
+        }
+    }
+    if (const int result = install_stop_signal(); result != 0) {
+        OXR_ERROR_IN(operation, "sigaction returned %d, %s", result, oxr::error_text(errno));
+        return false;
+    }
+    return true;
+}
+
+void destroy_shared_mutexes() OXR_REQUIRES(users_mutex) {
+    static constexpr char operation[] = "OstrelProviderCleanup";
+    for (SharedMutex* const shared : {&shared_config, &shared_log, &shared_start}) {
+        if (const int result = destroy(*shared); result != 0) {
+            OXR_ERROR_IN(operation, "pthread_mutex_destroy returned %d", result);
+        }
+    }
+    for (SharedMutex* const shared : {&shared_lock_file, &shared_conn_renew}) {
+        if (const int result = destroy(*shared); result != 0) {
+            OXR_ERROR_IN(operation, "%s destroy returned %d", shared->name, result);
+        }
+    }
+}
+
+}  // namespace
+
+void OstrelProviderInit() {
+    {
+        const oxr::MutexLock lock(users_mutex);
+        if (!prepare_shared_state(__func__)) {
+            return;
+        }
+    }
+    OXR_INFO("Calling StartService.");
+    if (StartService() < 0) {
+        OXR_ERROR("Could not create worker thread in StartService().");
+    }
+}
+
+void hand_out(ProviderMi mi) {
+    const oxr::MutexLock lock(users_mutex);
+    users |= bit(mi);
+}
+
+void give_back(ProviderMi mi) {
+    const oxr::MutexLock lock(users_mutex);
+    const std::uint32_t before = users;
+    users &= ~bit(mi);
+    if (before == 0 || users != 0) {
+        return;
+    }
+    // A worker that another provider started must not outlive the library.
+    if (oxr_thread.load() != 0) {
+        (void)StopService();  // it has logged its failure, and there is nobody left to tell
+    }
+    remove_stop_signal();
+    destroy_shared_mutexes();
+}

@@ -1,0 +1,112 @@
+#include "OstrelProvider/service.h"
+
+#include <cinttypes>
+
+#include "OstrelConnections/renewal_state.h"
+#include "OstrelProvider/config.h"
+#include "OstrelProvider/log.h"
+#include "OstrelProvider/worker.h"
+#include "common/stop_point.h"
+#include "common/text.h"
+
+std::atomic<pthread_t> oxr_thread{0};
+std::atomic<std::int64_t> tid{0};
+oxr::Mutex start_service_mutex;
+oxr::Mutex config_file_mutex;
+
+namespace {
+
+constexpr int max_renewal_waits = 60;
+
+oxr::Mutex version_mutex;
+ServiceVersions versions OXR_GUARDED_BY(version_mutex){};
+
+// Held while a worker is signalled and joined, so that no worker is joined twice. The worker never takes it.
+oxr::Mutex stop_mutex;
+
+void read_versions() {
+    ServiceVersions read{};
+    if (getOxdVersion(read.oxd_version) < 0) {
+        oxr::copy_text(read.oxd_version, "0.0.0");
+    }
+    if (getPspVersion(read.psp_version) < 0) {
+        oxr::copy_text(read.psp_version, "0.0.0");
+    }
+    const oxr::MutexLock lock(version_mutex);
+    versions = read;
+}
+
+// SIGUSR1 is blocked around the creation, so that the worker has it blocked from its first instruction.
+int create_worker(pthread_t& thread) {
+    sigset_t stop_signal;
+    sigset_t before;
+    sigemptyset(&stop_signal);
+    sigaddset(&stop_signal, SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &stop_signal, &before);
+    const int result = pthread_create(&thread, nullptr, do_work, nullptr);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return result;
+}
+
+void wait_for_renewal(const char* operation) {
+    for (int waits = 0; conn_renew_thread.load() != 0; ++waits) {
+        if (waits == max_renewal_waits) {
+            OXR_ERROR_IN(operation, "looks like conn_renew_thread is hung even after 60 seconds, continuing with stop");
+            return;
+        }
+        OXR_INFO_IN(operation, "iscsi connection renew thread is running, waiting to complete : retries %d", waits);
+        oxr::wait_seconds(1);
+    }
+}
+
+}  // namespace
+
+ServiceVersions service_versions() {
+    const oxr::MutexLock lock(version_mutex);
+    return versions;
+}
+
+int StartService() {
+    const oxr::MutexLock lock(start_service_mutex);
+    if (oxr_thread.load() != 0) {
+        OXR_INFO("Worker thread exists; no need to create.");
+        return 0;
+    }
+    {
+        const oxr::MutexLock config_lock(config_file_mutex);
+        OSTREL_CreateConfigFile();
+    }
+    read_versions();
+    OXR_INFO("Creating worker thread");
+    pthread_t thread{};
+    const int result = create_worker(thread);
+    if (result != 0) {
+        OXR_ERROR("%s, pthread_create failed", oxr::error_text(result));
+        return -1;
+    }
+    oxr_thread.store(thread);
+    return 0;
+}
+
+int StopService() {
+    const oxr::MutexLock lock(stop_mutex);
+    const pthread_t worker = oxr_thread.load();
+    if (worker == 0) {
+        OXR_INFO("No worker thread exists; nothing to stop.");
+        wait_for_renewal(__func__);
+        return 0;
+    }
+    OXR_INFO("Killing the worker thread - threadid = %" PRId64 ".", tid.load());
+    if (const int result = pthread_kill(worker, SIGUSR1); result != 0) {
+        OXR_ERROR("%s, pthread_kill failed", oxr::error_text(result));
+        return -1;
+    }
+    if (const int result = pthread_join(worker, nullptr); result != 0) {
+        OXR_ERROR("%s, pthread_join returned %d", oxr::error_text(result), result);
+        return -1;
+    }
+    OXR_INFO("do_work thread killed. pthread_join returned %d", 0);
+    wait_for_renewal(__func__);
+    oxr_thread.store(0);
+    return 0;
+}

@@ -1,0 +1,8 @@
+// The debugger wait of the enumerate operations.
+#pragma once
+
+#include <cstdint>
+
+// With the environment variable WAIT_PROC set: sets the flag and writes a line to standard error every second
+// until a debugger clears it. Otherwise clears the flag and writes one line.
+void wait_for_debugger(volatile std::int32_t& waitDebug);

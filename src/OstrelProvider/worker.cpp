@@ -1,0 +1,119 @@
+#include "OstrelProvider/worker.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cinttypes>
+
+#include "OstrelConnections/polling_pass.h"
+#include "OstrelConnections/renewal_state.h"
+#include "OstrelProvider/config.h"
+#include "OstrelProvider/logs_path.h"
+#include "OstrelProvider/service.h"
+#include "OstrelProvider/stop_signal.h"
+#include "common/descriptor.h"
+#include "common/stop_point.h"
+#include "common/text.h"
+#include "oxd_ima_utility/oid_cache.h"
+
+oxr::Mutex lock_file_mutex;
+
+// Messages of the worker's loop carry the name of its thread function.
+#define WORKER "do_work"
+
+namespace {
+
+// Who the worker is, for the signal handler.
+std::atomic<pthread_t> worker_self{0};
+
+void read_configuration(ConfigValues& values) {
+    const oxr::MutexLock lock(config_file_mutex);
+    if (OSTREL_GetConfigValues(&values, CONFIG_NORMAL) < 0) {
+        OXR_ERROR_IN(WORKER, "Failed to get values from the config file. Using default value.");
+    }
+    char filename[LOG_FILENAME_SIZE];
+    set_log_filename(get_log_filename(filename));
+}
+
+void log_configuration(const ConfigValues& values) {
+    OXR_INFO_IN(WORKER,
+                "interval = %d, vol_sessions = %d, min_vol_sessions = %d, max_vol_sessions = %d worker_stop = %d "
+                "log_level = %d vmknic_count = %d, min_pe_sessions = %d, max_pe_sessions = %d, use_ostrel_timeouts = "
+                "%d, logs_path = %s.",
+                static_cast<int>(values.interval), static_cast<int>(values.vol_sessions),
+                static_cast<int>(values.min_vol_sessions), static_cast<int>(values.max_vol_sessions),
+                static_cast<int>(values.worker_stop), static_cast<int>(values.log_level),
+                static_cast<int>(values.vmknic_count), static_cast<int>(values.min_pe_sessions),
+                static_cast<int>(values.max_pe_sessions), static_cast<int>(values.use_ostrel_timeouts),
+                oxr::FieldText(values.ostrel_logs_path).c_str());
+}
+
+void run_pass_unless_held_off(const ConfigValues& values) {
+    if (values.worker_stop != 0) {
+        OXR_INFO_IN(WORKER, "worker_stop = %d continue to sleep.", static_cast<int>(values.worker_stop));
+    } else if (renew_connections_running.load() != 0) {
+        OXR_INFO_IN(WORKER, "renewal connections(iscsi digest) in progress continue to sleep");
+    } else {
+        (void)handle_ostrel_connections(values);  // a failed pass is not retried early
+    }
+}
+
+void sleep_until_next_cycle(const ConfigValues& values) {
+    OXR_INFO_IN(WORKER, "About to sleep for interval = %d seconds", static_cast<int>(values.interval));
+    oxr::wait_seconds(static_cast<long>(values.interval));
+    OXR_INFO_IN(WORKER, "Waking up after interval = %d seconds to poll Ostrel array connection",
+                static_cast<int>(values.interval));
+}
+
+}  // namespace
+
+void* do_work(void*) {
+    worker_self.store(pthread_self());
+    tid.store(static_cast<std::int64_t>(pthread_self()));
+    oxr::enable_stop_points(sigusr1_handler, pass_on_signal);
+    ConfigValues values;
+    for (;;) {
+        read_configuration(values);
+        log_configuration(values);
+        {
+            const oxr::MutexLock lock(lock_file_mutex);
+            create_lock_file();
+        }
+        run_pass_unless_held_off(values);
+        remove_lock_file();
+        refresh_target_oids_table();
+        sleep_until_next_cycle(values);
+    }
+}
+
+void sigusr1_handler(int signal) {
+    if (pthread_equal(worker_self.load(), pthread_self()) == 0) {
+        pass_on_signal(signal, nullptr);
+        return;
+    }
+    OXR_INFO("Signal %d caught. Performing cleanup of resources allocated by polling thread.", signal);
+    OXR_INFO("Polling thread exiting. Thread id = %" PRId64, tid.load());
+    worker_self.store(0);
+    pthread_exit(nullptr);
+}
+
+void create_lock_file() {
+    if (::access(OSTREL_LOCK_FILE, F_OK) == 0) {
+        return;
+    }
+    OXR_DEBUG("lock file does NOT exist. Creating...");
+    const oxr::Descriptor file(::open(OSTREL_LOCK_FILE, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    if (!file.valid()) {
+        OXR_ERROR("%s, fopen() failed", oxr::error_text(errno));
+    }
+}
+
+void remove_lock_file() {
+    if (::unlink(OSTREL_LOCK_FILE) == 0) {
+        OXR_DEBUG("lock file has been deleted");
+    } else {
+        OXR_ERROR("Error deleting the lock file");
+    }
+}

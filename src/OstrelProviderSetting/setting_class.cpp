@@ -1,0 +1,92 @@
+#include "OstrelProviderSetting/setting_class.h"
+
+#include <cstdint>
+
+#include "OstrelProvider/config.h"
+#include "OstrelProvider/log.h"
+#include "OstrelProvider/wait_debug.h"
+#include "common/cmpi_objects.h"
+
+namespace {
+
+// Cleared by a debugger that has attached.
+volatile std::int32_t waitDebug = 0;
+
+const char* filterKeys[] = {"name", nullptr};
+
+// The file's values, or the defaults when it can't be read.
+ConfigValues read_values_for_enumeration(const char* operation) {
+    ConfigValues values;
+    const oxr::MutexLock lock(config_file_mutex);
+    if (OSTREL_GetConfigValues(&values, CONFIG_NORMAL) != 0) {
+        OXR_ERROR_IN(operation, "Failed to get values from the config file. Using default value.");
+    }
+    return values;
+}
+
+CMPIInstance* new_enumerated_instance(const CMPIBroker* broker, int index, const char** properties) {
+    const SettingEntry setting = setting_at(index);
+    CMPIInstance* const instance = oxr::new_instance(broker, new_setting_path(broker, setting), properties, filterKeys);
+    oxr::set_text(instance, "name", setting.name);
+    oxr::set_text(instance, "InstanceId", setting.InstanceId);
+    oxr::set_text(instance, "description", setting.description);
+    oxr::set_uint32(instance, "value", setting.value);
+    if (index == SETTING_VOL_SESSIONS) {
+        oxr::set_uint32(instance, "minimum", setting.minimum);
+        oxr::set_uint32(instance, "maximum", setting.maximum);
+    }
+    return instance;
+}
+
+}  // namespace
+
+CMPIObjectPath* new_setting_path(const CMPIBroker* broker, const SettingEntry& setting, const char* id_key) {
+    CMPIObjectPath* const path = oxr::new_path(broker, SETTING_CLASS);
+    oxr::add_text_key(path, "name", setting.name);
+    oxr::add_text_key(path, id_key, setting.InstanceId);
+    return path;
+}
+
+CMPIStatus OstrelProviderSettingEnumInstanceNames(CMPIInstanceMI*, const CMPIContext*, const CMPIResult* result,
+                                                  const CMPIObjectPath* path) {
+    wait_for_debugger(waitDebug);
+    const CMPIBroker* const broker = setting_broker();
+    if (!oxr::is_a(broker, path, "CIM_SettingData")) {
+        return CMReturn(CMPI_RC_ERR_INVALID_CLASS);
+    }
+    bool all_returned = true;
+    for (int i = 0; i < NUM_SETTINGS && all_returned; ++i) {
+        all_returned = oxr::return_path(result, new_setting_path(broker, setting_at(i)));
+    }
+    return oxr::end_results(result, all_returned);
+}
+
+CMPIStatus OstrelProviderSettingEnumInstances(CMPIInstanceMI*, const CMPIContext*, const CMPIResult* result,
+                                              const CMPIObjectPath* path, const char** properties) {
+    wait_for_debugger(waitDebug);
+    const CMPIBroker* const broker = setting_broker();
+    if (!oxr::is_a(broker, path, "CIM_SettingData")) {
+        return CMReturn(CMPI_RC_ERR_INVALID_CLASS);
+    }
+    refresh_settings(read_values_for_enumeration(__func__));
+    bool all_returned = true;
+    for (int i = 0; i < NUM_SETTINGS && all_returned; ++i) {
+        all_returned = oxr::return_instance(result, new_enumerated_instance(broker, i, properties));
+    }
+    return oxr::end_results(result, all_returned);
+}
+
+// Whatever is asked for: "interval", as last seen. Clients know the second key by this spelling here.
+CMPIStatus OstrelProviderSettingGetInstance(CMPIInstanceMI*, const CMPIContext*, const CMPIResult* result,
+                                            const CMPIObjectPath*, const char** properties) {
+    const CMPIBroker* const broker = setting_broker();
+    const SettingEntry setting = setting_at(SETTING_INTERVAL);
+    CMPIInstance* const instance =
+        oxr::new_instance(broker, new_setting_path(broker, setting, "instanceId"), properties, filterKeys);
+    oxr::set_text(instance, "name", setting.name);
+    oxr::set_text(instance, "InstanceId", setting.InstanceId);
+    oxr::set_uint32(instance, "value", setting.value);
+    oxr::set_text(instance, "name", setting.name);
+    oxr::set_text(instance, "description", setting.description);
+    return oxr::end_results(result, oxr::return_instance(result, instance));
+}

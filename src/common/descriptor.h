@@ -1,0 +1,32 @@
+// File descriptors that close themselves.
+#pragma once
+
+#include <unistd.h>
+
+namespace oxr {
+
+class Descriptor {
+public:
+    explicit Descriptor(int fd) : fd_(fd) {}
+    ~Descriptor() {
+        if (fd_ >= 0) {
+            (void)::close(fd_);  // only read from, or already closed through close()
+        }
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    bool valid() const { return fd_ >= 0; }
+    int get() const { return fd_; }
+    // Closes now; the result of close(2).
+    int close() {
+        const int fd = fd_;
+        fd_ = -1;
+        return ::close(fd);
+    }
+
+private:
+    int fd_;
+};
+
+}  // namespace oxr

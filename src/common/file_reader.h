@@ -1,0 +1,40 @@
+// Reading text files of any size and content with a fixed buffer.
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+#include "common/descriptor.h"
+
+namespace oxr {
+
+class FileReader {
+public:
+    explicit FileReader(const char* path);
+
+    bool opened() const { return file_.valid(); }
+    // errno of the failed open or read; 0 when neither failed.
+    int error() const { return error_; }
+
+    // The next byte, or -1 at the end of the file and after a failed read (see error()).
+    int next();
+
+    // The next line cut to its first 255 characters, line feed included in text and length; the rest of a
+    // longer line is skipped. False at the end. The text lives until the next call.
+    bool next_line(std::string_view& line);
+
+private:
+    static constexpr std::size_t line_capacity = 255;
+
+    Descriptor file_;
+    int error_ = 0;
+    std::size_t at_ = 0;
+    std::size_t filled_ = 0;
+    char line_[line_capacity];
+    char buffer_[4096];
+};
+
+// True when the first non-blank character of the line is "#".
+bool is_comment_line(std::string_view line);
+
+}  // namespace oxr

@@ -1,0 +1,26 @@
+// Zeroed heap records whose allocation may fail without throwing.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <new>
+
+namespace oxr {
+
+// One zeroed T, or null.
+template <typename T>
+std::unique_ptr<T> make_zeroed() {
+    return std::unique_ptr<T>(new (std::nothrow) T());
+}
+
+// `count` zeroed T, or null.
+template <typename T>
+std::unique_ptr<T[]> make_zeroed_array(std::size_t count) {
+    if (count > PTRDIFF_MAX / sizeof(T)) {
+        return nullptr;
+    }
+    return std::unique_ptr<T[]>(new (std::nothrow) T[count]());
+}
+
+}  // namespace oxr

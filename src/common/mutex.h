@@ -1,0 +1,56 @@
+// Mutexes that live as long as the process, with the annotations clang checks lock rules by.
+#pragma once
+
+#include <pthread.h>
+
+#if defined(__clang__)
+#define OXR_ANNOTATION(x) __attribute__((x))
+#else
+#define OXR_ANNOTATION(x)
+#endif
+#define OXR_CAPABILITY OXR_ANNOTATION(capability("mutex"))
+#define OXR_SCOPED_CAPABILITY OXR_ANNOTATION(scoped_lockable)
+#define OXR_ACQUIRE(...) OXR_ANNOTATION(acquire_capability(__VA_ARGS__))
+#define OXR_RELEASE(...) OXR_ANNOTATION(release_capability(__VA_ARGS__))
+#define OXR_REQUIRES(...) OXR_ANNOTATION(requires_capability(__VA_ARGS__))
+#define OXR_EXCLUDES(...) OXR_ANNOTATION(locks_excluded(__VA_ARGS__))
+#define OXR_GUARDED_BY(x) OXR_ANNOTATION(guarded_by(x))
+
+namespace oxr {
+
+class OXR_CAPABILITY Mutex {
+public:
+    constexpr Mutex() = default;
+    Mutex(const Mutex&) = delete;
+    Mutex& operator=(const Mutex&) = delete;
+
+    void lock() OXR_ACQUIRE() { pthread_mutex_lock(&mutex_); }
+    void unlock() OXR_RELEASE() { pthread_mutex_unlock(&mutex_); }
+
+    // pthread results. A mutex can be locked from the start and after destroy too, as one that was never
+    // initialised explicitly: the last messages of a shutdown still find their lock.
+    int init() { return pthread_mutex_init(&mutex_, nullptr); }
+    int destroy() {
+        const int result = pthread_mutex_destroy(&mutex_);
+        if (result == 0) {
+            mutex_ = PTHREAD_MUTEX_INITIALIZER;
+        }
+        return result;
+    }
+
+private:
+    pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
+};
+
+class OXR_SCOPED_CAPABILITY MutexLock {
+public:
+    explicit MutexLock(Mutex& mutex) OXR_ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
+    ~MutexLock() OXR_RELEASE() { mutex_.unlock(); }
+    MutexLock(const MutexLock&) = delete;
+    MutexLock& operator=(const MutexLock&) = delete;
+
+private:
+    Mutex& mutex_;
+};
+
+}  // namespace oxr

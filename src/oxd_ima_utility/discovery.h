@@ -1,0 +1,16 @@
+// Discovery on an adapter, restarted and its outcome read. Any thread; no lock needs to be held.
+#pragma once
+
+enum : int {
+    ISCSI_DISCOVERY_DONE = 0,
+    ISCSI_DISCOVERY_FAILURE = 1,
+    ISCSI_DISCOVERY_TIMEOUT = 2,
+    ISCSI_DISCOVERY_UNKNOWN = 3,
+    ISCSI_DISCOVERY_NO_STATUS = 4,  // could not be read; ask again
+};
+
+// Starts discovery. 0 or -1.
+int rediscover_iscsi_hba(const char* adapter_name);
+
+// ISCSI_DISCOVERY_*.
+int get_discover_iscsi_hba_status(const char* adapter_name);

@@ -1,0 +1,13 @@
+#include "oxd_ima_utility/ima_list.h"
+
+#include "OstrelProvider/log.h"
+
+void ImaList::release(int line) {
+    if (list_ == nullptr) {
+        return;
+    }
+    if (IMA_FreeMemory(list_) != IMA_STATUS_SUCCESS) {
+        OXR_WARN_IN(function_, "Could not free IMA Memory for function %s at line %d", function_, line);
+    }
+    list_ = nullptr;
+}

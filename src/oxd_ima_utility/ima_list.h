@@ -1,0 +1,33 @@
+// An IMA list that gives itself back.
+#pragma once
+
+#include <cstdint>
+
+#include "ima/ima.h"
+
+class ImaList {
+public:
+    // `function` names the operation in the warning about a list that could not be released.
+    explicit ImaList(const char* function) : function_(function) {}
+    ~ImaList() { release(__builtin_LINE()); }
+    ImaList(const ImaList&) = delete;
+    ImaList& operator=(const ImaList&) = delete;
+
+    // Where an IMA call stores its list; one held before is released.
+    IMA_OID_LIST** out(int line = __builtin_LINE()) {
+        release(line);
+        return &list_;
+    }
+
+    bool empty() const { return list_ == nullptr || list_->oidCount == 0; }
+    std::uint64_t size() const { return list_ == nullptr ? 0 : list_->oidCount; }
+    const IMA_OID& operator[](std::uint64_t i) const { return list_->oids[i]; }
+    const IMA_OID* begin() const { return list_ == nullptr ? nullptr : list_->oids; }
+    const IMA_OID* end() const { return list_ == nullptr ? nullptr : list_->oids + list_->oidCount; }
+
+private:
+    void release(int line);
+
+    const char* function_;
+    IMA_OID_LIST* list_ = nullptr;
+};

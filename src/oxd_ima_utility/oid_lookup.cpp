@@ -1,0 +1,174 @@
+#include "oxd_ima_utility/oid_lookup.h"
+
+#include <cinttypes>
+#include <cstring>
+
+#include "OstrelProvider/log.h"
+#include "common/text.h"
+#include "oxd_ima_utility/ima_list.h"
+#include "oxd_ima_utility/ima_text.h"
+#include "oxd_ima_utility/oid_cache.h"
+
+namespace {
+
+template <std::size_t N>
+bool wide_name_equals(const wchar_t (&wide)[N], const char* name) {
+    return Iscsi_MixedCmp(wide, name, wch_len(wide, N), N) == ISCSI_CMP_EQUAL;
+}
+
+// The first logical adapter of the list with this name.
+const IMA_OID* find_adapter(const ImaList& lhbas, const char* adapter_name) {
+    for (const IMA_OID& lhba : lhbas) {
+        IMA_VMW_LHBA_PROPERTIES properties{};
+        if (IMA_VMW_GetLhbaProperties(lhba, &properties) == IMA_STATUS_SUCCESS &&
+            wide_name_equals(properties.osDeviceName, adapter_name)) {
+            return &lhba;
+        }
+    }
+    return nullptr;
+}
+
+bool search_adapters(const char* operation, const char* adapter_name, IMA_OID& lhba_oid, IMA_OID* phba_oid) {
+    ImaList phbas(operation);
+    if (const IMA_STATUS status = IMA_GetPhbaOidList(phbas.out()); status != IMA_STATUS_SUCCESS) {
+        OXR_ERROR_IN(operation, "IMA_GetPhbaOidList returned IMA error");
+        do_print_ima_error_msg(status, __LINE__, operation, OXR_MODULE);
+        return false;
+    }
+    if (phbas.empty()) {
+        OXR_ERROR_IN(operation, "phba_oid_list is NULL or is empty");
+        return false;
+    }
+    for (const IMA_OID& phba : phbas) {
+        ImaList lhbas(operation);
+        if (IMA_VMW_GetLhbaOidList(phba, lhbas.out()) != IMA_STATUS_SUCCESS) {
+            continue;
+        }
+        if (const IMA_OID* const found = find_adapter(lhbas, adapter_name)) {
+            lhba_oid = *found;
+            if (phba_oid != nullptr) {
+                *phba_oid = phba;
+            }
+            return true;
+        }
+    }
+    return false;
+}
+
+// The first target of the list with this name.
+const IMA_OID* find_target(const ImaList& targets, const char* target_name) {
+    IMA_TARGET_PROPERTIES properties{};
+    for (const IMA_OID& target : targets) {
+        if (IMA_GetTargetProperties(target, &properties) == IMA_STATUS_SUCCESS &&
+            wide_name_equals(properties.name, target_name)) {
+            return &target;
+        }
+    }
+    return nullptr;
+}
+
+// The session of the target with this ISID. Logs for `operation`.
+bool find_session(const char* operation, const IMA_OID& target, const char* isid, IMA_OID& oid) {
+    ImaList sessions(operation);
+    if (const IMA_STATUS status = IMA_GetSessionOidList(target, sessions.out()); status != IMA_STATUS_SUCCESS) {
+        OXR_ERROR_IN(operation, "get oids : IMA_GetSessionOidList returned IMA error ");
+        do_print_ima_error_msg(status, __LINE__, operation, OXR_MODULE);
+        return false;
+    }
+    if (sessions.empty()) {
+        OXR_ERROR_IN(operation, "No Sessions Found");
+        return false;
+    }
+    for (const IMA_OID& session : sessions) {
+        IMA_SESSION_PROPERTIES properties{};
+        if (const IMA_STATUS status = IMA_GetSessionProperties(session, &properties); status != IMA_STATUS_SUCCESS) {
+            do_print_ima_error_msg(status, __LINE__, operation, OXR_MODULE);
+            continue;
+        }
+        char text[24];
+        format_isid(text, properties.isid);
+        if (std::strcmp(text, isid) == 0) {
+            oid = session;
+            return true;
+        }
+    }
+    OXR_DEBUG_IN(operation, "get oids : No Matching Session Found");
+    return false;
+}
+
+}  // namespace
+
+void make_oid_query(IscsiOidQuery& query, const char* adapter_name, const char* target_name, const char* isid) {
+    query = {};
+    oxr::copy_text(query.adapter_name, oxr::field_view(adapter_name, sizeof query.adapter_name));
+    query.port = ISCSI_PORT;
+    oxr::copy_text(query.target_name, oxr::field_view(target_name, sizeof query.target_name));
+    if (isid != nullptr) {
+        oxr::copy_text(query.isid, oxr::field_view(isid, sizeof query.isid));
+    }
+}
+
+int iscsi_get_hba_oids(const char* adapter_name, IMA_OID* lhba_oid, IMA_OID* phba_oid) {
+    if (adapter_name == nullptr || lhba_oid == nullptr) {
+        OXR_ERROR("NULL pointer passed in IscsiGetHbaOids()");
+    } else if (search_adapters(__func__, adapter_name, *lhba_oid, phba_oid)) {
+        return 0;
+    }
+    OXR_ERROR("Error - adapter not found.");
+    return -1;
+}
+
+int iscsi_get_oids(const IscsiOidQuery& query, IMA_OID& oid, int bypass_cache) {
+    if (bypass_cache == 0 && fetch_target_oid(query.adapter_name, query.target_name, query.isid, oid) == 1) {
+        OXR_DEBUG("fetch_target_oid returned OID[%d, %lu, %" PRIu64 "] for adapter=%s, target=%s, isid=%s",
+                  static_cast<int>(oid.objectType), static_cast<unsigned long>(oid.ownerId), oid.objectSequenceNumber,
+                  query.adapter_name, query.target_name, query.isid);
+        return 0;
+    }
+    IMA_OID lhba{};
+    if (iscsi_get_hba_oids(query.adapter_name, &lhba, nullptr) != 0) {
+        OXR_ERROR("Could not obtain logical and physical hba oid list for the args specified.");
+        return -1;
+    }
+    ImaList targets(__func__);
+    if (const IMA_STATUS status = IMA_GetTargetOidList(lhba, targets.out()); status != IMA_STATUS_SUCCESS) {
+        OXR_ERROR("Could not obtain target list");
+        OXR_IMA_ERROR(status);
+        return -1;
+    }
+    const IMA_OID* const target = find_target(targets, query.target_name);
+    if (target == nullptr) {
+        OXR_ERROR("No Matching Target Found");
+        return -1;
+    }
+    if (query.isid[0] == '\0') {
+        oid = *target;
+    } else if (!find_session(__func__, *target, query.isid, oid)) {
+        return -1;
+    }
+    if (bypass_cache == 0) {
+        add_target_oid(query, oid);
+    }
+    return 0;
+}
+
+int iscsi_get_all_hba_oids(IMA_OID* oids, std::uint32_t& count) {
+    ImaList lhbas(__func__);
+    if (IMA_GetLhbaOidList(lhbas.out()) != IMA_STATUS_SUCCESS) {
+        return -1;
+    }
+    if (lhbas.empty()) {
+        OXR_ERROR("lhba_oid_list is NULL or is empty");
+        return -1;
+    }
+    std::uint64_t copied = lhbas.size();
+    if (copied > MAX_LOGICAL_ADAPTERS) {
+        OXR_WARN("%" PRIu64 " logical adapters found. Only the first %d are looked at.", copied, MAX_LOGICAL_ADAPTERS);
+        copied = MAX_LOGICAL_ADAPTERS;
+    }
+    for (std::uint64_t i = 0; i < copied; ++i) {
+        oids[i] = lhbas[i];
+    }
+    count = static_cast<std::uint32_t>(copied);
+    return 0;
+}

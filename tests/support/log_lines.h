@@ -1,0 +1,31 @@
+// The log as a list of messages, for tests that hold lines to their level, operation and order.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace testing_support {
+
+struct LogLine {
+    std::string time;
+    std::string level;
+    std::string module;
+    std::string operation;
+    int source_line = 0;
+    std::string text;  // without the final line feed; an empty line behind a message is part of it as "\n"
+};
+
+// The messages of a log file. A line that doesn't begin with the standard prefix belongs to the one before.
+std::vector<LogLine> parse_log(std::string_view log);
+
+// "WARN handle_num_sessions: No sessions present for x", one a message: what tests compare.
+std::vector<std::string> short_lines(std::string_view log);
+
+// How many messages have this level, operation and text (each ignored when empty; the text as a part).
+int count_lines(std::string_view log, std::string_view level, std::string_view operation, std::string_view text);
+
+// Whether the texts occur as parts of messages in this order.
+bool in_order(std::string_view log, const std::vector<std::string>& texts);
+
+}  // namespace testing_support

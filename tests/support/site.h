@@ -1,0 +1,33 @@
+// Hosts for tests, built in a few lines, and the acts that many tests share.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "OstrelProvider/config.h"
+#include "simhost/host.h"
+
+namespace testing_support {
+
+// A host with the folders that a running service has, on the instant clock.
+std::unique_ptr<simhost::Host> make_host(simhost::HostOptions options = {});
+
+// Two adapters (vmhba64, vmhba65), each with two NICs, and the group "g" of `num_arrays` arrays (a1, a2, ...)
+// with one data address each.
+std::unique_ptr<simhost::Host> make_site(int num_arrays = 1,
+                                         simhost::GroupMode mode = simhost::GroupMode::dynamic_discovery,
+                                         simhost::HostOptions options = {});
+
+// Adds `count` volumes vol-0, vol-1, ... of the group "g", each with `connections` sessions; returns their IQNs.
+std::vector<std::string> add_volumes(simhost::Host& host, int count, int connections);
+
+// One polling pass with these values; the result of the pass.
+int run_pass(const ConfigValues& values = {});
+
+// Sessions of a target in this state of this kind of first and current address.
+int count_sessions(const simhost::Host& host, const std::string& iqn);
+int count_dynamic(const simhost::Host& host, const std::string& iqn);
+int count_static(const simhost::Host& host, const std::string& iqn);
+
+}  // namespace testing_support
