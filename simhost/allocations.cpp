@@ -1,7 +1,5 @@
 #include "simhost/allocations.h"
 
-#include <pthread.h>
-
 #include <atomic>
 #include <cstdlib>
 #include <unordered_set>
@@ -9,6 +7,7 @@
 
 #include "simhost/allocation/counting.h"
 #include "simhost/inside.h"
+#include "simhost/lock.h"
 
 namespace simhost {
 
@@ -49,7 +48,7 @@ struct Book {
 
 constinit std::atomic<bool> counting{false};
 constinit std::atomic<std::size_t> held{0};
-pthread_mutex_t book_mutex = PTHREAD_MUTEX_INITIALIZER;
+constinit Seen<std::mutex> book_mutex;
 
 // Made at first use and never destroyed: blocks are freed after this library's destructors ran.
 Book& book() {
@@ -57,14 +56,6 @@ Book& book() {
     static Book* const made = new (memory) Book;
     return *made;
 }
-
-class Locked {
-public:
-    Locked() { pthread_mutex_lock(&book_mutex); }
-    ~Locked() { pthread_mutex_unlock(&book_mutex); }
-    Locked(const Locked&) = delete;
-    Locked& operator=(const Locked&) = delete;
-};
 
 bool fault_hits(Book& of) {
     bool hits = false;
@@ -84,37 +75,50 @@ bool fault_hits(Book& of) {
 
 }  // namespace
 
+void reset_allocations() {
+    const std::lock_guard locked(book_mutex);
+    Book& of = book();
+    of.blocks.clear();
+    of.faults.clear();
+    of.allocations = of.bytes = of.failable = of.failed = 0;
+    held.store(0);
+}
+
 void set_allocation_fault(const Fault& fault) {
-    const Locked locked;
+    const std::lock_guard locked(book_mutex);
     book().faults.push_back({fault.nth, fault.persistent, 0});
 }
 
 void clear_allocation_faults() {
-    const Locked locked;
+    const std::lock_guard locked(book_mutex);
     book().faults.clear();
 }
 
 std::uint64_t failable_allocations() {
-    const Locked locked;
+    const std::lock_guard locked(book_mutex);
     return book().failable;
 }
 
 std::uint64_t failed_allocations() {
-    const Locked locked;
+    const std::lock_guard locked(book_mutex);
     return book().failed;
 }
 
-void Host::count_allocations(bool on) { counting.store(on); }
+void Host::count_allocations(bool on) {
+    counting.store(on);
+}
 
-std::int64_t Host::blocks_held() const { return static_cast<std::int64_t>(held.load()); }
+std::int64_t Host::blocks_held() const {
+    return static_cast<std::int64_t>(held.load());
+}
 
 std::uint64_t Host::allocations() const {
-    const Locked locked;
+    const std::lock_guard locked(book_mutex);
     return book().allocations;
 }
 
 std::uint64_t Host::allocated_bytes() const {
-    const Locked locked;
+    const std::lock_guard locked(book_mutex);
     return book().bytes;
 }
 
@@ -126,7 +130,7 @@ extern "C" int simhost_allocation_fails(std::size_t size, int nothrow) {
     if (!counting.load(std::memory_order_relaxed) || inside_depth > 0) {
         return 0;
     }
-    const Locked locked;
+    const std::lock_guard locked(book_mutex);
     Book& of = book();
     ++of.allocations;
     of.bytes += size;
@@ -143,7 +147,7 @@ extern "C" void simhost_block_allocated(const void* block) {
     if (!counting.load(std::memory_order_relaxed) || inside_depth > 0 || block == nullptr) {
         return;
     }
-    const Locked locked;
+    const std::lock_guard locked(book_mutex);
     book().blocks.insert(block);
     held.store(book().blocks.size());
 }
@@ -152,7 +156,7 @@ extern "C" void simhost_block_freed(const void* block) {
     if (block == nullptr || held.load(std::memory_order_relaxed) == 0) {
         return;
     }
-    const Locked locked;
+    const std::lock_guard locked(book_mutex);
     if (book().blocks.erase(block) > 0) {
         held.store(book().blocks.size());
     }

@@ -7,6 +7,7 @@
 
 namespace simhost {
 
+void reset_allocations();
 void set_allocation_fault(const Fault& fault);
 void clear_allocation_faults();
 std::uint64_t failable_allocations();  // calls of the nothrow forms

@@ -15,7 +15,9 @@ std::int64_t steady_ns() {
 
 }  // namespace
 
-double Host::Impl::factor() const { return options.clock == ClockMode::scaled ? options.factor : 1; }
+double Host::Impl::factor() const {
+    return options.clock == ClockMode::scaled ? options.factor : 1;
+}
 
 double Host::Impl::now() const {
     if (options.clock == ClockMode::instant) {
@@ -25,7 +27,9 @@ double Host::Impl::now() const {
     return due >= 0 ? due : static_cast<double>(steady_ns() - real_start_ns) * 1e-9 * factor();
 }
 
-void Host::Impl::schedule(double moment, Timer timer) { timers.emplace(moment, std::move(timer)); }
+void Host::Impl::schedule(double moment, Timer timer) {
+    timers.emplace(moment, std::move(timer));
+}
 
 // Runs what is due, each at its own moment and in order.
 void Host::Impl::run_due() {
@@ -48,10 +52,12 @@ void Host::Impl::run_due() {
         auto next = timers.extract(timers.begin());
         if (options.clock == ClockMode::instant) {
             run(std::move(next.mapped()));
+            tell();
             end = instant_now;
         } else {
             due_now = std::max(0.0, next.key());
             run(std::move(next.mapped()));
+            tell();
         }
     }
 }

@@ -1,7 +1,6 @@
 // Discovery: what a rediscovery makes, how lost sessions are tried again, and switches of a group's mode.
-#include <fmt/format.h>
-
 #include <algorithm>
+#include <stdexcept>
 
 #include "simhost/model.h"
 
@@ -134,8 +133,14 @@ void Host::Impl::remove_entry(StaticEntry& entry, bool by_manager) {
 }
 
 void Host::Impl::switch_mode(Group& of, GroupMode mode) {
+    if (mode == GroupMode::dynamic_discovery && of.discovery_ip.empty()) {
+        throw std::invalid_argument("simhost: no discovery address in group " + of.name);
+    }
     of.mode = mode;
-    emit({Event::Kind::mode_switched, now(), {}, {},
+    emit({Event::Kind::mode_switched,
+          now(),
+          {},
+          {},
           of.name + (mode == GroupMode::static_discovery ? " static" : " dynamic")});
     for (Target* target : of.targets) {
         target->mode_changed = true;

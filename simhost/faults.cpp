@@ -36,7 +36,9 @@ std::optional<Fault> FaultBook::hit(std::string_view operation, std::string_view
     return answer;
 }
 
-void FaultBook::set(const Fault& fault) { operations_[fault.operation].armed.push_back({fault, 0}); }
+void FaultBook::set(const Fault& fault) {
+    operations_[fault.operation].armed.push_back({fault, 0});
+}
 
 void FaultBook::clear() {
     for (auto& [name, operation] : operations_) {

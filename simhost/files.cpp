@@ -71,7 +71,7 @@ PathCall path_call(const char* path) {
 }
 
 std::optional<Fault> counted(const PathCall& call, std::string_view operation) {
-    const std::lock_guard lock(call.impl->mutex);
+    const Entered entered(*call.impl);
     return call.impl->hit(operation, call.host_path);
 }
 
@@ -81,7 +81,9 @@ void note_open(Host::Impl& impl, int fd, HostFiles::Open open) {
     mark(fd, true);
 }
 
-bool is_there(const std::string& path) { return real::faccessat(AT_FDCWD, path.c_str(), 0, 0) == 0; }
+bool is_there(const std::string& path) {
+    return real::faccessat(AT_FDCWD, path.c_str(), 0, 0) == 0;
+}
 
 int open_file(int folder, const char* path, int flags, mode_t mode) {
     const Inside inside;
@@ -89,7 +91,7 @@ int open_file(int folder, const char* path, int flags, mode_t mode) {
     if (!call.ours()) {
         return folder == AT_FDCWD ? real::open(path, flags, mode) : real::openat(folder, path, flags, mode);
     }
-    const std::lock_guard lock(call.impl->mutex);
+    const Entered entered(*call.impl);
     const bool control = call.host_path == OSTREL_PSP_CONTROL_DEVICE;
     if (const auto fault = call.impl->hit(control ? "psp.open" : "open", call.host_path)) {
         return fail_with(*fault);
@@ -111,13 +113,13 @@ FILE* open_stream(const char* path, const char* how) {
     if (!call.ours()) {
         return real::fopen(path, how);
     }
-    const std::lock_guard lock(call.impl->mutex);
+    const Entered entered(*call.impl);
     if (const auto fault = call.impl->hit("fopen", call.host_path)) {
         fail_with(*fault);
         return nullptr;
     }
-    const bool makes_lock_file = how != nullptr && how[0] != 'r' && call.host_path == LOCK_FILE &&
-                                 !is_there(call.real_path);
+    const bool makes_lock_file =
+        how != nullptr && how[0] != 'r' && call.host_path == LOCK_FILE && !is_there(call.real_path);
     FILE* stream = real::fopen(call.real_path.c_str(), how);
     if (stream != nullptr) {
         note_open(*call.impl, fileno(stream), {call.host_path, false, true});
@@ -137,7 +139,7 @@ std::optional<Fault> counted(int fd, std::string_view operation) {
     if (impl == nullptr) {
         return std::nullopt;
     }
-    const std::lock_guard lock(impl->mutex);
+    const Entered entered(*impl);
     const auto found = impl->files.open.find(fd);
     if (found == impl->files.open.end() || found->second.control) {
         return std::nullopt;
@@ -166,12 +168,12 @@ int close_file(int fd) {
     const auto impl = current_impl();
     std::optional<Fault> fault;
     if (impl != nullptr && marked(fd)) {
-        const std::lock_guard lock(impl->mutex);
+        const Entered entered(*impl);
         fault = forget(*impl, fd);
     }
     const int result = real::close(fd);
     if (result != 0 && errno == EBADF && impl != nullptr) {
-        const std::lock_guard lock(impl->mutex);
+        const Entered entered(*impl);
         const auto found = impl->files.closed.find(fd);
         if (found != impl->files.closed.end()) {
             impl->violate("descriptor " + std::to_string(fd) + " on " + found->second.host_path + " closed twice");
@@ -200,7 +202,7 @@ int take_away(const char* path, Call&& make) {
     if (result == 0 && path != nullptr && host_exists() && host_path_of(path) == LOCK_FILE) {
         const Inside inside;
         if (const auto impl = current_impl()) {
-            const std::lock_guard lock(impl->mutex);
+            const Entered entered(*impl);
             impl->emit({Event::Kind::pass_ended, impl->now(), {}, {}, {}});
         }
     }
@@ -232,7 +234,9 @@ bool is_control_device(Host::Impl& impl, int fd) {
     return found != impl.files.open.end() && found->second.control;
 }
 
-bool may_be_ours(int fd) { return marked(fd); }
+bool may_be_ours(int fd) {
+    return marked(fd);
+}
 
 void forget_descriptors() {
     for (auto& each : marks) {
@@ -240,13 +244,13 @@ void forget_descriptors() {
     }
 }
 
-#define SIMHOST_INTERPOSE_OPEN(name, with_folder, folder)      \
+#define SIMHOST_INTERPOSE_OPEN(name, with_folder, folder)                        \
     SIMHOST_INTERPOSE(int, name, with_folder const char* path, int flags, ...) { \
-        va_list arguments;                                     \
-        va_start(arguments, flags);                            \
-        const mode_t mode = mode_of(flags, arguments);         \
-        va_end(arguments);                                     \
-        return open_file(folder, path, flags, mode);           \
+        va_list arguments;                                                       \
+        va_start(arguments, flags);                                              \
+        const mode_t mode = mode_of(flags, arguments);                           \
+        va_end(arguments);                                                       \
+        return open_file(folder, path, flags, mode);                             \
     }
 #define SIMHOST_NO_FOLDER
 #define SIMHOST_FOLDER int folder,
@@ -257,8 +261,12 @@ SIMHOST_INTERPOSE_OPEN(openat, SIMHOST_FOLDER, folder)
 SIMHOST_INTERPOSE_OPEN(openat64, SIMHOST_FOLDER, folder)
 
 // What fortified callers use when they give no mode.
-SIMHOST_INTERPOSE(int, __open_2, const char* path, int flags) { return open_file(AT_FDCWD, path, flags, 0); }
-SIMHOST_INTERPOSE(int, __open64_2, const char* path, int flags) { return open_file(AT_FDCWD, path, flags, 0); }
+SIMHOST_INTERPOSE(int, __open_2, const char* path, int flags) {
+    return open_file(AT_FDCWD, path, flags, 0);
+}
+SIMHOST_INTERPOSE(int, __open64_2, const char* path, int flags) {
+    return open_file(AT_FDCWD, path, flags, 0);
+}
 SIMHOST_INTERPOSE(int, __openat_2, int folder, const char* path, int flags) {
     return open_file(folder, path, flags, 0);
 }
@@ -272,15 +280,19 @@ SIMHOST_INTERPOSE(int, creat64, const char* path, mode_t mode) {
     return open_file(AT_FDCWD, path, O_CREAT | O_WRONLY | O_TRUNC, mode);
 }
 
-SIMHOST_INTERPOSE(FILE*, fopen, const char* path, const char* how) { return open_stream(path, how); }
-SIMHOST_INTERPOSE(FILE*, fopen64, const char* path, const char* how) { return open_stream(path, how); }
+SIMHOST_INTERPOSE(FILE*, fopen, const char* path, const char* how) {
+    return open_stream(path, how);
+}
+SIMHOST_INTERPOSE(FILE*, fopen64, const char* path, const char* how) {
+    return open_stream(path, how);
+}
 SIMHOST_INTERPOSE(int, fclose, FILE* stream) {
     if (stream != nullptr && host_exists() && marked(fileno(stream))) {
         const Inside inside;
         if (const auto impl = current_impl()) {
             std::optional<Fault> fault;
             {
-                const std::lock_guard lock(impl->mutex);
+                const Entered entered(*impl);
                 fault = forget(*impl, fileno(stream));
             }
             const int result = real::fclose(stream);
@@ -307,7 +319,7 @@ SIMHOST_INTERPOSE(int, closedir, DIR* folder) {
     if (folder != nullptr && host_exists() && marked(dirfd(folder))) {
         const Inside inside;
         if (const auto impl = current_impl()) {
-            const std::lock_guard lock(impl->mutex);
+            const Entered entered(*impl);
             forget(*impl, dirfd(folder));
         }
     }
@@ -331,32 +343,44 @@ SIMHOST_INTERPOSE(ssize_t, write, int fd, const void* from, size_t size) {
     }
     return real::write(fd, from, size);
 }
-SIMHOST_INTERPOSE(int, close, int fd) { return close_file(fd); }
+SIMHOST_INTERPOSE(int, close, int fd) {
+    return close_file(fd);
+}
 SIMHOST_INTERPOSE(int, ftruncate, int fd, off_t size) {
     const Inside inside;
     const auto fault = counted(fd, "ftruncate");
     return fault ? fail_with(*fault) : real::ftruncate(fd, size);
 }
-SIMHOST_INTERPOSE(int, ftruncate64, int fd, off_t size) { return simhost_ftruncate(fd, size); }
+SIMHOST_INTERPOSE(int, ftruncate64, int fd, off_t size) {
+    return simhost_ftruncate(fd, size);
+}
 SIMHOST_INTERPOSE(int, truncate, const char* path, off_t size) {
     return on_path("ftruncate", path, [&](const char* at) { return real::truncate(at, size); });
 }
-SIMHOST_INTERPOSE(int, truncate64, const char* path, off_t size) { return simhost_truncate(path, size); }
+SIMHOST_INTERPOSE(int, truncate64, const char* path, off_t size) {
+    return simhost_truncate(path, size);
+}
 
 SIMHOST_INTERPOSE(int, stat, const char* path, struct stat* out) {
     return on_path("stat", path, [&](const char* at) { return real::fstatat(AT_FDCWD, at, out, 0); });
 }
-SIMHOST_INTERPOSE(int, stat64, const char* path, struct stat* out) { return simhost_stat(path, out); }
+SIMHOST_INTERPOSE(int, stat64, const char* path, struct stat* out) {
+    return simhost_stat(path, out);
+}
 SIMHOST_INTERPOSE(int, lstat, const char* path, struct stat* out) {
     return on_path("stat", path, [&](const char* at) { return real::fstatat(AT_FDCWD, at, out, AT_SYMLINK_NOFOLLOW); });
 }
-SIMHOST_INTERPOSE(int, lstat64, const char* path, struct stat* out) { return simhost_lstat(path, out); }
+SIMHOST_INTERPOSE(int, lstat64, const char* path, struct stat* out) {
+    return simhost_lstat(path, out);
+}
 SIMHOST_INTERPOSE(int, fstat, int fd, struct stat* out) {
     const Inside inside;
     const auto fault = counted(fd, "stat");
     return fault ? fail_with(*fault) : real::fstat(fd, out);
 }
-SIMHOST_INTERPOSE(int, fstat64, int fd, struct stat* out) { return simhost_fstat(fd, out); }
+SIMHOST_INTERPOSE(int, fstat64, int fd, struct stat* out) {
+    return simhost_fstat(fd, out);
+}
 SIMHOST_INTERPOSE(int, fstatat, int folder, const char* path, struct stat* out, int flags) {
     return on_path("stat", path, [&](const char* at) { return real::fstatat(folder, at, out, flags); });
 }
@@ -390,7 +414,9 @@ SIMHOST_INTERPOSE(int, unlinkat, int folder, const char* path, int flags) {
 SIMHOST_INTERPOSE(int, remove, const char* path) {
     return take_away(path, [&](const char* at) { return real::remove(at); });
 }
-SIMHOST_INTERPOSE(int, rename, const char* from, const char* to) { return move_file(AT_FDCWD, from, AT_FDCWD, to); }
+SIMHOST_INTERPOSE(int, rename, const char* from, const char* to) {
+    return move_file(AT_FDCWD, from, AT_FDCWD, to);
+}
 SIMHOST_INTERPOSE(int, renameat, int from_folder, const char* from, int to_folder, const char* to) {
     return move_file(from_folder, from, to_folder, to);
 }

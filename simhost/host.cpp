@@ -26,18 +26,8 @@ union Holder {
     ~Holder() {}
 };
 constinit Holder holder;
-constinit std::mutex holder_mutex;
-constinit std::atomic<Host*> current_host{nullptr};
-
-// The lock, with what is due done. For members that look at the model or change it.
-class Entered {
-public:
-    explicit Entered(Host::Impl& impl) : lock_(impl.mutex) { impl.run_due(); }
-
-private:
-    Inside inside_;
-    std::lock_guard<std::recursive_mutex> lock_;
-};
+constinit Seen<std::mutex> holder_mutex;
+constinit Host* current_host = nullptr;  // read without the lock, by atomic loads
 
 SessionView view_of(const Session& of) {
     SessionView view;
@@ -101,7 +91,9 @@ std::vector<StaticTargetView> entries_of(const Host::Impl& impl, bool discovered
 
 constinit thread_local int inside_depth __attribute__((tls_model("initial-exec"))) = 0;
 
-bool host_exists() { return current_host.load(std::memory_order_acquire) != nullptr; }
+SIMHOST_EARLY bool host_exists() {
+    return __atomic_load_n(&current_host, __ATOMIC_ACQUIRE) != nullptr;
+}
 
 std::shared_ptr<Host::Impl> current_impl() {
     const std::lock_guard lock(holder_mutex);
@@ -114,17 +106,19 @@ void set_current(Host* host, std::shared_ptr<Host::Impl> impl) {
         throw std::logic_error("simhost: there is a Host already");
     }
     holder.impl.swap(impl);
-    current_host.store(host, std::memory_order_release);
+    __atomic_store_n(&current_host, host, __ATOMIC_RELEASE);
 }
 
-std::string text_of(double seconds) { return fmt::format("{:g}", seconds); }
+std::string text_of(double seconds) {
+    return fmt::format("{:g}", seconds);
+}
 
 Host::Impl::Impl(Host& host, HostOptions host_options)
     : owner(host), options(std::move(host_options)), files(options.root, options.remove_root) {
     login_seconds = options.login_seconds;
-    real_start_ns = std::chrono::duration_cast<std::chrono::nanoseconds>(
-                        std::chrono::steady_clock::now().time_since_epoch())
-                        .count();
+    real_start_ns =
+        std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
+            .count();
     if (options.clock == ClockMode::scaled && !(options.factor > 0)) {
         throw std::invalid_argument("simhost: the clock's factor isn't above 0");
     }
@@ -134,14 +128,26 @@ Host::Impl::Impl(Host& host, HostOptions host_options)
 Host::Impl::~Impl() = default;
 
 void Host::Impl::emit(Event event) {
-    if (observers.empty()) {
+    if (!observers.empty()) {
+        untold.push_back(std::move(event));
+    }
+}
+
+void Host::Impl::tell() {
+    if (telling || untold.empty()) {
         return;
     }
     const Callback callback(*this);
-    for (std::size_t i = 0; i < observers.size(); ++i) {
-        const auto observer = observers[i];  // an observer may add another
-        observer(event);
+    telling = true;
+    while (!untold.empty()) {
+        const Event event = std::move(untold.front());
+        untold.pop_front();
+        for (std::size_t i = 0; i < observers.size(); ++i) {
+            const auto observer = observers[i];  // an observer may add another
+            observer(event);
+        }
     }
+    telling = false;
 }
 
 void Host::Impl::emit(Event::Kind kind, const Port* port, std::string text) {
@@ -161,6 +167,8 @@ std::optional<Fault> Host::Impl::hit(std::string_view operation, std::string_vie
 
 Host::Host(HostOptions options) {
     const Inside inside;
+    settle_threads();
+    reset_allocations();
     impl_ = std::make_shared<Impl>(*this, std::move(options));
     set_current(this, impl_);
 }
@@ -171,6 +179,7 @@ Host::~Host() {
     set_current(nullptr, nullptr);
     const std::lock_guard lock(impl_->mutex);
     impl_->gone = true;
+    impl_->untold.clear();
     impl_->timers.clear();
     impl_->observers.clear();
     impl_->psp_scripts.clear();
@@ -178,40 +187,50 @@ Host::~Host() {
     forget_descriptors();
 }
 
-Host* Host::current() { return current_host.load(std::memory_order_acquire); }
+Host* Host::current() {
+    return __atomic_load_n(&current_host, __ATOMIC_ACQUIRE);
+}
 
 // --- describing the site ------------------------------------------------------------------------------------
 
 void Host::add_adapter(const std::string& name, const std::vector<std::string>& nic_ips) {
     const Entered entered(*impl_);
+    impl_->run_due();
     impl_->add_adapter(name, nic_ips);
 }
 void Host::add_group(const GroupSpec& spec) {
     const Entered entered(*impl_);
+    impl_->run_due();
     impl_->add_group(spec);
 }
 void Host::add_volume(const VolumeSpec& spec) {
     const Entered entered(*impl_);
+    impl_->run_due();
     impl_->add_volume(spec);
 }
 void Host::add_group_scoped_target(const GroupScopedTargetSpec& spec) {
     const Entered entered(*impl_);
+    impl_->run_due();
     impl_->add_group_scoped_target(spec);
 }
 void Host::add_static_target(const StaticTargetView& target) {
     const Entered entered(*impl_);
+    impl_->run_due();
     impl_->add_static_target(target);
 }
 void Host::connect(const std::string& iqn, int count) {
     const Entered entered(*impl_);
+    impl_->run_due();
     impl_->connect(iqn, count);
 }
 std::uint64_t Host::add_session(const SessionView& session) {
     const Entered entered(*impl_);
+    impl_->run_due();
     return impl_->add_session(session);
 }
 void Host::claim_paths() {
     const Entered entered(*impl_);
+    impl_->run_due();
     for (auto& [oid, session] : impl_->sessions) {
         impl_->claim(*session);
     }
@@ -221,34 +240,42 @@ void Host::claim_paths() {
 
 void Host::nic_down(const std::string& ip) {
     const Entered entered(*impl_);
+    impl_->run_due();
     impl_->nic_down(ip);
 }
 void Host::nic_up(const std::string& ip) {
     const Entered entered(*impl_);
+    impl_->run_due();
     impl_->nic_up(ip);
 }
 void Host::array_down(const std::string& group, const std::string& array) {
     const Entered entered(*impl_);
+    impl_->run_due();
     impl_->array_down(group, array);
 }
 void Host::array_up(const std::string& group, const std::string& array) {
     const Entered entered(*impl_);
+    impl_->run_due();
     impl_->array_up(group, array);
 }
 void Host::add_array(const std::string& group, const ArraySpec& array) {
     const Entered entered(*impl_);
+    impl_->run_due();
     impl_->add_array(group, array);
 }
 void Host::switch_mode(const std::string& group, GroupMode mode) {
     const Entered entered(*impl_);
+    impl_->run_due();
     impl_->switch_mode(impl_->group(group), mode);
 }
 void Host::drop_session(std::uint64_t oid) {
     const Entered entered(*impl_);
+    impl_->run_due();
     impl_->end_session(impl_->session(oid), Event::Kind::session_lost, "dropped");
 }
 void Host::drop_sessions(const std::string& iqn, int count) {
     const Entered entered(*impl_);
+    impl_->run_due();
     const Target& of = impl_->target(iqn);
     std::vector<std::uint64_t> oids;
     for (const auto& [oid, session] : impl_->sessions) {
@@ -262,28 +289,25 @@ void Host::drop_sessions(const std::string& iqn, int count) {
 }
 void Host::set_state(std::uint64_t oid, std::uint32_t state) {
     const Entered entered(*impl_);
+    impl_->run_due();
     Session& of = impl_->session(oid);
     ++of.step;  // the course that its login took is over
     of.login_stuck = false;
     if (state == LOGGED_IN) {
         impl_->redirect(of);
-        Timer timer;
-        timer.kind = Timer::Kind::claim;
-        timer.id = oid;
-        timer.step = of.step;
-        if (impl_->options.claim_seconds >= 0) {
-            impl_->schedule(impl_->now() + impl_->options.claim_seconds, std::move(timer));
-        }
+        impl_->claim_later(of);
     }
     impl_->set_state(of, state);
     impl_->emit(Event::Kind::session_state, of.port, fmt::format("{} set to {}", isid_text(of.isid), state));
 }
 void Host::set_login_seconds(double seconds) {
     const Entered entered(*impl_);
+    impl_->run_due();
     impl_->login_seconds = seconds;
 }
 void Host::fail_logins(bool failing) {
     const Entered entered(*impl_);
+    impl_->run_due();
     impl_->logins_fail = failing;
     if (!failing) {
         impl_->resume_logins();
@@ -291,14 +315,17 @@ void Host::fail_logins(bool failing) {
 }
 void Host::set_digests(const std::string& adapter, bool on) {
     const Entered entered(*impl_);
+    impl_->run_due();
     impl_->adapter(adapter).digests = on;
 }
 void Host::set_discovery_outcome(const std::string& adapter, std::uint32_t host_status) {
     const Entered entered(*impl_);
+    impl_->run_due();
     impl_->adapter(adapter).discovery_outcome = host_status;
 }
 void Host::remove_volume(const std::string& eui) {
     const Entered entered(*impl_);
+    impl_->run_due();
     impl_->remove_volume(eui);
 }
 
@@ -306,6 +333,7 @@ void Host::remove_volume(const std::string& eui) {
 
 std::vector<SessionView> Host::sessions() const {
     const Entered entered(*impl_);
+    impl_->run_due();
     std::vector<SessionView> views;
     for (const auto& [oid, session] : impl_->sessions) {
         views.push_back(view_of(*session));
@@ -314,6 +342,7 @@ std::vector<SessionView> Host::sessions() const {
 }
 std::vector<SessionView> Host::sessions(const std::string& iqn) const {
     const Entered entered(*impl_);
+    impl_->run_due();
     const Target& of = impl_->target(iqn);
     std::vector<SessionView> views;
     for (const auto& [oid, session] : impl_->sessions) {
@@ -325,18 +354,22 @@ std::vector<SessionView> Host::sessions(const std::string& iqn) const {
 }
 std::vector<PathView> Host::paths(const std::string& eui) const {
     const Entered entered(*impl_);
+    impl_->run_due();
     return impl_->paths(impl_->device(eui));
 }
 std::vector<StaticTargetView> Host::static_targets() const {
     const Entered entered(*impl_);
+    impl_->run_due();
     return entries_of(*impl_, false);
 }
 std::vector<StaticTargetView> Host::discovered_targets() const {
     const Entered entered(*impl_);
+    impl_->run_due();
     return entries_of(*impl_, true);
 }
 std::vector<TargetView> Host::targets() const {
     const Entered entered(*impl_);
+    impl_->run_due();
     std::vector<TargetView> views;
     for (const auto& each : impl_->targets) {
         views.push_back(view_of(*impl_, *each));
@@ -345,10 +378,12 @@ std::vector<TargetView> Host::targets() const {
 }
 TargetView Host::target(const std::string& iqn) const {
     const Entered entered(*impl_);
+    impl_->run_due();
     return view_of(*impl_, impl_->target(iqn));
 }
 Totals Host::totals() const {
     const Entered entered(*impl_);
+    impl_->run_due();
     Totals totals;
     totals.sessions = static_cast<int>(impl_->sessions.size());
     totals.volumes = static_cast<int>(impl_->devices.size());
@@ -368,6 +403,7 @@ Totals Host::totals() const {
 }
 std::string Host::iqn_of(const std::string& eui) const {
     const Entered entered(*impl_);
+    impl_->run_due();
     return impl_->device(eui).target->iqn;
 }
 
@@ -375,23 +411,28 @@ std::string Host::iqn_of(const std::string& eui) const {
 
 void Host::fail(const Fault& fault) {
     const Entered entered(*impl_);
+    impl_->run_due();
     fault.operation == "new" ? set_allocation_fault(fault) : impl_->faults.set(fault);
 }
 void Host::clear_faults() {
     const Entered entered(*impl_);
+    impl_->run_due();
     clear_allocation_faults();
     impl_->faults.clear();
 }
 std::uint64_t Host::calls(const std::string& operation) const {
     const Entered entered(*impl_);
+    impl_->run_due();
     return operation == "new" ? failable_allocations() : impl_->faults.calls(operation);
 }
 std::uint64_t Host::faults_injected() const {
     const Entered entered(*impl_);
+    impl_->run_due();
     return impl_->faults.injected() + failed_allocations();
 }
 std::vector<std::string> Host::operations_called() const {
     const Entered entered(*impl_);
+    impl_->run_due();
     std::vector<std::string> names = impl_->faults.called();
     if (failable_allocations() > 0) {
         names.insert(std::upper_bound(names.begin(), names.end(), "new"), "new");
@@ -400,6 +441,7 @@ std::vector<std::string> Host::operations_called() const {
 }
 void Host::script_psp(unsigned long request, std::function<int(void* buffer, int result)> script) {
     const Entered entered(*impl_);
+    impl_->run_due();
     impl_->psp_scripts.erase(request);
     if (script) {
         impl_->psp_scripts[request] = std::move(script);
@@ -408,6 +450,7 @@ void Host::script_psp(unsigned long request, std::function<int(void* buffer, int
 void Host::script_ima(const std::string& operation,
                       std::function<std::uint32_t(void* out, std::uint32_t status)> script) {
     const Entered entered(*impl_);
+    impl_->run_due();
     impl_->ima_scripts.erase(operation);
     if (script) {
         impl_->ima_scripts[operation] = std::move(script);
@@ -418,17 +461,23 @@ void Host::script_ima(const std::string& operation,
 
 std::uint64_t Host::lists_held() const {
     const Entered entered(*impl_);
+    impl_->run_due();
     return impl_->lists.size();
 }
 std::uint64_t Host::descriptors_held() const {
     const Entered entered(*impl_);
+    impl_->run_due();
     return impl_->files.open.size();
 }
 
 // --- files --------------------------------------------------------------------------------------------------
 
-std::string Host::root() const { return impl_->files.root(); }
-std::string Host::path(std::string_view host_path) const { return impl_->files.real_path(host_path); }
+std::string Host::root() const {
+    return impl_->files.root();
+}
+std::string Host::path(std::string_view host_path) const {
+    return impl_->files.real_path(host_path);
+}
 
 void Host::write_file(std::string_view host_path, std::string_view text) {
     const Inside inside;
@@ -474,16 +523,20 @@ void Host::remove_file(std::string_view host_path) {
     std::filesystem::remove_all(path(host_path), ignored);
 }
 
-std::string Host::log() const { return read_file("/var/log/ostrel/oxr.log"); }
+std::string Host::log() const {
+    return read_file("/var/log/ostrel/oxr.log");
+}
 
 // --- watching -----------------------------------------------------------------------------------------------
 
 void Host::observe(std::function<void(const Event&)> observer) {
     const Entered entered(*impl_);
+    impl_->run_due();
     impl_->observers.push_back(std::move(observer));
 }
 std::vector<std::string> Host::violations() const {
     const Entered entered(*impl_);
+    impl_->run_due();
     return impl_->violations;
 }
 

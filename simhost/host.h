@@ -6,7 +6,10 @@
 // There is at most one Host in a process. While none exists every interposed call goes on to the C library
 // and every IMA operation answers IMA_ERROR_UNEXPECTED_OS_ERROR. All members may be called from any thread;
 // one lock inside guards the model, and observers, scripts and timed actions run with it held, on the thread
-// that caused them (they may call Host members; a sleep inside one of them passes no time).
+// that caused them (they may call Host members; a sleep inside one of them passes no time). Observers are told
+// at the end of the call that caused the events, before it returns. What they share with other threads must be
+// guarded by calls into the Host, not by a lock of their own: a thread sanitizer doesn't see locks that are taken
+// on a sleeping thread.
 //
 // A fresh host has the folders /etc/ostrel, /var/log/ostrel, /vmfs/volumes and the control device, and no file
 // else. What an iSCSI initiator does by itself, the host does too:
@@ -53,12 +56,12 @@ enum SessionState : std::uint32_t {
 struct HostOptions {
     std::string root;  // folder that stands for "/"; empty: a new one under the temporary folder
     ClockMode clock = ClockMode::instant;
-    double factor = 1;               // scaled: simulated seconds per second
+    double factor = 1;                     // scaled: simulated seconds per second
     std::int64_t start_time = 1700000000;  // simulated time of day at 0 seconds, seconds since the epoch
-    double login_seconds = 0;        // a new session is LOGGED_IN after this time (half of it in XPT_WAIT)
-    double claim_seconds = 30;       // the host claims a logged-in session's path by itself after this time; < 0: never
-    double discovery_seconds = 0;    // a rediscovery's outcome is "in progress, no status" for this long
-    bool remove_root = true;         // delete a root folder of our own making with the Host
+    double login_seconds = 0;              // a new session is LOGGED_IN after this time (half of it in XPT_WAIT)
+    double claim_seconds = 30;     // the host claims a logged-in session's path by itself after this time; < 0: never
+    double discovery_seconds = 0;  // a rediscovery's outcome is "in progress, no status" for this long
+    bool remove_root = true;       // delete a root folder of our own making with the Host
 };
 
 struct ArraySpec {
@@ -74,8 +77,8 @@ struct GroupSpec {
 };
 
 struct VolumeSpec {
-    std::string eui;   // at most 40 characters
-    std::string iqn;   // empty: derived from eui; ignored behind a group-scoped target
+    std::string eui;  // at most 40 characters
+    std::string iqn;  // empty: derived from eui; ignored behind a group-scoped target
     std::string group;
     std::vector<std::string> arrays;    // member arrays; empty: all of the group
     std::vector<std::string> adapters;  // empty: all of the host
@@ -154,8 +157,8 @@ struct Totals {
 struct Event {
     enum class Kind {
         session_added,
-        session_removed,      // by IMA_VMW_RemoveSession
-        session_lost,         // by a timed action, a lost NIC or array, a removed static target or a mode switch
+        session_removed,  // by IMA_VMW_RemoveSession
+        session_lost,     // by a timed action, a lost NIC or array, a removed static target or a mode switch
         session_state,
         path_claimed,
         path_died,
@@ -165,10 +168,10 @@ struct Event {
         adapter_rediscovered,
         static_target_removed,
         mode_switched,
-        pass_begun,           // the lock file was created
-        pass_ended,           // the lock file was removed
-        sleep_begun,          // a wait of 10 seconds or more; text: the seconds
-        action,               // a timed action ran; text: what it was named
+        pass_begun,   // the lock file was created
+        pass_ended,   // the lock file was removed
+        sleep_begun,  // a wait of 10 seconds or more; text: the seconds
+        action,       // a timed action ran; text: what it was named
         fault_injected,
         violation,
     };
@@ -187,12 +190,12 @@ struct Event {
 // unlinkat as "unlink". The control device counts as "psp.open", "psp.close" and "psp.N" only.
 struct Fault {
     std::string operation;
-    std::uint64_t nth = 1;      // the call that fails, counted from the moment the fault is set
-    bool persistent = false;    // that call and every later one
+    std::uint64_t nth = 1;    // the call that fails, counted from the moment the fault is set
+    bool persistent = false;  // that call and every later one
     // The answer: IMA: the status. psp.N: a positive PSP status, or with `error` set -1 and that errno; with
     // status 1 (partial success) the request is carried out all the same.
-    // Files, threads, mutexes: `error` as errno or result (0: EIO, threads EAGAIN). "new": null. "write" with `short_by` > 0: that
-    // many bytes fewer are written and the call succeeds.
+    // Files, threads, mutexes: `error` as errno or result (0: EIO, threads EAGAIN). "new": null. "write" with
+    // `short_by` > 0: that many bytes fewer are written and the call succeeds.
     std::uint32_t status = 0x80000004;
     int error = 0;
     std::size_t short_by = 0;
@@ -232,13 +235,14 @@ public:
     void array_up(const std::string& group, const std::string& array);
     void add_array(const std::string& group, const ArraySpec& array);  // becomes a member of every volume of the group
     void switch_mode(const std::string& group, GroupMode mode);
-    void drop_session(std::uint64_t oid);                 // the session ends without our doing
+    void drop_session(std::uint64_t oid);                   // the session ends without our doing
     void drop_sessions(const std::string& iqn, int count);  // the newest ones first
     void set_state(std::uint64_t oid, std::uint32_t state);
     void set_login_seconds(double seconds);
-    void fail_logins(bool failing);  // new sessions stay in IN_LOGIN while set
+    void fail_logins(bool failing);                         // new sessions stay in IN_LOGIN while set
     void set_digests(const std::string& adapter, bool on);  // the adapter's setting for sessions to come
-    void set_discovery_outcome(const std::string& adapter, std::uint32_t host_status);  // as IMA_VMW_GetDiscoveryStatus answers
+    void set_discovery_outcome(const std::string& adapter,
+                               std::uint32_t host_status);  // as IMA_VMW_GetDiscoveryStatus answers
     void remove_volume(const std::string& eui);  // the last one of an ordinary target takes the target with it
 
     // --- looking --------------------------------------------------------------------------------------
@@ -255,10 +259,10 @@ public:
     std::string iqn_of(const std::string& eui) const;
 
     // --- time -----------------------------------------------------------------------------------------
-    double now() const;                 // simulated seconds since the start
-    void advance(double seconds);       // instant clock: move on, running what is due, whatever the horizon
+    double now() const;            // simulated seconds since the start
+    void advance(double seconds);  // instant clock: move on, running what is due, whatever the horizon
     void at(double seconds, const std::string& name, std::function<void(Host&)> action);  // a timed action
-    double slept() const;               // simulated seconds of all sleeps of the process so far
+    double slept() const;  // simulated seconds of all sleeps of the process so far
     std::uint64_t sleeps() const;
     // Instant clock with threads: the clock never passes the horizon; a thread whose sleep would pass it
     // waits for a real signal. wait_for_horizon blocks the caller until some thread waits so.
@@ -285,12 +289,12 @@ public:
     // threads. Executables that link simhost_allocation are counted: every operator new of theirs (and of
     // the libraries they load) but the host's own; faults hit the nothrow forms only.
     void count_allocations(bool on);
-    std::uint64_t allocations() const;       // calls of operator new by the connection manager
+    std::uint64_t allocations() const;  // calls of operator new by the connection manager
     std::uint64_t allocated_bytes() const;
 
     // --- files ----------------------------------------------------------------------------------------
     std::string root() const;
-    std::string path(std::string_view host_path) const;  // where "/etc/ostrel/oxr.conf" really is
+    std::string path(std::string_view host_path) const;                  // where "/etc/ostrel/oxr.conf" really is
     void write_file(std::string_view host_path, std::string_view text);  // makes folders as needed
     std::string read_file(std::string_view host_path) const;             // empty when absent
     bool exists(std::string_view host_path) const;

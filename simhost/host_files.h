@@ -27,8 +27,8 @@ public:
         bool control = false;
         bool stream = false;
     };
-    std::map<int, Open> open;     // descriptors, by number
-    std::map<int, Open> closed;   // those closed again, while their number isn't handed out anew
+    std::map<int, Open> open;    // descriptors, by number
+    std::map<int, Open> closed;  // those closed again, while their number isn't handed out anew
 
 private:
     std::string root_;

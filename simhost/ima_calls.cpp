@@ -23,7 +23,7 @@ IMA_STATUS operate(std::string_view name, void* out, Operation&& operation) {
     if (impl == nullptr) {
         return IMA_ERROR_UNEXPECTED_OS_ERROR;
     }
-    const std::lock_guard lock(impl->mutex);
+    const Entered entered(*impl);
     impl->started = true;
     impl->run_due();
     if (const auto fault = impl->hit(name)) {
@@ -74,7 +74,8 @@ class ListMaker {
 public:
     void add(std::uint32_t type, std::uint64_t number) { oids_.push_back({type, OWNER, number}); }
     IMA_STATUS hand_out(Impl& impl, IMA_OID_LIST** out) const {
-        const std::size_t size = offsetof(IMA_OID_LIST, oids) + std::max<std::size_t>(1, oids_.size()) * sizeof(IMA_OID);
+        const std::size_t size =
+            offsetof(IMA_OID_LIST, oids) + std::max<std::size_t>(1, oids_.size()) * sizeof(IMA_OID);
         auto* list = static_cast<IMA_OID_LIST*>(std::calloc(1, size));
         if (list == nullptr) {
             return IMA_ERROR_INSUFFICIENT_MEMORY;
@@ -171,8 +172,8 @@ IMA_STATUS remove_session(Impl& impl, const IMA_OID& oid) {
     const std::string isid = isid_text(session->isid);
     const std::string local_ip = session->local_ip;
     const bool was_logged_in = of.logged_in > 0;
-    const bool is_static = !session->made_dynamic || (session->state == LOGGED_IN &&
-                                                      session->first_remote_ip == session->current_remote_ip);
+    const bool is_static = !session->made_dynamic ||
+                           (session->state == LOGGED_IN && session->first_remote_ip == session->current_remote_ip);
     if (is_static) {
         impl.removing_static(of, of.mode_changed, isid, false);
     }
@@ -337,20 +338,19 @@ IMA_STATUS IMA_VMW_GetStaticDiscoveryTargetOidList(IMA_OID lhba, IMA_OID_LIST** 
 
 IMA_STATUS IMA_VMW_GetStaticDiscoveryTargetProperties(IMA_OID staticTarget,
                                                       IMA_STATIC_DISCOVERY_TARGET_PROPERTIES* out) {
-    return record<StaticEntry>(
-        __func__, staticTarget, IMA_OBJECT_TYPE_STATIC_DISCOVERY_TARGET, out,
-        [&](Host::Impl&, const StaticEntry& entry) {
-            out->associatedLhbaOid = {IMA_OBJECT_TYPE_LHBA, OWNER, entry.adapter->logical_oid};
-            copy_wide(out->staticTarget.targetName, entry.view.target_iqn);
-            IMA_TARGET_ADDRESS& address = out->staticTarget.targetAddress;
-            address.portNumber = entry.view.port;
-            if (entry.view.by_host_name) {
-                address.hostnameInUse = 1;
-                copy_wide(address.id.hostname, entry.view.portal_ip);
-            } else {
-                copy_address(address.id.ipAddress, entry.view.portal_ip);
-            }
-        });
+    return record<StaticEntry>(__func__, staticTarget, IMA_OBJECT_TYPE_STATIC_DISCOVERY_TARGET, out,
+                               [&](Host::Impl&, const StaticEntry& entry) {
+                                   out->associatedLhbaOid = {IMA_OBJECT_TYPE_LHBA, OWNER, entry.adapter->logical_oid};
+                                   copy_wide(out->staticTarget.targetName, entry.view.target_iqn);
+                                   IMA_TARGET_ADDRESS& address = out->staticTarget.targetAddress;
+                                   address.portNumber = entry.view.port;
+                                   if (entry.view.by_host_name) {
+                                       address.hostnameInUse = 1;
+                                       copy_wide(address.id.hostname, entry.view.portal_ip);
+                                   } else {
+                                       copy_address(address.id.ipAddress, entry.view.portal_ip);
+                                   }
+                               });
 }
 
 IMA_STATUS IMA_VMW_GetInitiatorAuthParms(IMA_OID staticTarget, IMA_AUTHMETHOD method, IMA_INITIATOR_AUTHPARMS* out) {
@@ -386,7 +386,7 @@ IMA_STATUS IMA_FreeMemory(void* memory) {
         return impl == nullptr ? IMA_ERROR_UNEXPECTED_OS_ERROR : IMA_ERROR_INVALID_PARAMETER;
     }
     {
-        const std::lock_guard lock(impl->mutex);
+        const Entered entered(*impl);
         if (impl->lists.erase(memory) == 0) {
             impl->violate(fmt::format("IMA_FreeMemory of {}: freed before, or not a list of the host", memory));
             return IMA_ERROR_INVALID_PARAMETER;

@@ -12,9 +12,15 @@ namespace simhost {
 namespace {
 
 constexpr std::string_view HAZARDS[] = {
-    "working session removed first", "emptied adapter",        "stale counts",
-    "group-scoped count",            "static renewal",         "repeated switch",
-    "stuck logins",                  "nics by paths",          "active paths protected",
+    "working session removed first",
+    "emptied adapter",
+    "stale counts",
+    "group-scoped count",
+    "static renewal",
+    "repeated switch",
+    "stuck logins",
+    "nics by paths",
+    "active paths protected",
     "two volumes on a target",
 };
 
@@ -24,7 +30,7 @@ void Host::allow(const std::string& hazard) {
     if (std::find(std::begin(HAZARDS), std::end(HAZARDS), hazard) == std::end(HAZARDS)) {
         throw std::invalid_argument("simhost: no such hazard: '" + hazard + "'");
     }
-    const std::lock_guard lock(impl_->mutex);
+    const Entered entered(*impl_);
     impl_->allowed.insert(hazard);
 }
 

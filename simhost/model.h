@@ -4,12 +4,13 @@
 
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <limits>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -22,6 +23,8 @@
 #include "simhost/faults.h"
 #include "simhost/host.h"
 #include "simhost/host_files.h"
+#include "simhost/inside.h"
+#include "simhost/lock.h"
 
 namespace simhost {
 
@@ -101,9 +104,9 @@ struct DeadPaths {
 struct Port {
     Target* target = nullptr;
     Adapter* adapter = nullptr;
-    std::uint64_t id = 0;   // never changes
-    std::uint64_t oid = 0;  // 0 while the adapter doesn't know the target; a new one each time it comes
-    int number = 0;         // target number on the adapter, for path names
+    std::uint64_t id = 0;            // never changes
+    std::uint64_t oid = 0;           // 0 while the adapter doesn't know the target; a new one each time it comes
+    int number = 0;                  // target number on the adapter, for path names
     std::uint32_t relogin_step = 0;  // outdates the timers of earlier losses
     std::vector<Session*> sessions;
     std::vector<DeadPaths> dead;
@@ -138,9 +141,9 @@ struct Session {
     bool data_digest = false;
     bool login_stuck = false;  // waits in IN_LOGIN for what hinders it to go
     double created_at = 0;
-    std::uint32_t step = 0;    // outdates the timers of an earlier course of the login
+    std::uint32_t step = 0;  // outdates the timers of an earlier course of the login
     int channel = 0;
-    int claimed_luns = 0;      // devices with a lower number have a path over this session
+    int claimed_luns = 0;  // devices with a lower number have a path over this session
 };
 
 struct PathCounts {
@@ -171,6 +174,7 @@ struct Host::Impl {
 
     // host.cpp
     void emit(Event event);
+    void tell();  // the observers, what was emitted since; they may change the model
     void emit(Event::Kind kind, const Port* port, std::string text);
     std::optional<Fault> hit(std::string_view operation, std::string_view path = {});
 
@@ -239,7 +243,8 @@ struct Host::Impl {
 
     // device_paths.cpp
     void claim(Session& of);
-    void bury(Session& of);  // its paths are dead from here on
+    void claim_later(const Session& of);  // after the time that the host takes by itself
+    void bury(Session& of);               // its paths are dead from here on
     void delete_dead_paths(Adapter& on);
     bool active(const Session& of) const;
     PathCounts count(const Device& of) const;
@@ -264,7 +269,7 @@ struct Host::Impl {
     Host& owner;
     HostOptions options;
     HostFiles files;
-    mutable std::recursive_mutex mutex;
+    mutable HostMutex mutex;
 
     // The site, in order of creation.
     std::vector<std::unique_ptr<Adapter>> adapters;
@@ -284,8 +289,8 @@ struct Host::Impl {
     std::atomic<double> instant_now{0};
     std::int64_t real_start_ns = 0;
     std::multimap<double, Timer> timers;
-    bool started = false;         // something has run on the host: its description is over
-    int callbacks = 0;            // observers, scripts and actions that run right now, on the lock's holder
+    bool started = false;  // something has run on the host: its description is over
+    int callbacks = 0;     // observers, scripts and actions that run right now, on the lock's holder
     bool running_timers = false;
     std::atomic<double> due_now{-1};  // scaled and real: moment of the timer that runs
     double horizon = NEVER;
@@ -304,11 +309,13 @@ struct Host::Impl {
     std::map<unsigned long, std::function<int(void*, int)>> psp_scripts;
     std::map<std::string, std::function<std::uint32_t(void*, std::uint32_t)>, std::less<>> ima_scripts;
     std::vector<std::function<void(const Event&)>> observers;
+    std::deque<Event> untold;
+    bool telling = false;
     std::vector<std::string> violations;
     std::set<std::string, std::less<>> allowed;
     std::unordered_set<const void*> lists;
-    bool pass_disturbed = false;      // a fault or scripted answer since the PSP's last request 0
-    int added_group_scoped = 0;       // sessions added to group-scoped targets since then
+    bool pass_disturbed = false;  // a fault or scripted answer since the PSP's last request 0
+    int added_group_scoped = 0;   // sessions added to group-scoped targets since then
 };
 
 // While one lives the calling thread runs code that isn't ours, with the lock held: no time passes for it.
@@ -323,9 +330,28 @@ private:
     Host::Impl& impl_;
 };
 
+// The lock over one call into the host. What the call emitted is told at its end, with the model at rest.
+class Entered {
+public:
+    explicit Entered(Host::Impl& impl) : impl_(impl), lock_(impl.mutex) {}
+    ~Entered() {
+        const int error = errno;  // the call's answer
+        impl_.tell();
+        errno = error;
+    }
+    Entered(const Entered&) = delete;
+    Entered& operator=(const Entered&) = delete;
+
+private:
+    Inside inside_;
+    Host::Impl& impl_;
+    std::lock_guard<HostMutex> lock_;
+};
+
 // The Impl of the Host there is, or none.
 std::shared_ptr<Host::Impl> current_impl();
 bool host_exists();  // without a lock
+void settle_threads();
 void set_current(Host* host, std::shared_ptr<Host::Impl> impl);
 
 std::string isid_text(const std::array<std::uint8_t, 6>& isid);

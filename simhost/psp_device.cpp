@@ -75,7 +75,8 @@ void fill(const Host::Impl& impl, const Device& from, OxrLun& lun) {
     lun.num_active_paths = counts.active;
     lun.num_dead_paths = counts.dead;
     if (from.supported) {
-        const auto up = std::count_if(from.members.begin(), from.members.end(), [](const Array* each) { return each->up; });
+        const auto up =
+            std::count_if(from.members.begin(), from.members.end(), [](const Array* each) { return each->up; });
         lun.num_of_mem_array = std::max(1, static_cast<std::int32_t>(up));
     }
     lun.group_mode = mode_of(on);
@@ -111,7 +112,8 @@ void fill(const Host::Impl& impl, const Target& from, OstrelPspGroupScopedTarget
 void fill(const Host::Impl& impl, const Device& from, OstrelPspTransportAddrs& entry) {
     copy_text(entry.device_eui, from.eui);
     entry.num_paths = 0;
-    const auto add = [&](const Port& port, int channel, const std::string& local, const std::string& remote, bool active) {
+    const auto add = [&](const Port& port, int channel, const std::string& local, const std::string& remote,
+                         bool active) {
         if (entry.num_paths == OSTREL_MAX_PATHS_PER_DEVICE) {
             return;
         }
@@ -307,17 +309,21 @@ SIMHOST_INTERPOSE(int, ioctl, int fd, unsigned long request, ...) {
     if (impl == nullptr) {
         return real::ioctl(fd, request, argument);
     }
-    std::unique_lock lock(impl->mutex);
-    if (!is_control_device(*impl, fd)) {
-        lock.unlock();
+    std::optional<int> result;
+    {
+        const Entered entered(*impl);
+        if (is_control_device(*impl, fd)) {
+            result = answer(*impl, request, argument);
+        }
+    }
+    if (!result) {
         return real::ioctl(fd, request, argument);
     }
-    const int result = answer(*impl, request, argument);
-    if (result < 0) {
-        errno = -result;
+    if (*result < 0) {
+        errno = -*result;
         return -1;
     }
-    return result;
+    return *result;
 }
 
 }  // namespace simhost

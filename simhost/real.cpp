@@ -8,7 +8,7 @@
 
 namespace simhost::real {
 
-void* next(const char* name) {
+SIMHOST_EARLY void* next(const char* name) {
     void* found = dlsym(RTLD_NEXT, name);
     if (found == nullptr) {
         static constexpr char text[] = "simhost: no definition behind an interposed function: ";

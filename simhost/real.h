@@ -10,8 +10,10 @@
 #include <sys/types.h>
 #include <time.h>
 
-#include <atomic>
 #include <cstdio>
+
+// For what may run before a thread sanitizer is up: its own start calls interposed functions.
+#define SIMHOST_EARLY __attribute__((no_sanitize("thread")))
 
 namespace simhost::real {
 
@@ -22,18 +24,18 @@ class Next {
 public:
     explicit constexpr Next(const char* name) : name_(name) {}
     template <typename... Arguments>
-    auto operator()(Arguments... arguments) const {
-        void* found = found_.load(std::memory_order_relaxed);
+    SIMHOST_EARLY auto operator()(Arguments... arguments) const {
+        void* found = __atomic_load_n(&found_, __ATOMIC_RELAXED);
         if (found == nullptr) {
             found = next(name_);
-            found_.store(found, std::memory_order_relaxed);
+            __atomic_store_n(&found_, found, __ATOMIC_RELAXED);
         }
         return reinterpret_cast<Function*>(found)(arguments...);
     }
 
 private:
     const char* name_;
-    mutable std::atomic<void*> found_{nullptr};
+    mutable void* found_ = nullptr;
 };
 
 inline constinit Next<int(const char*, int, ...)> open{"open"};
@@ -75,6 +77,6 @@ inline constinit Next<int(int, const struct sigaction*, struct sigaction*)> siga
 
 // Defines the C library's function `name` here. Its own declaration isn't used: that one carries noexcept,
 // non-null and inline forms that a definition of ours would have to repeat.
-#define SIMHOST_INTERPOSE(result, name, ...)                     \
+#define SIMHOST_INTERPOSE(result, name, ...)                      \
     extern "C" result simhost_##name(__VA_ARGS__) __asm__(#name); \
-    extern "C" result simhost_##name(__VA_ARGS__)
+    extern "C" SIMHOST_EARLY result simhost_##name(__VA_ARGS__)

@@ -80,14 +80,17 @@ Array* Host::Impl::array_of(const Group& in, std::string_view ip) const {
 }
 
 // Not yet logging in.
-Session& Host::Impl::make_session(Port& port, const std::string& local_ip, bool dynamic,
-                                  const std::string& remote_ip) {
+Session& Host::Impl::make_session(Port& port, const std::string& local_ip, bool dynamic, const std::string& remote_ip) {
     auto made = std::make_unique<Session>();
     Session& session = *made;
     session.oid = add_object(IMA_OBJECT_TYPE_SESSION, made.get());
     session.connection_oid = add_object(IMA_OBJECT_TYPE_CONNECTION, made.get());
     const std::uint32_t number = next_isid++;
-    session.isid = {0x00, 0x02, 0x3d, static_cast<std::uint8_t>(number >> 16), static_cast<std::uint8_t>(number >> 8),
+    session.isid = {0x00,
+                    0x02,
+                    0x3d,
+                    static_cast<std::uint8_t>(number >> 16),
+                    static_cast<std::uint8_t>(number >> 8),
                     static_cast<std::uint8_t>(number)};
     session.port = &port;
     session.local_ip = local_ip;
@@ -199,13 +202,18 @@ void Host::Impl::log_in(Session& of, bool at_once) {
     if (!at_once) {
         emit(Event::Kind::session_state, of.port, isid_text(of.isid) + " LOGGED_IN");
     }
-    if (options.claim_seconds >= 0) {
-        Timer timer;
-        timer.kind = Timer::Kind::claim;
-        timer.id = of.oid;
-        timer.step = of.step;
-        schedule(now() + options.claim_seconds, std::move(timer));
+    claim_later(of);
+}
+
+void Host::Impl::claim_later(const Session& of) {
+    if (options.claim_seconds < 0) {
+        return;
     }
+    Timer timer;
+    timer.kind = Timer::Kind::claim;
+    timer.id = of.oid;
+    timer.step = of.step;
+    schedule(now() + options.claim_seconds, std::move(timer));
 }
 
 // On login the group sends a dynamic session on from its discovery address to a data address. False: no array
@@ -248,7 +256,11 @@ void Host::Impl::end_session(Session& of, Event::Kind how, const std::string& wh
     refresh_port(port);
     const bool none_left = std::all_of(port.target->ports.begin(), port.target->ports.end(),
                                        [](const auto& each) { return each->sessions.empty(); });
-    if (how != Event::Kind::session_removed || none_left) {
+    if (none_left) {
+        for (const auto& each : port.target->ports) {
+            arm_relogin(*each);
+        }
+    } else if (how != Event::Kind::session_removed) {
         arm_relogin(port);
     }
     emit(how, &port, text);

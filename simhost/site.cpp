@@ -190,6 +190,13 @@ void Host::Impl::add_volume(const VolumeSpec& spec) {
     made->target = on;
     made->lun = on->next_lun++;
     on->devices.push_back(made.get());
+    for (const auto& port : on->ports) {
+        for (const Session* each : port->sessions) {
+            if (each->state == LOGGED_IN) {
+                claim_later(*each);
+            }
+        }
+    }
     devices.push_back(std::move(made));
 }
 

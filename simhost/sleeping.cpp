@@ -1,8 +1,10 @@
 // The C library's waits and its time of day, by the simulated clock.
 #include <errno.h>
+#include <sched.h>
 
 #include <algorithm>
 #include <cmath>
+#include <stdexcept>
 
 #include "simhost/inside.h"
 #include "simhost/model.h"
@@ -15,7 +17,9 @@ namespace {
 constexpr std::int64_t HORIZON_SLICE_NS = 1'000'000;  // between looks whether the horizon was raised
 constexpr std::int64_t LONGEST_SLICE_NS = 50'000'000;
 
-timespec span(std::int64_t ns) { return {ns / 1'000'000'000, ns % 1'000'000'000}; }
+timespec span(std::int64_t ns) {
+    return {ns / 1'000'000'000, ns % 1'000'000'000};
+}
 
 double seconds_of(const timespec& span) {
     return static_cast<double>(span.tv_sec) + static_cast<double>(span.tv_nsec) * 1e-9;
@@ -42,8 +46,9 @@ struct Waited {
 };
 
 // Waits outside the lock for a slice of real time.
-bool slice(std::unique_lock<std::recursive_mutex>& lock, std::int64_t ns, const sigset_t* set, siginfo_t* info,
+bool slice(Host::Impl& impl, std::unique_lock<HostMutex>& lock, std::int64_t ns, const sigset_t* set, siginfo_t* info,
            Waited& waited) {
+    impl.tell();
     lock.unlock();
     if (set != nullptr) {
         waited.signal = pending_signal(set, info, ns);
@@ -72,7 +77,7 @@ private:
     Host::Impl& impl_;
 };
 
-void wait_instant(Host::Impl& impl, std::unique_lock<std::recursive_mutex>& lock, double until, const sigset_t* set,
+void wait_instant(Host::Impl& impl, std::unique_lock<HostMutex>& lock, double until, const sigset_t* set,
                   siginfo_t* info, Waited& waited) {
     Registered me(impl, until);
     while (!impl.gone && impl.now() < until) {
@@ -92,13 +97,13 @@ void wait_instant(Host::Impl& impl, std::unique_lock<std::recursive_mutex>& lock
         if (!behind_another) {
             me.sleeper.blocked_at = impl.horizon_generation;
         }
-        if (!slice(lock, HORIZON_SLICE_NS, set, info, waited)) {
+        if (!slice(impl, lock, HORIZON_SLICE_NS, set, info, waited)) {
             return;
         }
     }
 }
 
-void wait_scaled(Host::Impl& impl, std::unique_lock<std::recursive_mutex>& lock, double until, const sigset_t* set,
+void wait_scaled(Host::Impl& impl, std::unique_lock<HostMutex>& lock, double until, const sigset_t* set,
                  siginfo_t* info, Waited& waited) {
     while (!impl.gone) {
         impl.run_due();
@@ -108,7 +113,7 @@ void wait_scaled(Host::Impl& impl, std::unique_lock<std::recursive_mutex>& lock,
             return;
         }
         const double ns = std::clamp(std::ceil(left * 1e9), 1000.0, static_cast<double>(LONGEST_SLICE_NS));
-        if (!slice(lock, static_cast<std::int64_t>(ns), set, info, waited)) {
+        if (!slice(impl, lock, static_cast<std::int64_t>(ns), set, info, waited)) {
             return;
         }
     }
@@ -127,6 +132,7 @@ Waited wait_on(Host::Impl& impl, double seconds, const sigset_t* set, siginfo_t*
     ++impl.sleeps;
     if (seconds >= 10) {
         impl.emit({Event::Kind::sleep_begun, begun, {}, {}, text_of(seconds)});
+        impl.tell();
     }
     if (impl.options.clock == ClockMode::instant) {
         wait_instant(impl, lock, begun + seconds, set, info, waited);
@@ -136,6 +142,11 @@ Waited wait_on(Host::Impl& impl, double seconds, const sigset_t* set, siginfo_t*
     const double passed = waited.end == End::elapsed ? seconds : std::min(seconds, impl.now() - begun);
     impl.slept += passed;
     waited.left = seconds - passed;
+    impl.tell();
+    lock.unlock();
+    if (impl.options.clock == ClockMode::instant) {
+        sched_yield();  // a thread that does nothing but sleep leaves the others their turn
+    }
     return waited;
 }
 
@@ -235,11 +246,12 @@ SIMHOST_INTERPOSE(time_t, time, time_t* out) {
 
 // --- the Host's own members on time ------------------------------------------------------------------------
 
-double Host::now() const { return impl_->now(); }
+double Host::now() const {
+    return impl_->now();
+}
 
 void Host::advance(double seconds) {
-    const Inside inside;
-    const std::lock_guard lock(impl_->mutex);
+    const Entered entered(*impl_);
     if (impl_->options.clock != ClockMode::instant) {
         throw std::logic_error("simhost: only an instant clock is advanced");
     }
@@ -248,12 +260,11 @@ void Host::advance(double seconds) {
 }
 
 void Host::at(double seconds, const std::string& name, std::function<void(Host&)> action) {
-    const Inside inside;
-    const std::lock_guard lock(impl_->mutex);
+    const Entered entered(*impl_);
     Timer timer;
     timer.name = name;
     timer.action = std::move(action);
-    impl_->schedule(seconds, std::move(timer));
+    impl_->schedule(std::max(seconds, impl_->now()), std::move(timer));
 }
 
 double Host::slept() const {

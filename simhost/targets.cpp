@@ -165,9 +165,10 @@ bool Host::Impl::listed(const Port& port) const {
 std::vector<Array*> Host::Impl::members(const Target& of) const {
     std::vector<Array*> found;
     for (const auto& each : of.group->arrays) {
-        const bool member = of.group_scoped || std::any_of(of.devices.begin(), of.devices.end(), [&](const Device* on) {
-            return std::find(on->members.begin(), on->members.end(), each.get()) != on->members.end();
-        });
+        const bool member =
+            of.group_scoped || std::any_of(of.devices.begin(), of.devices.end(), [&](const Device* on) {
+                return std::find(on->members.begin(), on->members.end(), each.get()) != on->members.end();
+            });
         if (member) {
             found.push_back(each.get());
         }

@@ -8,6 +8,7 @@
 
 extern "C" {
 
+// The published success rule is a clear error bit; this system takes 0 alone as success.
 using IMA_STATUS = std::uint32_t;
 using IMA_BOOL = std::uint32_t;
 using IMA_UINT = std::uint64_t;
@@ -96,7 +97,7 @@ struct IMA_TARGET_PROPERTIES {
 static_assert(sizeof(IMA_TARGET_PROPERTIES) == 2096 && offsetof(IMA_TARGET_PROPERTIES, name) == 32);
 
 // The host fills 96 bytes, not the 72 of the published record; only the ISID is read.
-struct IMA_SESSION_PROPERTIES {
+struct alignas(8) IMA_SESSION_PROPERTIES {
     std::uint8_t reserved0[68];
     std::uint8_t isid[6];
     std::uint8_t reserved74[22];
@@ -143,8 +144,9 @@ struct IMA_INITIATOR_AUTHPARMS {
 static_assert(sizeof(IMA_INITIATOR_AUTHPARMS) == 12304);
 static_assert(offsetof(IMA_INITIATOR_AUTHPARMS, chapNameLength) == 520);
 
-// Records of the host's own extensions: only the named bytes are relied on.
-struct IMA_VMW_LHBA_PROPERTIES {
+// Records of the host's own extensions: only the named bytes are relied on; the host fills the rest with
+// members of up to 8 bytes.
+struct alignas(8) IMA_VMW_LHBA_PROPERTIES {
     wchar_t osDeviceName[IMA_DEVICE_NAME_CHARACTERS];
     std::uint8_t reserved1024[168];
 };
@@ -156,7 +158,7 @@ struct IMA_VMW_ADDRESS_SLOT {
 };
 static_assert(sizeof(IMA_VMW_ADDRESS_SLOT) == 24);
 
-struct IMA_VMW_CONNECTION_STATUS {
+struct alignas(8) IMA_VMW_CONNECTION_STATUS {
     IMA_VMW_ADDRESS_SLOT connectionAddress;
     IMA_VMW_ADDRESS_SLOT remoteAddress;
     IMA_VMW_ADDRESS_SLOT localAddress;
@@ -195,5 +197,4 @@ IMA_STATUS IMA_VMW_GetInitiatorAuthParms(IMA_OID staticTarget, IMA_AUTHMETHOD me
 
 }  // extern "C"
 
-// The published success rule is the error bit; this system takes 0 alone as success.
 static_assert(sizeof(wchar_t) == 4);

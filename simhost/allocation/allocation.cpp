@@ -37,16 +37,24 @@ void release(void* block) {
 
 }  // namespace
 
-void* operator new(std::size_t size) { return allocate_or_throw(size, 0); }
-void* operator new[](std::size_t size) { return allocate_or_throw(size, 0); }
+void* operator new(std::size_t size) {
+    return allocate_or_throw(size, 0);
+}
+void* operator new[](std::size_t size) {
+    return allocate_or_throw(size, 0);
+}
 void* operator new(std::size_t size, std::align_val_t alignment) {
     return allocate_or_throw(size, static_cast<std::size_t>(alignment));
 }
 void* operator new[](std::size_t size, std::align_val_t alignment) {
     return allocate_or_throw(size, static_cast<std::size_t>(alignment));
 }
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return allocate(size, 0, true); }
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return allocate(size, 0, true); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return allocate(size, 0, true);
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    return allocate(size, 0, true);
+}
 void* operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
     return allocate(size, static_cast<std::size_t>(alignment), true);
 }
@@ -54,15 +62,39 @@ void* operator new[](std::size_t size, std::align_val_t alignment, const std::no
     return allocate(size, static_cast<std::size_t>(alignment), true);
 }
 
-void operator delete(void* block) noexcept { release(block); }
-void operator delete[](void* block) noexcept { release(block); }
-void operator delete(void* block, std::size_t) noexcept { release(block); }
-void operator delete[](void* block, std::size_t) noexcept { release(block); }
-void operator delete(void* block, std::align_val_t) noexcept { release(block); }
-void operator delete[](void* block, std::align_val_t) noexcept { release(block); }
-void operator delete(void* block, std::size_t, std::align_val_t) noexcept { release(block); }
-void operator delete[](void* block, std::size_t, std::align_val_t) noexcept { release(block); }
-void operator delete(void* block, const std::nothrow_t&) noexcept { release(block); }
-void operator delete[](void* block, const std::nothrow_t&) noexcept { release(block); }
-void operator delete(void* block, std::align_val_t, const std::nothrow_t&) noexcept { release(block); }
-void operator delete[](void* block, std::align_val_t, const std::nothrow_t&) noexcept { release(block); }
+void operator delete(void* block) noexcept {
+    release(block);
+}
+void operator delete[](void* block) noexcept {
+    release(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+    release(block);
+}
+void operator delete[](void* block, std::size_t) noexcept {
+    release(block);
+}
+void operator delete(void* block, std::align_val_t) noexcept {
+    release(block);
+}
+void operator delete[](void* block, std::align_val_t) noexcept {
+    release(block);
+}
+void operator delete(void* block, std::size_t, std::align_val_t) noexcept {
+    release(block);
+}
+void operator delete[](void* block, std::size_t, std::align_val_t) noexcept {
+    release(block);
+}
+void operator delete(void* block, const std::nothrow_t&) noexcept {
+    release(block);
+}
+void operator delete[](void* block, const std::nothrow_t&) noexcept {
+    release(block);
+}
+void operator delete(void* block, std::align_val_t, const std::nothrow_t&) noexcept {
+    release(block);
+}
+void operator delete[](void* block, std::align_val_t, const std::nothrow_t&) noexcept {
+    release(block);
+}

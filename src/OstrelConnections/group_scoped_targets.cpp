@@ -156,7 +156,7 @@ void handle_target(TargetPass& state, int index, const OstrelPspGroupScopedTarge
 
 int handle_group_scoped_target_connections(const ConfigValues& values, int total_vol_paths, int num_system_sessions,
                                            const OstrelPspIoctlGetTransportAddrsData* transport_addrs) {
-    const auto targets = oxr::make_zeroed_array<OstrelPspGroupScopedTarget>(OSTREL_MAX_GROUP_SCOPED_TARGETS);
+    const auto targets = oxr::make_unset_array<OstrelPspGroupScopedTarget>(OSTREL_MAX_GROUP_SCOPED_TARGETS);
     constexpr std::size_t size = OSTREL_MAX_GROUP_SCOPED_TARGETS * sizeof(OstrelPspGroupScopedTarget);
     if (targets == nullptr) {
         OXR_ERROR("can not allocate memory for %d group scoped targets, %zu bytes.", OSTREL_MAX_GROUP_SCOPED_TARGETS,
@@ -172,7 +172,7 @@ int handle_group_scoped_target_connections(const ConfigValues& values, int total
     TargetPass state{values, total_vol_paths, num_system_sessions, transport_addrs};
     for (int i = 0; i < num_targets; ++i) {
         oxr::stop_point();
-        handle_target(state, i, targets[i]);
+        handle_target(state, i, targets[static_cast<std::size_t>(i)]);
     }
     send_psp_requests(state.requests, request_texts, state.request_status);
     return 0;

@@ -1,6 +1,7 @@
 // Switches of a group's discovery mode, carried out without cutting a volume off: sessions of the old kind are
 // thinned out, targets rediscovered and paths claimed, and only then what is left of the old kind is removed.
-// Worker thread, inside a pass; stops at stop points. Both procedures are safe to repeat.
+// Worker thread, inside a pass; stops at stop points. Both procedures may be repeated while the PSP still
+// reports a switch; the one to static mode then takes static sessions for surplus as well.
 #pragma once
 
 #include "OstrelConnections/psp_client.h"
@@ -28,8 +29,8 @@ struct TargetSessionCount {
 void get_target_session_count_map(const UniqueIpAddress* list, int num_ips, const TargetDtls* sessions, int& busiest,
                                   TargetSessionCount* map);
 
-// Rediscovers and waits for the outcome, at most 10 seconds. 0, also when the outcome stays unknown to IMA;
-// -1 when discovery failed.
+// Rediscovers and waits for the outcome, at most 10 seconds. 0, also when the outcome could not be
+// read at all; -1 when discovery failed, timed out or its state is unknown.
 int do_rediscover_on_adapter(const char* adapter_name);
 
 // Removes the static targets of the changed volumes that have a logged-in dynamic session. 0, or -1 when a

@@ -34,14 +34,22 @@ int remove_sessions_but_two(const mode_change_info* changes, int num_changes, Ox
     return 0;
 }
 
-void rediscover_adapters(const UniqueAdapters& adapters) {
-    for (int a = 0; a < adapters.count; ++a) {
-        oxr::stop_point();
-        const oxr::FieldText adapter_name(adapters.names[a]);
-        OXR_INFO_IN(procedure, "calling rediscover on adapter %s ", adapter_name.c_str());
-        if (do_rediscover_on_adapter(adapter_name.c_str()) != 0) {
-            OXR_ERROR_IN(procedure, "rediscover failed.");
-        }
+void log_failed_rediscovery() {
+    OXR_ERROR_IN(procedure, "rediscover failed.");
+}
+
+// The final removal's operation.
+constexpr char removal[] = "remove_all_dynamic_mode_targets";
+
+void log_missing_static_session(const char*) {
+    OXR_ERROR_IN(removal, "no static(manual) sessions exist for this lun. Will not delete the target");
+}
+
+// The target entry bears the address that the session was first made to.
+void collect_dynamic_target(RemoveList& list, const TargetDtls& session, const char* target_iqn) {
+    if (list.add(removal, target_iqn, session.initial_remote_ip)) {
+        OXR_DEBUG_IN(removal, "- hba %s, target ip %s, target iqn %s, port %d added to remove list", session.vmhba_name,
+                     session.current_remote_ip, target_iqn, static_cast<int>(ISCSI_PORT));
     }
 }
 
@@ -60,7 +68,7 @@ int handle_automatic_to_manual_mode_change(const mode_change_info* changes, int 
     if (delete_dead_path_ioctl(adapters.names, adapters.count, DEAD_PATH_DELAY_SECONDS) < 0) {
         OXR_ERROR("ioctl for deleting dead paths failed.");
     }
-    rediscover_adapters(adapters);
+    rediscover_adapters(procedure, adapters, log_failed_rediscovery);
     oxr::stop_point();
     OXR_INFO("rescanning all adapters");
     if (rescan_ioctl(adapters.names, adapters.count) < 0) {
@@ -91,40 +99,18 @@ int remove_all_dynamic_mode_targets(const mode_change_info* changes, int num_cha
         OXR_ERROR("can not allocate memory for TargetDtls.");
         return -1;
     }
-    int result = 0;
-    for (int c = 0; c < num_changes; ++c) {
-        if (changes[c].change != AUTOMATIC_TO_MANUAL) {
-            continue;
-        }
-        OxrLun& lun = luns[changes[c].index];
-        const oxr::FieldText target_iqn(lun.target_iqn);
-        OXR_DEBUG("Getting session connection details for target - %s", target_iqn.c_str());
-        TargetDtls sessions[MAX_SESSIONS_PER_TARGET] = {};
-        if (const int obtained = obtain_oxr_lun_sessions(lun, sessions); obtained < 0) {
-            OXR_ERROR("populate_oxr_sessions returned %d = ", obtained);
-            return -1;
-        }
-        if (!has_logged_in(sessions, SESSION_STATIC)) {
-            OXR_ERROR("no static(manual) sessions exist for this lun. Will not delete the target");
-            result = -1;
-            continue;
-        }
-        for (int s = 0; s < listed_sessions(sessions); ++s) {
-            const TargetDtls& session = sessions[s];
-            if (is_logged_in(session, SESSION_DYNAMIC)) {
-                OXR_DEBUG("- hba %s, target ip %s, target iqn %s, port %d added to remove list", session.vmhba_name,
-                          session.current_remote_ip, target_iqn.c_str(), static_cast<int>(ISCSI_PORT));
-                // The target entry bears the address the session was first made to.
-                remove_list.add(__func__, target_iqn.c_str(), oxr::field_view(session.initial_remote_ip));
-            }
-        }
+    const FinalRemoval rules{removal,         AUTOMATIC_TO_MANUAL,        SESSION_STATIC,
+                             SESSION_DYNAMIC, log_missing_static_session, collect_dynamic_target};
+    const std::optional<int> collected = collect_old_kind(rules, changes, num_changes, luns, remove_list);
+    if (!collected.has_value()) {
+        return -1;
     }
     if (remove_list.remove_from(adapters, num_adapters) != 0) {
         OXR_ERROR("Can't remove all targets");
         return -1;
     }
     OXR_INFO("removed all targets");
-    return result;
+    return *collected;
 }
 
 int remove_all_dynamic_sessions_but_two(const TargetDtls* sessions, const char* target_iqn) {

@@ -24,7 +24,7 @@ void collect_targets_but_busiest(const TargetDtls* sessions, const char* target_
     }
     for (int i = 0; i < num_ips; ++i) {
         if (i != busiest && map[i].num_sessions > 0) {
-            remove_list.add(procedure, target_iqn, oxr::field_view(map[i].target_ip));
+            (void)remove_list.add(procedure, target_iqn, map[i].target_ip);  // one left out goes with the rest
         }
     }
 }
@@ -53,6 +53,7 @@ int remove_targets_but_busiest(const mode_change_info* changes, int num_changes,
             collect_targets_but_busiest(sessions, target_iqn.c_str(), remove_list);
         }
     }
+    oxr::stop_point();
     if (remove_list.count() > 0) {
         OXR_INFO_IN(procedure,
                     "Deleting all static targets other than those which have been selected to be deleted later");
@@ -62,14 +63,21 @@ int remove_targets_but_busiest(const mode_change_info* changes, int num_changes,
     return 0;
 }
 
-void rediscover_adapters(const UniqueAdapters& adapters) {
-    for (int a = 0; a < adapters.count; ++a) {
-        oxr::stop_point();
-        const oxr::FieldText adapter_name(adapters.names[a]);
-        OXR_INFO_IN(procedure, "calling rediscover on adapter %s ", adapter_name.c_str());
-        if (do_rediscover_on_adapter(adapter_name.c_str()) != 0) {
-            OXR_WARN_IN(procedure, "rediscovery failed.");
-        }
+void warn_of_failed_rediscovery() {
+    OXR_WARN_IN(procedure, "rediscovery failed.");
+}
+
+// The final removal's operation.
+constexpr char removal[] = "remove_all_static_targets";
+
+void log_missing_dynamic_session(const char* target_iqn) {
+    OXR_ERROR_IN(removal, "no dynamic(automatic) session present for target %s", target_iqn);
+}
+
+void collect_static_target(RemoveList& list, const TargetDtls& session, const char* target_iqn) {
+    if (list.add(removal, target_iqn, session.current_remote_ip)) {
+        OXR_DEBUG_IN(removal, "target - hba %s, target ip %s, target iqn %s, port %d has been added to remove list",
+                     session.vmhba_name, session.current_remote_ip, target_iqn, static_cast<int>(ISCSI_PORT));
     }
 }
 
@@ -87,7 +95,7 @@ int handle_manual_to_automatic_mode_change(const mode_change_info* changes, int 
     if (delete_dead_path_ioctl(adapters.names, adapters.count, DEAD_PATH_DELAY_SECONDS) < 0) {
         OXR_ERROR("ioctl for deleting dead paths failed.");
     }
-    rediscover_adapters(adapters);
+    rediscover_adapters(procedure, adapters, warn_of_failed_rediscovery);
     oxr::stop_point();
     OXR_INFO("rescanning all adapters");
     if (rescan_ioctl(adapters.names, adapters.count) < 0) {
@@ -162,33 +170,11 @@ int remove_all_static_targets(const mode_change_info* changes, int num_changes, 
         OXR_ERROR("can not allocate memory for TargetDtls.");
         return -1;
     }
-    int result = 0;
-    for (int c = 0; c < num_changes; ++c) {
-        if (changes[c].change != MANUAL_TO_AUTOMATIC) {
-            continue;
-        }
-        OxrLun& lun = luns[changes[c].index];
-        const oxr::FieldText target_iqn(lun.target_iqn);
-        OXR_DEBUG("Getting session connection details for target - %s", target_iqn.c_str());
-        TargetDtls sessions[MAX_SESSIONS_PER_TARGET] = {};
-        if (const int obtained = obtain_oxr_lun_sessions(lun, sessions); obtained < 0) {
-            OXR_ERROR("populate_oxr_sessions returned %d = ", obtained);
-            return -1;
-        }
-        if (!has_logged_in(sessions, SESSION_DYNAMIC)) {
-            OXR_ERROR("no dynamic(automatic) session present for target %s", target_iqn.c_str());
-            result = -1;
-            continue;
-        }
-        for (int s = 0; s < listed_sessions(sessions); ++s) {
-            const TargetDtls& session = sessions[s];
-            if (is_logged_in(session, SESSION_STATIC)) {
-                OXR_DEBUG("target - hba %s, target ip %s, target iqn %s, port %d has been added to remove list",
-                          session.vmhba_name, session.current_remote_ip, target_iqn.c_str(),
-                          static_cast<int>(ISCSI_PORT));
-                remove_list.add(__func__, target_iqn.c_str(), oxr::field_view(session.current_remote_ip));
-            }
-        }
+    const FinalRemoval rules{removal,        MANUAL_TO_AUTOMATIC,         SESSION_DYNAMIC,
+                             SESSION_STATIC, log_missing_dynamic_session, collect_static_target};
+    const std::optional<int> collected = collect_old_kind(rules, changes, num_changes, luns, remove_list);
+    if (!collected.has_value()) {
+        return -1;
     }
-    return remove_list.remove_from(adapters, num_adapters) != 0 ? -1 : result;
+    return remove_list.remove_from(adapters, num_adapters) != 0 ? -1 : *collected;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <optional>
 #include <string_view>
 
 #include "OstrelConnections/adapter_list.h"
@@ -21,8 +22,8 @@ public:
     bool allocated() const { return entries_ != nullptr; }
     int count() const { return count_; }
 
-    // What doesn't fit is left to the next pass, with a WARN for `operation`.
-    void add(const char* operation, const char* target_iqn, std::string_view target_ip);
+    // False, with a WARN for `operation`, when the list is full: the target is left to the next pass.
+    bool add(const char* operation, const char* target_iqn, std::string_view target_ip);
 
     int remove_from(const AdapterName* adapters, int num_adapters) const;
 
@@ -41,7 +42,7 @@ struct ModeChangeBatch {
     bool take(const char* operation, const mode_change_info& change, const OxrLun& lun);
 };
 
-// Records are packed from the front: one without a remote address ends them.
+// Records are packed from the front: one whose remote address is shorter than 2 characters ends them.
 inline bool ends_list(const TargetDtls& session) {
     return oxr::field_view(session.current_remote_ip).size() < 2;
 }
@@ -60,3 +61,21 @@ inline bool has_logged_in(const TargetDtls* sessions, std::uint32_t type) {
     return std::any_of(sessions, sessions + listed_sessions(sessions),
                        [&](const TargetDtls& session) { return is_logged_in(session, type); });
 }
+
+// Rediscovers each adapter, one after the other; `on_failure` logs one that failed.
+void rediscover_adapters(const char* operation, const UniqueAdapters& adapters, void (*on_failure)());
+
+// How the last step of a procedure goes over the changed volumes.
+struct FinalRemoval {
+    const char* operation;   // for whom it is logged
+    std::int32_t change;     // of the entries it is for
+    std::uint32_t new_kind;  // a logged-in session of this kind must be there before anything is removed
+    std::uint32_t old_kind;  // logged-in sessions of this kind show what is to be removed
+    void (*on_missing)(const char* target_iqn);
+    void (*collect)(RemoveList& list, const TargetDtls& session, const char* target_iqn);
+};
+
+// Collects what is to be removed of the volumes that are ready for it. 0; -1 when some volume isn't ready and
+// keeps what it has; nothing when a volume's sessions can't be read: the step ends there.
+std::optional<int> collect_old_kind(const FinalRemoval& removal, const mode_change_info* changes, int num_changes,
+                                    OxrLun* luns, RemoveList& list);

@@ -98,12 +98,9 @@ void balance_volume(VolumePass& state, OxrLun& lun, std::uint32_t required) {
     state.status = obtain_oxr_lun_sessions(lun, sessions);
     if (state.status < 0) {
         OXR_ERROR_IN(pass, "populate_oxr_sessions returned %d", state.status);
-        state.status = -1;
     }
-    IscsiProps props;
-    create_iscsi_props(lun.target_iqn, lun.num_adapters, lun.vmhba_name_array, props);
     std::int32_t ioctl_required = 0;
-    (void)handle_num_sessions(oxr::FieldText(props.target_iqn).c_str(), sessions, static_cast<int>(required),
+    (void)handle_num_sessions(oxr::FieldText(lun.target_iqn).c_str(), sessions, static_cast<int>(required),
                               state.num_system_sessions, lun.num_dynamic_sessions, lun.num_sessions,
                               lun.num_login_pending_sessions, ioctl_required);
     note_psp_request(state.requests, request_texts, ioctl_required, lun.vmhba_name_array, lun.num_adapters,
@@ -189,7 +186,7 @@ int handle_ostrel_connections(const ConfigValues& values) {
                                                  state.transport_addrs.get());
     for (int i = 0; i < state.num_volumes; ++i) {
         oxr::stop_point();
-        handle_volume(state, i, vol_node_array[i]);
+        handle_volume(state, i, vol_node_array[static_cast<std::size_t>(i)]);
     }
     send_psp_requests(state.requests, request_texts, state.status);
     return state.status;

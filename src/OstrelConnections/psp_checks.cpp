@@ -35,16 +35,19 @@ bool has_possible_counts(const char* operation, const OxrLun& lun) {
                          {"num_total_paths", lun.num_total_paths, unlimited},
                          {"num_active_paths", lun.num_active_paths, unlimited},
                          {"num_dead_paths", lun.num_dead_paths, unlimited},
-                         {"num_of_mem_array", lun.num_of_mem_array, unlimited}});
+                         {"num_sessions", lun.num_sessions, unlimited},
+                         {"num_dynamic_sessions", lun.num_dynamic_sessions, unlimited},
+                         {"num_login_pending_sessions", lun.num_login_pending_sessions, unlimited}});
 }
 
-// The array counts have a check, and messages, of their own where they are used.
+// The total of arrays has a check, and messages, of its own where it is used.
 bool has_possible_counts(const char* operation, const OstrelPspGroupScopedTarget& target) {
     return all_possible(operation, oxr::FieldText(target.target_iqn).c_str(),
                         {{"num_adapters", target.num_adapters, OSTREL_MAX_ADAPTERS},
                          {"num_luns", target.num_luns, OSTREL_MAX_LUNS_PER_TARGET},
                          {"total_active_paths", target.total_active_paths, unlimited},
-                         {"total_dead_paths", target.total_dead_paths, unlimited}});
+                         {"total_dead_paths", target.total_dead_paths, unlimited},
+                         {"num_active_array", target.num_active_array, unlimited}});
 }
 
 bool has_possible_counts(const char* operation, const OstrelPspTransportAddrs& device) {

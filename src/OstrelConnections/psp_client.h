@@ -1,6 +1,7 @@
 // Client of the PSP control device. Each call opens a descriptor of its own and closes it before it returns;
-// any thread may call. Replies are checked here once: a list whose count exceeds its capacity is refused, an
-// entry with an impossible count is left out with an ERROR that names it.
+// any thread may call. Replies are checked here once: a list whose count exceeds its capacity is refused, a
+// volume or target with an impossible count is left out with an ERROR that names it, and transport addresses
+// with an impossible entry are refused as a whole.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,8 @@
 // The list requests and what is derived from their replies.
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 
 #include "OstrelConnections/control_device.h"
 #include "OstrelConnections/psp_checks.h"
@@ -29,16 +31,13 @@ int keep_supported_devices(const char* operation, const OstrelPspIoctlGetAllDevi
     int kept = 0;
     for (std::int32_t i = 0; i < reply.num_devices; ++i) {
         const OxrLun& lun = reply.devices[i];
-        if (!has_possible_counts(operation, lun)) {
-            continue;
-        }
-        if (is_supported(lun)) {
-            luns[kept++] = lun;
-        } else {
+        if (!is_supported(lun)) {
             OXR_INFO_IN(operation,
                         "device %s belongs to an unsupported array cause num_of_mem_array = 0. Not being  added to "
                         "array of OxrLuns ",
                         oxr::FieldText(lun.device_eui).c_str());
+        } else if (has_possible_counts(operation, lun)) {
+            luns[kept++] = lun;
         }
     }
     return kept;
@@ -55,18 +54,11 @@ void log_device(const char* operation, const OxrLun& lun) {
     }
 }
 
-// Leaves out entries with an impossible path count; the entries behind them move up.
-void drop_impossible_entries(const char* operation, OstrelPspIoctlGetTransportAddrsData& data) {
-    std::int32_t kept = 0;
-    for (std::int32_t i = 0; i < data.num_devices; ++i) {
-        if (has_possible_counts(operation, data.devices[i])) {
-            if (kept != i) {
-                data.devices[kept] = data.devices[i];
-            }
-            ++kept;
-        }
-    }
-    data.num_devices = kept;
+// Sessions are told from others by these entries before any is removed, so a list with an impossible entry is
+// no list.
+bool all_entries_possible(const char* operation, const OstrelPspIoctlGetTransportAddrsData& data) {
+    return std::all_of(data.devices, data.devices + data.num_devices,
+                       [&](const OstrelPspTransportAddrs& device) { return has_possible_counts(operation, device); });
 }
 
 }  // namespace
@@ -218,17 +210,23 @@ int get_transport_addrs_ioctl(OstrelPspIoctlGetTransportAddrsData& data) {
         log_psp_status(__func__, status);
         return -1;
     }
-    if (!is_possible_length(__func__, "devices", data.num_devices, OSTREL_MAX_VOLUMES)) {
+    if (!is_possible_length(__func__, "devices", data.num_devices, OSTREL_MAX_VOLUMES) ||
+        !all_entries_possible(__func__, data)) {
         return -1;
     }
-    drop_impossible_entries(__func__, data);
     return 0;
 }
 
 const OstrelPspTransportAddrs* find_transport_addrs(const OstrelPspIoctlGetTransportAddrsData& data,
                                                     std::string_view device_eui) {
+    const std::size_t length = device_eui.size();
+    if (length > OSTREL_EUI_SIZE) {
+        return nullptr;
+    }
     for (std::int32_t i = 0; i < data.num_devices; ++i) {
-        if (oxr::field_view(data.devices[i].device_eui) == device_eui) {
+        const char* const field = data.devices[i].device_eui;
+        if (std::memcmp(field, device_eui.data(), length) == 0 &&
+            (length == OSTREL_EUI_SIZE || field[length] == '\0')) {
             return &data.devices[i];
         }
     }

@@ -1,5 +1,6 @@
 // Rescans, dead-path deletion and the single-record requests.
 #include <cerrno>
+#include <cstring>
 
 #include "OstrelConnections/control_device.h"
 #include "OstrelConnections/psp_checks.h"
@@ -98,7 +99,7 @@ int get_device_info_ioctl(OxrLun& lun) {
 }
 
 int getGroupScopedTargetInfoByIqn(OstrelPspGroupScopedTarget& target, const char* target_iqn) {
-    target = {};
+    std::memset(&target, 0, sizeof target);  // too large for a temporary on the stack
     oxr::copy_field(target.target_iqn, oxr::field_view(target_iqn, sizeof target.target_iqn));
     return get_group_scoped_target_by_iqn(target);
 }

@@ -46,14 +46,15 @@ bool read_connection(const IMA_OID& session, IMA_VMW_CONNECTION_STATUS& connecti
     return true;
 }
 
-// One address into its field. An address whose text doesn't fit (IPv6) leaves the session out.
+// One address into its field, which holds IPv4 texts. Any other address leaves the session out.
 template <std::size_t N>
 Recorded record_address(const IMA_VMW_ADDRESS_SLOT& slot, const char* name, const char* isid, char (&field)[N]) {
     if (slot.present != 1) {
         OXR_ERROR_IN(inventory, "%s Address invalid", name);
         return Recorded::void_inventory;
     }
-    const char* const text = getIPAddressStringFromImaIpAddress(slot.address);
+    const bool is_ipv4 = slot.address.ipv4Address != 0;
+    const char* const text = is_ipv4 ? getIPAddressStringFromImaIpAddress(slot.address) : nullptr;
     if (text == nullptr || std::strlen(text) >= N) {
         OXR_WARN_IN(inventory, "Session %s has a %s address that is not IPv4. Leaving this session out.", isid, name);
         return Recorded::skipped;

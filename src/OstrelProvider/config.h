@@ -14,7 +14,7 @@ extern oxr::Mutex config_file_mutex;
 
 // All values of one read. Starts with the defaults.
 struct ConfigValues {
-    std::uint32_t interval = 120;    // seconds between the starts of two worker cycles
+    std::uint32_t interval = 120;    // seconds the worker sleeps between two cycles
     std::uint32_t vol_sessions = 0;  // sessions per volume; 0: computed
     std::uint32_t min_vol_sessions = 2;
     std::uint32_t max_vol_sessions = 8;

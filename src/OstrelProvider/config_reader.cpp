@@ -1,4 +1,3 @@
-#include <array>
 #include <cstddef>
 #include <string_view>
 
@@ -29,119 +28,32 @@ bool in_range(std::uint32_t value, std::uint32_t low, std::uint32_t high) {
     return value >= low && value <= high;
 }
 
-void apply_interval(Reading& reading, std::uint32_t value) {
-    const ConfigValues defaults;
-    if (reading.converting || !in_range(value, MIN_INTERVAL, MAX_INTERVAL)) {
-        OXR_WARN_IN(READER, "Invalid value - interval = %d in oxr.conf.Changing to default value of %d.",
-                    static_cast<int>(value), static_cast<int>(defaults.interval));
-        value = defaults.interval;
-        reading.rewrite = true;
-    }
-    reading.values.interval = value;
-}
-
-void apply_min_vol_sessions(Reading& reading, std::uint32_t value) {
-    const ConfigValues defaults;
-    if (!in_range(value, 2, 32)) {
-        OXR_WARN_IN(READER, "Invalid value - min_vol_sessions = %d in oxr.conf.Changing to default value of %d.",
-                    static_cast<int>(value), static_cast<int>(defaults.min_vol_sessions));
-        value = defaults.min_vol_sessions;
-    }
-    reading.values.min_vol_sessions = value;
-}
-
-void apply_max_vol_sessions(Reading& reading, std::uint32_t value) {
-    const ConfigValues defaults;
-    if (!in_range(value, 2, 32)) {
-        OXR_WARN_IN(READER, "Invalid value - max_volsessions = %d in oxr.conf.Changing to default value of %d.",
-                    static_cast<int>(value), static_cast<int>(defaults.max_vol_sessions));
-        value = defaults.max_vol_sessions;
-        reading.rewrite = true;
-    }
-    reading.values.max_vol_sessions = value;
-}
-
-void apply_vol_sessions(Reading& reading, std::uint32_t value) {
-    reading.values.vol_sessions = value;
-}
-
-void apply_worker_stop(Reading& reading, std::uint32_t value) {
-    reading.values.worker_stop = value;
-}
-
-void apply_log_level(Reading& reading, std::uint32_t value) {
-    if (!in_range(value, 1, 2)) {
-        value = 1;
-        reading.rewrite = true;
-    }
-    reading.values.log_level = value;
-}
-
-void apply_vmknic_count(Reading& reading, std::uint32_t value) {
-    reading.values.vmknic_count = reading.converting ? 0 : value;
-    OXR_INFO_IN(READER, "vmknic count read from oxr.conf file = %u", reading.values.vmknic_count);
-}
-
-void apply_min_pe_sessions(Reading& reading, std::uint32_t value) {
-    const ConfigValues defaults;
-    if (!in_range(value, 4, 32)) {
-        OXR_WARN_IN(READER, "Invalid value - min_pe_sessions = %d in oxr.conf.Changing to default value of %d.",
-                    static_cast<int>(value), static_cast<int>(defaults.min_pe_sessions));
-        value = defaults.min_pe_sessions;
-        reading.rewrite = true;
-    }
-    reading.values.min_pe_sessions = value;
-}
-
-void apply_max_pe_sessions(Reading& reading, std::uint32_t value) {
-    const ConfigValues defaults;
-    if (!in_range(value, 4, 32)) {
-        OXR_WARN_IN(READER, "Invalid value - max_pe_sessions = %d in oxr.conf.Changing to default value of %d.",
-                    static_cast<int>(value), static_cast<int>(defaults.max_pe_sessions));
-        value = defaults.max_pe_sessions;
-        reading.rewrite = true;
-    }
-    reading.values.max_pe_sessions = value;
-}
-
-void apply_use_ostrel_timeouts(Reading& reading, std::uint32_t value) {
-    const ConfigValues defaults;
-    reading.has_use_ostrel_timeouts = true;
-    if (value > 1) {
-        OXR_WARN_IN(READER, "Invalid value - use_ostrel_timeouts = %d in oxr.conf.Changing to default value of %d.",
-                    static_cast<int>(value), static_cast<int>(defaults.use_ostrel_timeouts));
-        value = defaults.use_ostrel_timeouts;
-        reading.rewrite = true;
-    }
-    reading.values.use_ostrel_timeouts = value;
-}
-
-// The path has a rule of its own, over the whole file; here it is only seen to be there.
-void note_logs_path(Reading& reading, std::uint32_t) {
-    reading.has_logs_path = true;
-}
-
-// A new key: its spellings, a function that applies one occurrence, a field in ConfigValues, and its lines in
-// the canonical file (config_text.cpp).
+// How a key's value is read. A new key: a row here, a field in ConfigValues, and its lines in the canonical
+// file (config_text.cpp).
 struct Key {
     std::string_view name;
     std::string_view old_name;  // the second accepted spelling, or empty
-    void (*apply)(Reading& reading, std::uint32_t value);
+    std::uint32_t ConfigValues::*field;
+    std::uint32_t low;
+    std::uint32_t high;
+    const char* warned_as;  // the name in the warning about a value out of range; null: no warning
+    bool rewrites;          // whether such a value is reason enough to rewrite the file
 };
 
-constexpr std::array<Key, 11> keys{{
-    {"interval", "", apply_interval},
-    {"min_vol_sessions", "min_volsessions", apply_min_vol_sessions},
-    {"max_vol_sessions", "max_volsessions", apply_max_vol_sessions},
-    {"vol_sessions", "volsessions", apply_vol_sessions},
-    {"worker_stop", "", apply_worker_stop},
-    {"log_level", "", apply_log_level},
-    {"vmknic_count", "", apply_vmknic_count},
-    {"min_pe_sessions", "", apply_min_pe_sessions},
-    {"max_pe_sessions", "", apply_max_pe_sessions},
-    {"use_ostrel_timeouts", "", apply_use_ostrel_timeouts},
-    {LOGS_PATH_KEY, "", note_logs_path},
-}};
+constexpr std::uint32_t any = UINT32_MAX;
+
+constexpr Key keys[] = {
+    {"interval", "", &ConfigValues::interval, MIN_INTERVAL, MAX_INTERVAL, "interval", true},
+    {"min_vol_sessions", "min_volsessions", &ConfigValues::min_vol_sessions, 2, 32, "min_vol_sessions", false},
+    {"max_vol_sessions", "max_volsessions", &ConfigValues::max_vol_sessions, 2, 32, "max_volsessions", true},
+    {"vol_sessions", "volsessions", &ConfigValues::vol_sessions, 0, any, nullptr, false},
+    {"worker_stop", "", &ConfigValues::worker_stop, 0, any, nullptr, false},
+    {"log_level", "", &ConfigValues::log_level, 1, 2, nullptr, true},
+    {"vmknic_count", "", &ConfigValues::vmknic_count, 0, any, nullptr, false},
+    {"min_pe_sessions", "", &ConfigValues::min_pe_sessions, 4, 32, "min_pe_sessions", true},
+    {"max_pe_sessions", "", &ConfigValues::max_pe_sessions, 4, 32, "max_pe_sessions", true},
+    {"use_ostrel_timeouts", "", &ConfigValues::use_ostrel_timeouts, 0, 1, "use_ostrel_timeouts", true},
+};
 
 const Key* find_key(std::string_view name) {
     for (const Key& key : keys) {
@@ -151,6 +63,32 @@ const Key* find_key(std::string_view name) {
         }
     }
     return nullptr;
+}
+
+// The old format's interval is given up, and its NIC count meant something else.
+bool is_acceptable(const Reading& reading, const Key& key, std::uint32_t value) {
+    return in_range(value, key.low, key.high) && !(reading.converting && key.field == &ConfigValues::interval);
+}
+
+void apply_value(Reading& reading, const Key& key, std::uint32_t value) {
+    const ConfigValues defaults;
+    if (reading.converting && key.field == &ConfigValues::vmknic_count) {
+        value = defaults.vmknic_count;
+    }
+    if (!is_acceptable(reading, key, value)) {
+        if (key.warned_as != nullptr) {
+            OXR_WARN_IN(READER, "Invalid value - %s = %d in oxr.conf.Changing to default value of %d.", key.warned_as,
+                        static_cast<int>(value), static_cast<int>(defaults.*key.field));
+        }
+        value = defaults.*key.field;
+        reading.rewrite = reading.rewrite || key.rewrites;
+    }
+    reading.values.*key.field = value;
+    if (key.field == &ConfigValues::vmknic_count) {
+        OXR_INFO_IN(READER, "vmknic count read from oxr.conf file = %u", value);
+    } else if (key.field == &ConfigValues::use_ostrel_timeouts) {
+        reading.has_use_ostrel_timeouts = true;
+    }
 }
 
 void apply_line(Reading& reading, std::string_view line) {
@@ -163,8 +101,12 @@ void apply_line(Reading& reading, std::string_view line) {
     if (delimiter == std::string_view::npos) {
         return;
     }
-    if (const Key* const key = find_key(line.substr(0, delimiter))) {
-        key->apply(reading, static_cast<std::uint32_t>(oxr::read_number(line.substr(delimiter + 1))));
+    const std::string_view name = line.substr(0, delimiter);
+    // The path has a rule of its own, over the whole file; here it is only seen to be there.
+    if (oxr::equal_ignoring_case(name, LOGS_PATH_KEY)) {
+        reading.has_logs_path = true;
+    } else if (const Key* const key = find_key(name)) {
+        apply_value(reading, *key, static_cast<std::uint32_t>(oxr::read_number(line.substr(delimiter + 1))));
     }
 }
 

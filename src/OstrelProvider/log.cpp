@@ -21,11 +21,11 @@ namespace {
 
 constexpr off_t max_log_size = 2097152;
 constexpr int kept_log_files = 6;
-constexpr std::size_t message_capacity = 8192;
+constexpr int message_capacity = 2048;
 
 // Room for the name with a rotation suffix, which may be longer than the name's own field.
 struct RotatedName {
-    char text[LOG_FILENAME_SIZE + 4];
+    char text[LOG_FILENAME_SIZE + 12];
 
     RotatedName(const char* log_filename, int number) {
         (void)std::snprintf(text, sizeof text, "%s.%d", log_filename, number);
@@ -51,23 +51,21 @@ bool write_all(int fd, const char* text, std::size_t length) {
     return true;
 }
 
-void append_to_log(const char* text, std::size_t length) OXR_REQUIRES(log_file_mutex) {
-    const oxr::Descriptor file(::open(g_log_filename, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
-    if (file.valid()) {
-        (void)write_all(file.get(), text, length);  // a full disk loses the message, as a missing folder does
+// A message as it was formatted ahead of the lock or, when it is longer than that buffer, formatted again. What
+// can't be written is lost: a full disk loses it as a missing folder does.
+__attribute__((format(printf, 4, 0))) void write_message(int fd, const char* formatted, int length, const char* format,
+                                                         va_list arguments) {
+    if (length >= 0 && length < message_capacity) {
+        (void)write_all(fd, formatted, static_cast<std::size_t>(length));
+    } else {
+        (void)vdprintf(fd, format, arguments);
     }
 }
 
-// The length of a text that snprintf made in a buffer of `capacity`; a cut text keeps its line end.
-std::size_t ended_length(char* text, int made, std::size_t capacity) {
-    if (made < 0) {
-        return 0;
-    }
-    if (static_cast<std::size_t>(made) < capacity) {
-        return static_cast<std::size_t>(made);
-    }
-    text[capacity - 2] = '\n';
-    return capacity - 1;
+// Rotates if needed and opens the log for one more message.
+int open_for_message() OXR_REQUIRES(log_file_mutex) {
+    manage_log_files();
+    return ::open(g_log_filename, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
 }
 
 }  // namespace
@@ -76,16 +74,21 @@ void oxr_log_to_file(std::uint32_t level, const char* format, ...) {
     if (level > log_level.load(std::memory_order_relaxed)) {
         return;
     }
-    char message[message_capacity];
     va_list arguments;
+    va_list again;
     va_start(arguments, format);
-    const int made = std::vsnprintf(message, sizeof message, format, arguments);
+    va_copy(again, arguments);
+    char message[message_capacity];
+    const int length = std::vsnprintf(message, sizeof message, format, arguments);
+    {
+        const oxr::MutexLock lock(log_file_mutex);
+        const oxr::Descriptor file(open_for_message());
+        if (file.valid()) {
+            write_message(file.get(), message, length, format, again);
+        }
+    }
+    va_end(again);
     va_end(arguments);
-    const std::size_t length = ended_length(message, made, sizeof message);
-
-    const oxr::MutexLock lock(log_file_mutex);
-    manage_log_files();
-    append_to_log(message, length);
 }
 
 void oxr_log(int level, const char* format, ...) {
@@ -96,28 +99,23 @@ void oxr_log(int level, const char* format, ...) {
     if (localtime_r(&now, &local) != nullptr && asctime_r(&local, stamp) != nullptr) {
         stamp[strcspn(stamp, "\n")] = '\0';
     }
-
-    char message[message_capacity];
-    const int prefix = std::snprintf(message, sizeof message, "%s: %s: ", stamp, word);
-    const std::size_t used = ended_length(message, prefix, sizeof message);
     va_list arguments;
     va_start(arguments, format);
-    // One character stays free for the line feed.
-    const std::size_t room = sizeof message - used - 1;
-    const int made = std::vsnprintf(message + used, room, format, arguments);
-    va_end(arguments);
-    std::size_t length = used;
-    if (made > 0) {
-        length += static_cast<std::size_t>(made) < room ? static_cast<std::size_t>(made) : room - 1;
+    {
+        const oxr::MutexLock lock(log_file_mutex);
+        const oxr::Descriptor file(open_for_message());
+        if (file.valid()) {
+            (void)dprintf(file.get(), "%s: %s: ", stamp, word);
+            (void)vdprintf(file.get(), format, arguments);
+            (void)write_all(file.get(), "\n", 1);
+        }
     }
-    message[length++] = '\n';
-
-    const oxr::MutexLock lock(log_file_mutex);
-    manage_log_files();
-    append_to_log(message, length);
+    va_end(arguments);
 }
 
 const char* get_time() {
+    // Callers name errno beside this call in one argument list.
+    const int error = errno;
     thread_local time_t formatted_at = -1;
     thread_local char text[64] = "";
     const time_t now = time(nullptr);
@@ -128,6 +126,7 @@ const char* get_time() {
         }
         formatted_at = now;
     }
+    errno = error;
     return text;
 }
 

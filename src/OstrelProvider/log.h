@@ -27,7 +27,7 @@ extern oxr::Mutex log_file_mutex;
 extern char g_log_filename[LOG_FILENAME_SIZE] OXR_GUARDED_BY(log_file_mutex);
 
 // Writes the message when `level` is at most log_level, rotating first when the file has outgrown 2 MiB.
-// `format` begins with the standard prefix; the macros below give it. A message is cut at 8191 characters.
+// `format` begins with the standard prefix; the macros below give it. Nothing is allocated.
 void oxr_log_to_file(std::uint32_t level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 // The log call for other components of the host: no level filter; level 3 is printed as ERROR, 2 as WARNING,
@@ -38,7 +38,7 @@ extern "C" __attribute__((visibility("default"))) void oxr_log(int level, const 
 // The local time as the log has it, at most 63 characters; lives until the thread's next call.
 const char* get_time();
 
-// Keeps the log below 2 MiB and six older files behind it.
+// Begins a new log when the present one is larger than 2 MiB, and keeps six older files.
 void manage_log_files() OXR_REQUIRES(log_file_mutex);
 
 // Copies one file onto another. The result of closing the destination, or -1 when there was nothing to close.

@@ -21,7 +21,7 @@ bool exists(const char* path) {
 // The value of a logs-path line; false when the line is none.
 bool logs_path_value(std::string_view line, std::string_view& value) {
     constexpr std::string_view key = LOGS_PATH_KEY;
-    if (line.size() <= max_ignored_line || line.front() == '#' || !line.starts_with(key) || line[key.size()] != '=') {
+    if (line.size() <= max_ignored_line || !line.starts_with(key) || line[key.size()] != '=') {
         return false;
     }
     value = line.substr(key.size() + 1);

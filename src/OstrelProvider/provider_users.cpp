@@ -20,53 +20,65 @@ oxr::Mutex users_mutex;
 // One bit a management interface that is handed out.
 std::uint32_t users OXR_GUARDED_BY(users_mutex) = 0;
 
-// A shared mutex and its texts. An initialised one is never initialised again: another thread may hold it.
+// A shared mutex and its name in messages. It is initialised when nobody can hold it, and only once.
 struct SharedMutex {
     oxr::Mutex& mutex;
     const char* name;
     bool initialised;
+    int result;  // of its last initialisation
 };
 
-SharedMutex shared_log{log_file_mutex, "log_file_mutex", false};
-SharedMutex shared_config{config_file_mutex, "config_file_mutex", false};
-SharedMutex shared_lock_file{lock_file_mutex, "lock_file_mutex", false};
-SharedMutex shared_conn_renew{conn_renew_mutex, "conn_renew_mutex", false};
-SharedMutex shared_start{start_service_mutex, "start_service_mutex", false};
+SharedMutex shared_log{log_file_mutex, "log_file_mutex", false, 0};
+SharedMutex shared_config{config_file_mutex, "config_file_mutex", false, 0};
+SharedMutex shared_lock_file{lock_file_mutex, "lock_file_mutex", false, 0};
+SharedMutex shared_conn_renew{conn_renew_mutex, "conn_renew_mutex", false, 0};
+SharedMutex shared_start{start_service_mutex, "start_service_mutex", false, 0};
 
 std::uint32_t bit(ProviderMi mi) {
     return 1U << static_cast<unsigned>(mi);
 }
 
-int init_once(SharedMutex& shared) {
-    if (shared.initialised) {
-        return 0;
+void init_once(SharedMutex& shared) {
+    if (!shared.initialised) {
+        shared.result = shared.mutex.init();
+        shared.initialised = shared.result == 0;
     }
-    const int result = shared.mutex.init();
-    shared.initialised = result == 0;
-    return result;
 }
 
+void init_shared_mutexes() OXR_REQUIRES(users_mutex) {
+    for (SharedMutex* const shared :
+         {&shared_log, &shared_config, &shared_lock_file, &shared_conn_renew, &shared_start}) {
+        init_once(*shared);
+    }
+}
+
+// One that somebody still holds stays as it is, for whoever holds it.
 int destroy(SharedMutex& shared) {
     if (!shared.initialised) {
         return 0;
     }
-    shared.initialised = false;
-    return shared.mutex.destroy();
+    const int result = shared.mutex.destroy();
+    shared.initialised = result != 0;
+    return result;
 }
 
 // Steps of OstrelProviderInit up to the start of the service. False when one failed.
 bool prepare_shared_state(const char* operation) OXR_REQUIRES(users_mutex) {
-    char filename[LOG_FILENAME_SIZE];
-    set_log_filename(get_log_filename(filename));
-    if (const int result = init_once(shared_log); result != 0) {
-        OXR_ERROR_IN(operation, "pthread_mutex_init returned %d", result);
+    init_shared_mutexes();
+    {
+        const oxr::MutexLock config_lock(config_file_mutex);
+        char filename[LOG_FILENAME_SIZE];
+        set_log_filename(get_log_filename(filename));
+    }
+    if (!shared_log.initialised) {
+        OXR_ERROR_IN(operation, "pthread_mutex_init returned %d", shared_log.result);
         return false;
     }
     OSTREL_CreateLogDir();
     OXR_INFO_IN(operation, "Initializing the provider.");
     for (SharedMutex* const shared : {&shared_config, &shared_lock_file, &shared_conn_renew, &shared_start}) {
-        if (const int result = init_once(*shared); result != 0) {
-            OXR_ERROR_IN(operation, "pthread_mutex_init returned %d for %s", result, shared->name);
+        if (!shared->initialised) {
+            OXR_ERROR_IN(operation, "pthread_mutex_init returned %d for %s", shared->result, shared->name);
             return false;
         }
     }
@@ -91,6 +103,11 @@ void destroy_shared_mutexes() OXR_REQUIRES(users_mutex) {
     }
 }
 
+bool is_last_user(ProviderMi mi) {
+    const oxr::MutexLock lock(users_mutex);
+    return users == bit(mi);
+}
+
 }  // namespace
 
 void OstrelProviderInit() {
@@ -108,20 +125,23 @@ void OstrelProviderInit() {
 
 void hand_out(ProviderMi mi) {
     const oxr::MutexLock lock(users_mutex);
+    if (users == 0) {
+        init_shared_mutexes();
+    }
     users |= bit(mi);
 }
 
 void give_back(ProviderMi mi) {
+    // A worker that another provider started must not outlive the library; stopping it may take long, so it is
+    // not done under the lock.
+    if (is_last_user(mi) && oxr_thread.load() != 0) {
+        (void)StopService();  // it has logged its failure, and there is nobody left to tell
+    }
     const oxr::MutexLock lock(users_mutex);
     const std::uint32_t before = users;
     users &= ~bit(mi);
-    if (before == 0 || users != 0) {
-        return;
+    if (before != 0 && users == 0) {
+        remove_stop_signal();
+        destroy_shared_mutexes();
     }
-    // A worker that another provider started must not outlive the library.
-    if (oxr_thread.load() != 0) {
-        (void)StopService();  // it has logged its failure, and there is nobody left to tell
-    }
-    remove_stop_signal();
-    destroy_shared_mutexes();
 }

@@ -1,5 +1,7 @@
 #include "OstrelProvider/service.h"
 
+#include <signal.h>
+
 #include <cinttypes>
 
 #include "OstrelConnections/renewal_state.h"
@@ -97,7 +99,7 @@ int StopService() {
         return 0;
     }
     OXR_INFO("Killing the worker thread - threadid = %" PRId64 ".", tid.load());
-    if (const int result = pthread_kill(worker, SIGUSR1); result != 0) {
+    if (const int result = oxr::request_stop(worker); result != 0) {
         OXR_ERROR("%s, pthread_kill failed", oxr::error_text(result));
         return -1;
     }
@@ -105,6 +107,7 @@ int StopService() {
         OXR_ERROR("%s, pthread_join returned %d", oxr::error_text(result), result);
         return -1;
     }
+    oxr::clear_stop_request();
     OXR_INFO("do_work thread killed. pthread_join returned %d", 0);
     wait_for_renewal(__func__);
     oxr_thread.store(0);

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <pthread.h>
-#include <signal.h>
 
 #include <atomic>
 #include <cstddef>

@@ -27,7 +27,7 @@ namespace {
 std::atomic<const CMPIBroker*> OstrelProviderbroker{nullptr};
 
 // Cleared by a debugger that has attached.
-volatile std::int32_t waitDebug = 0;
+std::atomic<std::int32_t> waitDebug{0};
 
 const char* filterKeys[] = {"name", nullptr};
 

@@ -1,6 +1,10 @@
 #include "OstrelProvider/stop_signal.h"
 
+#include <pthread.h>
+#include <signal.h>
+
 #include <atomic>
+#include <cerrno>
 
 #include "OstrelProvider/worker.h"
 
@@ -14,6 +18,9 @@ struct sigaction sig_actions;
 struct sigaction kept_places[2];
 std::atomic<const struct sigaction*> kept_action{nullptr};
 
+// The thread that is giving a signal to the kept action: a host's handler installed over ours may call ours.
+std::atomic<pthread_t> passing_on{0};
+
 bool is_ours(const struct sigaction& action) {
     return (action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == sigusr1_handler;
 }
@@ -24,6 +31,21 @@ void keep(const struct sigaction& found) {
     kept_action.store(place);
 }
 
+void call(const struct sigaction& action, int signal) {
+    if ((action.sa_flags & SA_SIGINFO) != 0) {
+        siginfo_t info{};
+        info.si_signo = signal;
+        info.si_code = SI_USER;
+        action.sa_sigaction(signal, &info, nullptr);
+    } else if (action.sa_handler == SIG_DFL) {
+        // The host would have ended by it; so it does, as soon as the handler returns.
+        (void)sigaction(SIGUSR1, &action, nullptr);
+        (void)raise(signal);
+    } else if (action.sa_handler != SIG_IGN) {
+        action.sa_handler(signal);
+    }
+}
+
 }  // namespace
 
 int install_stop_signal() {
@@ -31,12 +53,15 @@ int install_stop_signal() {
     sig_actions.sa_handler = sigusr1_handler;
     sigemptyset(&sig_actions.sa_mask);
     sig_actions.sa_flags = 0;
+    // Kept first: a signal may come as soon as ours is installed.
     struct sigaction found {};
-    const int result = sigaction(SIGUSR1, &sig_actions, &found);
-    if (result == 0 && !is_ours(found)) {
+    if (const int result = sigaction(SIGUSR1, nullptr, &found); result != 0) {
+        return result;
+    }
+    if (!is_ours(found)) {
         keep(found);
     }
-    return result;
+    return sigaction(SIGUSR1, &sig_actions, nullptr);
 }
 
 void remove_stop_signal() {
@@ -47,21 +72,17 @@ void remove_stop_signal() {
     }
 }
 
-void pass_on_signal(int signal, siginfo_t* info) {
+void pass_on_signal(int signal) {
+    const int error = errno;
     const struct sigaction* const kept = kept_action.load();
-    if (kept == nullptr) {
-        return;
+    pthread_t nobody = 0;
+    const bool first = passing_on.compare_exchange_strong(nobody, pthread_self());
+    const bool came_back = !first && pthread_equal(nobody, pthread_self()) != 0;
+    if (kept != nullptr && !came_back) {
+        call(*kept, signal);
     }
-    if ((kept->sa_flags & SA_SIGINFO) != 0) {
-        siginfo_t made{};
-        made.si_signo = signal;
-        made.si_code = SI_USER;
-        kept->sa_sigaction(signal, info != nullptr ? info : &made, nullptr);
-    } else if (kept->sa_handler == SIG_DFL) {
-        // The host would have ended by it; so it does.
-        (void)sigaction(SIGUSR1, kept, nullptr);
-        (void)raise(signal);
-    } else if (kept->sa_handler != SIG_IGN) {
-        kept->sa_handler(signal);
+    if (first) {
+        passing_on.store(0);
     }
+    errno = error;
 }

@@ -7,7 +7,7 @@
 
 #include "common/stop_point.h"
 
-void wait_for_debugger(volatile std::int32_t& waitDebug) {
+void wait_for_debugger(std::atomic<std::int32_t>& waitDebug) {
     if (std::getenv("WAIT_PROC") == nullptr) {
         waitDebug = 0;
         std::fprintf(stderr, "Current process:pid=%d, ppid=%d\n", getpid(), getppid());

@@ -72,7 +72,7 @@ void sleep_until_next_cycle(const ConfigValues& values) {
 void* do_work(void*) {
     worker_self.store(pthread_self());
     tid.store(static_cast<std::int64_t>(pthread_self()));
-    oxr::enable_stop_points(sigusr1_handler, pass_on_signal);
+    oxr::enable_stop_points(sigusr1_handler);
     ConfigValues values;
     for (;;) {
         read_configuration(values);
@@ -90,7 +90,7 @@ void* do_work(void*) {
 
 void sigusr1_handler(int signal) {
     if (pthread_equal(worker_self.load(), pthread_self()) == 0) {
-        pass_on_signal(signal, nullptr);
+        pass_on_signal(signal);
         return;
     }
     OXR_INFO("Signal %d caught. Performing cleanup of resources allocated by polling thread.", signal);

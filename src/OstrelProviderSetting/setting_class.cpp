@@ -1,5 +1,6 @@
 #include "OstrelProviderSetting/setting_class.h"
 
+#include <atomic>
 #include <cstdint>
 
 #include "OstrelProvider/config.h"
@@ -10,7 +11,7 @@
 namespace {
 
 // Cleared by a debugger that has attached.
-volatile std::int32_t waitDebug = 0;
+std::atomic<std::int32_t> waitDebug{0};
 
 const char* filterKeys[] = {"name", nullptr};
 

@@ -11,7 +11,7 @@ namespace oxr {
 
 inline constexpr char CIM_NAMESPACE[] = "ostrel/cimv2";
 
-// The value is there and has a text to read; the type is not looked at.
+// The value is there; its type is not looked at.
 inline bool has_value(const CMPIData& data) {
     return (data.state & (CMPI_nullValue | CMPI_notFound | CMPI_badValue)) == 0;
 }
@@ -120,7 +120,7 @@ inline bool return_instance(const CMPIResult* result, const CMPIInstance* instan
 
 // Ends an answer: OK, or FAILED when one of its objects could not be made or returned.
 inline CMPIStatus end_results(const CMPIResult* result, bool all_returned) {
-    if (!all_returned) {
+    if (result == nullptr || !all_returned) {
         return CMReturn(CMPI_RC_ERR_FAILED);
     }
     (void)CMReturnDone(result);

@@ -3,14 +3,19 @@
 
 #include <unistd.h>
 
+#include <cerrno>
+
 namespace oxr {
 
 class Descriptor {
 public:
     explicit Descriptor(int fd) : fd_(fd) {}
+    // Whoever must know whether a file was written in full calls close().
     ~Descriptor() {
         if (fd_ >= 0) {
-            (void)::close(fd_);  // only read from, or already closed through close()
+            const int error = errno;
+            (void)::close(fd_);
+            errno = error;
         }
     }
     Descriptor(const Descriptor&) = delete;

@@ -1,4 +1,4 @@
-// Zeroed heap records whose allocation may fail without throwing.
+// Heap records whose allocation may fail without throwing.
 #pragma once
 
 #include <cstddef>
@@ -12,6 +12,15 @@ namespace oxr {
 template <typename T>
 std::unique_ptr<T> make_zeroed() {
     return std::unique_ptr<T>(new (std::nothrow) T());
+}
+
+// `count` T whose content is left to be written, or null: for records of which only those filled are read.
+template <typename T>
+std::unique_ptr<T[]> make_unset_array(std::size_t count) {
+    if (count > PTRDIFF_MAX / sizeof(T)) {
+        return nullptr;
+    }
+    return std::unique_ptr<T[]>(new (std::nothrow) T[count]);
 }
 
 // `count` zeroed T, or null.

@@ -1,4 +1,4 @@
-// Mutexes that live as long as the process, with the annotations clang checks lock rules by.
+// Mutexes in static storage, with the annotations that clang checks lock rules by.
 #pragma once
 
 #include <pthread.h>

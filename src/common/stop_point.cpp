@@ -1,80 +1,127 @@
 #include "common/stop_point.h"
 
+#include <signal.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
+
+#include "common/mutex.h"
 
 namespace oxr {
 
 namespace {
 
 thread_local void (*stop_handler)(int) = nullptr;
-thread_local void (*foreign_handler)(int, siginfo_t*) = nullptr;
+
+// Held while a stop is asked for, so that the thread can't be gone between the request and its signal.
+Mutex request_mutex;
+std::atomic<bool> requested{false};
+
+constexpr long long nanoseconds_per_second = 1000000000LL;
+constexpr long long slice_nanoseconds = 100000000LL;
 
 long long monotonic_nanoseconds() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec * 1000000000LL + now.tv_nsec;
+    return now.tv_sec * nanoseconds_per_second + now.tv_nsec;
 }
 
 timespec to_timespec(long long nanoseconds) {
     timespec result{};
-    result.tv_sec = static_cast<time_t>(nanoseconds / 1000000000LL);
-    result.tv_nsec = static_cast<long>(nanoseconds % 1000000000LL);
+    result.tv_sec = static_cast<time_t>(nanoseconds / nanoseconds_per_second);
+    result.tv_nsec = static_cast<long>(nanoseconds % nanoseconds_per_second);
     return result;
 }
 
-// Waits for the worker's signal. False when the time has passed without one.
-bool wait_for_signal(long long nanoseconds) {
+bool stop_is_requested() {
+    if (!requested.load()) {
+        return false;
+    }
+    const MutexLock lock(request_mutex);
+    return requested.load();
+}
+
+void sleep_plainly(long long nanoseconds) {
+    timespec rest = to_timespec(nanoseconds);
+    while (nanosleep(&rest, &rest) != 0 && errno == EINTR) {
+    }
+}
+
+// Waits without taking signals, looking for a request now and then.
+void sleep_in_slices(long long nanoseconds) {
+    while (nanoseconds > 0) {
+        const long long slice = std::min(nanoseconds, slice_nanoseconds);
+        sleep_plainly(slice);
+        nanoseconds -= slice;
+        stop_point();
+    }
+}
+
+// The worker's wait. A SIGUSR1 that nobody sent to the worker was sent to the process, and this wait has
+// taken it from a thread that waits for it as well or will unblock it: it is given back, and for the rest of
+// the wait the worker keeps off.
+void wait_for_stop(long long nanoseconds) {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGUSR1);
-    const timespec timeout = to_timespec(nanoseconds);
-    siginfo_t info{};
-    const int signal = sigtimedwait(&signals, &info, &timeout);
-    if (signal < 0) {
-        return errno != EAGAIN;
+    const long long end = monotonic_nanoseconds() + nanoseconds;
+    for (long long left = nanoseconds; left > 0; left = end - monotonic_nanoseconds()) {
+        stop_point();
+        const timespec timeout = to_timespec(left);
+        const int signal = sigtimedwait(&signals, nullptr, &timeout);
+        if (signal < 0 && errno == EAGAIN) {
+            break;
+        }
+        if (signal == SIGUSR1 && !stop_is_requested()) {
+            (void)kill(getpid(), SIGUSR1);  // to one's own process it can't fail
+            sleep_in_slices(end - monotonic_nanoseconds());
+            break;
+        }
     }
-    if (info.si_code == SI_TKILL && info.si_pid == getpid()) {
-        stop_handler(signal);
-    } else {
-        foreign_handler(signal, &info);
-    }
-    return true;
+    stop_point();
 }
 
 void wait_nanoseconds(long long nanoseconds) {
-    const long long end = monotonic_nanoseconds() + nanoseconds;
-    long long left = nanoseconds;
     if (stop_handler == nullptr) {
-        timespec rest = to_timespec(left);
-        while (nanosleep(&rest, &rest) != 0 && errno == EINTR) {
-        }
-        return;
-    }
-    while (left > 0 && wait_for_signal(left)) {
-        left = end - monotonic_nanoseconds();
+        sleep_plainly(nanoseconds);
+    } else {
+        wait_for_stop(nanoseconds);
     }
 }
 
 }  // namespace
 
-void enable_stop_points(void (*on_stop)(int), void (*on_foreign)(int, siginfo_t*)) {
+void enable_stop_points(void (*on_stop)(int)) {
     stop_handler = on_stop;
-    foreign_handler = on_foreign;
+}
+
+int request_stop(pthread_t thread) {
+    const MutexLock lock(request_mutex);
+    requested.store(true);
+    const int result = pthread_kill(thread, SIGUSR1);
+    if (result != 0) {
+        requested.store(false);
+    }
+    return result;
+}
+
+void clear_stop_request() {
+    const MutexLock lock(request_mutex);
+    requested.store(false);
 }
 
 void stop_point() {
-    if (stop_handler != nullptr) {
-        while (wait_for_signal(0)) {
-        }
+    if (stop_handler != nullptr && stop_is_requested()) {
+        stop_handler(SIGUSR1);
     }
 }
 
 void wait_seconds(long seconds) {
     if (seconds > 0) {
-        wait_nanoseconds(seconds * 1000000000LL);
+        wait_nanoseconds(seconds * nanoseconds_per_second);
     }
 }
 

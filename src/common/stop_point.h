@@ -3,17 +3,22 @@
 // and leaves nothing locked. On any other thread a stop point does nothing and a wait only waits.
 #pragma once
 
-#include <signal.h>
+#include <pthread.h>
 
 namespace oxr {
 
 // Makes the calling thread one that stops at stop points. SIGUSR1 must be blocked in it. `on_stop` is called
-// there, as an ordinary function, with the signal's number when the signal was sent to this very thread (by
-// pthread_kill); it does not return. A SIGUSR1 sent to the process is given to `on_foreign` and the thread
-// goes on.
-void enable_stop_points(void (*on_stop)(int signal), void (*on_foreign)(int signal, siginfo_t* info));
+// there, as an ordinary function, with the signal's number; it does not return.
+void enable_stop_points(void (*on_stop)(int signal));
 
-// A look at the signal, without waiting.
+// Asks a thread with stop points to stop and sends it SIGUSR1. Result of pthread_kill; when it fails the
+// request is withdrawn. One request at a time.
+int request_stop(pthread_t thread);
+
+// Withdraws a request that was carried out, before another thread with stop points is created.
+void clear_stop_request();
+
+// A look whether a stop is asked for, without waiting.
 void stop_point();
 
 // Waits in one piece; on the worker the whole wait is a stop point. 0 or less: returns at once.

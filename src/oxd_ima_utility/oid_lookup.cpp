@@ -67,6 +67,15 @@ const IMA_OID* find_target(const ImaList& targets, const char* target_name) {
     return nullptr;
 }
 
+// A name that would have to be cut could be another one's.
+template <std::size_t N>
+void copy_whole(char (&field)[N], const char* name) {
+    const std::string_view text = oxr::field_view(name, N);
+    if (text.size() < N) {
+        oxr::copy_text(field, text);
+    }
+}
+
 // The session of the target with this ISID. Logs for `operation`.
 bool find_session(const char* operation, const IMA_OID& target, const char* isid, IMA_OID& oid) {
     ImaList sessions(operation);
@@ -96,13 +105,38 @@ bool find_session(const char* operation, const IMA_OID& target, const char* isid
     return false;
 }
 
+// The answer of IMA. Its lists are released before it is kept.
+bool look_up(const char* operation, const IscsiOidQuery& query, IMA_OID& oid) {
+    IMA_OID lhba{};
+    if (iscsi_get_hba_oids(query.adapter_name, &lhba, nullptr) != 0) {
+        OXR_ERROR_IN(operation, "Could not obtain logical and physical hba oid list for the args specified.");
+        return false;
+    }
+    ImaList targets(operation);
+    if (const IMA_STATUS status = IMA_GetTargetOidList(lhba, targets.out()); status != IMA_STATUS_SUCCESS) {
+        OXR_ERROR_IN(operation, "Could not obtain target list");
+        do_print_ima_error_msg(status, __LINE__, operation, OXR_MODULE);
+        return false;
+    }
+    const IMA_OID* const target = find_target(targets, query.target_name);
+    if (target == nullptr) {
+        OXR_ERROR_IN(operation, "No Matching Target Found");
+        return false;
+    }
+    if (query.isid[0] == '\0') {
+        oid = *target;
+        return true;
+    }
+    return find_session(operation, *target, query.isid, oid);
+}
+
 }  // namespace
 
 void make_oid_query(IscsiOidQuery& query, const char* adapter_name, const char* target_name, const char* isid) {
     query = {};
-    oxr::copy_text(query.adapter_name, oxr::field_view(adapter_name, sizeof query.adapter_name));
+    copy_whole(query.adapter_name, adapter_name);
     query.port = ISCSI_PORT;
-    oxr::copy_text(query.target_name, oxr::field_view(target_name, sizeof query.target_name));
+    copy_whole(query.target_name, target_name);
     if (isid != nullptr) {
         oxr::copy_text(query.isid, oxr::field_view(isid, sizeof query.isid));
     }
@@ -125,25 +159,7 @@ int iscsi_get_oids(const IscsiOidQuery& query, IMA_OID& oid, int bypass_cache) {
                   query.adapter_name, query.target_name, query.isid);
         return 0;
     }
-    IMA_OID lhba{};
-    if (iscsi_get_hba_oids(query.adapter_name, &lhba, nullptr) != 0) {
-        OXR_ERROR("Could not obtain logical and physical hba oid list for the args specified.");
-        return -1;
-    }
-    ImaList targets(__func__);
-    if (const IMA_STATUS status = IMA_GetTargetOidList(lhba, targets.out()); status != IMA_STATUS_SUCCESS) {
-        OXR_ERROR("Could not obtain target list");
-        OXR_IMA_ERROR(status);
-        return -1;
-    }
-    const IMA_OID* const target = find_target(targets, query.target_name);
-    if (target == nullptr) {
-        OXR_ERROR("No Matching Target Found");
-        return -1;
-    }
-    if (query.isid[0] == '\0') {
-        oid = *target;
-    } else if (!find_session(__func__, *target, query.isid, oid)) {
+    if (!look_up(__func__, query, oid)) {
         return -1;
     }
     if (bypass_cache == 0) {

@@ -1,0 +1,93 @@
+// CIM values, object paths and instances as plain data: what the broker's objects hold and what CIM-XML is
+// read into and written from. Types are CMPI's; CMPI_chars never occurs here, a text is a CMPI_string.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "cmpi/cmpi.h"
+
+namespace cimserver {
+
+struct ObjectPath;
+struct Instance;
+struct Value;
+
+using ValueList = std::vector<Value>;
+
+struct Value {
+    CMPIType type = CMPI_null;  // with CMPI_ARRAY for a list; a null value may have a type
+    std::variant<std::monostate, bool, std::uint64_t, std::int64_t, double, std::string,
+                 std::shared_ptr<const ObjectPath>, std::shared_ptr<const Instance>, ValueList>
+        data;
+
+    bool is_null() const { return std::holds_alternative<std::monostate>(data); }
+    bool is_array() const { return (type & CMPI_ARRAY) != 0; }
+};
+
+struct Named {
+    std::string name;
+    Value value;
+};
+using NamedList = std::vector<Named>;
+
+struct ObjectPath {
+    std::string host;
+    std::string name_space;
+    std::string class_name;
+    NamedList keys;
+};
+
+// Names of properties, without a value: all of them.
+using PropertyList = std::optional<std::vector<std::string>>;
+
+struct Instance {
+    ObjectPath path;
+    NamedList properties;
+    PropertyList filter;
+};
+
+// --- making values ----------------------------------------------------------------------------------------
+
+Value text_value(std::string_view text);
+Value uint32_value(std::uint32_t number);
+Value path_value(ObjectPath path);
+Value instance_value(const Instance& instance);
+Value text_list(const std::vector<std::string>& texts);
+Value null_value(CMPIType type);
+
+// --- names ------------------------------------------------------------------------------------------------
+// CIM names are compared without regard to case, ASCII only.
+
+bool same_name(std::string_view a, std::string_view b);
+std::string lower_case(std::string_view name);
+bool contains_name(const std::vector<std::string>& names, std::string_view name);
+
+const Value* find(const NamedList& list, std::string_view name);
+
+// Replaces the value of that name, which keeps its first spelling, or adds it.
+void set(NamedList& list, std::string_view name, Value value);
+
+// --- types ------------------------------------------------------------------------------------------------
+
+bool is_unsigned(CMPIType type);  // of a single value
+bool is_signed(CMPIType type);
+
+// "uint32" for CMPI_uint32 and its array; empty for a type that CIM doesn't name so.
+std::string_view type_name(CMPIType type);
+
+// The type of that name, CMPI_null when there is none.
+CMPIType type_of(std::string_view name);
+
+// The value of a single type that a text stands for, as in CIM-XML and MOF. Without one when it stands for none.
+std::optional<Value> parse_value(CMPIType type, std::string_view text);
+
+// The text of a single value that isn't null, a reference or an instance.
+std::string value_text(const Value& value);
+
+}  // namespace cimserver

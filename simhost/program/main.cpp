@@ -1,0 +1,179 @@
+// ostrel-simhost: shows what the connection manager does on a host that is described as text.
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "duration.h"
+#include "runner.h"
+#include "scenario.h"
+
+namespace {
+
+constexpr std::uintmax_t LARGEST_SCENARIO_BYTES = 4U << 20;
+
+constexpr char DESCRIPTION[] =
+    "Simulates a host with iSCSI adapters, NICs, array groups and volumes, runs the Ostrel connection manager\n"
+    "on it and shows, pass by pass, what it does there.";
+
+constexpr char EXAMPLES[] = R"(
+SCENARIO is a file in TOML, or the name of a shipped one: demo (the default), full, paths-limit, upgrade,
+hazards/NAME. README.md beside the shipped ones lists all keys and events.
+
+Examples:
+  ostrel-simhost                         a host, a few events, the whole story
+  ostrel-simhost full                    256 volumes that want more than the host allows
+  ostrel-simhost my-site.toml --for 4h   four hours of a site of your own
+  ostrel-simhost demo --speed 60         a minute of the host in a second; --speed real: as slow as life
+  ostrel-simhost demo --json | jq 'select(.type == "verdict")'
+
+The table, one line per volume or group-scoped target (alike ones share a line):
+  mode                    discovery mode of the array group; * while a switch is under way
+  NICs                    host addresses that carry paths, of those that are up
+  arrays                  member arrays that are up, of all
+  need                    sessions required by the configuration in force
+  dyn, sta, pend          sessions: dynamic, static, still logging in
+  paths, dead             paths, active and dead
+  sessions per address    one column per NIC; x: the NIC is lost; .: not an adapter of this target
+
+Exit code: 0 the run is complete; 1 an invariant of the host was broken or the connection manager came to a
+halt; 2 the scenario or the command line has a mistake; 3 the connection manager could not be loaded.
+A folder that stands for the host's root is kept and named at the end: look there for its log and
+configuration.)";
+
+std::filesystem::path own_folder() {
+    std::error_code ignored;
+    return std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
+}
+
+// The scenario as given, or of that name among the shipped ones; empty when there is none.
+std::filesystem::path find_scenario(const std::string& name) {
+    std::vector<std::filesystem::path> candidates = {name};
+    for (const auto& folder :
+         {own_folder() / "../share/ostrel/scenarios", std::filesystem::path(OXR_SCENARIOS_FOLDER)}) {
+        candidates.push_back(folder / (name + ".toml"));
+        candidates.push_back(folder / name);
+    }
+    for (const auto& candidate : candidates) {
+        std::error_code ignored;
+        if (std::filesystem::is_regular_file(candidate, ignored)) {
+            return candidate.lexically_normal();
+        }
+    }
+    return {};
+}
+
+bool read_text(const std::filesystem::path& file, std::string& text, std::string& error) {
+    std::error_code code;
+    if (const auto size = std::filesystem::file_size(file, code); !code && size > LARGEST_SCENARIO_BYTES) {
+        error = fmt::format("larger than {} MiB", LARGEST_SCENARIO_BYTES >> 20);
+        return false;
+    }
+    std::ifstream stream(file, std::ios::binary);
+    std::ostringstream all;
+    all << stream.rdbuf();
+    if (!stream || !all) {
+        // An empty file sets the fail bit of `all` and is no error.
+        if (!stream.is_open()) {
+            error = "it can't be read";
+            return false;
+        }
+    }
+    text = all.str();
+    return true;
+}
+
+bool read_speed(const std::string& word, program::RunOptions& options) {
+    if (word == "instant") {
+        options.clock = simhost::ClockMode::instant;
+        return true;
+    }
+    if (word == "real") {
+        options.clock = simhost::ClockMode::real;
+        return true;
+    }
+    constexpr double fastest = 100000;
+    double factor = 0;
+    char rest = 0;
+    if (std::sscanf(word.c_str(), "%lf%c", &factor, &rest) != 1 || !(factor > 0) || factor > fastest) {
+        return false;
+    }
+    options.clock = factor == 1 ? simhost::ClockMode::real : simhost::ClockMode::scaled;
+    options.factor = factor;
+    return true;
+}
+
+int refuse(const std::string& what) {
+    fmt::print(stderr, "ostrel-simhost: {}\n", what);
+    return program::EXIT_BAD_INPUT;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::string scenario_name = "demo";
+    std::string for_text;
+    std::string speed = "instant";
+    bool check_only = false;
+    program::RunOptions options;
+
+    CLI::App app(DESCRIPTION, "ostrel-simhost");
+    app.footer(EXAMPLES);
+    app.add_option("SCENARIO", scenario_name, "Scenario file or the name of a shipped one [demo]");
+    app.add_option("--for", for_text, "Simulated time to run, such as 90s, 45m, 2h30m [the scenario's own]")
+        ->type_name("DURATION");
+    app.add_option("--speed", speed, "Simulated seconds per second: a number, real, or instant [instant]")
+        ->type_name("N|real|instant");
+    app.add_option("--root", options.root,
+                   "Folder that stands for the host's root [a new one under the temporary folder]")
+        ->type_name("DIR");
+    app.add_option("--log-level", options.log_level,
+                   "Lines of the connection manager's log to show: 0 errors and warnings, 1 information too, "
+                   "2 everything [0]")
+        ->type_name("0..2")
+        ->check(CLI::Range(0, 2).description(""));
+    app.add_option("--library", options.library,
+                   "Connection manager to load [libostrelprovider.so.1 beside this program]")
+        ->type_name("FILE");
+    app.add_flag("--json", options.json, "One JSON object per line: begin, events, passes, verdict");
+    app.add_flag("--check", check_only, "Only read the scenario and tell its mistakes");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : program::EXIT_BAD_INPUT;
+    }
+
+    if (!for_text.empty()) {
+        options.for_seconds = program::parse_duration(for_text);
+        if (!options.for_seconds || *options.for_seconds < 1) {
+            return refuse(fmt::format("--for: expected a time such as 90s, 45m or 2h30m, found \"{}\"", for_text));
+        }
+    }
+    if (!read_speed(speed, options)) {
+        return refuse(fmt::format("--speed: expected a number up to 100000, real or instant, found \"{}\"", speed));
+    }
+    const auto file = find_scenario(scenario_name);
+    if (file.empty()) {
+        return refuse(fmt::format("{}: expected a scenario file or the name of a shipped scenario", scenario_name));
+    }
+    std::string text;
+    std::string error;
+    if (!read_text(file, text, error)) {
+        return refuse(fmt::format("{}: {}", file.string(), error));
+    }
+    const program::ScenarioOrProblems result = program::read_scenario(text);
+    if (!result.problems.empty()) {
+        fmt::print(stderr, "{}", program::problems_text(result.problems, file.string()));
+        return program::EXIT_BAD_INPUT;
+    }
+    if (check_only) {
+        fmt::print("{}: fine\n", file.string());
+        return 0;
+    }
+    options.scenario_file = std::filesystem::exists(scenario_name) ? scenario_name : file.filename().string();
+    return program::run_scenario(result.scenario, options);
+}

@@ -1,0 +1,219 @@
+#include "runner.h"
+
+#include <fmt/format.h>
+#include <poll.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+
+#include "provider.h"
+#include "recorder.h"
+#include "site.h"
+#include "verdict.h"
+#include "view.h"
+
+namespace program {
+
+namespace {
+
+std::atomic<bool> interrupted{false};
+
+void on_interrupt(int) {
+    interrupted = true;
+}
+
+// Interrupts reach the thread that constructs this and no thread started while `blocked` stands: the
+// connection manager's threads must not be woken by them.
+class Interrupts {
+public:
+    Interrupts() {
+        struct sigaction action {};
+        action.sa_handler = on_interrupt;
+        sigaction(SIGINT, &action, nullptr);
+        sigaction(SIGTERM, &action, nullptr);
+        sigemptyset(&set_);
+        sigaddset(&set_, SIGINT);
+        sigaddset(&set_, SIGTERM);
+    }
+    void block() const { pthread_sigmask(SIG_BLOCK, &set_, nullptr); }
+    void unblock() const { pthread_sigmask(SIG_UNBLOCK, &set_, nullptr); }
+
+private:
+    sigset_t set_{};
+};
+
+// With log level 2 the file has to ask for it; else the scenario's own level stands.
+void ask_for_debug_log(Scenario& scenario) {
+    scenario.config_text = scenario.config_text ? with_config_value(*scenario.config_text, "log_level", "2")
+                                                : config_file_text({{"log_level", "2"}});
+}
+
+void show(View& view, Recorder& recorder, PassRecord& last_pass) {
+    for (RecordItem& item : recorder.take()) {
+        if (auto* happening = std::get_if<Happening>(&item)) {
+            view.happening(*happening);
+        } else {
+            last_pass = std::get<PassRecord>(std::move(item));
+            view.pass(last_pass);
+        }
+    }
+}
+
+// Lets the connection manager work until the clock shows `end`. False: it made no progress for a minute.
+bool wait_for_end(simhost::Host& host, const RunOptions& options, double end, View& view, Recorder& recorder,
+                  PassRecord& last_pass) {
+    using Clock = std::chrono::steady_clock;
+    constexpr auto patience = std::chrono::seconds(60);
+    constexpr double instant_wait_seconds = 0.1;
+    constexpr int real_wait_milliseconds = 50;
+    double last_now = host.now();
+    std::uint64_t last_sleeps = host.sleeps();
+    auto progress = Clock::now();
+    bool done = false;
+    while (!done && !interrupted) {
+        if (options.clock == simhost::ClockMode::instant) {
+            done = host.wait_for_horizon(instant_wait_seconds);
+            if (host.now() != last_now || host.sleeps() != last_sleeps) {
+                last_now = host.now();
+                last_sleeps = host.sleeps();
+                progress = Clock::now();
+            } else if (!done && Clock::now() - progress > patience) {
+                return false;
+            }
+        } else {
+            // Not a sleep: the host's clock would take it for one of the connection manager's.
+            (void)poll(nullptr, 0, real_wait_milliseconds);
+            done = host.now() >= end;
+        }
+        show(view, recorder, last_pass);
+    }
+    return true;
+}
+
+void add_leftovers(const simhost::Host& host, std::vector<std::string>& violations) {
+    const auto note = [&](std::uint64_t count, const char* what) {
+        if (count > 0) {
+            violations.push_back(fmt::format("after the end: {} {}", count, what));
+        }
+    };
+    note(host.lists_held(), "IMA lists not freed");
+    note(host.descriptors_held(), "descriptors not closed");
+}
+
+std::string speed_text(const RunOptions& options) {
+    switch (options.clock) {
+        case simhost::ClockMode::instant:
+            return "instant";
+        case simhost::ClockMode::real:
+            return "real";
+        case simhost::ClockMode::scaled:
+            break;
+    }
+    return fmt::format("{}-fold", options.factor);
+}
+
+double next_action_after(const Scenario& scenario, double time) {
+    for (const TimedAction& action : scenario.actions) {
+        if (action.at_seconds > time) {
+            return action.at_seconds;
+        }
+    }
+    return -1;
+}
+
+int run_on(simhost::Host& host, const Scenario& scenario, const RunOptions& options) {
+    const double end = options.for_seconds.value_or(scenario.run_for_seconds);
+    Site site(scenario);
+    site.build(host);
+    Recorder recorder(site, options.log_level);
+    recorder.watch(host);
+    site.schedule(host, [&](const TimedAction& action, const std::string& refusal) {
+        recorder.action_done(host, action, refusal);
+    });
+
+    const auto view = options.json
+                          ? make_json_view()
+                          : make_text_view(isatty(STDOUT_FILENO) == 1, options.clock != simhost::ClockMode::instant);
+    const ConfigValues config = config_in_force(host.read_file(CONFIG_FILE));
+    view->begin({options.scenario_file, scenario.title, host.root(), options.library, end, speed_text(options)},
+                site.rows(host, config), site.addresses(), host.totals(), site.paths(host));
+
+    const Interrupts interrupts;
+    interrupts.block();
+    Provider provider;
+    std::string error;
+    if (options.clock == simhost::ClockMode::instant) {
+        host.set_horizon(end);
+    }
+    if (!provider.load(options.library, error) || !provider.start(error)) {
+        fmt::print(stderr, "ostrel-simhost: the connection manager can't be loaded: {}\n", error);
+        return EXIT_NOT_RUN;
+    }
+    interrupts.unblock();
+
+    RunOutcome outcome;
+    PassRecord& last_pass = outcome.last_pass;
+    outcome.stalled = !wait_for_end(host, options, end, *view, recorder, last_pass);
+    outcome.ended_at = host.now();
+    outcome.totals = host.totals();
+    outcome.paths = site.paths(host);
+    outcome.rows = site.rows(host, last_pass.number > 0 ? last_pass.config : config);
+    outcome.addresses = site.addresses();
+    if (!outcome.stalled) {  // a worker that doesn't come to a stop point can't be waited for
+        provider.stop();
+    }
+    recorder.finish();
+    show(*view, recorder, last_pass);
+    outcome.interrupted = interrupted;
+    outcome.passes_after_last_action = recorder.passes_after_last_happening();
+    outcome.last_action_at = recorder.last_action_at();
+    outcome.next_action_at = next_action_after(scenario, outcome.ended_at);
+    outcome.most_sessions = recorder.most_sessions();
+    outcome.most_paths = recorder.most_paths();
+    outcome.violations = host.violations();
+    outcome.root = host.root();
+    outcome.let_pass = scenario.allowed_hazards;
+    if (!outcome.stalled) {
+        add_leftovers(host, outcome.violations);
+    }
+    const Verdict verdict = judge(outcome);
+    view->end(outcome, verdict);
+    if (outcome.stalled) {
+        std::fflush(nullptr);
+        _exit(verdict.exit_code);
+    }
+    return verdict.exit_code;
+}
+
+}  // namespace
+
+int run_scenario(const Scenario& given, const RunOptions& options) {
+    Scenario scenario = given;
+    if (options.log_level == 2) {
+        ask_for_debug_log(scenario);
+    }
+    simhost::HostOptions host_options;
+    host_options.root = options.root;
+    host_options.clock = options.clock;
+    host_options.factor = options.factor;
+    host_options.start_time = scenario.start_time;
+    host_options.login_seconds = scenario.login_seconds;
+    host_options.claim_seconds = scenario.claim_seconds;
+    host_options.discovery_seconds = scenario.discovery_seconds;
+    host_options.remove_root = false;
+    try {
+        simhost::Host host(host_options);
+        return run_on(host, scenario, options);
+    } catch (const std::exception& exception) {
+        fmt::print(stderr, "ostrel-simhost: {}: the host refuses the scenario: {}\n", options.scenario_file,
+                   exception.what());
+        return EXIT_BAD_INPUT;
+    }
+}
+
+}  // namespace program

@@ -1,0 +1,28 @@
+// One run of a scenario: host, connection manager, clock, views, verdict.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "scenario.h"
+#include "simhost/host.h"
+
+namespace program {
+
+struct RunOptions {
+    std::string scenario_file;          // as named in the output
+    std::optional<double> for_seconds;  // instead of the scenario's own time
+    simhost::ClockMode clock = simhost::ClockMode::instant;
+    double factor = 1;    // of a scaled clock
+    std::string root;     // empty: a new folder under the temporary one
+    std::string library;  // empty: by the loader's rules
+    int log_level = 0;
+    bool json = false;
+};
+
+enum ExitCode { EXIT_FINE = 0, EXIT_BROKEN = 1, EXIT_BAD_INPUT = 2, EXIT_NOT_RUN = 3 };
+
+// Returns the program's exit code. SIGINT and SIGTERM end the run early and in order.
+int run_scenario(const Scenario& scenario, const RunOptions& options);
+
+}  // namespace program

@@ -1,0 +1,60 @@
+// Inside the scenario reader: the parts that stand both in the description of the site and in its events.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "names.h"
+#include "scenario.h"
+
+namespace program {
+
+// [[volumes]], also as an event: one entry per volume; their names are thereby taken.
+std::vector<VolumeEntry> read_volumes(Problems& problems, Names& names, const Value& table, const std::string& path);
+
+// { name, data_ips }: an array of `group`.
+simhost::ArraySpec read_array(Problems& problems, Names& names, const Value& table, const std::string& path,
+                              const std::string& group);
+
+// [[session]], also as an event.
+SessionEntry read_session(Problems& problems, Names& names, const Value& table, const std::string& path);
+
+// Keys of [config] and write_config with their values as text.
+ConfigChanges read_config_changes(Problems& problems, const Value& table, const std::string& path);
+
+// Complains about a logs path in the text of a configuration file that isn't one of the simulated host.
+void check_logs_paths(Fields& fields, std::string_view key, std::string_view text);
+
+// The mode word of a group.
+simhost::GroupMode read_mode(Fields& fields, std::string_view key);
+
+std::optional<std::uint32_t> read_session_state(Fields& fields, std::string_view key);
+std::string_view session_state_word(std::uint32_t state);
+
+// [[event]]
+class EventReader {
+public:
+    EventReader(Problems& problems, Names& names) : problems_(problems), names_(names) {}
+
+    // Reads what events bring in (arrays, volumes), so that any event may name them wherever it is written.
+    void collect(const std::vector<const Value*>& events);
+    // One event; call after collect().
+    std::optional<TimedAction> read(const Value& table);
+
+private:
+    std::optional<Action> read_action(Fields& fields);
+    std::optional<Action> read_network_action(Fields& fields);
+    std::optional<Action> read_session_action(Fields& fields);
+    std::optional<Action> read_volume_action(Fields& fields);
+    std::optional<Action> read_config_action(Fields& fields);
+    std::optional<Action> read_fault_action(Fields& fields);
+
+    Problems& problems_;
+    Names& names_;
+    std::map<const Value*, AddArray> added_arrays_;
+    std::map<const Value*, AddVolumes> added_volumes_;
+};
+
+}  // namespace program

@@ -1,0 +1,110 @@
+#include "table.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "verdict.h"
+
+namespace program {
+
+namespace {
+
+constexpr std::size_t NAME_WIDTH = 34;  // a longer name moves its own line only
+constexpr std::string_view HEAD = "mode     NICs arrays  need   dyn  sta pend   paths  dead  sessions per address";
+
+std::string of_total(int value, int total) {
+    return value == total ? fmt::format("{}", value) : fmt::format("{}/{}", value, total);
+}
+
+std::string address_cells(const TargetRow& row, const std::vector<Address>& addresses) {
+    std::string text;
+    for (std::size_t i = 0; i < row.per_address.size() && i < addresses.size(); ++i) {
+        const int count = row.per_address[i];
+        text += count < 0 ? "  ." : count == 0 && !addresses[i].up ? "  x" : fmt::format(" {:2}", count);
+    }
+    return text;
+}
+
+std::string line_of(const TargetRow& row, const std::string& name, const std::vector<Address>& addresses,
+                    const Pen& pen) {
+    const bool balanced = !row.static_mode && row.supported;
+    const std::string mode = row.static_mode ? "static" : row.supported ? "dynamic" : "unsupp.";
+    const std::string need = balanced ? fmt::format("{:5}", row.required) : fmt::format("{:>5}", "-");
+    const Ink sessions_ink = !balanced ? Ink::plain : row.dynamic_sessions == row.required ? Ink::good : Ink::poor;
+    const Ink paths_ink = !balanced || row.group_scoped      ? Ink::plain
+                          : row.active_paths == row.required ? Ink::good
+                                                             : Ink::poor;
+    return fmt::format(
+        "  {:<{}}  {:<7}{} {:>4} {:>6} {} {} {} {} {} {} {}", name, NAME_WIDTH, mode, row.mode_changed ? "*" : " ",
+        of_total(row.nics, std::max(row.nics, row.nics_up)), of_total(row.arrays, row.total_arrays), need,
+        pen(sessions_ink, fmt::format("{:5}", row.dynamic_sessions)), fmt::format("{:4}", row.static_sessions),
+        pen(row.pending_sessions > 0 ? Ink::poor : Ink::plain, fmt::format("{:4}", row.pending_sessions)),
+        pen(paths_ink, fmt::format("{:7}", row.active_paths)),
+        pen(row.dead_paths > 0 ? Ink::bad : Ink::plain, fmt::format("{:5}", row.dead_paths)),
+        address_cells(row, addresses));
+}
+
+struct Line {
+    const TargetRow* row;
+    std::vector<std::string> names;
+};
+
+}  // namespace
+
+std::string Pen::operator()(Ink ink, std::string_view text) const {
+    if (!colours_ || ink == Ink::plain) {
+        return std::string(text);
+    }
+    const std::string_view code = ink == Ink::head    ? "1"
+                                  : ink == Ink::good  ? "32"
+                                  : ink == Ink::poor  ? "33"
+                                  : ink == Ink::event ? "36"
+                                                      : "1;31";
+    return fmt::format("\x1b[{}m{}\x1b[0m", code, text);
+}
+
+std::vector<std::string> table_lines(const std::vector<TargetRow>& rows, const std::vector<Address>& addresses,
+                                     const Pen& pen, std::size_t most) {
+    std::vector<Line> grouped;
+    for (const TargetRow& row : rows) {
+        const auto same =
+            std::find_if(grouped.begin(), grouped.end(), [&](const Line& line) { return line.row->same_state(row); });
+        if (same == grouped.end()) {
+            grouped.push_back({&row, {row.name}});
+        } else {
+            same->names.push_back(row.name);
+        }
+    }
+    std::vector<std::string> lines;
+    lines.push_back(pen(Ink::head, fmt::format("  {:<{}}  {}", "target", NAME_WIDTH, HEAD)));
+    for (std::size_t i = 0; i < grouped.size() && i < most; ++i) {
+        const TargetRow& row = *grouped[i].row;
+        std::string name = name_list(grouped[i].names, 2);
+        if (name.size() > NAME_WIDTH) {
+            name = name_list(grouped[i].names, 1);
+        }
+        if (row.group_scoped) {
+            name += fmt::format(" [{} volume{}]", row.devices, row.devices == 1 ? "" : "s");
+        }
+        lines.push_back(line_of(row, name, addresses, pen));
+    }
+    if (grouped.size() > most) {
+        lines.push_back(fmt::format("  ... and {} lines more", grouped.size() - most));
+    }
+    return lines;
+}
+
+std::vector<std::string> address_legend(const std::vector<Address>& addresses) {
+    std::vector<std::string> lines;
+    for (std::size_t i = 0; i < addresses.size(); ++i) {
+        const bool same_adapter = i > 0 && addresses[i].adapter == addresses[i - 1].adapter;
+        if (!same_adapter) {
+            lines.push_back(fmt::format("{}:", addresses[i].adapter));
+        }
+        lines.back() += fmt::format(" {} = {}", i + 1, addresses[i].ip);
+    }
+    return lines;
+}
+
+}  // namespace program

@@ -1,0 +1,257 @@
+#include "verdict.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "duration.h"
+
+namespace program {
+
+namespace {
+
+bool is_balanced_kind(const TargetRow& row) {
+    return !row.static_mode && row.supported;
+}
+
+// A group-scoped target is balanced by its sessions alone; of its paths only those to the arrays that serve it
+// actively are active.
+bool is_satisfied(const TargetRow& row) {
+    return row.dynamic_sessions == row.required && row.static_sessions == 0 &&
+           (row.group_scoped || row.active_paths == row.required);
+}
+
+bool waits_for_a_pass(const RunOutcome& outcome) {
+    return outcome.last_action_at >= 0 && outcome.passes_after_last_action == 0;
+}
+
+// Why a target has not what it needs. The limits of the whole host come first.
+std::string cause_of(const TargetRow& row, const RunOutcome& outcome) {
+    if (outcome.last_pass.config.worker_stop != 0) {
+        return "worker_stop is set, passes are skipped";
+    }
+    if (outcome.paths >= MOST_HOST_PATHS) {
+        return fmt::format("{}-path limit, nothing is balanced", MOST_HOST_PATHS);
+    }
+    if (row.nics == 0) {
+        return "no NIC is counted, the target has no path";
+    }
+    if (row.pending_sessions + row.broken_sessions > 0) {
+        return "sessions are not logged in (logins pending or failing)";
+    }
+    if (row.bare_adapters > 0) {
+        return "the session inventory fails, one of the target's adapters has no session of it";
+    }
+    if (row.dynamic_sessions == 0) {
+        return "no dynamic session is there to be duplicated";
+    }
+    if (row.mode_changed || row.static_sessions > 0) {
+        return "the switch of the group's mode is not complete, static sessions remain";
+    }
+    if (std::any_of(outcome.rows.begin(), outcome.rows.end(),
+                    [&](const TargetRow& other) { return other.iqn == row.iqn && other.required != row.required; })) {
+        return "another volume on the same target wants another number of sessions";
+    }
+    if (row.dynamic_sessions < row.required && outcome.totals.sessions >= MOST_HOST_SESSIONS) {
+        return fmt::format("ceiling reached, {} sessions on the host", outcome.totals.sessions);
+    }
+    if (waits_for_a_pass(outcome)) {
+        return "no pass has looked at them since the event";
+    }
+    if (row.dynamic_sessions > row.required && row.group_scoped) {
+        return "sessions that carry active paths are not removed";
+    }
+    if (row.dynamic_sessions == row.required) {
+        return "sessions and paths differ, not all paths are claimed";
+    }
+    if (!row.group_scoped && row.active_paths == row.required) {
+        return "the number of paths is right, so the sessions are not looked at";
+    }
+    return "sessions are missing or too many";
+}
+
+bool is_ceiling(const std::string& cause) {
+    return cause.starts_with("ceiling reached");
+}
+
+void add_pass_reasons(const RunOutcome& outcome, Verdict& verdict) {
+    const PassRecord& pass = outcome.last_pass;
+    if (outcome.stalled) {
+        verdict.reasons.push_back("the connection manager made no progress for a minute of real time");
+    }
+    if (outcome.interrupted) {
+        verdict.reasons.push_back(fmt::format("the run was interrupted at {}", clock_text(outcome.ended_at)));
+    }
+    if (pass.number == 0) {
+        verdict.reasons.push_back("no pass was completed");
+        return;
+    }
+    if (outcome.next_action_at >= 0) {
+        verdict.reasons.push_back(fmt::format("the run ended before the event at {}, run it longer (--for)",
+                                              clock_text(outcome.next_action_at)));
+    }
+    if (waits_for_a_pass(outcome)) {
+        verdict.reasons.push_back(
+            fmt::format("no pass came after the event at {}, the interval of {} is too long for the run (--for)",
+                        clock_text(outcome.last_action_at), duration_text(pass.config.interval)));
+    }
+    if (pass.added + pass.removed + pass.static_targets_removed > 0 || !pass.rediscovered.empty()) {
+        verdict.reasons.push_back(fmt::format("the last pass still changed something ({} added, {} removed)",
+                                              pass.added, pass.removed + pass.static_targets_removed));
+    }
+}
+
+void add_target_reasons(const RunOutcome& outcome, Verdict& verdict) {
+    std::vector<std::pair<std::string, std::vector<const TargetRow*>>> causes;
+    for (const TargetRow& row : outcome.rows) {
+        if (!is_balanced_kind(row) || is_satisfied(row)) {
+            continue;
+        }
+        const std::string cause = cause_of(row, outcome);
+        auto place = std::find_if(causes.begin(), causes.end(), [&](const auto& c) { return c.first == cause; });
+        if (place == causes.end()) {
+            place = causes.insert(causes.end(), {cause, {}});
+        }
+        place->second.push_back(&row);
+    }
+    for (const auto& [cause, rows] : causes) {
+        std::vector<std::string> names;
+        int lacking = 0;
+        int too_many = 0;
+        for (const TargetRow* row : rows) {
+            names.push_back(row->name);
+            lacking += std::max(0, row->required - row->dynamic_sessions);
+            too_many += std::max(0, row->dynamic_sessions - row->required);
+        }
+        std::string text = fmt::format("{}: {}", cause, name_list(names));
+        if (lacking > 0) {
+            text += fmt::format(", {} session{} short", lacking, lacking == 1 ? "" : "s");
+        }
+        if (too_many > 0) {
+            text += fmt::format(", {} session{} too many", too_many, too_many == 1 ? "" : "s");
+        }
+        verdict.reasons.push_back(std::move(text));
+    }
+}
+
+void add_notes(const RunOutcome& outcome, Verdict& verdict) {
+    const auto names_of = [&](auto&& wanted) {
+        std::vector<std::string> names;
+        for (const TargetRow& row : outcome.rows) {
+            if (wanted(row)) {
+                names.push_back(row.name);
+            }
+        }
+        return names;
+    };
+    const auto note = [&](std::string_view what, const std::vector<std::string>& names) {
+        if (!names.empty()) {
+            verdict.notes.push_back(fmt::format("{}: {}", what, name_list(names)));
+        }
+    };
+    note("static mode, not balanced", names_of([](const TargetRow& row) { return row.static_mode; }));
+    note("unsupported array, not balanced",
+         names_of([](const TargetRow& row) { return !row.static_mode && !row.supported; }));
+    note("NICs are up that carry no path, they are not counted", names_of([&](const TargetRow& row) {
+             return is_balanced_kind(row) && outcome.last_pass.config.vmknic_count == 0 && row.nics < row.nics_up;
+         }));
+    note("dead paths remain", names_of([](const TargetRow& row) { return row.dead_paths > 0; }));
+    if (outcome.last_pass.config.worker_stop != 0) {
+        verdict.notes.push_back("worker_stop is set");
+    }
+}
+
+// The largest difference, over a target's addresses that are up, between the numbers of its sessions.
+void find_worst_spread(const RunOutcome& outcome, Verdict& verdict) {
+    for (const TargetRow& row : outcome.rows) {
+        int least = MOST_HOST_SESSIONS;
+        int most = 0;
+        for (std::size_t i = 0; i < row.per_address.size() && i < outcome.addresses.size(); ++i) {
+            if (row.per_address[i] >= 0 && outcome.addresses[i].up) {
+                least = std::min(least, row.per_address[i]);
+                most = std::max(most, row.per_address[i]);
+            }
+        }
+        if (is_balanced_kind(row) && most > 0 &&
+            (verdict.worst_spread_target.empty() || most - least > verdict.worst_spread)) {
+            verdict.worst_spread = most - least;
+            verdict.worst_spread_target = row.name;
+        }
+    }
+}
+
+// A name split before its number: "db-", 12, width 2.
+struct Numbered {
+    std::string stem;
+    long number = -1;
+    std::size_t width = 0;
+};
+
+Numbered numbered(const std::string& name) {
+    constexpr std::size_t most_digits = 9;
+    std::size_t digits = 0;
+    while (digits < name.size() && digits < most_digits && name[name.size() - 1 - digits] >= '0' &&
+           name[name.size() - 1 - digits] <= '9') {
+        ++digits;
+    }
+    if (digits == 0) {
+        return {name};
+    }
+    return {name.substr(0, name.size() - digits), std::stol(name.substr(name.size() - digits)), digits};
+}
+
+}  // namespace
+
+std::string name_list(const std::vector<std::string>& names, std::size_t most) {
+    std::string text;
+    std::size_t pieces = 0;
+    for (std::size_t i = 0; i < names.size();) {
+        std::size_t end = i + 1;
+        Numbered last = numbered(names[i]);
+        while (end < names.size() && last.number >= 0) {
+            const Numbered next = numbered(names[end]);
+            if (next.stem != last.stem || next.width != last.width || next.number != last.number + 1) {
+                break;
+            }
+            last = next;
+            ++end;
+        }
+        if (++pieces > most) {
+            return fmt::format("{}, ... ({} in all)", text, names.size());
+        }
+        text += text.empty() ? "" : ", ";
+        text += end - i > 1 ? fmt::format("{}..{}", names[i], names[end - 1]) : names[i];
+        i = end;
+    }
+    return names.size() > pieces ? fmt::format("{} ({})", text, names.size()) : text;
+}
+
+Verdict judge(const RunOutcome& outcome) {
+    Verdict verdict;
+    add_pass_reasons(outcome, verdict);
+    const bool passes_quiet = verdict.reasons.empty();
+    if (outcome.last_pass.number > 0) {
+        add_target_reasons(outcome, verdict);
+    }
+    add_notes(outcome, verdict);
+    find_worst_spread(outcome, verdict);
+
+    const bool only_ceiling = std::all_of(verdict.reasons.begin(), verdict.reasons.end(), is_ceiling);
+    verdict.settled = passes_quiet && only_ceiling;
+    verdict.headline = !verdict.settled          ? "not settled"
+                       : verdict.reasons.empty() ? "settled"
+                                                 : "settled, ceiling reached";
+    if (!verdict.settled && !outcome.last_pass.log.empty()) {
+        int shown = 0;
+        for (const LogLine& line : outcome.last_pass.log) {
+            if (line.level == "ERROR" && ++shown <= 3) {
+                verdict.reasons.push_back(fmt::format("error in the last pass: {}", line.text));
+            }
+        }
+    }
+    verdict.exit_code = !outcome.violations.empty() || outcome.stalled ? 1 : 0;
+    return verdict;
+}
+
+}  // namespace program

@@ -1,0 +1,45 @@
+// The judgement at the end of a run.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "record.h"
+
+namespace program {
+
+struct RunOutcome {
+    PassRecord last_pass;         // number 0: no pass was completed
+    std::vector<TargetRow> rows;  // as the host stands at the end
+    std::vector<Address> addresses;
+    simhost::Totals totals;
+    int paths = 0;  // all of them, standby ones too
+    double ended_at = 0;
+    int passes_after_last_action = 0;
+    double last_action_at = -1;  // < 0: there was none
+    double next_action_at = -1;  // of an action that the run was too short for; < 0: there is none
+    int most_sessions = 0;
+    int most_paths = 0;
+    std::vector<std::string> violations;  // broken invariants, leftovers after the end among them
+    std::vector<std::string> let_pass;    // hazards whose broken invariants are let pass
+    bool interrupted = false;
+    bool stalled = false;  // the connection manager made no progress for a real minute
+    std::string root;
+};
+
+struct Verdict {
+    bool settled = false;
+    std::string headline;              // "settled", "settled, ceiling reached", "not settled"
+    std::vector<std::string> reasons;  // one line per cause; why it isn't settled or what holds it back
+    std::vector<std::string> notes;    // what else is worth knowing, such as targets that are not balanced
+    int worst_spread = 0;
+    std::string worst_spread_target;  // empty: no target is balanced
+    int exit_code = 0;                // 1: an invariant was broken or the connection manager stalled
+};
+
+Verdict judge(const RunOutcome& outcome);
+
+// "db-01..db-12, db-14": names in order, runs of numbers drawn together, at most `most` pieces.
+std::string name_list(const std::vector<std::string>& names, std::size_t most = 4);
+
+}  // namespace program

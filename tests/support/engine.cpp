@@ -1,0 +1,163 @@
+#include "support/engine.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "OstrelConnections/psp_client.h"
+#include "OstrelConnections/renewal_state.h"
+#include "OstrelProvider/config.h"
+#include "OstrelProvider/service.h"
+#include "OstrelProvider/worker.h"
+#include "common/text.h"
+#include "support/log_lines.h"
+
+namespace testing_support {
+
+using simhost::Event;
+using simhost::Host;
+
+Lines messages(const Host& host, std::string_view operation) {
+    Lines found;
+    for (const LogLine& line : parse_log(host.log())) {
+        if (line.operation == operation) {
+            found.push_back(line.level + " " + line.text);
+        }
+    }
+    return found;
+}
+
+void expect_nothing_held(const Host& host) {
+    EXPECT_EQ(host.lists_held(), 0U);
+    EXPECT_EQ(host.descriptors_held(), 0U);
+    EXPECT_EQ(host.violations(), Lines{});
+}
+
+TargetDtls make_record(std::string_view isid, std::string_view local_ip, std::string_view remote_ip,
+                       std::uint32_t state, std::uint32_t type, std::string_view adapter) {
+    TargetDtls record{};
+    oxr::copy_text(record.isid, isid);
+    oxr::copy_text(record.initial_remote_ip, type == SESSION_DYNAMIC ? "10.0.9.100" : remote_ip);
+    oxr::copy_text(record.current_remote_ip, remote_ip);
+    oxr::copy_text(record.current_local_ip, local_ip);
+    record.session_state = state;
+    record.session_type = type;
+    oxr::copy_text(record.vmhba_name, adapter);
+    return record;
+}
+
+IscsiProps make_props(std::string_view target_iqn, const std::vector<std::string>& adapters) {
+    IscsiProps props{};
+    oxr::copy_field(props.target_iqn, target_iqn);
+    for (const std::string& name : adapters) {
+        oxr::copy_field(props.vmhba_name_array[props.num_adapters++], name);
+    }
+    return props;
+}
+
+OxrLun read_lun(const std::string& target_iqn) {
+    OxrLun lun{};
+    EXPECT_EQ(getDeviceInfoByTargetIqn(lun, target_iqn.c_str()), 0);
+    return lun;
+}
+
+simhost::SessionView session_of(const std::string& iqn, const std::string& local_ip, const std::string& first_remote_ip,
+                                const std::string& current_remote_ip, std::uint32_t state) {
+    simhost::SessionView session;
+    session.target_iqn = iqn;
+    session.local_ip = local_ip;
+    session.first_remote_ip = first_remote_ip;
+    session.current_remote_ip = current_remote_ip;
+    session.state = state;
+    session.made_dynamic = first_remote_ip != current_remote_ip;
+    return session;
+}
+
+void record_requests(Host& host, Lines& into) {
+    host.observe([&into](const Event& event) {
+        switch (event.kind) {
+            case Event::Kind::adapter_rescanned:
+                into.push_back("rescan " + event.adapter);
+                break;
+            case Event::Kind::dead_paths_requested:
+                into.push_back("dead paths " + event.adapter);
+                break;
+            case Event::Kind::adapter_rediscovered:
+                into.push_back("rediscover " + event.adapter);
+                break;
+            case Event::Kind::session_added:
+                into.push_back("add " + event.target);
+                break;
+            case Event::Kind::session_removed:
+                into.push_back("remove " + event.target);
+                break;
+            default:
+                break;
+        }
+    });
+}
+
+simhost::Fault fault(const std::string& operation, std::uint64_t nth) {
+    simhost::Fault made;
+    made.operation = operation;
+    made.nth = nth;
+    return made;
+}
+
+simhost::Fault status_fault(const std::string& operation, std::uint32_t status, std::uint64_t nth) {
+    simhost::Fault made = fault(operation, nth);
+    made.status = status;
+    return made;
+}
+
+simhost::Fault errno_fault(const std::string& operation, int error, std::uint64_t nth) {
+    simhost::Fault made = fault(operation, nth);
+    made.error = error;
+    return made;
+}
+
+simhost::Fault lasting(simhost::Fault made) {
+    made.persistent = true;
+    return made;
+}
+
+Lines shared_mutexes_held() {
+    // The wrapper keeps the native mutex to itself, as its only member.
+    static_assert(sizeof(oxr::Mutex) == sizeof(pthread_mutex_t));
+    struct Named {
+        const char* name;
+        oxr::Mutex& mutex;
+    };
+    const Named all[] = {{"log_file_mutex", log_file_mutex},
+                         {"config_file_mutex", config_file_mutex},
+                         {"lock_file_mutex", lock_file_mutex},
+                         {"conn_renew_mutex", conn_renew_mutex},
+                         {"start_service_mutex", start_service_mutex}};
+    Lines held;
+    for (const Named& each : all) {
+        auto* const native = reinterpret_cast<pthread_mutex_t*>(&each.mutex);
+        if (pthread_mutex_trylock(native) != 0) {
+            held.emplace_back(each.name);
+        } else {
+            pthread_mutex_unlock(native);
+        }
+    }
+    return held;
+}
+
+long resident_kib() {
+    long pages = 0;
+    long resident = 0;
+    std::FILE* const file = std::fopen("/proc/self/statm", "r");
+    if (file == nullptr || std::fscanf(file, "%ld %ld", &pages, &resident) != 2) {
+        ADD_FAILURE() << "no /proc/self/statm";
+    }
+    if (file != nullptr) {
+        std::fclose(file);
+    }
+    return resident * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
+}  // namespace testing_support
