@@ -29,6 +29,7 @@ Examples:
   ostrel-simhost full                    256 volumes that want more than the host allows
   ostrel-simhost my-site.toml --for 4h   four hours of a site of your own
   ostrel-simhost demo --speed 60         a minute of the host in a second; --speed real: as slow as life
+  ostrel-simhost --speed 60 --cim        serves it to WBEM clients, and says what to type
   ostrel-simhost demo --json | jq 'select(.type == "verdict")'
 
 The table, one line per volume or group-scoped target (alike ones share a line):
@@ -117,7 +118,8 @@ int refuse(const std::string& what) {
 int main(int argc, char** argv) {
     std::string scenario_name = "demo";
     std::string for_text;
-    std::string speed = "instant";
+    std::string speed;
+    std::string cim_address;
     bool check_only = false;
     program::RunOptions options;
 
@@ -126,7 +128,8 @@ int main(int argc, char** argv) {
     app.add_option("SCENARIO", scenario_name, "Scenario file or the name of a shipped one [demo]");
     app.add_option("--for", for_text, "Simulated time to run, such as 90s, 45m, 2h30m [the scenario's own]")
         ->type_name("DURATION");
-    app.add_option("--speed", speed, "Simulated seconds per second: a number, real, or instant [instant]")
+    app.add_option("--speed", speed,
+                   "Simulated seconds per second: a number, real, or instant [instant; with --cim real]")
         ->type_name("N|real|instant");
     app.add_option("--root", options.root,
                    "Folder that stands for the host's root [a new one under the temporary folder]")
@@ -139,6 +142,11 @@ int main(int argc, char** argv) {
     app.add_option("--library", options.library,
                    "Connection manager to load [libostrelprovider.so.1 beside this program]")
         ->type_name("FILE");
+    auto* const cim = app.add_option("--cim", cim_address,
+                                     "Serve the connection manager over CIM, until interrupted or for the time of "
+                                     "--for [127.0.0.1:5988]")
+                          ->type_name("ADDRESS:PORT")
+                          ->expected(0, 1);
     app.add_flag("--json", options.json, "One JSON object per line: begin, events, passes, verdict");
     app.add_flag("--check", check_only, "Only read the scenario and tell its mistakes");
     try {
@@ -152,6 +160,15 @@ int main(int argc, char** argv) {
         if (!options.for_seconds || *options.for_seconds < 1) {
             return refuse(fmt::format("--for: expected a time such as 90s, 45m or 2h30m, found \"{}\"", for_text));
         }
+    }
+    if (cim->count() > 0) {
+        options.cim = cim_address;
+    }
+    if (speed.empty()) {
+        speed = options.cim ? "real" : "instant";
+    }
+    if (options.cim && speed == "instant") {
+        return refuse("--speed instant: a host that is served over CIM needs a clock that a client can keep up with");
     }
     if (!read_speed(speed, options)) {
         return refuse(fmt::format("--speed: expected a number up to 100000, real or instant, found \"{}\"", speed));

@@ -7,6 +7,7 @@
 #include <system_error>
 #include <utility>
 
+#include "cimserver/server.h"
 #include "cmpi/cmpi.h"
 
 namespace program {
@@ -20,6 +21,12 @@ constexpr char FACTORY_NAME[] = "OstrelProvider_Create_InstanceMI";
 using Factory = CMPIInstanceMI* (*)(const CMPIBroker*, const CMPIContext*, CMPIStatus*);
 
 }  // namespace
+
+Provider::Provider() = default;
+
+Provider::~Provider() {
+    stop();
+}
 
 bool Provider::load(const std::string& library, std::string& error) {
     constexpr int flags = RTLD_NOW | RTLD_LOCAL;
@@ -59,7 +66,25 @@ bool Provider::start(std::string& error) {
     return true;
 }
 
+bool Provider::serve(const std::string& address, std::vector<std::string>& commands, std::string& error) {
+    cimserver::ServerOptions options;
+    options.library = library_;
+    if (!cimserver::parse_address(address, options)) {
+        error = fmt::format("\"{}\" is no ADDRESS:PORT", address);
+        return false;
+    }
+    server_ = std::make_unique<cimserver::Server>(options);
+    if (!server_->start(error)) {
+        return false;
+    }
+    commands = server_->example_commands();
+    return true;
+}
+
 void Provider::stop() {
+    if (server_ != nullptr) {
+        server_->stop();
+    }
     // The library stays loaded: what it left behind can still be looked at, and the process ends soon.
     if (auto* instance = static_cast<CMPIInstanceMI*>(std::exchange(instance_, nullptr))) {
         (void)instance->ft->cleanup(instance, nullptr, 1);

@@ -1,14 +1,20 @@
 // Loads the connection manager's shared library and runs it through its factory, as a CIM server does.
 #pragma once
 
+#include <memory>
 #include <string>
+#include <vector>
+
+namespace cimserver {
+class Server;
+}
 
 namespace program {
 
 class Provider {
 public:
-    Provider() = default;
-    ~Provider() { stop(); }
+    Provider();
+    ~Provider();
     Provider(const Provider&) = delete;
     Provider& operator=(const Provider&) = delete;
 
@@ -19,12 +25,17 @@ public:
     // Calls the factory, which starts the worker. False: `error` says why.
     bool start(std::string& error);
 
+    // Puts a CIM server in front, which calls all factories and serves at "ADDRESS:PORT" (parts may be left
+    // out). `commands` gets client commands to try. False: `error` says why.
+    bool serve(const std::string& address, std::vector<std::string>& commands, std::string& error);
+
     // The provider's cleanup, which stops the worker and waits for its end. Does nothing when not started.
     void stop();
 
 private:
     void* library_ = nullptr;
     void* instance_ = nullptr;
+    std::unique_ptr<cimserver::Server> server_;
 };
 
 }  // namespace program

@@ -126,8 +126,31 @@ double next_action_after(const Scenario& scenario, double time) {
     return -1;
 }
 
+bool start_connection_manager(Provider& provider, const RunOptions& options, std::string& error) {
+    if (!provider.load(options.library, error)) {
+        return false;
+    }
+    if (!options.cim) {
+        return provider.start(error);
+    }
+    std::vector<std::string> commands;
+    if (!provider.serve(*options.cim, commands, error)) {
+        return false;
+    }
+    if (!options.json) {
+        fmt::print("\nServing CIM until interrupted. Commands to try from another terminal:\n");
+        for (const std::string& command : commands) {
+            fmt::print("  {}\n", command);
+        }
+        std::fflush(stdout);
+    }
+    return true;
+}
+
 int run_on(simhost::Host& host, const Scenario& scenario, const RunOptions& options) {
-    const double end = options.for_seconds.value_or(scenario.run_for_seconds);
+    // Who serves CIM goes on until interrupted.
+    constexpr double a_year = 365.0 * 24 * 3600;
+    const double end = options.for_seconds.value_or(options.cim ? a_year : scenario.run_for_seconds);
     Site site(scenario);
     site.build(host);
     Recorder recorder(site, options.log_level);
@@ -150,8 +173,8 @@ int run_on(simhost::Host& host, const Scenario& scenario, const RunOptions& opti
     if (options.clock == simhost::ClockMode::instant) {
         host.set_horizon(end);
     }
-    if (!provider.load(options.library, error) || !provider.start(error)) {
-        fmt::print(stderr, "ostrel-simhost: the connection manager can't be loaded: {}\n", error);
+    if (!start_connection_manager(provider, options, error)) {
+        fmt::print(stderr, "ostrel-simhost: the connection manager can't be started: {}\n", error);
         return EXIT_NOT_RUN;
     }
     interrupts.unblock();

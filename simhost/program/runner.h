@@ -18,6 +18,7 @@ struct RunOptions {
     std::string library;  // empty: by the loader's rules
     int log_level = 0;
     bool json = false;
+    std::optional<std::string> cim;  // "ADDRESS:PORT" to serve CIM at; empty: the usual one
 };
 
 enum ExitCode { EXIT_FINE = 0, EXIT_BROKEN = 1, EXIT_BAD_INPUT = 2, EXIT_NOT_RUN = 3 };
