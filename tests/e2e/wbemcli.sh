@@ -86,7 +86,7 @@ cli "settings" 'vol_sessions.*value=0,minimum=2,maximum=8' ei "$setting"
 cli "one property" 'value=120$' ei "$setting" value
 cli "one setting" 'name="interval"' gi "$interval"
 cli "unknown class" 'CIM_ERR_INVALID_CLASS' ei "$space:Nobody"
-cli "unknown namespace" 'CIM_ERR_INVALID_NAMESPACE' ei "http://localhost:$port/root/other:CIM_Service"
+cli "unknown namespace" 'CIM_ERR_INVALID_NAMESPACE' ei "http://localhost:$port/other/space:CIM_Service"
 cli "deletion" 'CIM_ERR_NOT_SUPPORTED' di "$interval"
 lines "profile" 0 ei "$space:OSTREL_RegisteredProfile"
 
