@@ -10,7 +10,7 @@
 void wait_for_debugger(std::atomic<std::int32_t>& waitDebug) {
     if (std::getenv("WAIT_PROC") == nullptr) {
         waitDebug = 0;
-        std::fprintf(stderr, "Current process:pid=%d, ppid=%d\n", getpid(), getppid());
+        (void)std::fprintf(stderr, "Current process:pid=%d, ppid=%d\n", getpid(), getppid());
         return;
     }
     waitDebug = 1;
@@ -18,6 +18,6 @@ void wait_for_debugger(std::atomic<std::int32_t>& waitDebug) {
     (void)std::snprintf(line, sizeof line, "Waiting for vmkgdbd attach:pid=%d, ppid=%d\n", getpid(), getppid());
     while (waitDebug != 0) {
         oxr::wait_seconds(1);
-        std::fputs(line, stderr);
+        (void)std::fputs(line, stderr);
     }
 }

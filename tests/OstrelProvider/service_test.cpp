@@ -180,10 +180,12 @@ TEST_F(ServiceTest, AFailedStopSaysSoAndCanBeTriedAgain) {
     EXPECT_EQ(StopService(), -1);
     EXPECT_EQ(said("ERROR"), Lines{"ERROR StopService: No such process, pthread_kill failed"});
     EXPECT_NE(oxr_thread, 0U);
+#ifndef __SANITIZE_THREAD__  // which takes the thread for joined when the call fails
     host->fail(testing_support::failing("pthread_join"));
     EXPECT_EQ(StopService(), -1);
     EXPECT_EQ(said("ERROR"), Lines{"ERROR StopService: Invalid argument, pthread_join returned 22"});
     EXPECT_NE(oxr_thread, 0U);
+#endif
     EXPECT_EQ(StopService(), 0);
 }
 
