@@ -1,13 +1,16 @@
 #include "OstrelProvider/service.h"
 
 #include <poll.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
 #include <thread>
 
 #include "OstrelConnections/renewal_state.h"
 #include "OstrelProvider/config.h"
+#include "OstrelProvider/wait_debug.h"
 #include "OstrelProvider/worker.h"
 #include "oxd_ima_utility/oid_cache.h"
 #include "support/host_test.h"
@@ -343,6 +346,22 @@ TEST_F(ServiceTest, EveryFailedCallOfACycleLetsTheWorkerGoOn) {
         }
     }
     EXPECT_EQ(StopService(), 0);
+}
+
+TEST_F(ServiceTest, TheDebuggerWaitEndsWhenItsFlagIsCleared) {
+    const std::string ids = "pid=" + std::to_string(getpid()) + ", ppid=" + std::to_string(getppid()) + "\n";
+    std::atomic<std::int32_t> flag{5};
+    testing::internal::CaptureStderr();
+    unsetenv("WAIT_PROC");
+    wait_for_debugger(flag);
+    EXPECT_EQ(flag, 0);
+    setenv("WAIT_PROC", "", 1);
+    host->set_horizon(100);
+    host->at(2.5, "debugger attaches", [&](auto&) { flag = 0; });
+    wait_for_debugger(flag);
+    const std::string line = "Waiting for vmkgdbd attach:" + ids;
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Current process:" + ids + line + line + line);
+    EXPECT_DOUBLE_EQ(host->now(), 3.0);
 }
 
 }  // namespace

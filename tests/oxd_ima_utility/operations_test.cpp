@@ -168,6 +168,14 @@ TEST_F(StaticTargetsTest, OnlyTheSameNameAddressAndPortGo) {
     EXPECT_EQ(said(), Lines{not_there});
     EXPECT_EQ(left(), std::size(others));
     add("iqn.a", "10.0.9.1");
+    // A host name whose bytes read like the address.
+    host->script_ima("IMA_VMW_GetStaticDiscoveryTargetProperties", [](void* out, std::uint32_t status) {
+        static_cast<IMA_STATIC_DISCOVERY_TARGET_PROPERTIES*>(out)->staticTarget.targetAddress.hostnameInUse = 1;
+        return status;
+    });
+    EXPECT_EQ(remove({{"iqn.a", "10.0.9.1"}}), 0);
+    EXPECT_EQ(said(), Lines{not_there});
+    host->script_ima("IMA_VMW_GetStaticDiscoveryTargetProperties", {});
     EXPECT_EQ(remove({{"iqn.a", "10.0.9.1"}, {"iqn.a", "10.0.9.1"}}), 0);
     EXPECT_EQ(said(), (Lines{removed("iqn.a", "10.0.9.1"), not_there}));
     EXPECT_EQ(left(), std::size(others));

@@ -1,0 +1,339 @@
+// Renewal of connections: every session is replaced while the volume keeps those of its other addresses, and a
+// step that fails leaves a volume that the polling passes repair.
+#include "OstrelConnections/renewal.h"
+
+#include <gtest/gtest.h>
+#include <sched.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <functional>
+#include <map>
+#include <set>
+
+#include "common/text.h"
+#include "oxd_ima_utility/oid_cache.h"
+#include "support/engine.h"
+#include "support/log_lines.h"
+#include "support/site.h"
+
+using namespace testing_support;
+using simhost::Event;
+using simhost::Host;
+using simhost::SessionView;
+
+namespace {
+
+using Isids = std::set<std::string>;
+
+enum class Kind { general, enable_digests, disable_digests };
+
+std::uint32_t renew(const Lines& iqns, Kind kind = Kind::general) {
+    std::vector<std::array<char, sizeof(TargetIqn)>> list(iqns.size());
+    for (std::size_t i = 0; i < iqns.size(); ++i) {
+        oxr::copy_text(*reinterpret_cast<TargetIqn*>(list[i].data()), iqns[i]);
+    }
+    const auto* const targets = reinterpret_cast<const TargetIqn*>(list.data());
+    const int count = static_cast<int>(iqns.size());
+    const oxr::MutexLock lock(conn_renew_mutex);
+    return kind == Kind::general ? handleGeneralConnectionRenewal(targets, count)
+                                 : handleChangeIscsiDigest(targets, count, kind == Kind::enable_digests);
+}
+
+// Four NICs and two arrays, so eight sessions are what a volume has: two over each local address.
+std::unique_ptr<Host> make_volumes(int count, simhost::HostOptions options = {}, int connections = 8) {
+    refresh_target_oids_table();  // those of an earlier host
+    auto host = make_site(2, simhost::GroupMode::dynamic_discovery, options);
+    add_volumes(*host, count, connections);
+    return host;
+}
+
+Isids isids_of(const Host& host, const std::string& iqn, const std::string& adapter = "") {
+    Isids found;
+    for (const SessionView& session : host.sessions(iqn)) {
+        if (adapter.empty() || session.adapter == adapter) {
+            found.insert(session.isid);
+        }
+    }
+    return found;
+}
+
+std::map<std::string, int> logged_in_by_address(const Host& host, const std::string& iqn) {
+    std::map<std::string, int> counts;
+    for (const SessionView& session : host.sessions(iqn)) {
+        counts[session.local_ip] += session.state == simhost::LOGGED_IN ? 1 : 0;
+    }
+    return counts;
+}
+
+int with_digests(const Host& host, const std::string& iqn) {
+    const auto sessions = host.sessions(iqn);
+    return static_cast<int>(std::count_if(sessions.begin(), sessions.end(),
+                                          [](const SessionView& s) { return s.header_digest && s.data_digest; }));
+}
+
+bool none_kept(const Isids& before, const Isids& after) {
+    return std::none_of(after.begin(), after.end(), [&](const std::string& isid) { return before.contains(isid); });
+}
+
+void expect_at_rest(const Host& host) {
+    // A thread that could not be joined takes itself off.
+    for (int waited = 0; conn_renew_thread.load() != 0 && waited < 10'000'000; ++waited) {
+        sched_yield();
+    }
+    EXPECT_EQ(conn_renew_thread.load(), pthread_t{0});
+    EXPECT_EQ(shared_mutexes_held(), Lines{});
+    expect_nothing_held(host);
+}
+
+// What passes make of the volume once nothing fails any more.
+void expect_repaired(Host& host, const std::string& iqn) {
+    host.clear_faults();
+    host.fail_logins(false);
+    for (int pass = 0; pass < 4; ++pass) {
+        host.advance(120);
+        EXPECT_EQ(run_pass(), 0);
+    }
+    EXPECT_EQ(count_sessions(host, iqn), 8);
+    EXPECT_EQ(host.target(iqn).active_paths, 8);
+    expect_nothing_held(host);
+}
+
+// The fault comes with the first session that is added again.
+void fail_once_added(Host& host, const simhost::Fault& made) {
+    host.observe([&host, made, set = std::make_shared<bool>(false)](const Event& event) {
+        if (event.kind == Event::Kind::session_added && !*set) {
+            *set = true;
+            host.fail(made);
+        }
+    });
+}
+
+}  // namespace
+
+TEST(Renewal, ReplacesEverySessionOneAddressAtATime) {
+    simhost::HostOptions options;
+    options.login_seconds = 2;
+    const auto host = make_volumes(2, options);
+    const std::string iqn = host->iqn_of("vol-0");
+    const Isids before = isids_of(*host, iqn);
+    const Isids of_other = isids_of(*host, host->iqn_of("vol-1"));
+    const auto full = logged_in_by_address(*host, iqn);
+    ASSERT_EQ(full.size(), 4U);
+    Lines worked_on;  // addresses, as their sessions go
+    int broken = 0;
+    host->observe([&](const Event& event) {
+        if (event.target != iqn ||
+            (event.kind != Event::Kind::session_removed && event.kind != Event::Kind::session_added)) {
+            return;
+        }
+        auto now = logged_in_by_address(*host, iqn);
+        int incomplete = 0;
+        for (const auto& [address, count] : full) {
+            if (now[address] < count) {
+                ++incomplete;
+                if (worked_on.empty() || worked_on.back() != address) {
+                    worked_on.push_back(address);
+                }
+            }
+        }
+        broken += incomplete > 1 ? 1 : 0;
+    });
+    EXPECT_EQ(renew({iqn}), OXD_SUCCESS);
+    EXPECT_EQ(broken, 0) << "moments when more than one address lacked a session";
+    EXPECT_EQ(worked_on.size(), 4U) << "addresses, none taken up twice";
+    EXPECT_EQ(logged_in_by_address(*host, iqn), full);
+    EXPECT_TRUE(none_kept(before, isids_of(*host, iqn)));
+    EXPECT_EQ(isids_of(*host, host->iqn_of("vol-1")), of_other);
+    EXPECT_EQ(host->target(iqn).active_paths, 8);
+    EXPECT_EQ(count_lines(host->log(), "ERROR", "", "unable"), 0);
+    expect_at_rest(*host);
+}
+
+TEST(Renewal, EndsWithTheStatusOfTheStepThatFailed) {
+    const auto set = [](const simhost::Fault& made) { return [made](Host& host) { host.fail(made); }; };
+    const auto once_added = [](const simhost::Fault& made) {
+        return [made](Host& host) { fail_once_added(host, made); };
+    };
+    simhost::HostOptions late_paths;
+    late_paths.claim_seconds = 90;
+    const struct {
+        const char* what;
+        std::function<void(Host&)> provoke;
+        std::uint32_t status;
+        simhost::HostOptions options = {};
+    } cases[] = {
+        {"the volume is unknown", set(status_fault("psp.1", 3)), OXD_DEVICE_NOT_FOUND},
+        {"its record is refused", set(status_fault("psp.1", 2)), OXD_FAILED},
+        {"its record is unreadable", set(errno_fault("psp.1", EIO)), OXD_FAILED},
+        {"no control device", set(errno_fault("psp.open", ENOENT)), OXD_FAILED},
+        {"no sessions to read", set(lasting(fault("IMA_GetSessionOidList"))), OXD_FAILED},
+        {"no thread", set(errno_fault("pthread_create", EAGAIN)), OXD_FAILED},
+        {"no end of the thread", set(errno_fault("pthread_join", EINVAL)), OXD_FAILED},
+        {"a duplicate isn't removed", set(fault("IMA_VMW_RemoveSession")), OXD_SESSION_REMOVAL_FAILED},
+        {"the address's last one isn't removed", set(fault("IMA_VMW_RemoveSession", 2)), OXD_SESSION_REMOVAL_FAILED},
+        {"the second address's isn't removed", set(fault("IMA_VMW_RemoveSession", 3)), OXD_SESSION_REMOVAL_FAILED},
+        {"a removed one stays", set(status_fault("IMA_VMW_RemoveSession", 0)), OXD_SESSION_REMOVAL_FAILED},
+        {"no new session", set(fault("IMA_VMW_AddSession")), OXD_SESSION_CREATION_FAILED},
+        {"no new duplicate", set(fault("IMA_VMW_AddSession", 2)), OXD_SESSION_CREATION_FAILED},
+        {"it never comes", set(status_fault("IMA_VMW_AddSession", 0)), OXD_SESSION_CREATION_FAILED},
+        {"it never logs in", [](Host& host) { host.fail_logins(true); }, OXD_SESSION_CREATION_FAILED},
+        {"the new sessions are unreadable", once_added(lasting(fault("IMA_GetSessionOidList"))), OXD_FAILED},
+        {"they are unreadable once", once_added(fault("IMA_GetSessionOidList")), OXD_SUCCESS},
+        {"the rescan fails", set(status_fault("psp.5", 7)), OXD_PATH_DISCOVERY_FAILED},
+        {"a rescan is under way", set(status_fault("psp.5", 6)), OXD_SUCCESS},
+        {"paths come back too late", set(lasting(status_fault("psp.5", 6))), OXD_PATH_DISCOVERY_FAILED, late_paths},
+        {"the volume is unknown meanwhile", set(status_fault("psp.1", 3, 2)), OXD_DEVICE_NOT_FOUND},
+        {"the path count is unreadable", set(status_fault("psp.1", 11, 2)), OXD_FAILED},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        const auto host = make_volumes(2, c.options);
+        const std::string iqn = host->iqn_of("vol-0");
+        const Isids of_later = isids_of(*host, host->iqn_of("vol-1"));
+        c.provoke(*host);
+        EXPECT_EQ(renew({iqn, host->iqn_of("vol-1")}), c.status);
+        EXPECT_EQ(isids_of(*host, host->iqn_of("vol-1")) == of_later, c.status != OXD_SUCCESS);
+        expect_at_rest(*host);
+        expect_repaired(*host, iqn);
+    }
+}
+
+TEST(Renewal, EndsWithoutMemoryAndLosesNone) {
+    int failed = 0;
+    for (std::uint64_t nth = 1, step = 1; nth < 100000; nth += step) {
+        SCOPED_TRACE(testing::Message() << "allocation " << nth);
+        const auto host = make_volumes(1);
+        host->fail(fault("new", nth));
+        host->count_allocations(true);
+        const std::uint32_t status = renew({host->iqn_of("vol-0")});
+        host->count_allocations(false);
+        EXPECT_EQ(host->blocks_held(), 0);
+        expect_at_rest(*host);
+        EXPECT_TRUE(nth > 3 || status == OXD_FAILED) << status;
+        EXPECT_LE(status, OXD_PATH_DISCOVERY_FAILED);
+        if (host->faults_injected() == 0) {
+            EXPECT_EQ(status, OXD_SUCCESS);
+            break;
+        }
+        failed += status != OXD_SUCCESS ? 1 : 0;
+        expect_repaired(*host, host->iqn_of("vol-0"));
+        step = nth < 20 ? 1 : 7;
+    }
+    EXPECT_GT(failed, 3);
+}
+
+TEST(Renewal, NeedsSessionsThatCarryTheVolumeMeanwhile) {
+    const std::string one = "10.0.1.1";
+    const std::string other = "10.0.1.2";
+    const auto failed = simhost::IN_LOGIN;
+    const auto up = simhost::LOGGED_IN;
+    const struct {
+        std::vector<std::pair<std::string, std::uint32_t>> sessions;
+        std::uint32_t general;
+        std::uint32_t digest;
+    } cases[] = {
+        {{{one, up}}, OXD_SINGLE_SESSION, OXD_SINGLE_SESSION},
+        {{{one, up}, {one, up}}, OXD_SINGLE_VMKNIC, OXD_SINGLE_VMKNIC},
+        {{{one, up}, {other, failed}}, OXD_SESSIONS_FAILED, OXD_SINGLE_SESSION},
+        {{{one, failed}, {other, failed}}, OXD_SESSIONS_FAILED, OXD_SESSIONS_FAILED},
+    };
+    for (const auto& c : cases) {
+        const auto host = make_volumes(0);
+        simhost::VolumeSpec volume;
+        volume.eui = "vol-0";
+        volume.group = "g";
+        volume.adapters = {"vmhba64"};
+        host->add_volume(volume);
+        const std::string iqn = host->iqn_of("vol-0");
+        for (const auto& [address, state] : c.sessions) {
+            host->add_session(session_of(iqn, address, "10.0.9.100", "10.0.9.1", state));
+        }
+        host->claim_paths();
+        const Isids before = isids_of(*host, iqn);
+        EXPECT_EQ(renew({iqn}), c.general) << before.size();
+        EXPECT_EQ(renew({iqn}, Kind::enable_digests), c.digest) << before.size();
+        EXPECT_EQ(isids_of(*host, iqn), before);
+        EXPECT_EQ(renew({"iqn.unknown", iqn}), OXD_DEVICE_NOT_FOUND);
+        expect_at_rest(*host);
+    }
+}
+
+TEST(DigestChange, RenewsWhatNeedsItAndEndsWhereNothingDoes) {
+    const auto host = make_volumes(2, {}, 0);
+    const std::string iqn = host->iqn_of("vol-0");
+    const std::string later = host->iqn_of("vol-1");
+    host->set_digests("vmhba64", true);
+    host->connect(iqn, 8);
+    host->connect(later, 8);
+    const Isids later_before = isids_of(*host, later);
+    // The other adapter isn't set to use digests: its sessions are renewed in vain.
+    EXPECT_EQ(renew({iqn}, Kind::enable_digests), OXD_FAILED);
+    EXPECT_EQ(with_digests(*host, iqn), 4);
+    host->set_digests("vmhba65", true);
+    const Isids kept = isids_of(*host, iqn, "vmhba64");
+    const Isids changed = isids_of(*host, iqn, "vmhba65");
+    EXPECT_EQ(renew({iqn}, Kind::enable_digests), OXD_SUCCESS);
+    EXPECT_EQ(with_digests(*host, iqn), 8);
+    EXPECT_EQ(isids_of(*host, iqn, "vmhba64"), kept);
+    EXPECT_TRUE(none_kept(changed, isids_of(*host, iqn, "vmhba65")));
+    // Nothing to do for the first target: the next one, which needs it, isn't looked at.
+    EXPECT_EQ(renew({iqn, later}, Kind::enable_digests), OXD_SUCCESS);
+    EXPECT_EQ(isids_of(*host, later), later_before);
+    EXPECT_EQ(renew({later, iqn}, Kind::enable_digests), OXD_SUCCESS);
+    EXPECT_EQ(with_digests(*host, later), 8);
+
+    // Off again, while one session isn't logged in: it stays as it is, and a general renewal refuses.
+    host->set_digests("vmhba64", false);
+    host->set_digests("vmhba65", false);
+    const SessionView stuck = host->sessions(iqn).back();
+    host->set_state(stuck.oid, simhost::IN_LOGIN);
+    EXPECT_EQ(renew({iqn}), OXD_SESSIONS_FAILED);
+    EXPECT_EQ(renew({iqn}, Kind::disable_digests), OXD_SUCCESS);
+    EXPECT_TRUE(isids_of(*host, iqn).contains(stuck.isid));
+    EXPECT_EQ(with_digests(*host, iqn), 1);
+    expect_at_rest(*host);
+}
+
+TEST(DigestChange, ALookupThatFailsIsToldFromAnAnswer) {
+    const auto host = make_volumes(1);
+    host->set_digests("vmhba64", true);
+    OxrLun lun = read_lun(host->iqn_of("vol-0"));
+    std::vector<TargetDtls> sessions(MAX_SESSIONS_PER_TARGET);
+    ASSERT_EQ(obtain_oxr_lun_sessions(lun, sessions.data()), 0);
+    EXPECT_EQ(isIscsiDigestEnabled(sessions[0]), 0);
+    for (const char* const operation : {"IMA_GetConnectionProperties", "IMA_GetConnectionOidList"}) {
+        host->fail(fault(operation));
+        EXPECT_LT(isIscsiDigestEnabled(sessions[0]), 0) << operation;
+    }
+    expect_at_rest(*host);
+}
+
+TEST(Renewal, GivesAGroupScopedVolumeOneSessionAnAddress) {
+    const struct {
+        int connections;
+        int left;
+        std::uint32_t status;
+        simhost::Fault fault;
+    } cases[] = {{4, 4, OXD_SUCCESS, {}},
+                 {8, 7, OXD_PATH_DISCOVERY_FAILED, {}},  // the paths of the second one don't come back
+                 {4, 4, OXD_DEVICE_NOT_FOUND, status_fault("psp.4", 3)},
+                 {4, 4, OXD_FAILED, status_fault("psp.4", 11, 2)}};
+    for (const auto& c : cases) {
+        const auto host = make_volumes(0);
+        host->add_group_scoped_target({"iqn.gst", "g", {}, {}});
+        simhost::VolumeSpec device;
+        device.eui = "pe";
+        device.group = "g";
+        device.group_scoped_target = "iqn.gst";
+        host->add_volume(device);
+        host->connect("iqn.gst", c.connections);
+        if (!c.fault.operation.empty()) {
+            host->fail(c.fault);
+        }
+        EXPECT_EQ(renew({"iqn.gst"}), c.status);
+        EXPECT_EQ(count_sessions(*host, "iqn.gst"), c.left);
+        expect_at_rest(*host);
+    }
+}
