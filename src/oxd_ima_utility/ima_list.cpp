@@ -2,12 +2,12 @@
 
 #include "OstrelProvider/log.h"
 
-void ImaList::release(int line) {
+void ImaList::release() {
     if (list_ == nullptr) {
         return;
     }
     if (IMA_FreeMemory(list_) != IMA_STATUS_SUCCESS) {
-        OXR_WARN_IN(function_, "Could not free IMA Memory for function %s at line %d", function_, line);
+        OXR_WARN_IN(function_, "Could not free IMA Memory for function %s at line %d", function_, line_);
     }
     list_ = nullptr;
 }

@@ -7,15 +7,16 @@
 
 class ImaList {
 public:
-    // `function` names the operation in the warning about a list that could not be released.
-    explicit ImaList(const char* function) : function_(function) {}
-    ~ImaList() { release(__builtin_LINE()); }
+    // `function` and `line` name the place in the warning about a list that could not be released.
+    explicit ImaList(const char* function, int line = __builtin_LINE()) : function_(function), line_(line) {}
+    ~ImaList() { release(); }
     ImaList(const ImaList&) = delete;
     ImaList& operator=(const ImaList&) = delete;
 
     // Where an IMA call stores its list; one held before is released.
     IMA_OID_LIST** out(int line = __builtin_LINE()) {
-        release(line);
+        release();
+        line_ = line;
         return &list_;
     }
 
@@ -26,8 +27,9 @@ public:
     const IMA_OID* end() const { return list_ == nullptr ? nullptr : list_->oids + list_->oidCount; }
 
 private:
-    void release(int line);
+    void release();
 
     const char* function_;
+    int line_;  // of the call that the list came from
     IMA_OID_LIST* list_ = nullptr;
 };
