@@ -170,7 +170,9 @@ TEST(Renewal, EndsWithTheStatusOfTheStepThatFailed) {
         {"no control device", set(errno_fault("psp.open", ENOENT)), OXD_FAILED},
         {"no sessions to read", set(lasting(fault("IMA_GetSessionOidList"))), OXD_FAILED},
         {"no thread", set(errno_fault("pthread_create", EAGAIN)), OXD_FAILED},
+#ifndef __SANITIZE_THREAD__  // which takes the thread for one never joined when the call fails
         {"no end of the thread", set(errno_fault("pthread_join", EINVAL)), OXD_FAILED},
+#endif
         {"a duplicate isn't removed", set(fault("IMA_VMW_RemoveSession")), OXD_SESSION_REMOVAL_FAILED},
         {"the address's last one isn't removed", set(fault("IMA_VMW_RemoveSession", 2)), OXD_SESSION_REMOVAL_FAILED},
         {"the second address's isn't removed", set(fault("IMA_VMW_RemoveSession", 3)), OXD_SESSION_REMOVAL_FAILED},
