@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "OstrelConnections/psp_records.h"
@@ -342,6 +344,28 @@ SIMHOST_INTERPOSE(ssize_t, write, int fd, const void* from, size_t size) {
         size -= std::min(size, fault->short_by);
     }
     return real::write(fd, from, size);
+}
+// On the host's files a formatted write is one write, as the C library makes it.
+SIMHOST_INTERPOSE(int, vdprintf, int fd, const char* format, va_list arguments) {
+    if (!marked(fd)) {
+        return real::vdprintf(fd, format, arguments);
+    }
+    const Inside inside;
+    char* text = nullptr;
+    const int length = vasprintf(&text, format, arguments);
+    if (length < 0) {
+        return -1;
+    }
+    const ssize_t written = simhost_write(fd, text, static_cast<std::size_t>(length));
+    free(text);
+    return static_cast<int>(written);
+}
+SIMHOST_INTERPOSE(int, dprintf, int fd, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int result = simhost_vdprintf(fd, format, arguments);
+    va_end(arguments);
+    return result;
 }
 SIMHOST_INTERPOSE(int, close, int fd) {
     return close_file(fd);

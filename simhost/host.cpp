@@ -160,7 +160,11 @@ std::optional<Fault> Host::Impl::hit(std::string_view operation, std::string_vie
     auto fault = faults.hit(operation, path);
     if (fault) {
         pass_disturbed = true;
-        emit({Event::Kind::fault_injected, now(), {}, {}, std::string(operation)});
+        std::string text(operation);
+        if (!path.empty()) {
+            text.append(" ").append(path);
+        }
+        emit({Event::Kind::fault_injected, now(), {}, {}, std::move(text)});
     }
     return fault;
 }

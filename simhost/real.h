@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
+#include <stdarg.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <time.h>
@@ -46,6 +47,7 @@ inline constinit Next<DIR*(const char*)> opendir{"opendir"};
 inline constinit Next<int(DIR*)> closedir{"closedir"};
 inline constinit Next<ssize_t(int, void*, size_t)> read{"read"};
 inline constinit Next<ssize_t(int, const void*, size_t)> write{"write"};
+inline constinit Next<int(int, const char*, va_list)> vdprintf{"vdprintf"};
 inline constinit Next<int(int)> close{"close"};
 inline constinit Next<int(int, unsigned long, ...)> ioctl{"ioctl"};
 inline constinit Next<int(int, off_t)> ftruncate{"ftruncate"};

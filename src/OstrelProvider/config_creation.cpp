@@ -27,10 +27,11 @@ void create_config_dir() {
     }
 }
 
+// A file that only can't be seen at the moment is an operator's, and stays.
 void create_default_file() OXR_REQUIRES(config_file_mutex) {
     char text[CONFIG_TEXT_SIZE];
     const std::size_t length = compose_config(text, ConfigForm::created, ConfigValues());
-    switch (write_config_file(text, length)) {
+    switch (write_config_file(text, length, ExistingFile::kept)) {
         case ConfigWrite::written:
             return;
         case ConfigWrite::not_opened:

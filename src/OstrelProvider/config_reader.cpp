@@ -22,6 +22,8 @@ struct Reading {
     bool has_use_ostrel_timeouts = false;
     bool has_logs_path = false;
     bool has_comment = false;
+    bool has_key = false;
+    bool has_old_key = false;  // in the other format
 };
 
 bool in_range(std::uint32_t value, std::uint32_t low, std::uint32_t high) {
@@ -99,8 +101,12 @@ void apply_line(Reading& reading, std::string_view line) {
     }
     const std::size_t delimiter = line.find(reading.converting ? ':' : '=');
     if (delimiter == std::string_view::npos) {
+        const std::size_t old_delimiter = line.find(':');
+        reading.has_old_key = reading.has_old_key || (old_delimiter != std::string_view::npos &&
+                                                      find_key(line.substr(0, old_delimiter)) != nullptr);
         return;
     }
+    reading.has_key = true;
     const std::string_view name = line.substr(0, delimiter);
     // The path has a rule of its own, over the whole file; here it is only seen to be there.
     if (oxr::equal_ignoring_case(name, LOGS_PATH_KEY)) {
@@ -135,6 +141,27 @@ void check_relations(Reading& reading) {
     }
 }
 
+// Whether what was read must not be taken for the file's values, nor written over them; logs why. `error`: of
+// reading the lines.
+bool is_unfit(const Reading& reading, int error) {
+    // Half a file must not be taken for the whole one and rewritten without the other half.
+    if (error != 0) {
+        OXR_ERROR_IN(READER, "%s, reading oxr.conf failed. Keeping the previous values.", oxr::error_text(error));
+        return true;
+    }
+    // A file of the current format, found unreadable a moment ago, must not lose its values to a conversion, and
+    // one that could not be converted must keep them for the next one.
+    if (reading.converting && reading.has_comment) {
+        OXR_ERROR_IN(READER, "oxr.conf has comment lines, so it is not in the old format. Not converting it.");
+        return true;
+    }
+    if (!reading.converting && reading.has_old_key && !reading.has_key && !reading.has_comment) {
+        OXR_ERROR_IN(READER, "oxr.conf is in the old format and has not been converted. Leaving it as it is.");
+        return true;
+    }
+    return false;
+}
+
 }  // namespace
 
 int OSTREL_GetConfigValues(ConfigValues* values, std::uint32_t conversion) {
@@ -151,14 +178,7 @@ int OSTREL_GetConfigValues(ConfigValues* values, std::uint32_t conversion) {
     while (file.next_line(line)) {
         apply_line(reading, line);
     }
-    // Half a file must not be taken for the whole one and rewritten without the other half.
-    if (file.error() != 0) {
-        OXR_ERROR("%s, reading oxr.conf failed. Keeping the previous values.", oxr::error_text(file.error()));
-        return -1;
-    }
-    // A file of the current format, found unreadable a moment ago, must not lose its values to a conversion.
-    if (reading.converting && reading.has_comment) {
-        OXR_ERROR("oxr.conf has comment lines, so it is not in the old format. Not converting it.");
+    if (is_unfit(reading, file.error())) {
         return -1;
     }
     check_relations(reading);

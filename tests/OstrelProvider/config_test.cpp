@@ -375,7 +375,19 @@ TEST_F(ConfigTest, AFileThatCannotBeConvertedStaysAsItWas) {
         create_or_convert();
         EXPECT_EQ(said().back(), failed);
         EXPECT_EQ(file(), each.text);
+        if (each.text != current) {  // nor does the worker's next reading write defaults over it
+            EXPECT_EQ(read(), -1);
+            EXPECT_EQ(said().back(),
+                      "ERROR OSTREL_GetConfigValues: oxr.conf is in the old format and has not been converted. Leaving "
+                      "it as it is.");
+            EXPECT_EQ(file(), each.text);
+        }
     }
+    // Nor is a file that can't be seen taken for absent.
+    host->fail(testing_support::failing_with("access", EACCES, "oxr.conf"));
+    create_or_convert();
+    EXPECT_EQ(said().back(), "ERROR OSTREL_CreateConfigFile: File exists, fopen() failed");
+    EXPECT_EQ(file(), cases[4].text);
     host->remove_file(OSTREL_CONFIG_FILE);
     std::filesystem::create_directories(host->path(OSTREL_CONFIG_FILE));
     create_or_convert();

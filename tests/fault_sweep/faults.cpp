@@ -1,0 +1,214 @@
+#include "fault_sweep/faults.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <iterator>
+#include <regex>
+
+using simhost::Fault;
+
+namespace fault_sweep {
+
+namespace {
+
+constexpr std::uint32_t last_psp_status = 10;
+
+bool matches(const std::string& text, const std::string& pattern) {
+    return std::regex_search(text, std::regex(pattern));
+}
+
+Fault fault(const std::string& operation) {
+    Fault made;
+    made.operation = operation;
+    return made;
+}
+
+Fault on_file(const std::string& operation, const char* file, int error) {
+    Fault made = fault(operation);
+    made.path_contains = file;
+    made.error = error;
+    return made;
+}
+
+bool is_of_files(const std::string& operation) {
+    static constexpr const char* all[] = {"open", "read", "write", "close", "stat", "unlink", "access", "mkdir"};
+    return std::find(std::begin(all), std::end(all), operation) != std::end(all);
+}
+
+bool is_psp_request(const std::string& operation) {
+    return matches(operation, "^psp\\.[0-9]$");
+}
+
+std::vector<Fault> faults_of_files(const std::string& operation) {
+    if (operation == "mkdir") {
+        return {on_file(operation, "", EIO)};
+    }
+    std::vector<Fault> made;
+    for (const char* const file : {"oxr.log", "oxr.conf", ".lock", "version.txt"}) {
+        made.push_back(on_file(operation, file, operation == "write" ? ENOSPC : EIO));
+        if (operation == "write") {
+            made.push_back(on_file(operation, file, 0));
+            made.back().short_by = 7;
+        }
+    }
+    if (operation == "access") {  // of the folders
+        made.push_back(on_file(operation, "", EIO));
+    }
+    return made;
+}
+
+std::vector<Fault> faults_of_request(const std::string& operation) {
+    std::vector<Fault> made = {fault(operation)};
+    made.back().error = EIO;
+    for (std::uint32_t status = 1; status <= last_psp_status; ++status) {
+        made.push_back(fault(operation));
+        made.back().status = status;
+    }
+    return made;
+}
+
+// What the log says of a failed call, the first row that fits; null: nothing, for the reason beside it.
+struct Telling {
+    const char* met;  // the operation and the file
+    const char* text;
+};
+
+constexpr Telling tellings[] = {
+    {"oxr\\.log", nullptr},        // there is nothing to write to
+    {"^psp\\.close", nullptr},     // of a device that was only asked
+    {"^close", nullptr},           // of a file that was only read, or whose content is checked at the next reading
+    {"^(access|mkdir)", nullptr},  // a file is made where none seems to be, but never over one
+    {"^(open|read) .*oxr\\.conf", nullptr},       // the folder of the logs is the default where it can't be read
+    {"^pthread_mutex_init", nullptr},             // tried again by the initialisation that follows
+    {"^sigaction", nullptr},                      // idem, or nothing to put back
+    {"^IMA_VMW_GetInitiatorAuthParms", nullptr},  // only a warning hangs on it
+    {"^IMA_FreeMemory", "Could not free IMA Memory"},
+    {"^IMA_GetLhbaOidList", "logical and physical hba oid list"},
+    {"^IMA_GetTargetProperties", "No Matching Target Found"},
+    {"^IMA_VMW_GetLhba(OidList|Properties)", "adapter not found"},
+    {"^IMA_VMW_GetStaticDiscoveryTargetOidList", "Unable to get static target list"},
+    {"^IMA_", "got IMA Error"},
+    {"^psp\\.open", "open control device failed"},
+    {"^psp", "ioctl"},
+    {"^new", "lloc"},
+    {"^pthread_create", "pthread_create failed"},
+    {"^pthread_join", "pthread_join (returned|failed)"},
+    {"^pthread_kill", "pthread_kill failed"},
+    {"^pthread_mutex_destroy", "destroy returned"},
+    {"version\\.txt", "version"},
+    {"^open .*\\.lock", "fopen\\(\\) failed"},
+    {"^unlink .*\\.lock", "Error deleting the lock file"},
+    {"^write .*oxr\\.conf", "writing oxr\\.conf failed"},
+    {"", "[^\\s\\S]"},
+};
+
+constexpr char searched[] = "^IMA_(GetTargetProperties|VMW_GetLhba(OidList|Properties))";
+
+// What a caller may get in place of the undisturbed result. An IMA answer that isn't got ends a renewal by the
+// step it was asked in: before the first session goes (1), with sessions left out (3, 4), at a session's end (6)
+// or return (7).
+struct Outcome {
+    const char* undisturbed;
+    const char* operation;  // with the status behind it, for a request to the PSP
+    const char* result;
+};
+
+constexpr Outcome outcomes[] = {
+    {"^0$", "^psp\\.5 ([0-9]+)", "^(-1|[1-9][0-9]?)$"},
+    {"^0$", "^(IMA_|new|psp\\.)", "^-1$"},
+    {"^0 0$", "^psp\\.1 3", "^0 2$"},
+    {"^0 0$", "^psp\\.1", "^0 1$"},
+    {"^0 0$", "^psp\\.5", "^0 8$"},
+    {"^0 0$", "^(psp\\.open|new)", "^0 [18]$"},
+    {"^0 0$", "^pthread", "^0 1$"},
+    {"^0 0$", "^(open|read)", "^0 9$"},
+    {"^0 0$", "^access", "^0 10$"},
+    {"^0 0$", "^IMA_VMW_AddSession", "^0 7$"},
+    {"^0 0$", "^IMA_VMW_RemoveSession", "^0 6$"},
+    {"^0 0$", "^IMA_GetConnectionProperties", "^0 1$"},
+    {"^0 0$", "^IMA_", "^0 [13467]$"},
+    {"^started", "^pthread_create", "^started -1, stopped 0$"},
+    {"^started", "^pthread_(join|kill)", "^started 0, stopped -1$"},
+};
+
+// Symbols that the library imports, and the operation that calls of them count as.
+struct Imported {
+    const char* symbol;
+    const char* operation;
+};
+
+constexpr Imported imported_operations[] = {
+    {"^(IMA_.*)$", "$1"},
+    {"^ioctl$", "psp.0"},
+    {"^_Zna?[wm][jm]RKSt9nothrow_t$", "new"},
+    {"^v?dprintf$", "write"},
+    {"^(open|read|write|close|stat|access|mkdir|unlink)$", "$1"},
+    {"^(pthread_(create|join|kill|mutex_init|mutex_destroy)|sigaction)$", "$1"},
+};
+
+// Imported symbols without a failure that a platform could answer with.
+constexpr const char* without_failure[] = {
+    "^_",                                // the language's runtime, release of memory, start and end of a library
+    "^(mem|str|wcs|wmem|mbs)",           // text in memory
+    "^v?snprintf$",                      // idem
+    "^(inet_ntop|asctime_r)$",           // idem, into buffers that are large enough
+    "^(f?puts|fprintf|perror|stderr)$",  // for a person at the standard error output
+    "^(time|clock_gettime|localtime_r|strftime)$",
+    "^(getenv|getp?pid|kill|raise)$",  // of and to the process itself
+    "^(nanosleep|sigtimedwait)$",      // ended early they are begun anew for the rest
+    "^sig(addset|emptyset)$",
+    "^pthread_(self|exit|sigmask)$",
+    "^pthread_mutex_(lock|unlock)$",  // of a mutex that was initialised
+};
+
+}  // namespace
+
+std::vector<Fault> faults_of(const std::string& operation) {
+    if (is_of_files(operation)) {
+        return faults_of_files(operation);
+    }
+    if (is_psp_request(operation)) {
+        return faults_of_request(operation);
+    }
+    return {fault(operation)};
+}
+
+bool is_told(const Fault& fault, const std::string& met, const std::vector<std::string>& complaints) {
+    if (fault.operation == "psp.7" && fault.error == 0 && fault.status == 1) {
+        return true;  // addresses of as many devices as fit are a success
+    }
+    if (!fault.persistent && matches(met, searched)) {
+        return true;  // a search passes over what it can't read, and may find all the same
+    }
+    const Telling* const telling = std::find_if(std::begin(tellings), std::end(tellings),
+                                                [&](const Telling& each) { return matches(met, each.met); });
+    return telling->text == nullptr || std::any_of(complaints.begin(), complaints.end(), [&](const std::string& line) {
+               return matches(line, telling->text);
+           });
+}
+
+bool may_come_of(const Fault& fault, const std::string& undisturbed, const std::string& result) {
+    const std::string operation = is_psp_request(fault.operation)
+                                      ? fault.operation + " " + std::to_string(fault.error == 0 ? fault.status : 0)
+                                      : fault.operation;
+    return result == undisturbed || std::any_of(std::begin(outcomes), std::end(outcomes), [&](const Outcome& each) {
+               return matches(undisturbed, each.undisturbed) && matches(operation, each.operation) &&
+                      matches(result, each.result);
+           });
+}
+
+std::string operation_of(const std::string& symbol) {
+    for (const Imported& each : imported_operations) {
+        if (matches(symbol, each.symbol)) {
+            return std::regex_replace(symbol, std::regex(each.symbol), each.operation);
+        }
+    }
+    return "";
+}
+
+bool is_without_failure(const std::string& symbol) {
+    return std::any_of(std::begin(without_failure), std::end(without_failure),
+                       [&](const char* each) { return matches(symbol, each); });
+}
+
+}  // namespace fault_sweep
