@@ -7,24 +7,12 @@
 #include "cimserver/broker/request.h"
 #include "cimserver/server.h"
 #include "simhost/host.h"
+#include "support/cim.h"
 
 namespace {
 
 using namespace cimserver;
-
-constexpr char SERVICE[] = "OSTREL_ConnectionService";
-constexpr char SETTING[] = "OSTREL_ConnectionServiceSetting";
-constexpr char ASSOCIATION[] = "OSTREL_ConnectionServiceAssocSetting";
-
-ObjectPath path_of(const std::string& class_name, NamedList keys = {}) {
-    return {{}, "ostrel/cimv2", class_name, std::move(keys)};
-}
-ObjectPath named(const std::string& class_name, const std::string& name) {
-    return path_of(class_name, {{"name", text_value(name)}});
-}
-ObjectPath service() {
-    return named(SERVICE, "OSTREL Connection Service");
-}
+using namespace testing_support;
 
 class Providers : public ::testing::Test {
 protected:
@@ -57,10 +45,6 @@ protected:
         return at == std::string::npos ? std::string() : text.substr(at + 1, text.find('\n', at + 1) - at - 1);
     }
 };
-
-std::string said(const Answer& answer) {
-    return std::to_string(answer.code) + " " + answer.message;
-}
 
 TEST_F(Providers, EnumerationsReachThemFromAnySuperclass) {
     const struct {
@@ -195,7 +179,7 @@ TEST_F(Providers, SetValueAnswersForEveryArgument) {
         {{{"name", text_value("Vol_Sessions")}, {"value", uint32_value(8)}}, "0 Succeeded!"},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(said(call("SetValue", c.in)), c.answer);
+        EXPECT_EQ(told(call("SetValue", c.in)), c.answer);
     }
     EXPECT_EQ(config_line("interval"), "interval=604800");
     EXPECT_EQ(config_line("vol_sessions"), "vol_sessions=8");
@@ -234,7 +218,7 @@ TEST_F(Providers, RenewalAnswersForEveryArgument) {
     };
     for (const auto& c : cases) {
         const Answer answer = call("renewiscsiconnections", c.in);
-        EXPECT_EQ(said(answer), c.answer);
+        EXPECT_EQ(told(answer), c.answer);
         EXPECT_TRUE(answer.out.empty()) << c.answer;
     }
     const Answer numbers =
@@ -258,24 +242,24 @@ TEST_F(Providers, ARenewalThatFailsAnswersItsStatusAndText) {
     for (const auto& c : cases) {
         const Answer answer =
             call("RENEWISCSICONNECTIONS", {{"targets", c.targets}, {"paramname", c.name}, null_value_});
-        EXPECT_EQ(said(answer), "0 Unknown status");
+        EXPECT_EQ(told(answer), "0 Unknown status");
         ASSERT_EQ(answer.out.size(), 1U);
         EXPECT_EQ(value_text(*find(answer.out, "oxd_status")), "2");
     }
 }
 
 TEST_F(Providers, OtherMethodsAreRefusedOrPassedOver) {
-    EXPECT_EQ(said(call("StartService", {})), "6 StartService");
-    EXPECT_EQ(said(call("", {})), "6 ");
-    EXPECT_EQ(said(broker->invoke_method(service(), "no such", {})), "0 ");
-    EXPECT_EQ(said(broker->invoke_method(path_of(ASSOCIATION), "x", {})), "16 ");
+    EXPECT_EQ(told(call("StartService", {})), "6 StartService");
+    EXPECT_EQ(told(call("", {})), "6 ");
+    EXPECT_EQ(told(broker->invoke_method(service(), "no such", {})), "0 ");
+    EXPECT_EQ(told(broker->invoke_method(path_of(ASSOCIATION), "x", {})), "16 ");
 }
 
 TEST_F(Providers, TheServiceStopsAndStartsAgain) {
-    EXPECT_EQ(said(broker->invoke_method(service(), "stopSERVICE", {{"extra", text_value("x")}})), "0 ");
+    EXPECT_EQ(told(broker->invoke_method(service(), "stopSERVICE", {{"extra", text_value("x")}})), "0 ");
     EXPECT_NE(host.log().find("do_work thread killed"), std::string::npos);
-    EXPECT_EQ(said(broker->invoke_method(service(), "stopservice", {})), "0 ");
-    EXPECT_EQ(said(broker->invoke_method(service(), "StartService", {})), "0 ");
+    EXPECT_EQ(told(broker->invoke_method(service(), "stopservice", {})), "0 ");
+    EXPECT_EQ(told(broker->invoke_method(service(), "StartService", {})), "0 ");
     EXPECT_TRUE(host.wait_for_horizon(10));
 }
 
