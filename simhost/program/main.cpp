@@ -21,8 +21,8 @@ constexpr char DESCRIPTION[] =
     "on it and shows, pass by pass, what it does there.";
 
 constexpr char EXAMPLES[] = R"(
-SCENARIO is a file in TOML, or the name of a shipped one: demo (the default), full, paths-limit, upgrade,
-hazards/NAME. README.md beside the shipped ones lists all keys and events.
+SCENARIO is a file in TOML, or the name of a shipped one: demo (the default), cim, full, paths-limit,
+upgrade, hazards/NAME. README.md beside the shipped ones lists all keys and events.
 
 Examples:
   ostrel-simhost                         a host, a few events, the whole story

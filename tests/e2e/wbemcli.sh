@@ -9,7 +9,7 @@ root=$work/root
 said=$work/said
 mkdir "$root"
 coproc HOST {
-    exec "$1" "${BASH_SOURCE[0]%.sh}.toml" --library "$2" --root "$root" --speed 200 --cim 127.0.0.1:0 --events --json >"$said"
+    exec "$1" cim --library "$2" --root "$root" --speed 200 --cim 127.0.0.1:0 --events --json >"$said"
 }
 host_pid=$HOST_PID
 trap 'kill "$host_pid" 2>/dev/null; rm -rf "$work"' EXIT
