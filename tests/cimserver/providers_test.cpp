@@ -383,29 +383,30 @@ TEST_F(Providers, OperationsReadTheConfigurationAsOftenAsTheyMust) {
 // --- a broker that takes nothing ----------------------------------------------------------------------------
 
 struct Refusing : CMPIResult {
-    Refusing() : CMPIResult{nullptr, &table} {}
+    Refusing();
     int offered = 0;
     int done = 0;
-
-    static Refusing& of(const CMPIResult* result) { return static_cast<Refusing&>(const_cast<CMPIResult&>(*result)); }
-    static CMPIStatus refuse() { return {CMPI_RC_ERR_FAILED, nullptr}; }
-    static inline const CMPIResultFT table = [] {
-        CMPIResultFT made{};
-        made.returnInstance = [](const CMPIResult* result, const CMPIInstance*) {
-            ++of(result).offered;
-            return refuse();
-        };
-        made.returnObjectPath = [](const CMPIResult* result, const CMPIObjectPath*) {
-            ++of(result).offered;
-            return refuse();
-        };
-        made.returnDone = [](const CMPIResult* result) {
-            ++of(result).done;
-            return refuse();
-        };
-        return made;
-    }();
 };
+
+// Counts the call in one of the members.
+CMPIStatus refuse(const CMPIResult* result, int Refusing::*counter) {
+    ++(static_cast<Refusing&>(const_cast<CMPIResult&>(*result)).*counter);
+    return {CMPI_RC_ERR_FAILED, nullptr};
+}
+
+const CMPIResultFT refusing_table = {
+    .ftVersion = CMPIVersion200,
+    .release = nullptr,
+    .clone = nullptr,
+    .returnData = nullptr,
+    .returnInstance = [](const CMPIResult* result, const CMPIInstance*) { return refuse(result, &Refusing::offered); },
+    .returnObjectPath = [](const CMPIResult* result,
+                           const CMPIObjectPath*) { return refuse(result, &Refusing::offered); },
+    .returnDone = [](const CMPIResult* result) { return refuse(result, &Refusing::done); },
+    .returnError = nullptr,
+};
+
+Refusing::Refusing() : CMPIResult{nullptr, &refusing_table} {}
 
 TEST_F(Providers, AssociationOperationsEndWellEvenWhereNothingIsTaken) {
     using Factory = CMPIAssociationMI* (*)(const CMPIBroker*, const CMPIContext*, CMPIStatus*);
