@@ -15,8 +15,7 @@
 
 namespace bench {
 
-std::unique_ptr<simhost::Host> make_settled_site(int volumes) {
-    simhost::HostOptions options;
+std::unique_ptr<simhost::Host> make_settled_site(int volumes, simhost::HostOptions options) {
     options.claim_seconds = -1;
     auto host = std::make_unique<simhost::Host>(options);
     set_log_filename(log_file);

@@ -11,9 +11,9 @@ namespace bench {
 
 inline constexpr char log_file[] = "/var/log/ostrel/oxr.log";
 
-// A host on the instant clock whose `volumes` volumes have the eight sessions they should: a pass over it changes
-// nothing. With 256 volumes the last one has none, which makes 2040 sessions.
-std::unique_ptr<simhost::Host> make_settled_site(int volumes);
+// A host whose `volumes` volumes have the eight sessions they should: a pass over it changes nothing. With 256
+// volumes the last one has none, which makes 2040 sessions.
+std::unique_ptr<simhost::Host> make_settled_site(int volumes, simhost::HostOptions options = {});
 
 // One pass as the worker makes it, without its waits.
 void run_pass();

@@ -51,8 +51,8 @@ private:
 // "127.0.0.1:5988", "[::1]:5988", an address alone or ":PORT" alone, into the options. False: it is none.
 bool parse_address(const std::string& text, ServerOptions& options);
 
-// A broker with the providers of a library (from dlopen) and the classes of a folder; for tests, without an
-// endpoint. Null: `error` says why.
+// A broker with the providers of a library (from dlopen) and the classes of a folder; for tests and benchmarks,
+// without an endpoint. Null: `error` says why.
 std::unique_ptr<Broker> make_broker(void* library, const std::string& cim_folder, std::string& error);
 
 // The folder of the MOF and registration files; empty when there is none.

@@ -9,6 +9,13 @@ std::optional<Fault> FaultBook::hit(std::string_view operation, std::string_view
     }
     Operation& entry = found->second;
     ++entry.calls;
+    if (!path.empty()) {
+        auto of_path = entry.calls_by_path.find(path);
+        if (of_path == entry.calls_by_path.end()) {
+            of_path = entry.calls_by_path.emplace(path, 0).first;
+        }
+        ++of_path->second;
+    }
     std::optional<Fault> answer;
     for (std::size_t i = 0; i < entry.armed.size();) {
         Armed& armed = entry.armed[i];
@@ -49,6 +56,15 @@ void FaultBook::clear() {
 std::uint64_t FaultBook::calls(std::string_view operation) const {
     const auto found = operations_.find(operation);
     return found == operations_.end() ? 0 : found->second.calls;
+}
+
+std::uint64_t FaultBook::calls(std::string_view operation, std::string_view path) const {
+    const auto found = operations_.find(operation);
+    if (found == operations_.end()) {
+        return 0;
+    }
+    const auto of_path = found->second.calls_by_path.find(path);
+    return of_path == found->second.calls_by_path.end() ? 0 : of_path->second;
 }
 
 std::vector<std::string> FaultBook::called() const {

@@ -19,6 +19,7 @@ public:
     void set(const Fault& fault);
     void clear();
     std::uint64_t calls(std::string_view operation) const;
+    std::uint64_t calls(std::string_view operation, std::string_view path) const;
     std::uint64_t injected() const { return injected_; }
     std::vector<std::string> called() const;
 
@@ -29,6 +30,7 @@ private:
     };
     struct Operation {
         std::uint64_t calls = 0;
+        std::map<std::string, std::uint64_t, std::less<>> calls_by_path;  // of file operations
         std::vector<Armed> armed;
     };
     std::map<std::string, Operation, std::less<>> operations_;

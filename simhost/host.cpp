@@ -429,6 +429,11 @@ std::uint64_t Host::calls(const std::string& operation) const {
     impl_->run_due();
     return operation == "new" ? failable_allocations() : impl_->faults.calls(operation);
 }
+std::uint64_t Host::calls(const std::string& operation, const std::string& host_path) const {
+    const Entered entered(*impl_);
+    impl_->run_due();
+    return impl_->faults.calls(operation, host_path);
+}
 std::uint64_t Host::faults_injected() const {
     const Entered entered(*impl_);
     impl_->run_due();

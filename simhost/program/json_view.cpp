@@ -89,6 +89,10 @@ public:
                {"targets", json_of(rows, addresses)}});
     }
 
+    void serving(const std::string& url, const std::vector<std::string>& commands) override {
+        print({{"type", "serving"}, {"url", url}, {"commands", commands}});
+    }
+
     void happening(const Happening& happening) override {
         print({{"type", "event"},
                {"time", happening.time},

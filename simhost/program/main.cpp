@@ -21,8 +21,8 @@ constexpr char DESCRIPTION[] =
     "on it and shows, pass by pass, what it does there.";
 
 constexpr char EXAMPLES[] = R"(
-SCENARIO is a file in TOML, or the name of a shipped one: demo (the default), full, paths-limit, upgrade,
-hazards/NAME. README.md beside the shipped ones lists all keys and events.
+SCENARIO is a file in TOML, or the name of a shipped one: demo (the default), cim, full, paths-limit,
+upgrade, hazards/NAME. README.md beside the shipped ones lists all keys and events.
 
 Examples:
   ostrel-simhost                         a host, a few events, the whole story
@@ -30,6 +30,7 @@ Examples:
   ostrel-simhost my-site.toml --for 4h   four hours of a site of your own
   ostrel-simhost demo --speed 60         a minute of the host in a second; --speed real: as slow as life
   ostrel-simhost --speed 60 --cim        serves it to WBEM clients, and says what to type
+  ostrel-simhost --speed 10 --events     what you type happens: array_down = "prod/p1"
   ostrel-simhost demo --json | jq 'select(.type == "verdict")'
 
 The table, one line per volume or group-scoped target (alike ones share a line):
@@ -129,7 +130,7 @@ int main(int argc, char** argv) {
     app.add_option("--for", for_text, "Simulated time to run, such as 90s, 45m, 2h30m [the scenario's own]")
         ->type_name("DURATION");
     app.add_option("--speed", speed,
-                   "Simulated seconds per second: a number, real, or instant [instant; with --cim real]")
+                   "Simulated seconds per second: a number, real, or instant [instant; with --cim or --events real]")
         ->type_name("N|real|instant");
     app.add_option("--root", options.root,
                    "Folder that stands for the host's root [a new one under the temporary folder]")
@@ -147,7 +148,10 @@ int main(int argc, char** argv) {
                                      "--for [127.0.0.1:5988]")
                           ->type_name("ADDRESS:PORT")
                           ->expected(0, 1);
-    app.add_flag("--json", options.json, "One JSON object per line: begin, events, passes, verdict");
+    app.add_flag("--events", options.events,
+                 "Read events from standard input too, one a line, which happen at once: the keys of an [[event]] "
+                 "without `at`, such as nic_down = \"10.1.1.12\"");
+    app.add_flag("--json", options.json, "One JSON object per line: begin, serving, events, passes, verdict");
     app.add_flag("--check", check_only, "Only read the scenario and tell its mistakes");
     try {
         app.parse(argc, argv);
@@ -165,10 +169,13 @@ int main(int argc, char** argv) {
         options.cim = cim_address;
     }
     if (speed.empty()) {
-        speed = options.cim ? "real" : "instant";
+        speed = options.cim || options.events ? "real" : "instant";
     }
     if (options.cim && speed == "instant") {
         return refuse("--speed instant: a host that is served over CIM needs a clock that a client can keep up with");
+    }
+    if (options.events && speed == "instant") {
+        return refuse("--speed instant: events from standard input need a clock that a person can keep up with");
     }
     if (!read_speed(speed, options)) {
         return refuse(fmt::format("--speed: expected a number up to 100000, real or instant, found \"{}\"", speed));

@@ -66,7 +66,7 @@ bool Provider::start(std::string& error) {
     return true;
 }
 
-bool Provider::serve(const std::string& address, std::vector<std::string>& commands, std::string& error) {
+bool Provider::serve(const std::string& address, std::string& error) {
     cimserver::ServerOptions options;
     options.library = library_;
     if (!cimserver::parse_address(address, options)) {
@@ -74,11 +74,7 @@ bool Provider::serve(const std::string& address, std::vector<std::string>& comma
         return false;
     }
     server_ = std::make_unique<cimserver::Server>(options);
-    if (!server_->start(error)) {
-        return false;
-    }
-    commands = server_->example_commands();
-    return true;
+    return server_->start(error);
 }
 
 void Provider::stop() {

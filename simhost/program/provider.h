@@ -3,7 +3,6 @@
 
 #include <memory>
 #include <string>
-#include <vector>
 
 namespace cimserver {
 class Server;
@@ -26,8 +25,9 @@ public:
     bool start(std::string& error);
 
     // Puts a CIM server in front, which calls all factories and serves at "ADDRESS:PORT" (parts may be left
-    // out). `commands` gets client commands to try. False: `error` says why.
-    bool serve(const std::string& address, std::vector<std::string>& commands, std::string& error);
+    // out). False: `error` says why.
+    bool serve(const std::string& address, std::string& error);
+    const cimserver::Server* server() const { return server_.get(); }  // null when none serves
 
     // The provider's cleanup, which stops the worker and waits for its end. Does nothing when not started.
     void stop();

@@ -132,6 +132,12 @@ void Recorder::action_done(simhost::Host& host, const TimedAction& action, const
     note_totals();
 }
 
+void Recorder::event_refused(double time, const Problem& problem) {
+    put(Happening{
+        time, Happening::Kind::failure,
+        fmt::format("event refused: {}: expected {}, found {}", problem.key, problem.expected, problem.found)});
+}
+
 void Recorder::begin_pass(double time) {
     flush();
     compare_configuration(time);

@@ -26,6 +26,9 @@ public:
     // A timed action of the site ran. Called with the host's lock held.
     void action_done(simhost::Host& host, const TimedAction& action, const std::string& refusal);
 
+    // What was to be an event of the running site is none. Any thread.
+    void event_refused(double time, const Problem& problem);
+
     // What was recorded since the last call, in order. Any thread.
     std::vector<RecordItem> take();
 

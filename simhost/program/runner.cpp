@@ -11,6 +11,8 @@
 #include <cstdlib>
 #include <stdexcept>
 
+#include "cimserver/server.h"
+#include "input_lines.h"
 #include "provider.h"
 #include "recorder.h"
 #include "site.h"
@@ -64,9 +66,45 @@ void show(View& view, Recorder& recorder, PassRecord& last_pass) {
     }
 }
 
+// What the lines of an input make happen; a negative `input`: none do.
+class LiveEvents {
+public:
+    LiveEvents(int input, simhost::Host& host, const Scenario& scenario, Site& site, Recorder& recorder,
+               ActionDone done)
+        : lines_(input), host_(host), scenario_(scenario), site_(site), recorder_(recorder), done_(std::move(done)) {}
+
+    // Waits this long, or until there is a line. Not a sleep: the host's clock would take it for one of the
+    // connection manager's.
+    void wait(int milliseconds) {
+        for (const std::string& line : lines_.wait(milliseconds)) {
+            happen(line);
+        }
+    }
+
+private:
+    void happen(const std::string& line) {
+        std::vector<Problem> problems;
+        if (auto event = read_event(line, scenario_, problems)) {
+            event->at_seconds = host_.now();
+            site_.schedule(host_, *event, done_);
+            (void)host_.totals();  // whoever looks at the host makes happen what is due
+        }
+        for (const Problem& problem : problems) {
+            recorder_.event_refused(host_.now(), problem);
+        }
+    }
+
+    InputLines lines_;
+    simhost::Host& host_;
+    const Scenario& scenario_;
+    Site& site_;
+    Recorder& recorder_;
+    const ActionDone done_;
+};
+
 // Lets the connection manager work until the clock shows `end`. False: it made no progress for a minute.
 bool wait_for_end(simhost::Host& host, const RunOptions& options, double end, View& view, Recorder& recorder,
-                  PassRecord& last_pass) {
+                  LiveEvents& events, PassRecord& last_pass) {
     using Clock = std::chrono::steady_clock;
     constexpr auto patience = std::chrono::seconds(60);
     constexpr double instant_wait_seconds = 0.1;
@@ -86,8 +124,7 @@ bool wait_for_end(simhost::Host& host, const RunOptions& options, double end, Vi
                 return false;
             }
         } else {
-            // Not a sleep: the host's clock would take it for one of the connection manager's.
-            (void)poll(nullptr, 0, real_wait_milliseconds);
+            events.wait(real_wait_milliseconds);
             done = host.now() >= end;
         }
         show(view, recorder, last_pass);
@@ -126,24 +163,17 @@ double next_action_after(const Scenario& scenario, double time) {
     return -1;
 }
 
-bool start_connection_manager(Provider& provider, const RunOptions& options, std::string& error) {
+bool start_connection_manager(Provider& provider, const RunOptions& options, View& view, std::string& error) {
     if (!provider.load(options.library, error)) {
         return false;
     }
     if (!options.cim) {
         return provider.start(error);
     }
-    std::vector<std::string> commands;
-    if (!provider.serve(*options.cim, commands, error)) {
+    if (!provider.serve(*options.cim, error)) {
         return false;
     }
-    if (!options.json) {
-        fmt::print("\nServing CIM until interrupted. Commands to try from another terminal:\n");
-        for (const std::string& command : commands) {
-            fmt::print("  {}\n", command);
-        }
-        std::fflush(stdout);
-    }
+    view.serving(provider.server()->url(), provider.server()->example_commands());
     return true;
 }
 
@@ -155,9 +185,10 @@ int run_on(simhost::Host& host, const Scenario& scenario, const RunOptions& opti
     site.build(host);
     Recorder recorder(site, options.log_level);
     recorder.watch(host);
-    site.schedule(host, [&](const TimedAction& action, const std::string& refusal) {
+    const ActionDone done = [&](const TimedAction& action, const std::string& refusal) {
         recorder.action_done(host, action, refusal);
-    });
+    };
+    site.schedule(host, done);
 
     const auto view = options.json
                           ? make_json_view()
@@ -173,15 +204,16 @@ int run_on(simhost::Host& host, const Scenario& scenario, const RunOptions& opti
     if (options.clock == simhost::ClockMode::instant) {
         host.set_horizon(end);
     }
-    if (!start_connection_manager(provider, options, error)) {
+    if (!start_connection_manager(provider, options, *view, error)) {
         fmt::print(stderr, "ostrel-simhost: the connection manager can't be started: {}\n", error);
         return EXIT_NOT_RUN;
     }
     interrupts.unblock();
+    LiveEvents events(options.events ? STDIN_FILENO : -1, host, scenario, site, recorder, done);
 
     RunOutcome outcome;
     PassRecord& last_pass = outcome.last_pass;
-    outcome.stalled = !wait_for_end(host, options, end, *view, recorder, last_pass);
+    outcome.stalled = !wait_for_end(host, options, end, *view, recorder, events, last_pass);
     outcome.ended_at = host.now();
     outcome.totals = host.totals();
     outcome.paths = site.paths(host);

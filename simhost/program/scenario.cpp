@@ -356,9 +356,10 @@ ScenarioOrProblems read_scenario(std::string_view text) {
         return result;
     }
     Problems problems;
-    Names names;
     Fields fields(problems, *document, "");
     Scenario& scenario = result.scenario;
+    scenario.names = std::make_shared<Names>();
+    Names& names = *scenario.names;
     scenario.title = fields.text("title").value_or("");
     scenario.run_for_seconds = fields.seconds("run_for", 1).value_or(scenario.run_for_seconds);
     for (const Word& hazard : fields.texts("allow")) {
@@ -393,6 +394,32 @@ ScenarioOrProblems read_scenario(std::string_view text) {
     std::stable_sort(result.problems.begin(), result.problems.end(),
                      [](const Problem& a, const Problem& b) { return a.line < b.line; });
     return result;
+}
+
+std::optional<TimedAction> read_event(std::string_view line, const Scenario& scenario, std::vector<Problem>& problems) {
+    SyntaxError error;
+    auto document = parse_document(line, error);
+    if (!document) {
+        problems.push_back({error.line, "syntax", "TOML", error.message});
+        return std::nullopt;
+    }
+    if (document->items.empty()) {
+        return std::nullopt;
+    }
+    Problems found;
+    if (const Value* const at = document->member("at")) {
+        found.add(at->line, "event.at", "no time, for it happens at once", describe(*at));
+    } else {
+        Value now;
+        now.kind = Value::Kind::integer;
+        now.key = "at";
+        document->items.push_back(now);
+    }
+    EventReader reader(found, *scenario.names);
+    reader.collect({&*document});
+    auto event = reader.read(*document);
+    problems = found.take();
+    return problems.empty() ? event : std::nullopt;
 }
 
 std::string problems_text(const std::vector<Problem>& problems, std::string_view file, std::size_t most) {

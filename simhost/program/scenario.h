@@ -17,6 +17,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -29,6 +30,8 @@
 #include "simhost/host.h"
 
 namespace program {
+
+struct Names;
 
 inline constexpr std::size_t MOST_VOLUMES = 256;  // what the path-selection plug-in reports
 inline constexpr std::size_t MOST_GROUP_SCOPED_TARGETS = 32;
@@ -163,6 +166,7 @@ struct Scenario {
     std::vector<StaticTargetEntry> static_targets;
     std::vector<SessionEntry> sessions;
     std::vector<TimedAction> actions;  // in the order of their times
+    std::shared_ptr<Names> names;      // all that an event may refer to
 };
 
 struct ScenarioOrProblems {
@@ -172,6 +176,10 @@ struct ScenarioOrProblems {
 
 // Reads a scenario from its text. Never throws on account of the text.
 ScenarioOrProblems read_scenario(std::string_view text);
+
+// Reads one more event of a scenario that runs: a line with the keys of an [[event]] but `at`, whose time stays 0.
+// Empty for a blank line and a comment, and with `problems` filled for what is no event.
+std::optional<TimedAction> read_event(std::string_view line, const Scenario& scenario, std::vector<Problem>& problems);
 
 // "FILE:LINE: KEY: expected ..., found ...", one line each; at most `most` of them, then how many more.
 std::string problems_text(const std::vector<Problem>& problems, std::string_view file, std::size_t most = 20);

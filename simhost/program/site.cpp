@@ -221,19 +221,22 @@ void Site::run(simhost::Host& host, const Action& action) {
                action);
 }
 
-void Site::schedule(simhost::Host& host,
-                    std::function<void(const TimedAction& action, const std::string& refusal)> done) {
+void Site::schedule(simhost::Host& host, const ActionDone& done) {
     for (const TimedAction& timed : scenario_.actions) {
-        host.at(timed.at_seconds, action_text(timed.action), [this, &timed, done](simhost::Host& running) {
-            std::string refusal;
-            try {
-                run(running, timed.action);
-            } catch (const std::exception& exception) {
-                refusal = exception.what();
-            }
-            done(timed, refusal);
-        });
+        schedule(host, timed, done);
     }
+}
+
+void Site::schedule(simhost::Host& host, const TimedAction& timed, const ActionDone& done) {
+    host.at(timed.at_seconds, action_text(timed.action), [this, timed, done](simhost::Host& running) {
+        std::string refusal;
+        try {
+            run(running, timed.action);
+        } catch (const std::exception& exception) {
+            refusal = exception.what();
+        }
+        done(timed, refusal);
+    });
 }
 
 void Site::count_arrays(TargetRow& row, const std::string& volume) const {

@@ -13,6 +13,10 @@
 
 namespace program {
 
+// Called after an action on the thread that ran it, with the host's lock held: what was done, and the host's
+// refusal or an empty text.
+using ActionDone = std::function<void(const TimedAction& action, const std::string& refusal)>;
+
 class Site {
 public:
     explicit Site(const Scenario& scenario) : scenario_(scenario) {}
@@ -21,9 +25,9 @@ public:
     // std::invalid_argument for what the host refuses.
     void build(simhost::Host& host);
 
-    // Enters the time line. `done` is called after each action on the thread that ran it, with the host's
-    // lock held: what was done, and the host's refusal or an empty text.
-    void schedule(simhost::Host& host, std::function<void(const TimedAction& action, const std::string& refusal)> done);
+    // Enters the time line, or one action more.
+    void schedule(simhost::Host& host, const ActionDone& done);
+    void schedule(simhost::Host& host, const TimedAction& timed, const ActionDone& done);
 
     // The rows of the table as the host stands. Call with the host's lock held, or when nothing runs.
     std::vector<TargetRow> rows(const simhost::Host& host, const ConfigValues& config) const;

@@ -64,6 +64,13 @@ public:
         show_table(rows, addresses);
     }
 
+    void serving(const std::string&, const std::vector<std::string>& commands) override {
+        print("\nServing CIM until interrupted. Commands to try from another terminal:");
+        for (const std::string& command : commands) {
+            print("  " + command);
+        }
+    }
+
     void happening(const Happening& happening) override {
         flush_quiet();
         using Kind = Happening::Kind;

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "record.h"
 #include "scenario.h"
@@ -24,6 +25,8 @@ public:
     virtual ~View() = default;
     virtual void begin(const RunHead& head, const std::vector<TargetRow>& rows, const std::vector<Address>& addresses,
                        const simhost::Totals& totals, int paths) = 0;
+    // `url`: where WBEM clients reach it; `commands`: some to try.
+    virtual void serving(const std::string& url, const std::vector<std::string>& commands) = 0;
     virtual void happening(const Happening& happening) = 0;
     virtual void pass(const PassRecord& pass) = 0;
     virtual void end(const RunOutcome& outcome, const Verdict& verdict) = 0;

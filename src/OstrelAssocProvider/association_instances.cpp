@@ -25,17 +25,18 @@ CMPIObjectPath* next_path(const CMPIEnumeration* names) {
     return nullptr;
 }
 
-using ReturnAssociation = bool (*)(const CMPIBroker* broker, const CMPIResult* result, const CMPIObjectPath* service,
+// What the broker can't make or take is left out of an answer, which is OK all the same.
+using ReturnAssociation = void (*)(const CMPIBroker* broker, const CMPIResult* result, const CMPIObjectPath* service,
                                    const CMPIObjectPath* setting, const char** properties);
 
-bool return_association_path(const CMPIBroker* broker, const CMPIResult* result, const CMPIObjectPath* service,
+void return_association_path(const CMPIBroker* broker, const CMPIResult* result, const CMPIObjectPath* service,
                              const CMPIObjectPath* setting, const char**) {
-    return oxr::return_path(result, new_association_path(broker, service, setting));
+    (void)oxr::return_path(result, new_association_path(broker, service, setting));
 }
 
-bool return_association_instance(const CMPIBroker* broker, const CMPIResult* result, const CMPIObjectPath* service,
+void return_association_instance(const CMPIBroker* broker, const CMPIResult* result, const CMPIObjectPath* service,
                                  const CMPIObjectPath* setting, const char** properties) {
-    return oxr::return_instance(result, new_association_instance(broker, service, setting, properties, reference_keys));
+    (void)oxr::return_instance(result, new_association_instance(broker, service, setting, properties, reference_keys));
 }
 
 // The first service, with every setting in the order that the broker gives.
@@ -47,13 +48,12 @@ CMPIStatus enumerate(const CMPIContext* context, const CMPIResult* result, const
     }
     const CMPIEnumeration* const services = enumerate_names(broker, context, SERVICE_CLASS);
     const CMPIEnumeration* const settings = enumerate_names(broker, context, SETTING_CLASS);
-    bool all_returned = true;
     if (const CMPIObjectPath* const service = next_path(services)) {
         while (const CMPIObjectPath* const setting = next_path(settings)) {
-            all_returned = return_association(broker, result, service, setting, properties) && all_returned;
+            return_association(broker, result, service, setting, properties);
         }
     }
-    return oxr::end_results(result, all_returned);
+    return oxr::end_results(result);
 }
 
 bool is_our_service(const CMPIObjectPath* service) {
@@ -106,6 +106,6 @@ CMPIStatus OstrelAssocProviderGetInstance(CMPIInstanceMI*, const CMPIContext*, c
     if (service == nullptr || setting == nullptr || !is_our_service(service) || !is_our_setting(setting)) {
         return CMReturn(CMPI_RC_ERR_NOT_FOUND);
     }
-    const bool returned = return_association_instance(broker, result, service, setting, properties);
-    return oxr::end_results(result, returned);
+    return_association_instance(broker, result, service, setting, properties);
+    return oxr::end_results(result);
 }

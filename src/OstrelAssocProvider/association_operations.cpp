@@ -22,43 +22,43 @@ CMPIObjectPath* new_name_path(const CMPIBroker* broker, const char* class_name, 
     return path;
 }
 
-// --- answers: each returns one object, false when the broker could not make it or take it -------------------
+// --- answers: each returns one object; what the broker can't make or take is left out ------------------------
 
-bool return_setting(const AssociationRequest& request, const SettingEntry& setting) {
+void return_setting(const AssociationRequest& request, const SettingEntry& setting) {
     CMPIInstance* const instance =
         oxr::new_instance(request.broker, new_setting_path(request.broker, setting), request.properties, filterKeys);
     oxr::set_text(instance, "name", setting.name);
     oxr::set_text(instance, "InstanceId", setting.InstanceId);
     oxr::set_uint32(instance, "value", setting.value);
     oxr::set_text(instance, "description", setting.description);
-    return oxr::return_instance(request.result, instance);
+    (void)oxr::return_instance(request.result, instance);
 }
 
-bool return_service(const AssociationRequest& request, const ServiceInfo& info) {
+void return_service(const AssociationRequest& request, const ServiceInfo& info) {
     OXR_INFO_IN(request.operation, "oxrName = %s", info.name);
-    return oxr::return_instance(request.result,
-                                new_service_instance(request.broker, info, info.version, request.properties));
+    (void)oxr::return_instance(request.result,
+                               new_service_instance(request.broker, info, info.version, request.properties));
 }
 
-bool return_setting_path(const AssociationRequest& request, const SettingEntry& setting) {
-    return oxr::return_path(request.result, new_setting_path(request.broker, setting));
+void return_setting_path(const AssociationRequest& request, const SettingEntry& setting) {
+    (void)oxr::return_path(request.result, new_setting_path(request.broker, setting));
 }
 
-bool return_service_path(const AssociationRequest& request, const ServiceInfo& info) {
-    return oxr::return_path(request.result, new_service_path(request.broker, info));
+void return_service_path(const AssociationRequest& request, const ServiceInfo& info) {
+    (void)oxr::return_path(request.result, new_service_path(request.broker, info));
 }
 
-bool return_association(const AssociationRequest& request, const char* service_name, const char* setting_name) {
+void return_association(const AssociationRequest& request, const char* service_name, const char* setting_name) {
     const CMPIObjectPath* const service = new_name_path(request.broker, SERVICE_CLASS, service_name);
     const CMPIObjectPath* const setting = new_name_path(request.broker, SETTING_CLASS, setting_name);
-    return oxr::return_instance(
+    (void)oxr::return_instance(
         request.result, new_association_instance(request.broker, service, setting, request.properties, filterKeys));
 }
 
-bool return_association_path(const AssociationRequest& request, const char* service_name, const char* setting_name) {
+void return_association_path(const AssociationRequest& request, const char* service_name, const char* setting_name) {
     const CMPIObjectPath* const service = new_name_path(request.broker, SERVICE_CLASS, service_name);
     const CMPIObjectPath* const setting = new_name_path(request.broker, SETTING_CLASS, setting_name);
-    return oxr::return_path(request.result, new_association_path(request.broker, service, setting));
+    (void)oxr::return_path(request.result, new_association_path(request.broker, service, setting));
 }
 
 // --- the procedure ------------------------------------------------------------------------------------------
@@ -68,9 +68,9 @@ struct Operation {
     const char* malformed_service;
     const char* malformed_setting;
     bool (*passes_filters)(const AssociationRequest& request);
-    bool (*answer_with_setting)(const AssociationRequest& request, const char* source_name,
+    void (*answer_with_setting)(const AssociationRequest& request, const char* source_name,
                                 const SettingEntry& setting);
-    bool (*answer_with_service)(const AssociationRequest& request, const char* source_name, const ServiceInfo& info);
+    void (*answer_with_service)(const AssociationRequest& request, const char* source_name, const ServiceInfo& info);
 };
 
 constexpr Operation associators = {
@@ -78,9 +78,9 @@ constexpr Operation associators = {
     .malformed_setting = malformed_setting_key_value,
     .passes_filters = passes_associator_filters,
     .answer_with_setting = [](const AssociationRequest& request, const char*,
-                              const SettingEntry& setting) { return return_setting(request, setting); },
+                              const SettingEntry& setting) { return_setting(request, setting); },
     .answer_with_service = [](const AssociationRequest& request, const char*,
-                              const ServiceInfo& info) { return return_service(request, info); },
+                              const ServiceInfo& info) { return_service(request, info); },
 };
 
 constexpr Operation associator_names = {
@@ -88,21 +88,19 @@ constexpr Operation associator_names = {
     .malformed_setting = malformed_setting_key,
     .passes_filters = passes_associator_filters,
     .answer_with_setting = [](const AssociationRequest& request, const char*,
-                              const SettingEntry& setting) { return return_setting_path(request, setting); },
+                              const SettingEntry& setting) { return_setting_path(request, setting); },
     .answer_with_service = [](const AssociationRequest& request, const char*,
-                              const ServiceInfo& info) { return return_service_path(request, info); },
+                              const ServiceInfo& info) { return_service_path(request, info); },
 };
 
 constexpr Operation references = {
     .malformed_service = malformed_service_key_value,
     .malformed_setting = malformed_setting_key,
     .passes_filters = passes_reference_filters,
-    .answer_with_setting =
-        [](const AssociationRequest& request, const char* source_name, const SettingEntry& setting) {
-            return return_association(request, source_name, setting.name);
-        },
+    .answer_with_setting = [](const AssociationRequest& request, const char* source_name,
+                              const SettingEntry& setting) { return_association(request, source_name, setting.name); },
     .answer_with_service = [](const AssociationRequest& request, const char* source_name,
-                              const ServiceInfo& info) { return return_association(request, info.name, source_name); },
+                              const ServiceInfo& info) { return_association(request, info.name, source_name); },
 };
 
 constexpr Operation reference_names = {
@@ -111,12 +109,10 @@ constexpr Operation reference_names = {
     .passes_filters = passes_reference_name_filters,
     .answer_with_setting =
         [](const AssociationRequest& request, const char* source_name, const SettingEntry& setting) {
-            return return_association_path(request, source_name, setting.name);
+            return_association_path(request, source_name, setting.name);
         },
-    .answer_with_service =
-        [](const AssociationRequest& request, const char* source_name, const ServiceInfo& info) {
-            return return_association_path(request, info.name, source_name);
-        },
+    .answer_with_service = [](const AssociationRequest& request, const char* source_name,
+                              const ServiceInfo& info) { return_association_path(request, info.name, source_name); },
 };
 
 CMPIStatus answer_with_settings(const Operation& operation, const AssociationRequest& request,
@@ -126,11 +122,10 @@ CMPIStatus answer_with_settings(const Operation& operation, const AssociationReq
     if (Ostrel_LookupSettingByOXR(source_name, settings, &count) != 0) {
         return CMReturn(CMPI_RC_OK);
     }
-    bool all_returned = true;
-    for (int i = 0; i < count && all_returned; ++i) {
-        all_returned = operation.answer_with_setting(request, source_name, settings[i]);
+    for (int i = 0; i < count; ++i) {
+        operation.answer_with_setting(request, source_name, settings[i]);
     }
-    return oxr::end_results(request.result, all_returned);
+    return oxr::end_results(request.result);
 }
 
 CMPIStatus answer_with_service(const Operation& operation, const AssociationRequest& request, const char* source_name) {
@@ -138,7 +133,8 @@ CMPIStatus answer_with_service(const Operation& operation, const AssociationRequ
     if (Ostrel_LookupOXR(source_name, &info) != 0) {
         return CMReturn(CMPI_RC_OK);
     }
-    return oxr::end_results(request.result, operation.answer_with_service(request, source_name, info));
+    operation.answer_with_service(request, source_name, info);
+    return oxr::end_results(request.result);
 }
 
 CMPIStatus run(const Operation& operation, AssociationRequest request) {

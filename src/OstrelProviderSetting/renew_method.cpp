@@ -49,12 +49,13 @@ Outcome outcome_of(std::uint32_t oxd_status) {
 
 // --- arguments: each step gives null, or the message of the failure that ends the call ---------------------
 
-// An empty array may come with the type of another one.
+// CIM servers have no type for the elements of an empty array and may hand it on as one of instances.
 bool is_string_array(const CMPIData& argument) {
     if ((argument.type & CMPI_ARRAY) == 0 || !oxr::has_value(argument) || argument.value.array == nullptr) {
         return false;
     }
-    return argument.type == CMPI_ARRAY || argument.type == CMPI_stringA || oxr::array_size(argument.value.array) == 0;
+    return argument.type == CMPI_ARRAY || argument.type == CMPI_stringA ||
+           (argument.type == CMPI_instanceA && oxr::array_size(argument.value.array) == 0);
 }
 
 bool is_iqn(const char* text) {

@@ -118,13 +118,17 @@ inline bool return_instance(const CMPIResult* result, const CMPIInstance* instan
     return result != nullptr && instance != nullptr && CMReturnInstance(result, instance).rc == CMPI_RC_OK;
 }
 
+// Ends an answer, with OK in any case.
+inline CMPIStatus end_results(const CMPIResult* result) {
+    if (result != nullptr) {
+        (void)CMReturnDone(result);
+    }
+    return CMReturn(CMPI_RC_OK);
+}
+
 // Ends an answer: OK, or FAILED when one of its objects could not be made or returned.
 inline CMPIStatus end_results(const CMPIResult* result, bool all_returned) {
-    if (result == nullptr || !all_returned) {
-        return CMReturn(CMPI_RC_ERR_FAILED);
-    }
-    (void)CMReturnDone(result);
-    return CMReturn(CMPI_RC_OK);
+    return result != nullptr && all_returned ? end_results(result) : CMReturn(CMPI_RC_ERR_FAILED);
 }
 
 }  // namespace oxr

@@ -10,10 +10,14 @@
 #include <cerrno>
 #include <functional>
 #include <map>
+#include <memory>
 #include <set>
 
+#include "OstrelProviderSetting/setting_class.h"
+#include "cimserver/mof/reader.h"
 #include "common/text.h"
 #include "oxd_ima_utility/oid_cache.h"
+#include "support/cim.h"
 #include "support/engine.h"
 #include "support/log_lines.h"
 #include "support/site.h"
@@ -41,6 +45,27 @@ std::uint32_t renew(const Lines& iqns, Kind kind = Kind::general) {
                                  : handleChangeIscsiDigest(targets, count, kind == Kind::enable_digests);
 }
 
+// The setting class behind a broker, as clients reach it.
+std::unique_ptr<cimserver::Broker> make_setting_broker(Host& host) {
+    host.write_file("/etc/ostrel/oxr.conf", "#\nuse_ostrel_timeouts=1\nostrel_logs_path=/var/log/ostrel\n");
+    std::string error;
+    cimserver::Schema schema;
+    for (const char* const file : {"cim_schema_minimal.mof", "ostrel.mof"}) {
+        EXPECT_TRUE(read_mof_file(OXR_SOURCE_DIR "/cim/" + std::string(file), schema, error)) << error;
+    }
+    auto broker = std::make_unique<cimserver::Broker>(std::move(schema));
+    cimserver::Registration registration;
+    registration.class_name = SETTING;
+    registration.provider = "OstrelProviderSetting";
+    registration.name_space = "ostrel/cimv2";
+    registration.method = true;
+    const auto factory = [](const std::string&) {
+        return reinterpret_cast<void*>(OstrelProviderSetting_Create_MethodMI);
+    };
+    EXPECT_TRUE(broker->load({registration}, factory, error)) << error;
+    return broker;
+}
+
 // Four NICs and two arrays, so eight sessions are what a volume has: two over each local address.
 std::unique_ptr<Host> make_volumes(int count, simhost::HostOptions options = {}, int connections = 8) {
     refresh_target_oids_table();  // those of an earlier host
@@ -65,6 +90,34 @@ std::map<std::string, int> logged_in_by_address(const Host& host, const std::str
         counts[session.local_ip] += session.state == simhost::LOGGED_IN ? 1 : 0;
     }
     return counts;
+}
+
+// A renewal as it goes over a target's local addresses.
+struct AddressWatch {
+    Lines worked_on;  // addresses, as their sessions go
+    int broken = 0;   // moments when more than one of them lacked a session
+};
+
+std::shared_ptr<const AddressWatch> watch_addresses(Host& host, const std::string& iqn) {
+    const auto watch = std::make_shared<AddressWatch>();
+    host.observe([&host, iqn, watch, full = logged_in_by_address(host, iqn)](const Event& event) {
+        if (event.target != iqn ||
+            (event.kind != Event::Kind::session_removed && event.kind != Event::Kind::session_added)) {
+            return;
+        }
+        auto now = logged_in_by_address(host, iqn);
+        int incomplete = 0;
+        for (const auto& [address, count] : full) {
+            if (now[address] < count) {
+                ++incomplete;
+                if (watch->worked_on.empty() || watch->worked_on.back() != address) {
+                    watch->worked_on.push_back(address);
+                }
+            }
+        }
+        watch->broken += incomplete > 1 ? 1 : 0;
+    });
+    return watch;
 }
 
 int with_digests(const Host& host, const std::string& iqn) {
@@ -121,28 +174,10 @@ TEST(Renewal, ReplacesEverySessionOneAddressAtATime) {
     const Isids of_other = isids_of(*host, host->iqn_of("vol-1"));
     const auto full = logged_in_by_address(*host, iqn);
     ASSERT_EQ(full.size(), 4U);
-    Lines worked_on;  // addresses, as their sessions go
-    int broken = 0;
-    host->observe([&](const Event& event) {
-        if (event.target != iqn ||
-            (event.kind != Event::Kind::session_removed && event.kind != Event::Kind::session_added)) {
-            return;
-        }
-        auto now = logged_in_by_address(*host, iqn);
-        int incomplete = 0;
-        for (const auto& [address, count] : full) {
-            if (now[address] < count) {
-                ++incomplete;
-                if (worked_on.empty() || worked_on.back() != address) {
-                    worked_on.push_back(address);
-                }
-            }
-        }
-        broken += incomplete > 1 ? 1 : 0;
-    });
+    const auto watch = watch_addresses(*host, iqn);
     EXPECT_EQ(renew({iqn}), OXD_SUCCESS);
-    EXPECT_EQ(broken, 0) << "moments when more than one address lacked a session";
-    EXPECT_EQ(worked_on.size(), 4U) << "addresses, none taken up twice";
+    EXPECT_EQ(watch->broken, 0);
+    EXPECT_EQ(watch->worked_on.size(), 4U) << "addresses, none taken up twice";
     EXPECT_EQ(logged_in_by_address(*host, iqn), full);
     EXPECT_TRUE(none_kept(before, isids_of(*host, iqn)));
     EXPECT_EQ(isids_of(*host, host->iqn_of("vol-1")), of_other);
@@ -151,7 +186,7 @@ TEST(Renewal, ReplacesEverySessionOneAddressAtATime) {
     expect_at_rest(*host);
 }
 
-TEST(Renewal, EndsWithTheStatusOfTheStepThatFailed) {
+TEST(Renewal, ThroughTheMethodEndsWithTheStatusOfTheStepThatFailed) {
     const auto set = [](const simhost::Fault& made) { return [made](Host& host) { host.fail(made); }; };
     const auto once_added = [](const simhost::Fault& made) {
         return [made](Host& host) { fail_once_added(host, made); };
@@ -164,6 +199,13 @@ TEST(Renewal, EndsWithTheStatusOfTheStepThatFailed) {
         std::uint32_t status;
         simhost::HostOptions options = {};
     } cases[] = {
+        {"no configuration", [](Host& host) { host.remove_file("/etc/ostrel/oxr.conf"); }, OXD_WORKER_STOP_TIMEOUT},
+        {"the worker is held off",
+         [](Host& host) {
+             host.write_file("/etc/ostrel/oxr.conf", host.read_file("/etc/ostrel/oxr.conf") + "worker_stop=1\n");
+         },
+         OXD_WORKER_STOP_TIMEOUT},
+        {"a pass never ends", [](Host& host) { host.write_file("/etc/ostrel/.lock", ""); }, OXD_POLLING_PASS_TIMEOUT},
         {"the volume is unknown", set(status_fault("psp.1", 3)), OXD_DEVICE_NOT_FOUND},
         {"its record is refused", set(status_fault("psp.1", 2)), OXD_FAILED},
         {"its record is unreadable", set(errno_fault("psp.1", EIO)), OXD_FAILED},
@@ -193,10 +235,17 @@ TEST(Renewal, EndsWithTheStatusOfTheStepThatFailed) {
         SCOPED_TRACE(c.what);
         const auto host = make_volumes(2, c.options);
         const std::string iqn = host->iqn_of("vol-0");
-        const Isids of_later = isids_of(*host, host->iqn_of("vol-1"));
+        const std::string later = host->iqn_of("vol-1");
+        const Isids of_later = isids_of(*host, later);
+        const auto broker = make_setting_broker(*host);
+        const auto watches = {watch_addresses(*host, iqn), watch_addresses(*host, later)};
         c.provoke(*host);
-        EXPECT_EQ(renew({iqn, host->iqn_of("vol-1")}), c.status);
-        EXPECT_EQ(isids_of(*host, host->iqn_of("vol-1")) == of_later, c.status != OXD_SUCCESS);
+        EXPECT_EQ(renew(*broker, {iqn, later}), std::to_string(c.status));
+        EXPECT_EQ(isids_of(*host, later) == of_later, c.status != OXD_SUCCESS);
+        for (const auto& watch : watches) {
+            EXPECT_EQ(watch->broken, 0);
+        }
+        EXPECT_EQ(renew_connections_running.load(), 0);
         expect_at_rest(*host);
         expect_repaired(*host, iqn);
     }

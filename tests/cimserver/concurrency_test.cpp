@@ -3,35 +3,33 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <future>
+#include <map>
 #include <memory>
-#include <set>
 #include <sstream>
 #include <thread>
+#include <vector>
 
 #include "cimserver/broker/broker.h"
 #include "cimserver/broker/request.h"
 #include "cimserver/server.h"
+#include "support/cim.h"
 #include "support/engine.h"
 #include "support/site.h"
 
 using namespace cimserver;
+using namespace testing_support;
 
 namespace {
 
-constexpr char SERVICE[] = "OSTREL_ConnectionService";
-constexpr char SETTING[] = "OSTREL_ConnectionServiceSetting";
 constexpr double seconds_of_load = 60;
 constexpr std::chrono::seconds longest{60};  // real time, by far enough for any request
-
-ObjectPath path_of(const std::string& class_name) {
-    return {{}, "ostrel/cimv2", class_name, {}};
-}
 
 bool wait_until(const std::function<bool()>& reached) {
     const auto give_up = std::chrono::steady_clock::now() + longest;
@@ -41,55 +39,93 @@ bool wait_until(const std::function<bool()>& reached) {
     return reached();
 }
 
+// The keys of a configuration file whose every line is a comment or a value, each key once.
+std::map<std::string, std::uint32_t> values_of(const std::string& config) {
+    std::istringstream text(config);
+    std::map<std::string, std::uint32_t> values;
+    for (std::string line; std::getline(text, line);) {
+        if (!line.empty() && line[0] != '#') {
+            const auto at = line.find('=');
+            EXPECT_NE(at, std::string::npos) << line;
+            const bool is_first = values.emplace(line.substr(0, at), std::strtoul(&line[at + 1], nullptr, 10)).second;
+            EXPECT_TRUE(is_first) << line;
+        }
+    }
+    return values;
+}
+
+// One setter's accepted calls, each with its place in the order of all setters' beginnings and ends.
+struct Set {
+    unsigned begun;
+    unsigned ended;
+    std::uint32_t value;
+};
+
+// The file may hold an earlier value than the last one only where each later set met one of the other setter's,
+// which had read the file before it: nothing else loses an update.
+void expect_one_of_the_last(std::uint32_t found, const std::vector<Set>& sets, const std::vector<Set>& others) {
+    for (auto set = sets.rbegin(); set != sets.rend(); ++set) {
+        if (set->value == found) {
+            return;
+        }
+        const bool met = std::any_of(others.begin(), others.end(), [&](const Set& other) {
+            return other.begun < set->ended && set->begun < other.ended;
+        });
+        ASSERT_TRUE(met) << "the set to " << set->value << " is lost; found " << found;
+    }
+    FAIL() << found << " was never set";
+}
+
 }  // namespace
 
 TEST(Clients, EightAtOnceLeaveTheServiceWhole) {
     simhost::HostOptions options;
     options.clock = simhost::ClockMode::scaled;
-    options.factor = 300;
+    options.factor = 60;
     options.login_seconds = 0.5;
     options.claim_seconds = 1;
-    const auto host = testing_support::make_site(2, simhost::GroupMode::dynamic_discovery, options);
-    const auto iqns = testing_support::add_volumes(*host, 2, 8);
+    const auto host = make_site(2, simhost::GroupMode::dynamic_discovery, options);
+    const auto iqns = add_volumes(*host, 2, 8);
     std::string error;
     auto broker = make_broker(dlopen(OXR_LIBRARY, RTLD_NOW | RTLD_LOCAL), OXR_SOURCE_DIR "/cim", error);
     ASSERT_NE(broker, nullptr) << error;
 
     std::atomic<int> renewed{0};
     std::atomic<int> unexpected{0};
-    const auto renew = [&](const std::string& name, const std::string& value) {
-        const Answer answer = broker->invoke_method(
-            path_of(SETTING), "renewiscsiconnections",
-            {{"targets", text_list(iqns)}, {"paramname", text_value(name)}, {"paramvalue", text_value(value)}});
-        const std::string status = answer.out.empty() ? "none" : value_text(*find(answer.out, "oxd_status"));
+    const auto renew_all = [&](const std::string& name = "", const std::string& value = "") {
+        const std::string status = renew(*broker, iqns, name, value);
         renewed += status == "0" ? 1 : 0;
         // What a stop or a pass leaves behind may hold a renewal off: the lock file, a session that logs in.
         if (status != "0" && status != "10" && status != "3") {
             ADD_FAILURE() << "oxd status " << status;
         }
     };
-    const auto set_value = [&](const std::string& name, std::uint32_t value) {
-        const Answer answer = broker->invoke_method(path_of(SETTING), "SetValue",
-                                                    {{"name", text_value(name)}, {"value", uint32_value(value)}});
-        unexpected += answer.code == CMPI_RC_OK ? 0 : 1;
+    std::atomic<unsigned> moments{0};
+    std::vector<Set> interval_sets;
+    std::vector<Set> session_sets;
+    const auto set = [&](const std::string& name, std::uint32_t value) {
+        Set made{moments++, 0, value};
+        unexpected += set_value(*broker, name, value).code == CMPI_RC_OK ? 0 : 1;
+        made.ended = moments++;
+        (name == "interval" ? interval_sets : session_sets).push_back(made);
     };
-    const auto service = [&](const std::string& method) {
-        unexpected += broker->invoke_method(path_of(SERVICE), method, {}).code == CMPI_RC_OK ? 0 : 1;
+    const auto call = [&](const std::string& method) {
+        unexpected += broker->invoke_method(service(), method, {}).code == CMPI_RC_OK ? 0 : 1;
     };
     const std::vector<std::function<void(unsigned)>> clients = {
-        [&](unsigned) { renew("", ""); },
+        [&](unsigned) { renew_all(); },
         [&](unsigned turn) {
             for (const char* const adapter : {"vmhba64", "vmhba65"}) {
                 host->set_digests(adapter, turn % 2 == 0);
             }
-            renew("iscsidigest", turn % 2 == 0 ? "enable" : "disable");
+            renew_all("iscsidigest", turn % 2 == 0 ? "enable" : "disable");
         },
-        [&](unsigned turn) { set_value("interval", 60 + turn % 2 * 1000); },
-        [&](unsigned turn) { set_value("vol_sessions", 8 - turn % 2); },
+        [&](unsigned turn) { set("interval", 60 + turn); },
+        [&](unsigned turn) { set("vol_sessions", 8 - turn % 2); },
         [&](unsigned) { unexpected += broker->enumerate_instances(path_of(SETTING), {}).instances.size() != 2; },
         [&](unsigned) { unexpected += broker->enumerate_instances(path_of("CIM_Service"), {}).instances.size() != 1; },
-        [&](unsigned) { service("startservice"); },
-        [&](unsigned turn) { service(turn % 40 == 20 ? "stopservice" : "startservice"); },
+        [&](unsigned) { call("startservice"); },
+        [&](unsigned turn) { call(turn % 20 == 10 ? "stopservice" : "startservice"); },
     };
     const double end = host->now() + seconds_of_load;
     std::vector<std::future<void>> running;
@@ -110,37 +146,31 @@ TEST(Clients, EightAtOnceLeaveTheServiceWhole) {
     EXPECT_EQ(unexpected, 0) << host->log();
     EXPECT_GT(renewed, 0);
 
+    auto values = values_of(host->read_file("/etc/ostrel/oxr.conf"));
+    expect_one_of_the_last(values["interval"], interval_sets, session_sets);
+    expect_one_of_the_last(values["vol_sessions"], session_sets, interval_sets);
+
     // The worker starts and makes a pass, and a renewal succeeds after it.
-    set_value("interval", 60);
-    set_value("vol_sessions", 8);
-    service("stopservice");
-    service("startservice");
+    set("interval", 60);
+    set("vol_sessions", 8);
+    values = values_of(host->read_file("/etc/ostrel/oxr.conf"));
+    EXPECT_EQ(values["interval"], 60U);
+    EXPECT_EQ(values["vol_sessions"], 8U);
+    call("stopservice");
+    call("startservice");
     const std::uint64_t passes = host->calls("psp.0");
     EXPECT_TRUE(wait_until([&] { return host->calls("psp.0") > passes && !host->exists("/etc/ostrel/.lock"); }));
     EXPECT_TRUE(wait_until([&, before = renewed.load()] {
-        renew("", "");
+        renew_all();
         return renewed > before;
     }));
-
-    // Every line of the configuration is a comment or a value, each key once.
-    std::istringstream config(host->read_file("/etc/ostrel/oxr.conf"));
-    std::multiset<std::string> keys;
-    for (std::string line; std::getline(config, line);) {
-        if (!line.empty() && line[0] != '#') {
-            const auto at = line.find('=');
-            ASSERT_NE(at, std::string::npos) << line;
-            keys.insert(line.substr(0, at));
-        }
-    }
-    EXPECT_EQ(keys.count("interval"), 1U);
-    EXPECT_EQ(keys.count("vol_sessions"), 1U);
-    EXPECT_EQ(keys.size(), std::set<std::string>(keys.begin(), keys.end()).size());
-    service("stopservice");
+    call("stopservice");
+    EXPECT_EQ(unexpected, 0) << host->log();
     EXPECT_EQ(live_objects(), 0);
     broker.reset();
     EXPECT_EQ(live_objects(), 0);
-    testing_support::expect_nothing_held(*host);
+    expect_nothing_held(*host);
     for (const std::string& iqn : iqns) {
-        EXPECT_GE(testing_support::count_sessions(*host, iqn), 7);
+        EXPECT_GE(count_sessions(*host, iqn), 7);
     }
 }

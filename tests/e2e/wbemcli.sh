@@ -1,12 +1,32 @@
 #!/usr/bin/env bash
-# What an administrator does with a WBEM client, on a simulated host. Arguments: the host program, the library.
+# What an administrator does with a WBEM client, on a simulated host. Arguments: ostrel-simhost, the library.
 # Each command and its answer are printed; the exit code is 77 where there is no client.
 set -uo pipefail
 command -v wbemcli >/dev/null && command -v curl >/dev/null || { echo "no wbemcli or no curl"; exit 77; }
 
-coproc HOST { exec "$1" "$2" 200; }
-read -r port root <&"${HOST[0]}" || exit 1
+work=$(mktemp -d)
+root=$work/root
+said=$work/said
+mkdir "$root"
+coproc HOST {
+    exec "$1" cim --library "$2" --root "$root" --speed 200 --cim 127.0.0.1:0 --events --json >"$said"
+}
 host_pid=$HOST_PID
+trap 'kill "$host_pid" 2>/dev/null; rm -rf "$work"' EXIT
+
+# told NUMBER PATTERN: the host tells so many lines that match.
+told() {
+    local waits
+    for waits in {1..600}; do
+        [ "$(grep -cE -- "$2" "$said")" -ge "$1" ] && return
+        kill -0 "$host_pid" 2>/dev/null || break
+        sleep 0.1
+    done
+    echo "host: no $2 after $waits looks"
+    exit 1
+}
+told 1 '"type":"serving"'
+port=$(sed -nE '/"type":"serving"/s/.*"url":"[^"]*:([0-9]+)".*/\1/p' "$said")
 space="http://localhost:$port/ostrel/cimv2"
 service="$space:OSTREL_ConnectionService"
 setting="$space:OSTREL_ConnectionServiceSetting"
@@ -15,16 +35,16 @@ the_service="$service.name=\"OSTREL Connection Service\""
 interval="$setting.name=\"interval\",InstanceId=\"interval\""
 conf=$root/etc/ostrel/oxr.conf
 iqn=iqn.2012-07.com.ostrel
+log=$root/var/log/ostrel/oxr.log
 checks=0
 failures=0
+events=0
 
-# make WORDS: the host does something; prints what it answers after "done".
+# make EVENT: it happens on the host.
 make() {
-    echo "$*" >&"${HOST[1]}"
-    local answer
-    read -r answer <&"${HOST[0]}"
-    [[ $answer == done* ]] || { echo "host: $* - $answer"; exit 1; }
-    echo "${answer#done}"
+    echo "$1" >&"${HOST[1]}"
+    events=$((events + 1))
+    told "$events" '"kind":"action"'
 }
 
 # expect NAME PATTERN TEXT: the text holds the extended regular expression.
@@ -101,6 +121,15 @@ lines "reference names by superclass" 2 rin -arc CIM_ElementSettingData "$the_se
 lines "references by superclass" 0 ri -arc CIM_ElementSettingData "$the_service"
 cli "unknown result class" 'CIM_ERR_INVALID_PARAMETER' ai -arc Nobody "$the_service"
 
+# --- the service -----------------------------------------------------------------------------------------------
+cli "stop" 'stopservice: 0$' cm "$service" stopservice
+expect "log after the stop" 'do_work thread killed' "$(tail -n 20 "$log")"
+cli "start" 'StartService: 0$' cm "$service" StartService
+expect "log after the start" 'Creating worker thread' "$(tail -n 20 "$log")"
+# No look at the volumes comes between what follows.
+cli "stop for what follows" 'stopservice: 0$' cm "$service" stopservice
+rm -f "$root/etc/ostrel/.lock"
+
 # --- settings --------------------------------------------------------------------------------------------------
 for good in interval=60 interval=604800 vol_sessions=2 vol_sessions=8 interval=300; do
     cli "set $good" 'setvalue: 0$' cm "$setting" "setvalue.name=\"${good%=*}\",value=${good#*=}"
@@ -116,43 +145,35 @@ cli "unknown method" 'CIM_ERR_METHOD_NOT_FOUND' cm "$setting" nothing
 expect "file after refusals" '^interval=300$' "$(cat "$conf")"
 cli "settings seen" 'name="interval".*value=300' ei "$setting"
 
-# --- the service -----------------------------------------------------------------------------------------------
-cli "stop" 'stopservice: 0$' cm "$service" stopservice
-expect "log after the stop" 'do_work thread killed' "$(tail -n 20 "$root/var/log/ostrel/oxr.log")"
-cli "start" 'StartService: 0$' cm "$service" StartService
-expect "log after the start" 'Creating worker thread' "$(tail -n 20 "$root/var/log/ostrel/oxr.log")"
-cli "stop for what follows" 'stopservice: 0$' cm "$service" stopservice
-rm -f "$root/etc/ostrel/.lock"
-
 # --- renewals, every OXD status --------------------------------------------------------------------------------
 renew 0 "" "" "$iqn:ok"
 renew 2 "" "" "$iqn:nobody"
-make drop single >/dev/null
+make 'drop_sessions = { target = "single", count = 3 }'
 renew 4 "" "" "$iqn:ok" "$iqn:single" "$iqn:nobody"
 renew 5 "" "" "$iqn:one-nic"
 renew 1 iscsidigest enable "$iqn:ok"
-make digests on >/dev/null
+make 'digests = { adapter = "vmhba64", on = true }'
 renew 0 iSCSIdigest Enable "$iqn:ok"
-expect "digests are on" '^ ([0-9]+) \1$' "$(make count ok)"
-make digests off >/dev/null
+expect "digests are on" "digest successfully enabled for target $iqn:ok" "$(tail -n 20 "$log")"
+make 'digests = { adapter = "vmhba64", on = false }'
 renew 0 iscsidigest disable "$iqn:ok"
-expect "digests are off" '^ [0-9]+ 0$' "$(make count ok)"
-make fail IMA_VMW_RemoveSession 2147483652 >/dev/null
+expect "digests are off" "digest successfully disabled for target $iqn:ok" "$(tail -n 20 "$log")"
+make 'fault = { operation = "IMA_VMW_RemoveSession", persistent = true }'
 renew 6 "" "" "$iqn:ok"
-make heal >/dev/null
-make fail psp.5 8 >/dev/null
+make 'clear_faults = true'
+make 'fault = { operation = "psp.5", persistent = true, status = 8 }'
 renew 8 "" "" "$iqn:ok"
-make heal >/dev/null
+make 'clear_faults = true'
 sed -i 's/^worker_stop=.*/worker_stop=1/' "$conf"
 renew 9 "" "" "$iqn:ok"
 sed -i 's/^worker_stop=.*/worker_stop=0/' "$conf"
 : >"$root/etc/ostrel/.lock"
 renew 10 "" "" "$iqn:ok"
 rm -f "$root/etc/ostrel/.lock"
-make login fail >/dev/null
+make 'fail_logins = true'
 renew 7 "" "" "$iqn:ok"
-make login ok >/dev/null
-make state down >/dev/null
+make 'fail_logins = false'
+make 'set_state = { target = "down", state = "IN_LOGIN" }'
 renew 3 "" "" "$iqn:down"
 
 # --- what only XML can say -------------------------------------------------------------------------------------
@@ -169,8 +190,11 @@ call "another type" 'CODE="4" DESCRIPTION="SetValue parameter &quot;value&quot; 
 call "message of a success" '<!-- Succeeded! -->' setvalue \
     '<PARAMVALUE NAME="name"><VALUE>interval</VALUE></PARAMVALUE><PARAMVALUE NAME="value"><VALUE>120</VALUE></PARAMVALUE>'
 
-exec {HOST[1]}>&-
+echo 'nic_down = "10.0.0.0"' >&"${HOST[1]}"
+told 1 'event refused: event.nic_down: expected the address of a NIC'
+kill "$host_pid"
 wait "$host_pid"
 expect "the host's end" '^0$' $?
+expect "no invariant broken" '"violations":\[\]' "$(tail -n 1 "$said")"
 echo "$checks checks, $failures failed"
 [ "$failures" -eq 0 ]

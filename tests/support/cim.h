@@ -1,0 +1,50 @@
+// CIM requests as clients make them, through a broker.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "cimserver/broker/broker.h"
+
+namespace testing_support {
+
+inline constexpr char SERVICE[] = "OSTREL_ConnectionService";
+inline constexpr char SETTING[] = "OSTREL_ConnectionServiceSetting";
+inline constexpr char ASSOCIATION[] = "OSTREL_ConnectionServiceAssocSetting";
+
+inline cimserver::ObjectPath path_of(const std::string& class_name, cimserver::NamedList keys = {}) {
+    return {{}, "ostrel/cimv2", class_name, std::move(keys)};
+}
+
+inline cimserver::ObjectPath named(const std::string& class_name, const std::string& name) {
+    return path_of(class_name, {{"name", cimserver::text_value(name)}});
+}
+
+inline cimserver::ObjectPath service() {
+    return named(SERVICE, "OSTREL Connection Service");
+}
+
+// "CODE MESSAGE"
+inline std::string told(const cimserver::Answer& answer) {
+    return std::to_string(answer.code) + " " + answer.message;
+}
+
+inline cimserver::Answer set_value(const cimserver::Broker& broker, const std::string& name, std::uint32_t value) {
+    return broker.invoke_method(path_of(SETTING), "SetValue",
+                                {{"name", cimserver::text_value(name)}, {"value", cimserver::uint32_value(value)}});
+}
+
+// The OXD status of a renewal; "none" when the call was refused.
+inline std::string renew(const cimserver::Broker& broker, const std::vector<std::string>& iqns,
+                         const std::string& paramname = "", const std::string& paramvalue = "") {
+    const cimserver::Answer answer = broker.invoke_method(path_of(SETTING), "renewiscsiconnections",
+                                                          {{"targets", cimserver::text_list(iqns)},
+                                                           {"paramname", cimserver::text_value(paramname)},
+                                                           {"paramvalue", cimserver::text_value(paramvalue)}});
+    const cimserver::Value* const status = cimserver::find(answer.out, "oxd_status");
+    return status == nullptr ? "none" : cimserver::value_text(*status);
+}
+
+}  // namespace testing_support
