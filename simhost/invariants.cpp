@@ -17,6 +17,7 @@ constexpr std::string_view HAZARDS[] = {
     "stale counts",
     "group-scoped count",
     "static renewal",
+    "switch in mid-pass",
     "repeated switch",
     "stuck logins",
     "nics by paths",
@@ -43,6 +44,9 @@ void Host::Impl::violate(std::string text) {
 void Host::Impl::pass_begins() {
     pass_disturbed = false;
     added_group_scoped = 0;
+    for (const auto& each : groups) {
+        each->switched_in_pass = false;
+    }
 }
 
 // `mode_changed`: what held before the first of the sessions that go went.
@@ -53,6 +57,9 @@ void Host::Impl::removing_static(const Target& of, bool mode_changed, const std:
     const std::string lock_file = files.real_path("/etc/ostrel/.lock");
     const bool in_pass = real::faccessat(AT_FDCWD, lock_file.c_str(), 0, 0) == 0;
     if (!by_entry && !in_pass && allowed.contains("static renewal")) {
+        return;
+    }
+    if (of.group->switched_in_pass && allowed.contains("switch in mid-pass")) {
         return;
     }
     violate(fmt::format("static session {} of {} removed though its group's mode didn't change", isid, of.iqn));

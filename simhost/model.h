@@ -79,6 +79,7 @@ struct Group {
     std::string name;
     GroupMode mode = GroupMode::dynamic_discovery;
     std::string discovery_ip;
+    bool switched_in_pass = false;  // its mode, since the pass's list of devices was read
     std::vector<std::unique_ptr<Array>> arrays;
     std::vector<Target*> targets;
 };
