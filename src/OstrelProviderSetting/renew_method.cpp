@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <string_view>
 
@@ -143,7 +144,8 @@ Outcome wait_while_worker_is_stopped() {
 // True, and the worker skips its passes from now on, when no pass can be under way.
 bool hold_off_worker() {
     const oxr::MutexLock lock(lock_file_mutex);
-    if (::access(OSTREL_LOCK_FILE, F_OK) == 0) {
+    // A lock file that can't be seen may be there all the same.
+    if (::access(OSTREL_LOCK_FILE, F_OK) == 0 || errno != ENOENT) {
         return false;
     }
     renew_connections_running.store(1);
