@@ -28,6 +28,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -323,6 +324,7 @@ public:
     //   known names; they break no invariant and excuse nothing.
     // A pass begins here with request 0 of the PSP.
     void allow(const std::string& hazard);
+    std::map<std::string, std::uint64_t, std::less<>> let_pass() const;  // those hazards, and how often each was
 
     struct Impl;
     Impl& impl() { return *impl_; }
