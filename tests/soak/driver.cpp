@@ -30,7 +30,7 @@ private:
 // The worker's cycles, one after the other on the calling thread.
 class DirectDriver final : public Driver {
 public:
-    DirectDriver(Site& site, Dice& dice, Watch& watch) : Driver(site, dice, watch) {}
+    DirectDriver(Site& site, Dice& dice, Watch& watch) : Driver(site, dice, watch) { host_.set_horizon(1e12); }
 
     void start() override {
         if (!running_) {
@@ -62,7 +62,6 @@ public:
         }
     }
     void stop_in_pass() override { stop(); }
-    bool may_renew(int) const override { return true; }
     std::uint32_t renew(const RenewalCall& call) override { return call_renewal(call); }
 
 private:
@@ -134,22 +133,11 @@ public:
         }
         stop();
     }
-    bool may_renew(int targets) const override {
-        constexpr double longest_renewal = 800;  // of one target
-        return !running() || wakes_at_ - host_.now() > targets * longest_renewal;
-    }
+    // With the worker away: it would take the clock on while the renewal works between two waits.
     std::uint32_t renew(const RenewalCall& call) override {
-        // The worker sleeps on while the renewal takes its time. Should that last longer, both go on.
-        const double until = running() ? wakes_at_ - 1 : 1e12;
-        renewing_ = true;
-        host_.at(until - 1, "the clock goes on", [this](simhost::Host& host) {
-            if (renewing_) {
-                host.set_horizon(1e12);
-            }
-        });
-        host_.set_horizon(until);
+        stop();
+        host_.set_horizon(1e12);
         const std::uint32_t status = call_renewal(call);
-        renewing_ = false;
         host_.set_horizon(host_.now());
         return status;
     }
@@ -159,7 +147,6 @@ private:
     std::uint64_t cycles_ = 0;  // finished
     int stop_at_change_ = 0;    // of the host's sessions or paths, so many from now; 0: at none
     bool stopping_ = false;
-    bool renewing_ = false;
 
     // Runs on the worker, or on who makes the host change.
     void note(const Event& event) {

@@ -33,9 +33,7 @@ public:
     virtual void finish_cycle() {}
     // Stops somewhere inside one of the next passes; then nothing runs.
     virtual void stop_in_pass() = 0;
-    // Whether a renewal of so many targets can be asked for without a cycle coming meanwhile.
-    virtual bool may_renew(int targets) const = 0;
-    // The renewal method's OXD status.
+    // The renewal method's OXD status. No cycle comes meanwhile.
     virtual std::uint32_t renew(const RenewalCall& call) = 0;
     // The method "setvalue".
     void set_value(const std::string& name, std::uint32_t value);

@@ -137,7 +137,8 @@ void Happenings::happen(Kind kind) {
         case array_back:
             return array_returns();
         case array_added: {
-            Group& group = site_.groups[static_cast<std::size_t>(dice_.any(0, static_cast<int>(site_.groups.size()) - 1))];
+            Group& group =
+                site_.groups[static_cast<std::size_t>(dice_.any(0, static_cast<int>(site_.groups.size()) - 1))];
             return group.num_arrays < 4 ? add_array(site_, group) : void();
         }
         case group_added:
@@ -234,7 +235,8 @@ void Happenings::flap() {
 void Happenings::end_flap(std::uint64_t oid, bool for_good) {
     flapping_.erase(oid);
     const auto sessions = host().sessions();
-    const auto found = std::find_if(sessions.begin(), sessions.end(), [&](const auto& each) { return each.oid == oid; });
+    const auto found =
+        std::find_if(sessions.begin(), sessions.end(), [&](const auto& each) { return each.oid == oid; });
     if (found == sessions.end() || found->state == simhost::LOGGED_IN) {
         return;
     }

@@ -30,7 +30,7 @@ private:
     Dice& dice_;
     Operator& operator_;
     Tally& tally_;
-    int round_ = 0;                    // what was planned in an earlier one doesn't happen
+    int round_ = 0;                     // what was planned in an earlier one doesn't happen
     std::set<std::uint64_t> flapping_;  // sessions set to an odd state
 
     simhost::Host& host() { return *site_.host; }

@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -11,6 +12,7 @@
 #include <new>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "soak/season.h"
@@ -22,7 +24,7 @@ using soak::Tally;
 struct Options {
     std::uint64_t first = 1;
     std::uint64_t last = 240;
-    int jobs = 2;
+    int jobs = static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
     int every = 40;  // seeds that a line of progress is about
     soak::SeasonOptions season;
 };
@@ -32,7 +34,7 @@ constexpr char usage[] =
     "  --seeds FIRST-LAST  the seeds to go through (1-240)\n"
     "  --seed N            only this one\n"
     "  --passes N          polling passes of each seed (600)\n"
-    "  --jobs N            seeds at a time (2)\n"
+    "  --jobs N            seeds at a time (one for each processor)\n"
     "  --trace             print the events of the host and the log\n";
 
 [[noreturn]] void refuse(const char* argument) {
@@ -56,6 +58,10 @@ Options read_arguments(int argc, char** argv) {
     Options options;
     for (int i = 1; i < argc; ++i) {
         const std::string_view name = argv[i];
+        if (name == "--help") {
+            std::fputs(usage, stdout);
+            std::exit(0);
+        }
         if (name == "--trace") {
             options.season.trace = true;
             continue;
@@ -91,6 +97,10 @@ void print_replay(std::uint64_t seed, const Options& options) {
 
 // In a process of its own. Its tally is left in the slot.
 [[noreturn]] void run_seed(std::uint64_t seed, const Options& options, Tally& slot) {
+    // The library's own words there are many; what a sanitizer has to say goes to the descriptor itself.
+    if (std::FILE* const nowhere = std::fopen("/dev/null", "w"); nowhere != nullptr && !options.season.trace) {
+        stderr = nowhere;
+    }
     const std::string broken = soak::live_through(seed, options.season, slot);
     if (!broken.empty()) {
         std::printf("seed %llu, %s\n", static_cast<unsigned long long>(seed), broken.c_str());

@@ -19,9 +19,9 @@ std::string text_of(const ConfigValues& values) {
 
 // Whether the file has every key once, and so all that a reader needs.
 bool is_whole(const std::string& text) {
-    for (const char* key : {"interval", "min_vol_sessions", "max_vol_sessions", "vol_sessions", "min_pe_sessions",
-                            "max_pe_sessions", "log_level", "vmknic_count", "worker_stop", "use_ostrel_timeouts",
-                            "ostrel_logs_path"}) {
+    for (const char* key :
+         {"interval", "min_vol_sessions", "max_vol_sessions", "vol_sessions", "min_pe_sessions", "max_pe_sessions",
+          "log_level", "vmknic_count", "worker_stop", "use_ostrel_timeouts", "ostrel_logs_path"}) {
         const std::string line = "\n" + std::string(key) + "=";
         const std::size_t found = text.find(line);
         if (found == std::string::npos || text.find(line, found + 1) != std::string::npos) {
@@ -79,7 +79,9 @@ void Operator::edit(bool hold_off_worker) {
 
 void Operator::damage() {
     const std::string text = "# by hand\n" + text_of(any_values());
-    const auto part = [&] { return text.substr(0, static_cast<std::size_t>(dice_.any(0, static_cast<int>(text.size())))); };
+    const auto part = [&] {
+        return text.substr(0, static_cast<std::size_t>(dice_.any(0, static_cast<int>(text.size()))));
+    };
     switch (dice_.any(1, 9)) {
         case 1:
             return write(part());
@@ -117,8 +119,8 @@ std::string Operator::look(bool disturbed) const {
         return "";
     }
     // What a reading finds no need to correct stays, e.g. a missing key that has a default.
-    const bool needs_rewriting = text.find("use_ostrel_timeouts=") == std::string::npos ||
-                                 text.find("ostrel_logs_path=") == std::string::npos;
+    const bool needs_rewriting =
+        text.find("use_ostrel_timeouts=") == std::string::npos || text.find("ostrel_logs_path=") == std::string::npos;
     return needs_rewriting ? "oxr.conf isn't whole after a reading" : "";
 }
 

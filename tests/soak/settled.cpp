@@ -1,6 +1,7 @@
 #include "soak/settled.h"
 
 #include <algorithm>
+#include <map>
 #include <set>
 
 namespace soak {
@@ -134,24 +135,29 @@ void judge_number(const Site& site, const ConfigValues& values, const Seen& seen
 
 Verdict judge(const Site& site, const ConfigValues& values) {
     Verdict verdict;
-    std::vector<std::string> switched;
-    bool held_up = false;  // one target that can't be read holds up the switches of all
+    // By mode: one target that can't be read holds up the switches of all.
+    std::map<GroupMode, std::vector<std::string>> switched;
+    std::set<GroupMode> held_up;
     for (const TargetView& target : site.host->targets()) {
         if (!is_reported(site, target)) {
             continue;
         }
         const Seen seen(site, target);
         if (target.mode_changed) {
-            switched.push_back(target.iqn);
-            held_up = held_up || seen.has_empty_adapter(site);
+            switched[target.mode].push_back(target.iqn);
+            if (seen.has_empty_adapter(site)) {
+                held_up.insert(target.mode);
+            }
         } else if (target.mode == GroupMode::dynamic_discovery) {
             judge_number(site, values, seen, verdict);
         }
     }
-    if (held_up || at_a_ceiling(site, 64)) {
-        verdict.kept[switch_held_up] += switched.size();
-    } else {
-        for (const std::string& iqn : switched) {
+    for (const auto& [mode, targets] : switched) {
+        if (held_up.contains(mode) || at_a_ceiling(site, 64)) {
+            verdict.kept[switch_held_up] += targets.size();
+            continue;
+        }
+        for (const std::string& iqn : targets) {
             verdict.wrong.push_back("the mode change of " + iqn + " isn't finished");
         }
     }

@@ -67,6 +67,7 @@ void Tally::add(const Tally& other) {
     add_each(settled_after, other.settled_after);
     add_each(kept, other.kept);
     targets += other.targets;
+    add_each(let_pass, other.let_pass);
     violations += other.violations;
 }
 
@@ -86,6 +87,10 @@ void Tally::print() const {
     for (int reason = 0; reason < num_reasons; ++reason) {
         std::printf(" %s %llu%s", reasons[reason], number(kept[static_cast<std::size_t>(reason)]),
                     reason + 1 < num_reasons ? "," : "\n");
+    }
+    std::printf("hazards let pass:");
+    for (std::size_t i = 0; i < hazards.size(); ++i) {
+        std::printf(" %s %llu%s", hazards[i], number(let_pass[i]), i + 1 < hazards.size() ? "," : "\n");
     }
     std::printf("violations %llu\n", number(violations));
 }

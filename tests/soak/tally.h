@@ -45,13 +45,21 @@ const char* name_of(Kind kind);
 
 // What keeps a target from its number of sessions; each is a bound of the procedures.
 enum Reason {
-    unreadable,     // an adapter in sight has no session, so none of its sessions are read
-    no_dynamic,     // none to model another one on
-    all_protected,  // too many, but each carries active paths of a group-scoped target
-    ceiling,        // of the host's sessions or paths
-    switch_held_up, // targets whose mode change waits for one that is unreadable
+    unreadable,      // an adapter in sight has no session, so none of its sessions are read
+    no_dynamic,      // none to model another one on
+    all_protected,   // too many, but each carries active paths of a group-scoped target
+    ceiling,         // of the host's sessions or paths
+    switch_held_up,  // targets whose mode change waits for one that is unreadable
     num_reasons
 };
+
+// Hazards of the procedures that are let pass, each exactly in its own case.
+constexpr std::array hazards{"working session removed first",
+                             "emptied adapter",
+                             "stale counts",
+                             "group-scoped count",
+                             "static renewal",
+                             "switch in mid-pass"};
 
 constexpr int passes_looked_at = 8;  // after events have ended
 
@@ -67,6 +75,7 @@ struct Tally {
     std::array<std::uint64_t, passes_looked_at + 1> settled_after{};  // rounds, by their last pass with a change
     std::array<std::uint64_t, num_reasons> kept{};                    // targets at the end of rounds
     std::uint64_t targets = 0;                                        // all of them
+    std::array<std::uint64_t, hazards.size()> let_pass{};
     std::uint64_t violations = 0;
 
     void add(const Tally& other);
