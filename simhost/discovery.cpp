@@ -137,6 +137,7 @@ void Host::Impl::switch_mode(Group& of, GroupMode mode) {
         throw std::invalid_argument("simhost: no discovery address in group " + of.name);
     }
     of.mode = mode;
+    of.switched_in_pass = true;
     emit({Event::Kind::mode_switched,
           now(),
           {},

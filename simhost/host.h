@@ -28,6 +28,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -318,10 +319,13 @@ public:
     // - "group-scoped count": more than 2040 sessions by no more than the sessions added to group-scoped targets
     //   in the same pass.
     // - "static renewal": a static session removed outside a polling pass (no lock file), as a renewal does.
+    // - "switch in mid-pass": a static session removed after its group's mode was switched in the same pass: the
+    //   pass goes by the mode that it read at its start.
     // - "repeated switch", "stuck logins", "nics by paths", "active paths protected", "two volumes on a target":
     //   known names; they break no invariant and excuse nothing.
     // A pass begins here with request 0 of the PSP.
     void allow(const std::string& hazard);
+    std::map<std::string, std::uint64_t, std::less<>> let_pass() const;  // those hazards, and how often each was
 
     struct Impl;
     Impl& impl() { return *impl_; }

@@ -17,6 +17,7 @@ constexpr std::string_view HAZARDS[] = {
     "stale counts",
     "group-scoped count",
     "static renewal",
+    "switch in mid-pass",
     "repeated switch",
     "stuck logins",
     "nics by paths",
@@ -26,12 +27,27 @@ constexpr std::string_view HAZARDS[] = {
 
 }  // namespace
 
+std::map<std::string, std::uint64_t, std::less<>> Host::let_pass() const {
+    const Entered entered(*impl_);
+    return impl_->let_pass;
+}
+
 void Host::allow(const std::string& hazard) {
     if (std::find(std::begin(HAZARDS), std::end(HAZARDS), hazard) == std::end(HAZARDS)) {
         throw std::invalid_argument("simhost: no such hazard: '" + hazard + "'");
     }
     const Entered entered(*impl_);
-    impl_->allowed.insert(hazard);
+    impl_->let_pass.emplace(hazard, 0);
+}
+
+// Whether this hazard is let pass; counted.
+bool Host::Impl::excuse(std::string_view hazard) {
+    const auto found = let_pass.find(hazard);
+    if (found == let_pass.end()) {
+        return false;
+    }
+    ++found->second;
+    return true;
 }
 
 void Host::Impl::violate(std::string text) {
@@ -43,6 +59,9 @@ void Host::Impl::violate(std::string text) {
 void Host::Impl::pass_begins() {
     pass_disturbed = false;
     added_group_scoped = 0;
+    for (const auto& each : groups) {
+        each->switched_in_pass = false;
+    }
 }
 
 // `mode_changed`: what held before the first of the sessions that go went.
@@ -52,7 +71,10 @@ void Host::Impl::removing_static(const Target& of, bool mode_changed, const std:
     }
     const std::string lock_file = files.real_path("/etc/ostrel/.lock");
     const bool in_pass = real::faccessat(AT_FDCWD, lock_file.c_str(), 0, 0) == 0;
-    if (!by_entry && !in_pass && allowed.contains("static renewal")) {
+    if (!by_entry && !in_pass && excuse("static renewal")) {
+        return;
+    }
+    if (of.group->switched_in_pass && excuse("switch in mid-pass")) {
         return;
     }
     violate(fmt::format("static session {} of {} removed though its group's mode didn't change", isid, of.iqn));
@@ -68,11 +90,10 @@ void Host::Impl::after_removal(const Target& of, const Port* from, const std::st
                                                      [&](const Session* each) { return each->local_ip != local_ip; });
         other_adapter_empty = other_adapter_empty || (port.get() != from && port->sessions.empty());
     }
-    if (other_address && allowed.contains("working session removed first")) {
+    if (other_address && excuse("working session removed first")) {
         return;
     }
-    if ((other_adapter_empty || pass_disturbed) &&
-        (allowed.contains("emptied adapter") || allowed.contains("stale counts"))) {
+    if ((other_adapter_empty || pass_disturbed) && (excuse("emptied adapter") || excuse("stale counts"))) {
         return;
     }
     violate(fmt::format("{} lost its last logged-in session through {}", of.iqn, what));
@@ -84,7 +105,7 @@ void Host::Impl::after_addition(const Target& to) {
     if (total <= MAX_SESSIONS) {
         return;
     }
-    if (allowed.contains("group-scoped count") && total - MAX_SESSIONS <= added_group_scoped) {
+    if (total - MAX_SESSIONS <= added_group_scoped && excuse("group-scoped count")) {
         return;
     }
     violate(fmt::format("{} sessions after IMA_VMW_AddSession to {}", total, to.iqn));

@@ -79,6 +79,7 @@ struct Group {
     std::string name;
     GroupMode mode = GroupMode::dynamic_discovery;
     std::string discovery_ip;
+    bool switched_in_pass = false;  // its mode, since the pass's list of devices was read
     std::vector<std::unique_ptr<Array>> arrays;
     std::vector<Target*> targets;
 };
@@ -253,6 +254,7 @@ struct Host::Impl {
 
     // invariants.cpp
     void violate(std::string text);
+    bool excuse(std::string_view hazard);
     void removing_static(const Target& of, bool mode_changed, const std::string& isid, bool by_entry);
     void after_removal(const Target& of, const Port* from, const std::string& local_ip, const std::string& what);
     void after_addition(const Target& to);
@@ -312,7 +314,7 @@ struct Host::Impl {
     std::deque<Event> untold;
     bool telling = false;
     std::vector<std::string> violations;
-    std::set<std::string, std::less<>> allowed;
+    std::map<std::string, std::uint64_t, std::less<>> let_pass;  // hazards that are, and how often
     std::unordered_set<const void*> lists;
     bool pass_disturbed = false;  // a fault or scripted answer since the PSP's last request 0
     int added_group_scoped = 0;   // sessions added to group-scoped targets since then

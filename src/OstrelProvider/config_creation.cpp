@@ -27,11 +27,15 @@ void create_config_dir() {
     }
 }
 
-// A file that only can't be seen at the moment is an operator's, and stays.
+// A file that can't be seen may be there all the same, and must not be overwritten.
+bool config_file_is_absent() {
+    return ::access(OSTREL_CONFIG_FILE, F_OK) != 0 && errno == ENOENT;
+}
+
 void create_default_file() OXR_REQUIRES(config_file_mutex) {
     char text[CONFIG_TEXT_SIZE];
     const std::size_t length = compose_config(text, ConfigForm::created, ConfigValues());
-    switch (write_config_file(text, length, ExistingFile::kept)) {
+    switch (write_config_file(text, length)) {
         case ConfigWrite::written:
             return;
         case ConfigWrite::not_opened:
@@ -68,7 +72,7 @@ void convert_old_file() OXR_REQUIRES(config_file_mutex) {
 
 void OSTREL_CreateConfigFile() {
     create_config_dir();
-    if (::access(OSTREL_CONFIG_FILE, F_OK) != 0) {
+    if (config_file_is_absent()) {
         OXR_INFO("Config file does NOT exist. Create the file with default settings");
         create_default_file();
     } else if (has_comment_line()) {

@@ -125,9 +125,8 @@ std::size_t compose_config(char (&text)[CONFIG_TEXT_SIZE], ConfigForm form, cons
     return length;
 }
 
-ConfigWrite write_config_file(const char* text, std::size_t length, ExistingFile existing) {
-    const int how = existing == ExistingFile::kept ? O_EXCL : O_TRUNC;
-    oxr::Descriptor file(::open(OSTREL_CONFIG_FILE, O_WRONLY | O_CREAT | how | O_CLOEXEC, 0666));
+ConfigWrite write_config_file(const char* text, std::size_t length) {
+    oxr::Descriptor file(::open(OSTREL_CONFIG_FILE, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
     if (!file.valid()) {
         return ConfigWrite::not_opened;
     }

@@ -17,10 +17,5 @@ std::size_t compose_config(char (&text)[CONFIG_TEXT_SIZE], ConfigForm form, cons
 // How far writing the file came.
 enum class ConfigWrite { written, not_opened, not_written };
 
-// What becomes of a file that is there already.
-enum class ExistingFile { kept, replaced };
-
-// Writes the file's content in place, in one call; `kept` opens none that exists. errno tells the cause of a
-// failure.
-ConfigWrite write_config_file(const char* text, std::size_t length, ExistingFile existing)
-    OXR_REQUIRES(config_file_mutex);
+// Replaces the file's content in place: truncates and writes once. errno tells the cause of a failure.
+ConfigWrite write_config_file(const char* text, std::size_t length) OXR_REQUIRES(config_file_mutex);

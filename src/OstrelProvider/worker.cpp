@@ -75,17 +75,21 @@ void* do_work(void*) {
     oxr::enable_stop_points(sigusr1_handler);
     ConfigValues values;
     for (;;) {
-        read_configuration(values);
-        log_configuration(values);
-        {
-            const oxr::MutexLock lock(lock_file_mutex);
-            create_lock_file();
-        }
-        run_pass_unless_held_off(values);
-        remove_lock_file();
-        refresh_target_oids_table();
+        run_worker_cycle(values);
         sleep_until_next_cycle(values);
     }
+}
+
+void run_worker_cycle(ConfigValues& values) {
+    read_configuration(values);
+    log_configuration(values);
+    {
+        const oxr::MutexLock lock(lock_file_mutex);
+        create_lock_file();
+    }
+    run_pass_unless_held_off(values);
+    remove_lock_file();
+    refresh_target_oids_table();
 }
 
 void sigusr1_handler(int signal) {

@@ -1,6 +1,7 @@
 // The one worker thread and the lock file that tells others a polling pass may be under way.
 #pragma once
 
+#include "OstrelProvider/config.h"
 #include "common/mutex.h"
 
 inline constexpr char OSTREL_LOCK_FILE[] = "/etc/ostrel/.lock";
@@ -10,6 +11,10 @@ extern oxr::Mutex lock_file_mutex;
 
 // The thread's body: cycle after cycle until it is stopped at a stop point. SIGUSR1 is blocked by its creator.
 void* do_work(void*);
+
+// One cycle: reads the configuration into `values` (which keeps what it held when the file can't be read), makes a
+// pass unless it is held off, and forgets what was looked up. The worker sleeps `values.interval` after it.
+void run_worker_cycle(ConfigValues& values) OXR_EXCLUDES(config_file_mutex, lock_file_mutex);
 
 // Logs the worker's end and ends it, when the worker calls it at a stop point. In any other thread the signal
 // is not ours and goes to the action that the host had installed.

@@ -11,7 +11,7 @@ int set_value_in_file(ConfigValues* values) {
     }
     char text[CONFIG_TEXT_SIZE];
     const std::size_t length = compose_config(text, ConfigForm::rewritten, *values);
-    switch (write_config_file(text, length, ExistingFile::replaced)) {
+    switch (write_config_file(text, length)) {
         case ConfigWrite::written:
             return 0;
         case ConfigWrite::not_opened:

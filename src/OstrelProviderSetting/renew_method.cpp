@@ -143,7 +143,7 @@ Outcome wait_while_worker_is_stopped() {
 }
 
 // True, and the worker skips its passes from now on, when no pass can be under way. A lock file that can't be
-// looked for may be there.
+// seen may be there all the same.
 bool hold_off_worker() {
     const oxr::MutexLock lock(lock_file_mutex);
     if (::access(OSTREL_LOCK_FILE, F_OK) == 0 || errno != ENOENT) {

@@ -205,12 +205,7 @@ bool waits_for_an_adapter(const Host& host) {
 
 void run_cycle(Host& host) {
     ConfigValues values;
-    {
-        const oxr::MutexLock lock(config_file_mutex);
-        (void)OSTREL_GetConfigValues(&values, CONFIG_NORMAL);
-    }
-    (void)handle_ostrel_connections(values);
-    refresh_target_oids_table();
+    run_worker_cycle(values);
     host.advance(values.interval);
 }
 

@@ -1,0 +1,208 @@
+#include "soak/season.h"
+
+#include <algorithm>
+#include <memory>
+
+#include "OstrelConnections/psp_client.h"
+#include "OstrelProvider/service.h"
+#include "OstrelProvider/worker.h"
+#include "soak/driver.h"
+#include "soak/happenings.h"
+#include "soak/settled.h"
+#include "soak/trace.h"
+
+namespace soak {
+
+namespace {
+
+constexpr int passes_to_settle = 3;
+
+class Season {
+public:
+    Season(std::uint64_t seed, const SeasonOptions& options, Tally& tally)
+        : dice_(seed), tally_(tally), site_(make_site(dice_)), watch_(site_, operator_, tally) {
+        for (const char* each : hazards) {
+            host().allow(each);
+        }
+        host().write_file("/vmfs/volumes/datastore/logs/oxr.log", "");
+        host().observe([this](const simhost::Event& event) {
+            if (event.kind == simhost::Event::Kind::pass_begun) {
+                operator_.was_read();
+                if (eventful_) {
+                    happenings_.in_pass();
+                }
+            }
+        });
+        if (options.trace) {
+            trace_ = std::make_unique<Trace>(host());
+        }
+        prepare_library();
+        driver_ = seed % 4 == 3 ? make_worker_driver(site_, dice_, watch_) : make_direct_driver(site_, dice_, watch_);
+        passes_ = static_cast<std::uint64_t>(site_.large ? options.passes / 4 : options.passes);
+    }
+
+    void live() {
+        while (tally_.passes < passes_ && !watch_.broken()) {
+            go_through_events();
+            if (!watch_.broken()) {
+                settle();
+            }
+        }
+        driver_->stop();
+        watch_.look();
+        tally_.seconds = host().now();
+        tally_.faults = host().faults_injected();
+        tally_.added = host().calls("IMA_VMW_AddSession");
+        tally_.removed = host().calls("IMA_VMW_RemoveSession");
+        for (std::size_t i = 0; i < hazards.size(); ++i) {
+            tally_.let_pass[i] = host().let_pass().at(hazards[i]);
+        }
+    }
+
+    const Watch& watch() const { return watch_; }
+
+private:
+    Dice dice_;
+    Tally& tally_;
+    Site site_;
+    Operator operator_{site_, dice_};
+    Happenings happenings_{site_, dice_, operator_, tally_};
+    Watch watch_;
+    std::unique_ptr<Trace> trace_;
+    std::unique_ptr<Driver> driver_;
+    bool eventful_ = false;
+    std::uint64_t passes_ = 0;
+
+    simhost::Host& host() { return *site_.host; }
+
+    // As a CIM server's factory call does; the worker comes as far as its first wait and is stopped there.
+    void prepare_library() {
+        host().set_horizon(host().now());
+        OstrelProviderInit();
+        if (!host().wait_for_horizon(60) || StopService() != 0) {
+            watch_.report("the service doesn't start and stop");
+        }
+        host().remove_file(OSTREL_LOCK_FILE);
+    }
+
+    void go_through_events() {
+        eventful_ = true;
+        const double length = dice_.any(5, 40) * 120;
+        const double end = host().now() + length;
+        happenings_.plan(dice_.any(2, static_cast<int>(length / 120) * 2), length);
+        for (int acts = dice_.any(0, 6); acts > 0 && !watch_.broken(); --acts) {
+            driver_->run_until(std::min(end, host().now() + dice_.seconds(length / 4)));
+            act();
+        }
+        if (!watch_.broken()) {
+            driver_->start();
+            driver_->run_until(end);
+        }
+        eventful_ = false;
+    }
+
+    // Something that is done through the library.
+    void act() {
+        const int chance = dice_.any(1, 10);
+        if (chance <= 4) {
+            renew();
+        } else if (chance <= 6) {
+            set_value();
+        } else if (!driver_->running()) {
+            driver_->start();
+        } else if (chance <= 8) {
+            ++tally_.happened[stop];
+            driver_->stop();
+        } else {
+            ++tally_.happened[stop_in_pass];
+            driver_->stop_in_pass();
+        }
+    }
+
+    void renew() {
+        const auto targets = host().targets();
+        RenewalCall call;
+        for (int count = dice_.any(1, 3); count > 0 && !targets.empty(); --count) {
+            call.targets.push_back(dice_.pick(targets).iqn);
+        }
+        call.digests = dice_.one_in(2);
+        call.enable = dice_.one_in(2);
+        if (call.digests && dice_.one_in(2)) {
+            for (const Adapter& each : site_.adapters) {
+                host().set_digests(each.name, call.enable);
+            }
+        }
+        ++tally_.happened[call.digests ? digest_change : renewal];
+        if (driver_->renew(call) == 0) {
+            ++tally_.renewals_succeeded;
+        }
+    }
+
+    void set_value() {
+        ++tally_.happened[value_set];
+        operator_.gave_way();
+        if (dice_.one_in(2)) {
+            driver_->set_value("interval", static_cast<std::uint32_t>(dice_.any(30, 600)));
+        } else {
+            driver_->set_value("vol_sessions", static_cast<std::uint32_t>(dice_.any(0, 20)));
+        }
+    }
+
+    // The events end. What the host does by itself comes first, with or without passes meanwhile.
+    void settle() {
+        happenings_.end();
+        operator_.edit();
+        const double recovered = host().now() + happenings_.recovery_seconds();
+        if (dice_.one_in(2)) {
+            driver_->stop();
+        }
+        driver_->run_until(recovered);
+        driver_->finish_cycle();
+        std::uint64_t before = changes();
+        driver_->start();
+        int settled_after = 0;
+        for (int pass = 1; pass <= passes_looked_at && !watch_.broken(); ++pass) {
+            driver_->run_cycles(1);
+            const std::uint64_t now = changes();
+            if (now != before) {
+                settled_after = pass;
+            }
+            before = now;
+        }
+        if (watch_.broken()) {
+            return;
+        }
+        ++tally_.settled_after[static_cast<std::size_t>(settled_after)];
+        if (settled_after > passes_to_settle) {
+            watch_.report("sessions or paths change in pass " + std::to_string(settled_after) + " after events ended");
+        }
+        const Verdict verdict = judge(site_, operator_.values());
+        tally_.targets += verdict.targets;
+        for (std::size_t reason = 0; reason < verdict.kept.size(); ++reason) {
+            tally_.kept[reason] += verdict.kept[reason];
+        }
+        for (const std::string& each : verdict.wrong) {
+            watch_.report(each);
+        }
+    }
+
+    // What the connection manager has done to the host.
+    std::uint64_t changes() const {
+        const simhost::Host& on = *site_.host;
+        return on.calls("IMA_VMW_AddSession") + on.calls("IMA_VMW_RemoveSession") + on.calls("IMA_VMW_Rediscover") +
+               on.calls("IMA_RemoveStaticDiscoveryTarget") +
+               on.calls("psp." + std::to_string(OSTREL_PSP_IOCTL_RESCAN)) +
+               on.calls("psp." + std::to_string(OSTREL_PSP_IOCTL_DELETE_DEAD_PATHS));
+    }
+};
+
+}  // namespace
+
+std::string live_through(std::uint64_t seed, const SeasonOptions& options, Tally& tally) {
+    Season season(seed, options, tally);
+    season.live();
+    ++tally.seeds;
+    return season.watch().broken() ? season.watch().found().front() : std::string();
+}
+
+}  // namespace soak

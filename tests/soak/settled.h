@@ -1,0 +1,23 @@
+// What every target must have come to when nothing more happens.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "OstrelProvider/config.h"
+#include "soak/site.h"
+#include "soak/tally.h"
+
+namespace soak {
+
+struct Verdict {
+    std::vector<std::string> wrong;  // could have what it should have, and has not
+    std::array<std::uint64_t, num_reasons> kept{};
+    std::uint64_t targets = 0;
+};
+
+Verdict judge(const Site& site, const ConfigValues& values);
+
+}  // namespace soak

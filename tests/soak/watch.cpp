@@ -1,0 +1,50 @@
+#include "soak/watch.h"
+
+#include <cstdio>
+
+#include "support/engine.h"
+
+namespace soak {
+
+void Watch::report(const std::string& what) {
+    char where[64];
+    std::snprintf(where, sizeof where, "pass %llu, %.3f s: ", static_cast<unsigned long long>(tally_.passes),
+                  host_.now());
+    found_.push_back(where + what);
+    ++tally_.violations;
+}
+
+void Watch::look() {
+    const std::vector<std::string> broken = host_.violations();
+    for (; violations_seen_ < broken.size(); ++violations_seen_) {
+        report(broken[violations_seen_]);
+    }
+}
+
+void Watch::look_at_what_is_held() {
+    if (host_.lists_held() != 0) {
+        report(std::to_string(host_.lists_held()) + " IMA lists are held after a cycle");
+    }
+    if (host_.descriptors_held() != 0) {
+        report(std::to_string(host_.descriptors_held()) + " descriptors are open after a cycle");
+    }
+    if (host_.blocks_held() != 0) {
+        report(std::to_string(host_.blocks_held()) + " heap blocks are held after a cycle");
+    }
+    for (const std::string& each : testing_support::shared_mutexes_held()) {
+        report(each + " is held after a cycle");
+    }
+}
+
+void Watch::after_cycle() {
+    ++tally_.passes;
+    look();
+    look_at_what_is_held();
+    const bool disturbed = host_.faults_injected() != faults_before_;
+    faults_before_ = host_.faults_injected();
+    if (const std::string wrong = operator_.look(disturbed); !wrong.empty()) {
+        report(wrong);
+    }
+}
+
+}  // namespace soak

@@ -1,0 +1,37 @@
+// What must hold after every cycle of the worker.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "simhost/host.h"
+#include "soak/operator.h"
+#include "soak/tally.h"
+
+namespace soak {
+
+class Watch {
+public:
+    Watch(Site& site, const Operator& by, Tally& tally) : host_(*site.host), operator_(by), tally_(tally) {}
+
+    // After a cycle, on the thread that ran it, with nothing else running.
+    void after_cycle();
+    // After anything else.
+    void look();
+    void report(const std::string& what);
+
+    bool broken() const { return !found_.empty(); }
+    const std::vector<std::string>& found() const { return found_; }
+
+private:
+    simhost::Host& host_;
+    const Operator& operator_;
+    Tally& tally_;
+    std::uint64_t faults_before_ = 0;
+    std::size_t violations_seen_ = 0;
+    std::vector<std::string> found_;  // "pass 12, 1440.000 s: text"
+
+    void look_at_what_is_held();
+};
+
+}  // namespace soak
