@@ -159,6 +159,7 @@ private:
         driver_->run_until(recovered);
         driver_->finish_cycle();
         std::uint64_t before = changes();
+        watch_.expect_quiet(true);
         driver_->start();
         int settled_after = 0;
         for (int pass = 1; pass <= passes_looked_at && !watch_.broken(); ++pass) {
@@ -169,6 +170,7 @@ private:
             }
             before = now;
         }
+        watch_.expect_quiet(false);
         if (watch_.broken()) {
             return;
         }

@@ -6,6 +6,34 @@
 
 namespace soak {
 
+using simhost::Event;
+
+Watch::Watch(Site& site, const Operator& by, Tally& tally) : host_(*site.host), operator_(by), tally_(tally) {
+    host_.observe([this](const Event& event) { note(event); });
+}
+
+void Watch::expect_quiet(bool quiet) {
+    quiet_ = quiet;
+    gained_.clear();
+    lost_.clear();
+}
+
+// Sessions that the manager adds and removes; the host's own logins are none of them.
+void Watch::note(const Event& event) {
+    const bool gained = event.kind == Event::Kind::session_added && host_.calls("IMA_VMW_AddSession") != additions_;
+    const bool lost = event.kind == Event::Kind::session_removed;
+    if (gained) {
+        additions_ = host_.calls("IMA_VMW_AddSession");
+    }
+    if (!quiet_ || (!gained && !lost)) {
+        return;
+    }
+    (gained ? gained_ : lost_).insert(event.target);
+    if (gained_.contains(event.target) && lost_.contains(event.target)) {
+        report(event.target + " gains and loses sessions though nothing happens");
+    }
+}
+
 void Watch::report(const std::string& what) {
     char where[64];
     std::snprintf(where, sizeof where, "pass %llu, %.3f s: ", static_cast<unsigned long long>(tally_.passes),
