@@ -133,6 +133,11 @@ void judge_number(const Site& site, const ConfigValues& values, const Seen& seen
 
 }  // namespace
 
+bool is_readable(const Site& site, const std::string& iqn) {
+    const TargetView target = site.host->target(iqn);
+    return !Seen(site, target).has_empty_adapter(site);
+}
+
 Verdict judge(const Site& site, const ConfigValues& values) {
     Verdict verdict;
     // By mode: one target that can't be read holds up the switches of all.

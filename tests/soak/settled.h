@@ -18,6 +18,10 @@ struct Verdict {
     std::uint64_t targets = 0;
 };
 
+// Whether every adapter in the target's sight has a session of it. If not, the procedures go by a part of its
+// sessions, or by none.
+bool is_readable(const Site& site, const std::string& iqn);
+
 Verdict judge(const Site& site, const ConfigValues& values);
 
 }  // namespace soak

@@ -58,6 +58,7 @@ constexpr std::array hazards{"working session removed first",
                              "emptied adapter",
                              "stale counts",
                              "group-scoped count",
+                             "failed host count",
                              "static renewal",
                              "switch in mid-pass"};
 

@@ -1,6 +1,8 @@
 #include "soak/watch.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
 
 #include "support/engine.h"
 
@@ -12,25 +14,24 @@ Watch::Watch(Site& site, const Operator& by, Tally& tally) : host_(*site.host), 
     host_.observe([this](const Event& event) { note(event); });
 }
 
-void Watch::expect_quiet(bool quiet) {
-    quiet_ = quiet;
+void Watch::quiet_begins() {
     gained_.clear();
     lost_.clear();
 }
 
+std::vector<std::string> Watch::gained_and_lost() const {
+    std::vector<std::string> both;
+    std::set_intersection(gained_.begin(), gained_.end(), lost_.begin(), lost_.end(), std::back_inserter(both));
+    return both;
+}
+
 // Sessions that the manager adds and removes; the host's own logins are none of them.
 void Watch::note(const Event& event) {
-    const bool gained = event.kind == Event::Kind::session_added && host_.calls("IMA_VMW_AddSession") != additions_;
-    const bool lost = event.kind == Event::Kind::session_removed;
-    if (gained) {
+    if (event.kind == Event::Kind::session_removed) {
+        lost_.insert(event.target);
+    } else if (event.kind == Event::Kind::session_added && host_.calls("IMA_VMW_AddSession") != additions_) {
         additions_ = host_.calls("IMA_VMW_AddSession");
-    }
-    if (!quiet_ || (!gained && !lost)) {
-        return;
-    }
-    (gained ? gained_ : lost_).insert(event.target);
-    if (gained_.contains(event.target) && lost_.contains(event.target)) {
-        report(event.target + " gains and loses sessions though nothing happens");
+        gained_.insert(event.target);
     }
 }
 

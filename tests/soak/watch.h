@@ -21,8 +21,10 @@ public:
     // After anything else.
     void look();
     void report(const std::string& what);
-    // From here on, or no longer: nothing happens any more, so a target either gains sessions or loses some.
-    void expect_quiet(bool quiet);
+    // From here on nothing happens any more, so a target either gains sessions or loses some.
+    void quiet_begins();
+    // The targets that did both since then.
+    std::vector<std::string> gained_and_lost() const;
 
     bool broken() const { return !found_.empty(); }
     const std::vector<std::string>& found() const { return found_; }
@@ -34,8 +36,7 @@ private:
     std::uint64_t faults_before_ = 0;
     std::size_t violations_seen_ = 0;
     std::vector<std::string> found_;  // "pass 12, 1440.000 s: text"
-    bool quiet_ = false;
-    std::uint64_t additions_ = 0;  // calls so far
+    std::uint64_t additions_ = 0;     // calls so far
     std::set<std::string> gained_;
     std::set<std::string> lost_;
 
