@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <set>
 
 #include "OstrelConnections/psp_client.h"
 #include "OstrelProvider/service.h"
@@ -159,6 +160,7 @@ private:
         driver_->run_until(recovered);
         driver_->finish_cycle();
         watch_.quiet_begins();
+        const std::set<std::string> by_lost_nics = counting_lost_nics(site_);
         Changes before = changes();
         driver_->start();
         int settled_after = 0;
@@ -180,8 +182,7 @@ private:
             watch_.report("sessions or paths change in pass " + std::to_string(settled_after) + " after events ended");
         }
         for (const std::string& iqn : watch_.gained_and_lost()) {
-            // Dead paths of a lost NIC make it count until they are deleted.
-            if (site_.nics_down.empty() && is_readable(site_, iqn)) {
+            if (!by_lost_nics.contains(iqn) && is_readable(site_, iqn)) {
                 watch_.report(iqn + " gains and loses sessions though nothing happens");
             }
         }

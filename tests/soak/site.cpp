@@ -73,6 +73,14 @@ void connect(Site& site, Dice& dice, const std::string& iqn, int most) {
     const simhost::TargetView target = site.host->target(iqn);
     const bool is_static = target.mode == GroupMode::static_discovery;
     site.host->connect(iqn, is_static ? 0 : dice.any(std::min(target.nics, most), most));
+    // Now and then one that an administrator made by hand.
+    if (!is_static && dice.one_in(8)) {
+        simhost::SessionView made;
+        made.target_iqn = iqn;
+        made.made_dynamic = false;
+        site.host->add_session(made);
+        site.host->claim_paths();
+    }
 }
 
 }  // namespace
