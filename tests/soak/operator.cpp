@@ -115,6 +115,9 @@ void Operator::remove() {
 
 std::string Operator::look(bool disturbed) const {
     const std::string text = site_.host->read_file(OSTREL_CONFIG_FILE);
+    if (!edited_.empty() && !site_.host->exists(OSTREL_CONFIG_FILE)) {
+        return "oxr.conf is gone";
+    }
     if (!edited_.empty()) {
         return text == edited_ ? "" : "a valid edit of oxr.conf is lost";
     }

@@ -32,6 +32,21 @@ void Watch::note(const Event& event) {
     } else if (event.kind == Event::Kind::session_added && host_.calls("IMA_VMW_AddSession") != additions_) {
         additions_ = host_.calls("IMA_VMW_AddSession");
         gained_.insert(event.target);
+        look_at_addition(event.target);
+    }
+}
+
+// No configuration asks for more than 32 sessions, those that log in included. Behind a group-scoped target they
+// can be counted in part, and so can those of any after a failed call.
+void Watch::look_at_addition(const std::string& iqn) {
+    constexpr std::ptrdiff_t most = 32;
+    const auto sessions = host_.sessions(iqn);
+    const auto wanted = std::count_if(sessions.begin(), sessions.end(), [](const simhost::SessionView& each) {
+        return each.first_remote_ip != each.current_remote_ip || each.state == simhost::XPT_WAIT ||
+               each.state == simhost::IN_LOGIN;
+    });
+    if (wanted > most && !host_.target(iqn).group_scoped && host_.faults_injected() == faults_before_) {
+        report(iqn + " has " + std::to_string(wanted) + " sessions after an addition");
     }
 }
 

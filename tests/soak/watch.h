@@ -41,6 +41,7 @@ private:
     std::set<std::string> lost_;
 
     void note(const simhost::Event& event);
+    void look_at_addition(const std::string& iqn);
     void look_at_what_is_held();
 };
 
