@@ -160,6 +160,7 @@ std::optional<Fault> Host::Impl::hit(std::string_view operation, std::string_vie
     auto fault = faults.hit(operation, path);
     if (fault) {
         pass_disturbed = true;
+        count_disturbed = count_disturbed || operation == "IMA_GetLhbaOidList" || operation == "IMA_GetSessionOidList";
         std::string text(operation);
         if (!path.empty()) {
             text.append(" ").append(path);

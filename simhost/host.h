@@ -318,6 +318,8 @@ public:
     //   has no session of it, or after a fault or a scripted answer in the same pass: the inventory failed.
     // - "group-scoped count": more than 2040 sessions by no more than the sessions added to group-scoped targets
     //   in the same pass.
+    // - "failed host count": more than 2040 sessions after IMA_GetLhbaOidList or IMA_GetSessionOidList failed in the
+    //   same pass: sessions that can't be listed aren't counted.
     // - "static renewal": a static session removed outside a polling pass (no lock file), as a renewal does.
     // - "switch in mid-pass": a static session removed after its group's mode was switched in the same pass: the
     //   pass goes by the mode that it read at its start.

@@ -16,6 +16,7 @@ constexpr std::string_view HAZARDS[] = {
     "emptied adapter",
     "stale counts",
     "group-scoped count",
+    "failed host count",
     "static renewal",
     "switch in mid-pass",
     "repeated switch",
@@ -58,6 +59,7 @@ void Host::Impl::violate(std::string text) {
 // A polling pass begins with the PSP's list of all devices.
 void Host::Impl::pass_begins() {
     pass_disturbed = false;
+    count_disturbed = false;
     added_group_scoped = 0;
     for (const auto& each : groups) {
         each->switched_in_pass = false;
@@ -103,6 +105,9 @@ void Host::Impl::after_addition(const Target& to) {
     added_group_scoped += to.group_scoped ? 1 : 0;
     const int total = static_cast<int>(sessions.size());
     if (total <= MAX_SESSIONS) {
+        return;
+    }
+    if (count_disturbed && excuse("failed host count")) {
         return;
     }
     if (total - MAX_SESSIONS <= added_group_scoped && excuse("group-scoped count")) {

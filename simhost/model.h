@@ -316,8 +316,9 @@ struct Host::Impl {
     std::vector<std::string> violations;
     std::map<std::string, std::uint64_t, std::less<>> let_pass;  // hazards that are, and how often
     std::unordered_set<const void*> lists;
-    bool pass_disturbed = false;  // a fault or scripted answer since the PSP's last request 0
-    int added_group_scoped = 0;   // sessions added to group-scoped targets since then
+    bool pass_disturbed = false;   // a fault or scripted answer since the PSP's last request 0
+    bool count_disturbed = false;  // a fault of those calls by which all sessions of the host are counted
+    int added_group_scoped = 0;    // sessions added to group-scoped targets since then
 };
 
 // While one lives the calling thread runs code that isn't ours, with the lock held: no time passes for it.

@@ -19,9 +19,9 @@ constexpr std::int64_t MOST_ADAPTERS = 32;
 
 // Cases that the connection manager's procedures bring about by themselves (docs/operations.md tells of them).
 constexpr std::array HAZARDS = std::to_array<std::string_view>(
-    {"working session removed first", "emptied adapter", "stale counts", "group-scoped count", "static renewal",
-     "switch in mid-pass", "repeated switch", "stuck logins", "nics by paths", "active paths protected",
-     "two volumes on a target"});
+    {"working session removed first", "emptied adapter", "stale counts", "group-scoped count", "failed host count",
+     "static renewal", "switch in mid-pass", "repeated switch", "stuck logins", "nics by paths",
+     "active paths protected", "two volumes on a target"});
 
 constexpr std::array<std::string_view, 8> SESSION_STATES = {
     "FREE", "XPT_WAIT", "XPT_UP", "IN_LOGIN", "LOGGED_IN", "IN_LOGOUT", "LOGOUT_REQUESTED", "CLEANUP_WAIT"};

@@ -1,5 +1,6 @@
 // Months of a host's life, simulated: seed after seed, each in a process of its own, from the seed alone. Prints
 // what was broken and how to see it again; the exit status tells whether anything was.
+#include <malloc.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -95,8 +96,16 @@ void print_replay(std::uint64_t seed, const Options& options) {
     std::fflush(stdout);
 }
 
+// A pass's large buffers come from memory that stays: mapping it anew in each pass takes most of the time.
+void keep_memory() {
+    constexpr int keep = 64 << 20;
+    (void)mallopt(M_MMAP_THRESHOLD, keep);
+    (void)mallopt(M_TRIM_THRESHOLD, keep);
+}
+
 // In a process of its own. Its tally is left in the slot.
 [[noreturn]] void run_seed(std::uint64_t seed, const Options& options, Tally& slot) {
+    keep_memory();
     // The library's own words there are many; what a sanitizer has to say goes to the descriptor itself.
     if (std::FILE* const nowhere = std::fopen("/dev/null", "w"); nowhere != nullptr && !options.season.trace) {
         stderr = nowhere;

@@ -43,10 +43,14 @@ ConfigValues Operator::any_values() {
     const std::vector<std::uint32_t> intervals{60, 60, 120, 120, 120, 300, 900};
     values.interval = dice_.pick(intervals);
     values.min_vol_sessions = static_cast<std::uint32_t>(dice_.any(2, 5));
-    values.max_vol_sessions = static_cast<std::uint32_t>(dice_.any(6, site_.large ? 10 : 16));
+    values.max_vol_sessions = static_cast<std::uint32_t>(site_.large ? dice_.any(8, 12) : dice_.any(6, 16));
     if (dice_.one_in(3)) {
         values.vol_sessions = static_cast<std::uint32_t>(
             dice_.any(static_cast<int>(values.min_vol_sessions), static_cast<int>(values.max_vol_sessions)));
+    }
+    // More than a large site's host can have.
+    if (site_.large && dice_.one_in(2)) {
+        values.vol_sessions = values.max_vol_sessions;
     }
     values.min_pe_sessions = static_cast<std::uint32_t>(dice_.any(4, 8));
     values.max_pe_sessions = static_cast<std::uint32_t>(dice_.any(6, 24));
@@ -111,6 +115,9 @@ void Operator::remove() {
 
 std::string Operator::look(bool disturbed) const {
     const std::string text = site_.host->read_file(OSTREL_CONFIG_FILE);
+    if (!edited_.empty() && !site_.host->exists(OSTREL_CONFIG_FILE)) {
+        return "oxr.conf is gone";
+    }
     if (!edited_.empty()) {
         return text == edited_ ? "" : "a valid edit of oxr.conf is lost";
     }

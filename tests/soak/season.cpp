@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <set>
 
 #include "OstrelConnections/psp_client.h"
 #include "OstrelProvider/service.h"
@@ -158,41 +159,53 @@ private:
         }
         driver_->run_until(recovered);
         driver_->finish_cycle();
-        std::uint64_t before = changes();
+        watch_.quiet_begins();
+        const std::set<std::string> by_lost_nics = counting_lost_nics(site_);
+        Changes before = changes();
         driver_->start();
         int settled_after = 0;
+        int sessions_settled_after = 0;
         for (int pass = 1; pass <= passes_looked_at && !watch_.broken(); ++pass) {
             driver_->run_cycles(1);
-            const std::uint64_t now = changes();
-            if (now != before) {
-                settled_after = pass;
-            }
+            const Changes now = changes();
+            settled_after = now.sessions != before.sessions || now.requests != before.requests ? pass : settled_after;
+            sessions_settled_after = now.sessions != before.sessions ? pass : sessions_settled_after;
             before = now;
         }
         if (watch_.broken()) {
             return;
         }
         ++tally_.settled_after[static_cast<std::size_t>(settled_after)];
-        if (settled_after > passes_to_settle) {
+        const Verdict verdict = judge(site_, operator_.values());
+        // A switch that can't be finished is tried again in every pass, down to its requests.
+        if ((verdict.kept[switch_held_up] > 0 ? sessions_settled_after : settled_after) > passes_to_settle) {
             watch_.report("sessions or paths change in pass " + std::to_string(settled_after) + " after events ended");
         }
-        const Verdict verdict = judge(site_, operator_.values());
-        tally_.targets += verdict.targets;
-        for (std::size_t reason = 0; reason < verdict.kept.size(); ++reason) {
-            tally_.kept[reason] += verdict.kept[reason];
+        for (const std::string& iqn : watch_.gained_and_lost()) {
+            if (!by_lost_nics.contains(iqn) && is_readable(site_, iqn)) {
+                watch_.report(iqn + " gains and loses sessions though nothing happens");
+            }
         }
         for (const std::string& each : verdict.wrong) {
             watch_.report(each);
         }
+        tally_.targets += verdict.targets;
+        for (std::size_t reason = 0; reason < verdict.kept.size(); ++reason) {
+            tally_.kept[reason] += verdict.kept[reason];
+        }
     }
 
     // What the connection manager has done to the host.
-    std::uint64_t changes() const {
+    struct Changes {
+        std::uint64_t sessions;
+        std::uint64_t requests;
+    };
+    Changes changes() const {
         const simhost::Host& on = *site_.host;
-        return on.calls("IMA_VMW_AddSession") + on.calls("IMA_VMW_RemoveSession") + on.calls("IMA_VMW_Rediscover") +
-               on.calls("IMA_RemoveStaticDiscoveryTarget") +
-               on.calls("psp." + std::to_string(OSTREL_PSP_IOCTL_RESCAN)) +
-               on.calls("psp." + std::to_string(OSTREL_PSP_IOCTL_DELETE_DEAD_PATHS));
+        return {on.calls("IMA_VMW_AddSession") + on.calls("IMA_VMW_RemoveSession") +
+                    on.calls("IMA_RemoveStaticDiscoveryTarget"),
+                on.calls("IMA_VMW_Rediscover") + on.calls("psp." + std::to_string(OSTREL_PSP_IOCTL_RESCAN)) +
+                    on.calls("psp." + std::to_string(OSTREL_PSP_IOCTL_DELETE_DEAD_PATHS))};
     }
 };
 

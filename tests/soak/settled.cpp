@@ -39,6 +39,14 @@ struct Seen {
         }
         return addresses.empty() ? target.nics : static_cast<int>(addresses.size());
     }
+    bool counts_lost_nic() const {
+        return std::any_of(paths.begin(), paths.end(), [&](const auto& device) {
+            return std::any_of(device.begin(), device.end(), [&](const simhost::PathView& path) {
+                return std::none_of(sessions.begin(), sessions.end(),
+                                    [&](const SessionView& each) { return each.local_ip == path.local_ip; });
+            });
+        });
+    }
     int active_paths() const {
         return static_cast<int>(
             std::count_if(paths.front().begin(), paths.front().end(), [](const auto& each) { return each.active; }));
@@ -132,6 +140,21 @@ void judge_number(const Site& site, const ConfigValues& values, const Seen& seen
 }
 
 }  // namespace
+
+bool is_readable(const Site& site, const std::string& iqn) {
+    const TargetView target = site.host->target(iqn);
+    return !Seen(site, target).has_empty_adapter(site);
+}
+
+std::set<std::string> counting_lost_nics(const Site& site) {
+    std::set<std::string> found;
+    for (const TargetView& target : site.host->targets()) {
+        if (Seen(site, target).counts_lost_nic()) {
+            found.insert(target.iqn);
+        }
+    }
+    return found;
+}
 
 Verdict judge(const Site& site, const ConfigValues& values) {
     Verdict verdict;

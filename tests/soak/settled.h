@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,13 @@ struct Verdict {
     std::array<std::uint64_t, num_reasons> kept{};
     std::uint64_t targets = 0;
 };
+
+// Whether every adapter in the target's sight has a session of it. If not, the procedures go by a part of its
+// sessions, or by none.
+bool is_readable(const Site& site, const std::string& iqn);
+
+// The targets with a dead path over a NIC that carries none of their sessions: it counts until the path is deleted.
+std::set<std::string> counting_lost_nics(const Site& site);
 
 Verdict judge(const Site& site, const ConfigValues& values);
 

@@ -73,6 +73,14 @@ void connect(Site& site, Dice& dice, const std::string& iqn, int most) {
     const simhost::TargetView target = site.host->target(iqn);
     const bool is_static = target.mode == GroupMode::static_discovery;
     site.host->connect(iqn, is_static ? 0 : dice.any(std::min(target.nics, most), most));
+    // Now and then one that an administrator made by hand.
+    if (!is_static && dice.one_in(8)) {
+        simhost::SessionView made;
+        made.target_iqn = iqn;
+        made.made_dynamic = false;
+        site.host->add_session(made);
+        site.host->claim_paths();
+    }
 }
 
 }  // namespace
@@ -150,7 +158,7 @@ Site make_site(Dice& dice) {
     site.discovery_seconds = options.discovery_seconds;
     site.claim_seconds = options.claim_seconds;
     site.host = testing_support::make_host(options);
-    site.large = dice.one_in(40);
+    site.large = dice.one_in(30);
     add_adapters(site, dice);
     for (int groups = dice.any(1, 4); groups > 0; --groups) {
         add_group(site, dice);
@@ -158,7 +166,7 @@ Site make_site(Dice& dice) {
     for (int targets = dice.any(0, 2); targets > 0; --targets) {
         add_group_scoped_target(site, dice);
     }
-    const int volumes = site.large ? dice.any(60, 200) : dice.any(1, 10);
+    const int volumes = site.large ? dice.any(170, 240) : dice.any(1, 10);
     for (int v = 0; v < volumes; ++v) {
         const Group& group = dice.pick(site.groups);
         const std::string iqn = add_volume(site, dice, group);

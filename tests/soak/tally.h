@@ -54,11 +54,7 @@ enum Reason {
 };
 
 // Hazards of the procedures that are let pass, each exactly in its own case.
-constexpr std::array hazards{"working session removed first",
-                             "emptied adapter",
-                             "stale counts",
-                             "group-scoped count",
-                             "static renewal",
+constexpr std::array hazards{"stale counts", "group-scoped count", "failed host count", "static renewal",
                              "switch in mid-pass"};
 
 constexpr int passes_looked_at = 8;  // after events have ended

@@ -1,10 +1,54 @@
 #include "soak/watch.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
 
 #include "support/engine.h"
 
 namespace soak {
+
+using simhost::Event;
+
+Watch::Watch(Site& site, const Operator& by, Tally& tally) : host_(*site.host), operator_(by), tally_(tally) {
+    host_.observe([this](const Event& event) { note(event); });
+}
+
+void Watch::quiet_begins() {
+    gained_.clear();
+    lost_.clear();
+}
+
+std::vector<std::string> Watch::gained_and_lost() const {
+    std::vector<std::string> both;
+    std::set_intersection(gained_.begin(), gained_.end(), lost_.begin(), lost_.end(), std::back_inserter(both));
+    return both;
+}
+
+// Sessions that the manager adds and removes; the host's own logins are none of them.
+void Watch::note(const Event& event) {
+    if (event.kind == Event::Kind::session_removed) {
+        lost_.insert(event.target);
+    } else if (event.kind == Event::Kind::session_added && host_.calls("IMA_VMW_AddSession") != additions_) {
+        additions_ = host_.calls("IMA_VMW_AddSession");
+        gained_.insert(event.target);
+        look_at_addition(event.target);
+    }
+}
+
+// No configuration asks for more than 32 sessions, those that log in included. Behind a group-scoped target they
+// can be counted in part, and so can those of any after a failed call.
+void Watch::look_at_addition(const std::string& iqn) {
+    constexpr std::ptrdiff_t most = 32;
+    const auto sessions = host_.sessions(iqn);
+    const auto wanted = std::count_if(sessions.begin(), sessions.end(), [](const simhost::SessionView& each) {
+        return each.first_remote_ip != each.current_remote_ip || each.state == simhost::XPT_WAIT ||
+               each.state == simhost::IN_LOGIN;
+    });
+    if (wanted > most && !host_.target(iqn).group_scoped && host_.faults_injected() == faults_before_) {
+        report(iqn + " has " + std::to_string(wanted) + " sessions after an addition");
+    }
+}
 
 void Watch::report(const std::string& what) {
     char where[64];
