@@ -19,7 +19,7 @@ pugi::xml_node needed_child(const pugi::xml_node& parent, const char* name) {
 }
 
 // Depth by the tags alone, before a tree is made of them. A text in CDATA that looks like tags counts too.
-bool is_too_deep(std::string_view body) {
+bool looks_too_deep(std::string_view body) {
     std::size_t depth = 0;
     for (std::size_t i = 0; i + 1 < body.size(); ++i) {
         if (body[i] == '<') {
@@ -34,6 +34,19 @@ bool is_too_deep(std::string_view body) {
         }
     }
     return false;
+}
+
+// The depth itself: the tags were counted with those in comments and attributes.
+bool is_too_deep(pugi::xml_document& document) {
+    struct Walker final : pugi::xml_tree_walker {
+        bool found = false;
+        bool for_each(pugi::xml_node& node) override {
+            found = node.type() == pugi::node_element && depth() >= static_cast<int>(MAX_XML_DEPTH);
+            return !found;
+        }
+    } walker;
+    document.traverse(walker);
+    return walker.found;
 }
 
 void check_versions(const pugi::xml_node& cim, const pugi::xml_node& message) {
@@ -88,14 +101,18 @@ void read_operation(const pugi::xml_node& call, Message& message) {
 }  // namespace
 
 void read_message(std::string_view body, Message& message) {
-    if (is_too_deep(body)) {
-        not_valid("elements are nested too deeply");
+    constexpr char too_deep[] = "elements are nested too deeply";
+    if (looks_too_deep(body)) {
+        not_valid(too_deep);
     }
     const pugi::xml_parse_result parsed =
         message.document.load_buffer(body.data(), body.size(), pugi::parse_default, pugi::encoding_utf8);
     if (!parsed) {
         throw ProtocolError{400, "request-not-well-formed",
                             std::string(parsed.description()) + " at byte " + std::to_string(parsed.offset)};
+    }
+    if (is_too_deep(message.document)) {
+        not_valid(too_deep);
     }
     const pugi::xml_node cim = needed_child(message.document, "CIM");
     const pugi::xml_node envelope = needed_child(cim, "MESSAGE");

@@ -112,7 +112,7 @@ void apply_line(Reading& reading, std::string_view line) {
     if (oxr::equal_ignoring_case(name, LOGS_PATH_KEY)) {
         reading.has_logs_path = true;
     } else if (const Key* const key = find_key(name)) {
-        apply_value(reading, *key, static_cast<std::uint32_t>(oxr::read_number(line.substr(delimiter + 1))));
+        apply_value(reading, *key, oxr::read_number(line.substr(delimiter + 1)));
     }
 }
 

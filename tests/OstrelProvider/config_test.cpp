@@ -268,6 +268,17 @@ TEST_F(ConfigTest, EveryKeySurvivesAndTheRewrittenFormIsAFixedPoint) {
     EXPECT_EQ(said("WARN"), Lines());
 }
 
+// A negative value without a range stays what it became at the first read.
+TEST_F(ConfigTest, AValueThatWasNegativeSurvivesTheRewrite) {
+    write("worker_stop=-1\nvmknic_count=-7\n");
+    for (int reads = 0; reads < 2; ++reads) {
+        EXPECT_EQ(read(), 0);
+        EXPECT_EQ(values.worker_stop, 4294967295U);
+        EXPECT_EQ(values.vmknic_count, 4294967289U);
+        EXPECT_EQ(file(), as_text(values));
+    }
+}
+
 TEST_F(ConfigTest, WritingTakesTheWidestValues) {
     std::memset(static_cast<void*>(&values), 0xff, sizeof values);
     std::memset(values.ostrel_logs_path, 'p', sizeof values.ostrel_logs_path);  // no terminator

@@ -85,6 +85,13 @@ std::string repeated(const std::string& text, int times) {
 TEST(CimXml, WhatIsNoRequestGetsAnHttpError) {
     const auto broker = echo_broker();
     const std::string whole = operation("GetClass", "");
+    // Deep, though the tags in the comments seem to close what was opened.
+    const std::string hidden_depth = operation(
+        "GetInstance", "<IPARAMVALUE NAME=\"InstanceName\">" +
+                           repeated("<INSTANCENAME CLASSNAME=\"A\"><KEYBINDING NAME=\"k\"><VALUE.REFERENCE>"
+                                    "<!--</a></a></a>-->",
+                                    20000) +
+                           repeated("</VALUE.REFERENCE></KEYBINDING></INSTANCENAME>", 20000) + "</IPARAMVALUE>");
     const struct {
         std::string body;
         int status;
@@ -102,6 +109,7 @@ TEST(CimXml, WhatIsNoRequestGetsAnHttpError) {
         {message("<IMETHODCALL>" + std::string(SPACE) + "</IMETHODCALL>"), 400, "request-not-valid"},
         {message("<METHODCALL NAME=\"f\"/>"), 400, "request-not-valid"},
         {repeated("<a>", 100000), 400, "request-not-valid"},
+        {hidden_depth, 400, "request-not-valid"},
         {"<!DOCTYPE a [<!ENTITY b \"c\"><!ENTITY d \"&b;&b;\">]><a>&d;</a>", 400, "request-not-valid"},
         {"<CIM CIMVERSION=\"3.0\" DTDVERSION=\"2.0\"><MESSAGE/></CIM>", 501, "unsupported-cim-version"},
         {"<CIM CIMVERSION=\"2.0\"><MESSAGE/></CIM>", 501, "unsupported-dtd-version"},

@@ -13,7 +13,7 @@ namespace {
 TEST(Number, ReadsSignDigitsAndNothingElse) {
     const struct {
         std::string_view text;
-        std::int32_t value;
+        std::int64_t value;
     } cases[] = {
         {"", 0},
         {"120", 120},
@@ -35,18 +35,21 @@ TEST(Number, ReadsSignDigitsAndNothingElse) {
         {"60.9", 60},
         {"-0", 0},
         {"2147483647", INT32_MAX},
-        {"2147483648", INT32_MAX},
+        {"2147483648", 2147483648},
+        {"4294967295", UINT32_MAX},
+        {"4294967296", INT32_MAX},
         {"-2147483648", INT32_MIN},
         {"-2147483649", INT32_MIN},
+        {"-4294967295", INT32_MIN},
         {"4294967416", INT32_MAX},
         {"18446744073709551736", INT32_MAX},
         {"-99999999999999999999999999999999", INT32_MIN},
     };
     for (const auto& each : cases) {
-        EXPECT_EQ(oxr::read_number(each.text), each.value) << '"' << each.text << '"';
+        EXPECT_EQ(oxr::read_number(each.text), static_cast<std::uint32_t>(each.value)) << '"' << each.text << '"';
     }
     const std::string cut = "1234";
-    EXPECT_EQ(oxr::read_number(std::string_view(cut).substr(0, 2)), 12);
+    EXPECT_EQ(oxr::read_number(std::string_view(cut).substr(0, 2)), 12U);
 }
 
 TEST(Text, IsComparedWithoutCaseInFull) {
