@@ -150,12 +150,11 @@ private:
 
     // Runs on the worker, or on who makes the host change.
     void note(const Event& event) {
-        if (event.kind == Event::Kind::sleep_begun && event.text.size() > 1) {
-            if (pthread_equal(pthread_self(), oxr_thread.load()) != 0) {
-                wakes_at_ = event.time + std::stod(event.text);
-                ++cycles_;
-                watch_.after_cycle();
-            }
+        if (event.kind == Event::Kind::sleep_begun) {
+            // Told of long sleeps only, and only the worker has those.
+            wakes_at_ = event.time + std::stod(event.text);
+            ++cycles_;
+            watch_.after_cycle();
         } else if (event.kind == Event::Kind::pass_begun) {
             wakes_at_ = -1;
         } else if (stop_at_change_ > 0 && event.kind != Event::Kind::action && --stop_at_change_ == 0 &&
