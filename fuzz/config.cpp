@@ -1,0 +1,144 @@
+// The configuration file, the logs path in it and the version file: any text gives values within their bounds, and
+// what is written back reads as the same values and isn't written again.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "OstrelProvider/config.h"
+#include "OstrelProvider/config_text.h"
+#include "OstrelProvider/logs_path.h"
+#include "OstrelProvider/service.h"
+#include "common/file_reader.h"
+#include "support/host.h"
+
+namespace {
+
+// The host with its files; the version file is another name of the configuration file.
+class ConfigSite {
+public:
+    ConfigSite() : host(fuzz::make_host()), file_(host->path(OSTREL_CONFIG_FILE)) {
+        fuzz::require(::symlink("oxr.conf", host->path("/etc/ostrel/oxdversion.txt").c_str()) == 0, "no version file");
+        fuzz::require(::mkdir(host->path("/vmfs/volumes/logs of 2").c_str(), 0755) == 0, "no folder for logs");
+    }
+    void put(std::string_view text) const { fuzz::put_file(file_, text); }
+    std::string text() const { return host->read_file(OSTREL_CONFIG_FILE); }
+
+    const std::unique_ptr<simhost::Host> host;
+
+private:
+    std::string file_;
+};
+
+bool same_values(const ConfigValues& a, const ConfigValues& b) {
+    return std::memcmp(&a, &b, offsetof(ConfigValues, ostrel_logs_path)) == 0 &&
+           std::strcmp(a.ostrel_logs_path, b.ostrel_logs_path) == 0;
+}
+
+std::string canonical(const ConfigValues& values) {
+    char text[CONFIG_TEXT_SIZE];
+    return {text, compose_config(text, ConfigForm::rewritten, values)};
+}
+
+bool within(std::uint32_t value, std::uint32_t low, std::uint32_t high) {
+    return low <= value && value <= high;
+}
+
+void require_bounds(const ConfigValues& values) {
+    fuzz::require(within(values.interval, 60, 604800), "interval");
+    fuzz::require(within(values.max_vol_sessions, 2, 32), "max_vol_sessions");
+    fuzz::require(within(values.min_vol_sessions, 2, values.max_vol_sessions), "min_vol_sessions");
+    fuzz::require(
+        values.vol_sessions == 0 || within(values.vol_sessions, values.min_vol_sessions, values.max_vol_sessions),
+        "vol_sessions");
+    fuzz::require(within(values.min_pe_sessions, 4, 32) && within(values.max_pe_sessions, 4, 32), "pe_sessions");
+    fuzz::require(within(values.log_level, 1, 2) && log_level.load() == values.log_level, "log_level");
+    fuzz::require(values.use_ostrel_timeouts <= 1, "use_ostrel_timeouts");
+    const std::size_t length = strnlen(values.ostrel_logs_path, sizeof values.ostrel_logs_path);
+    fuzz::require(within(static_cast<std::uint32_t>(length), 1, MAX_LOGS_PATH), "ostrel_logs_path");
+    fuzz::require(::access(values.ostrel_logs_path, F_OK) == 0, "ostrel_logs_path doesn't exist");
+}
+
+ConfigValues read(const ConfigSite& site) {
+    ConfigValues values;
+    {
+        const oxr::MutexLock lock(config_file_mutex);
+        fuzz::require(OSTREL_GetConfigValues(&values, CONFIG_NORMAL) == 0, "the file isn't read");
+    }
+    require_bounds(values);
+    fuzz::require_nothing_held(*site.host);
+    return values;
+}
+
+// What was written reads as the same values and isn't written again.
+void require_fixed_point(const ConfigSite& site, const ConfigValues& values) {
+    fuzz::require(site.text() == canonical(values), "written in another form", site.text());
+    const std::uint64_t writes = site.host->calls("write");
+    fuzz::require(same_values(read(site), values), "read again, it has other values", site.text());
+    fuzz::require(site.host->calls("write") == writes, "written again");
+}
+
+void read_values(const ConfigSite& site, std::string_view text) {
+    const ConfigValues values = read(site);
+    if (site.text() != text) {
+        require_fixed_point(site, values);
+    }
+}
+
+void read_versions(std::string_view text) {
+    char version[VERSION_TEXT_SIZE] = {};
+    const int result = getOxdVersion(version);
+    fuzz::require(result == 1 || result == -1, "version result");
+    fuzz::require(version[VERSION_TEXT_SIZE - 1] == '\0', "version isn't terminated");
+    fuzz::require(text.find(std::string(version, strnlen(version, sizeof version))) != std::string_view::npos,
+                  "version isn't from the file");
+}
+
+void read_log_filename() {
+    char filename[LOG_FILENAME_SIZE];
+    const std::string_view name = get_log_filename(filename);
+    fuzz::require(name.size() < LOG_FILENAME_SIZE && name.ends_with("/oxr.log"), "log file name", std::string(name));
+}
+
+void create() {
+    const oxr::MutexLock lock(config_file_mutex);
+    OSTREL_CreateConfigFile();
+}
+
+bool has_comment_line() {
+    oxr::FileReader file(OSTREL_CONFIG_FILE);
+    std::string_view line;
+    while (file.next_line(line)) {
+        if (oxr::is_comment_line(line)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// A file without comments is in the old format and comes back in the present one; any other is left alone.
+void convert(const ConfigSite& site, std::string_view text) {
+    const bool is_old = !has_comment_line();
+    create();
+    if (!is_old) {
+        fuzz::require(site.text() == text, "a file of the present format is converted");
+        return;
+    }
+    const ConfigValues values = read(site);
+    fuzz::require(site.text() == canonical(values), "not converted to the present form", site.text());
+    fuzz::require(values.interval == 120 && values.vmknic_count == 0, "what a conversion gives up");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const ConfigSite site;
+    const std::string_view text(reinterpret_cast<const char*>(data), size);
+    site.put(text);
+    read_versions(text);
+    read_log_filename();
+    convert(site, text);
+    site.put(text);
+    read_values(site, text);
+    return 0;
+}

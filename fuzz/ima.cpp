@@ -1,0 +1,318 @@
+// Answers of the iSCSI Management API: the model's own, changed by the fuzzer's bytes (records, lists, statuses),
+// through lookup, inventory, NICs, static targets, discovery, renewal's questions and a whole pass. A session is
+// removed only when an inventory of this act told its ISID and the state of its connection, and no static target goes
+// of a target without such a session.
+#include <cstring>
+#include <set>
+
+#include "OstrelConnections/mode_change.h"
+#include "OstrelConnections/polling_pass.h"
+#include "OstrelConnections/renewal.h"
+#include "OstrelConnections/session_inventory.h"
+#include "common/text.h"
+#include "ima/ima.h"
+#include "oxd_ima_utility/discovery.h"
+#include "oxd_ima_utility/ima_text.h"
+#include "oxd_ima_utility/nics.h"
+#include "oxd_ima_utility/oid_lookup.h"
+#include "oxd_ima_utility/session_operations.h"
+#include "oxd_ima_utility/static_targets.h"
+#include "support/host.h"
+#include "support/input.h"
+#include "support/site.h"
+
+namespace {
+
+using fuzz::Input;
+using fuzz::require;
+
+// An operation and the size of the record that it fills; 0: a list; 1: nothing.
+struct Operation {
+    const char* name;
+    std::size_t size;
+};
+constexpr std::size_t LIST = 0;
+constexpr std::size_t NOTHING = 1;
+constexpr Operation OPERATIONS[] = {
+    {"IMA_GetLhbaOidList", LIST},
+    {"IMA_GetPhbaOidList", LIST},
+    {"IMA_VMW_GetLhbaOidList", LIST},
+    {"IMA_GetTargetOidList", LIST},
+    {"IMA_GetSessionOidList", LIST},
+    {"IMA_GetConnectionOidList", LIST},
+    {"IMA_VMW_GetNicOidList", LIST},
+    {"IMA_VMW_GetStaticDiscoveryTargetOidList", LIST},
+    {"IMA_VMW_GetLhbaProperties", sizeof(IMA_VMW_LHBA_PROPERTIES)},
+    {"IMA_GetTargetProperties", sizeof(IMA_TARGET_PROPERTIES)},
+    {"IMA_GetSessionProperties", sizeof(IMA_SESSION_PROPERTIES)},
+    {"IMA_GetConnectionProperties", sizeof(IMA_CONNECTION_PROPERTIES)},
+    {"IMA_VMW_GetConnectionStatus", sizeof(IMA_VMW_CONNECTION_STATUS)},
+    {"IMA_VMW_GetStaticDiscoveryTargetProperties", sizeof(IMA_STATIC_DISCOVERY_TARGET_PROPERTIES)},
+    {"IMA_VMW_GetInitiatorAuthParms", sizeof(IMA_INITIATOR_AUTHPARMS)},
+    {"IMA_VMW_GetDiscoveryStatus", sizeof(std::uint32_t)},
+    {"IMA_VMW_AddSession", NOTHING},
+    {"IMA_VMW_RemoveSession", NOTHING},
+    {"IMA_VMW_Rediscover", NOTHING},
+    {"IMA_RemoveStaticDiscoveryTarget", NOTHING},
+    {"IMA_FreeMemory", NOTHING},
+};
+constexpr unsigned NUM_OPERATIONS = std::size(OPERATIONS);
+
+// One change of an operation's answers.
+struct Change {
+    enum Kind { bytes, fill, status, shorten, swap, oid, null };
+    Kind kind;
+    unsigned first_call;  // from this call on
+    unsigned num_calls;   // 0: for good
+    unsigned place;
+    std::uint32_t value;
+    std::string text;
+
+    bool hits(unsigned call) const { return call >= first_call && (num_calls == 0 || call < first_call + num_calls); }
+};
+
+Change read_change(Input& input) {
+    Change change{static_cast<Change::Kind>(input.below(7)), input.below(16), input.below(4), 0, 0, {}};
+    change.place = input.number<std::uint16_t>();
+    if (change.kind == Change::bytes || change.kind == Change::fill) {
+        change.text = input.text(64);
+    } else {
+        change.value = input.number<std::uint32_t>();
+    }
+    return change;
+}
+
+void change_record(const Change& change, char* record, std::size_t size) {
+    const std::size_t at = change.place % size;
+    if (change.kind == Change::bytes) {
+        std::memcpy(record + at, change.text.data(), std::min(change.text.size(), size - at));
+    } else if (change.kind == Change::fill && !change.text.empty()) {
+        for (std::size_t i = at; i < size; ++i) {
+            record[i] = change.text[(i - at) % change.text.size()];
+        }
+    }
+}
+
+void change_list(const Change& change, IMA_OID_LIST*& list) {
+    if (list == nullptr) {
+        return;
+    }
+    const std::uint64_t count = list->oidCount;
+    if (change.kind == Change::shorten) {
+        list->oidCount = change.value % (count + 1);
+    } else if (change.kind == Change::null) {
+        (void)IMA_FreeMemory(list);
+        list = nullptr;
+    } else if (count > 0 && change.kind == Change::swap) {
+        std::swap(list->oids[change.place % count], list->oids[change.value % count]);
+    } else if (count > 0 && change.kind == Change::oid) {
+        list->oids[change.place % count].objectSequenceNumber = change.value % 64;
+    } else if (count > 0) {
+        change_record(change, reinterpret_cast<char*>(list->oids), count * sizeof(IMA_OID));
+    }
+}
+
+// What the answers told: ISIDs, as the host has them, of sessions whose connection's state was told too.
+class Told {
+public:
+    void session(const IMA_SESSION_PROPERTIES& answer) {
+        std::memcpy(last_, answer.isid, sizeof last_);
+        has_last_ = true;
+    }
+    void no_session() { has_last_ = false; }
+    void connection() {
+        if (has_last_) {
+            char text[24];
+            format_isid(text, last_);
+            isids_.insert(text);
+        }
+    }
+    bool tells(const std::string& isid) const { return isids_.contains(isid); }
+    bool tells_anything() const { return !isids_.empty(); }
+
+private:
+    std::uint8_t last_[6] = {};
+    bool has_last_ = false;
+    std::set<std::string> isids_;
+};
+
+// The changes of one operation and the calls of it so far.
+struct Script {
+    const Operation* operation;
+    std::vector<Change> changes;
+    unsigned calls = 0;
+};
+
+std::uint32_t answer(Script& script, Told& told, void* out, std::uint32_t status) {
+    const unsigned call = script.calls++;
+    const Operation& operation = *script.operation;
+    IMA_SESSION_PROPERTIES session{};
+    const bool is_session = operation.size == sizeof session && out != nullptr && status == IMA_STATUS_SUCCESS;
+    if (is_session) {
+        session = *static_cast<IMA_SESSION_PROPERTIES*>(out);
+    }
+    for (const Change& each : script.changes) {
+        if (!each.hits(call)) {
+            continue;
+        }
+        if (each.kind == Change::status) {
+            status = each.value;
+        } else if (operation.size == LIST) {
+            change_list(each, *static_cast<IMA_OID_LIST**>(out));
+        } else if (operation.size != NOTHING && out != nullptr) {
+            change_record(each, static_cast<char*>(out), operation.size);
+        }
+    }
+    if (is_session) {
+        // The host never has two sessions of one ISID.
+        std::memcpy(static_cast<IMA_SESSION_PROPERTIES*>(out)->isid, session.isid, sizeof session.isid);
+        status == IMA_STATUS_SUCCESS ? told.session(session) : told.no_session();
+    } else if (operation.size == sizeof(IMA_VMW_CONNECTION_STATUS) && status == IMA_STATUS_SUCCESS) {
+        told.connection();
+    }
+    return status;
+}
+
+void judge(const fuzz::Site& site, const Told& told) {
+    using Kind = simhost::Event::Kind;
+    for (const fuzz::Happening& each : site.happenings()) {
+        if (each.kind == Kind::session_removed) {
+            require(told.tells(each.text.substr(0, 17)), "a session was removed that no answer told", each.text);
+        } else if (each.kind == Kind::static_target_removed) {
+            require(told.tells_anything(), "a static target was removed without any session told", each.text);
+        }
+    }
+}
+
+// --- acts -------------------------------------------------------------------------------------------------------
+
+constexpr char VOLUME[] = "iqn.2012-07.com.ostrel:dyn-0";
+constexpr char STATIC_VOLUME[] = "iqn.2012-07.com.ostrel:sta-0";
+
+void name_adapters(AdapterName (&names)[8], std::int32_t& count) {
+    count = 2;
+    oxr::copy_field(names[0], "vmhba64");
+    oxr::copy_field(names[1], "vmhba65");
+}
+
+void take_inventory(const std::string& iqn) {
+    IscsiProps props{};
+    oxr::copy_field(props.target_iqn, iqn.empty() ? VOLUME : std::string_view(iqn));
+    name_adapters(props.vmhba_name_array, props.num_adapters);
+    TargetDtls sessions[MAX_SESSIONS_PER_TARGET] = {};
+    int dynamic = 0;
+    int total = 0;
+    int pending = 0;
+    const int result = populate_oxr_sessions(props, sessions, dynamic, total, pending);
+    require(result == 0 || result == -1, "inventory result");
+    require(
+        total >= 0 && total <= MAX_SESSIONS_PER_TARGET && dynamic >= 0 && pending >= 0 && dynamic + pending <= total,
+        "session counts");
+    for (int s = 0; s < total; ++s) {
+        const TargetDtls& session = sessions[s];
+        require(strnlen(session.isid, sizeof session.isid) == 17, "a record without its ISID");
+        require(strnlen(session.current_remote_ip, 16) >= 7 && strnlen(session.current_remote_ip, 16) < 16 &&
+                    strnlen(session.current_local_ip, 16) < 16 && strnlen(session.initial_remote_ip, 16) < 16,
+                "an address isn't whole");
+        require(session.session_type <= SESSION_LOGIN_PENDING, "a session type");
+        if (result == 0 && s == 0) {
+            (void)isIscsiDigestEnabled(session);
+        }
+    }
+}
+
+void look_up(const std::string& name) {
+    IscsiOidQuery query;
+    IMA_OID oid{};
+    for (const int bypass : {0, 1, 0}) {
+        make_oid_query(query, "vmhba64", name.empty() ? VOLUME : name.c_str(), "00:02:3d:01:00:01");
+        (void)iscsi_get_oids(query, oid, bypass);
+        make_oid_query(query, "vmhba65", VOLUME, nullptr);
+        (void)iscsi_get_oids(query, oid, bypass);
+    }
+    IMA_OID all[MAX_LOGICAL_ADAPTERS];
+    std::uint32_t count = 0;
+    (void)iscsi_get_all_hba_oids(all, count);
+    require(count <= MAX_LOGICAL_ADAPTERS, "more adapters than there is room for");
+    int sessions = 0;
+    (void)get_all_system_sessions(sessions, 0);
+    require(sessions >= 0, "host session count");
+}
+
+void handle_static_targets() {
+    AdapterName adapters[8];
+    std::int32_t count = 0;
+    name_adapters(adapters, count);
+    StaticTargetEntry entries[2] = {};
+    oxr::copy_text(entries[0].target_iqn, STATIC_VOLUME);
+    oxr::copy_text(entries[0].target_ip, "10.9.9.1");
+    oxr::copy_text(entries[1].target_iqn, VOLUME);
+    oxr::copy_text(entries[1].target_ip, "10.9.9.100");
+    const int result = remove_iscsi_static_targets(entries, 2, ISCSI_PORT, adapters, count);
+    require(result == 0 || result == -1, "static target result");
+}
+
+void ask_adapters() {
+    AdapterName adapters[8];
+    std::int32_t count = 0;
+    name_adapters(adapters, count);
+    const char eui[OSTREL_EUI_SIZE] = "dyn-0";
+    require(get_num_nic(eui, adapters, count, 0, nullptr) >= -1, "NIC count");
+    const int status = get_discover_iscsi_hba_status("vmhba64");
+    require(status >= ISCSI_DISCOVERY_DONE && status <= ISCSI_DISCOVERY_NO_STATUS, "discovery outcome");
+    (void)do_rediscover_on_adapter("vmhba65");
+    (void)isSessionStillPresent("vmhba64", VOLUME, "00:02:3d:01:00:01");
+}
+
+void change_sessions() {
+    (void)create_sessions("vmhba64", VOLUME, "00:02:3d:01:00:01");
+    (void)create_sessions("vmhba65", VOLUME, nullptr);
+}
+
+void act(unsigned what, const std::string& name, const ConfigValues& values) {
+    switch (what) {
+        case 0:
+            return take_inventory(name);
+        case 1:
+            return look_up(name);
+        case 2:
+            return handle_static_targets();
+        case 3:
+            return ask_adapters();
+        case 4:
+            return change_sessions();
+        default:
+            (void)handle_ostrel_connections(values);
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    Input input(data, size);
+    fuzz::Site& site = fuzz::Site::of(input.below(fuzz::NUM_SITES));
+    const unsigned what = input.below(8);
+    log_level = input.below(4) == 1 ? 2 : 0;
+    ConfigValues values;
+    values.vol_sessions = input.below(9);
+    const std::string name = input.text(300).c_str();  // up to a terminator
+    std::vector<Script> scripts;
+    for (const Operation& each : OPERATIONS) {
+        scripts.push_back({&each, {}});
+    }
+    for (int n = 0; n < 32 && !input.empty(); ++n) {
+        Script& script = scripts[input.below(NUM_OPERATIONS)];
+        script.changes.push_back(read_change(input));
+    }
+    Told told;
+    for (Script& each : scripts) {
+        site.script_ima(each.operation->name,
+                        [&](void* out, std::uint32_t status) { return answer(each, told, out, status); });
+    }
+    act(what, name, values);
+    if (what != 2) {  // which removes without looking
+        judge(site, told);
+    }
+    site.finish();
+    return 0;
+}
