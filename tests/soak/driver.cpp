@@ -7,7 +7,6 @@
 #include "OstrelProvider/worker.h"
 #include "OstrelProviderSetting/setting_methods.h"
 #include "cimserver/broker/objects.h"
-#include "common/stop_point.h"
 
 namespace soak {
 
@@ -99,7 +98,6 @@ public:
         if (StopService() != 0) {
             watch_.report("the service can't be stopped");
         }
-        stopping_ = false;
         wakes_at_ = -1;
     }
     bool running() const override { return oxr_thread.load() != 0; }
@@ -146,7 +144,6 @@ private:
     double wakes_at_ = -1;      // the worker's sleep between two cycles ends; -1: it isn't in one
     std::uint64_t cycles_ = 0;  // finished
     int stop_at_change_ = 0;    // of the host's sessions or paths, so many from now; 0: at none
-    bool stopping_ = false;
 
     // Runs on the worker, or on who makes the host change.
     void note(const Event& event) {
@@ -157,10 +154,8 @@ private:
             watch_.after_cycle();
         } else if (event.kind == Event::Kind::pass_begun) {
             wakes_at_ = -1;
-        } else if (stop_at_change_ > 0 && event.kind != Event::Kind::action && --stop_at_change_ == 0 &&
-                   pthread_equal(pthread_self(), oxr_thread.load()) != 0) {
-            stopping_ = true;
-            (void)oxr::request_stop(oxr_thread.load());
+        } else if (stop_at_change_ > 0 && event.kind != Event::Kind::action && --stop_at_change_ == 0) {
+            host_.set_horizon(event.time);  // the pass comes no further than its next wait
         }
     }
     // To the end of the cycle that is under way at that moment. The time it takes is its own.
@@ -170,14 +165,11 @@ private:
             run_until(from + more);
         }
     }
-    // Until the worker sleeps beyond the horizon or has been told to stop.
+    // Until the worker sleeps beyond the horizon.
     void wait() {
         constexpr double looks = 0.005;
         constexpr int patience = 120 * 200;
         for (int look = 0; !host_.wait_for_horizon(looks); ++look) {
-            if (stopping_) {
-                return stop();
-            }
             if (look == patience) {
                 return watch_.report("the worker doesn't come back to its sleep");
             }
