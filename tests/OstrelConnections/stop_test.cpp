@@ -1,6 +1,7 @@
 // The worker is stopped at any moment of its passes: nothing stays locked, open or allocated, and the next start
 // works.
 #include <gtest/gtest.h>
+#include <sched.h>
 
 #include <chrono>
 #include <cstdio>
@@ -8,6 +9,7 @@
 #include <thread>
 
 #include "OstrelProvider/service.h"
+#include "common/stop_point.h"
 #include "support/engine.h"
 #include "support/log_lines.h"
 #include "support/site.h"
@@ -124,4 +126,23 @@ TEST(Stops, InMidPassLeaveTheLockFileToTheNextWorker) {
     EXPECT_FALSE(host->exists("/etc/ostrel/.lock")) << "left by the stopped worker: " << left;
     EXPECT_EQ(StopService(), 0);
     EXPECT_EQ(shared_mutexes_held(), Lines{});
+}
+
+TEST(Stops, ComeBetweenTwoVolumes) {
+    const auto host = make_site(2);
+    const auto iqns = add_volumes(*host, 2, 3);
+    host->observe([&](const simhost::Event& event) {
+        if (event.kind == simhost::Event::Kind::session_added && event.target == iqns[0]) {
+            EXPECT_EQ(oxr::request_stop(pthread_self()), 0);
+        }
+    });
+    ASSERT_EQ(StartService(), 0);
+    // Three NICs are in use, two arrays are there.
+    for (int waited = 0; count_sessions(*host, iqns[0]) < 6 && waited < 10'000'000; ++waited) {
+        sched_yield();
+    }
+    EXPECT_EQ(StopService(), 0);
+    EXPECT_EQ(count_sessions(*host, iqns[0]), 6);
+    EXPECT_EQ(count_sessions(*host, iqns[1]), 3);
+    expect_nothing_held(*host);
 }

@@ -272,6 +272,8 @@ TEST_F(LookupTest, AnAnswerIsKeptUntilItIsForgotten) {
     EXPECT_EQ(oid.objectSequenceNumber, session.oid);
     EXPECT_EQ(host->calls("IMA_GetSessionOidList"), calls);
 
+    EXPECT_EQ(fetch_target_oid("vmhba12", iqn.c_str(), session.isid.c_str(), oid), 0);
+
     EXPECT_EQ(look_up(session.isid.c_str(), 1), 0);  // a hit is ignored, nothing is stored
     EXPECT_EQ(host->calls("IMA_GetSessionOidList"), calls + 1);
     EXPECT_EQ(said(), Lines());

@@ -184,6 +184,20 @@ TEST_F(StaticTargetsTest, OnlyTheSameNameAddressAndPortGo) {
     EXPECT_EQ(said(), Lines());
 }
 
+TEST_F(StaticTargetsTest, ARemovedOneIsForgotten) {
+    add("iqn.a", "10.0.9.1");
+    IscsiOidQuery query{};
+    oxr::copy_text(query.adapter_name, "vmhba64");
+    oxr::copy_text(query.target_name, "iqn.a");
+    host->script_ima("IMA_VMW_GetStaticDiscoveryTargetOidList", [&](void* out, std::uint32_t status) {
+        add_target_oid(query, (*static_cast<IMA_OID_LIST**>(out))->oids[0]);
+        return status;
+    });
+    EXPECT_EQ(remove({{"iqn.a", "10.0.9.1"}}), 0);
+    IMA_OID oid{};
+    EXPECT_EQ(fetch_target_oid("vmhba64", "iqn.a", "", oid), 0);
+}
+
 TEST_F(StaticTargetsTest, CredentialsAreWarnedAboutButGo) {
     host->add_static_target({"iqn.a", "vmhba64", "10.0.9.1", 3260, true, false});
     host->add_static_target({"iqn.b", "vmhba64", "10.0.9.1", 3260, true, false});
