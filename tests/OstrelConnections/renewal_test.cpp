@@ -186,6 +186,12 @@ TEST(Renewal, ReplacesEverySessionOneAddressAtATime) {
     expect_at_rest(*host);
 }
 
+TEST(Renewal, ScansForPathsBeforeItWaitsForThem) {
+    const auto host = make_volumes(1);  // which would claim a path by itself after half a minute
+    EXPECT_EQ(renew({host->iqn_of("vol-0")}), OXD_SUCCESS);
+    EXPECT_LT(host->slept(), 5);
+}
+
 TEST(Renewal, ThroughTheMethodEndsWithTheStatusOfTheStepThatFailed) {
     const auto set = [](const simhost::Fault& made) { return [made](Host& host) { host.fail(made); }; };
     const auto once_added = [](const simhost::Fault& made) {
