@@ -99,6 +99,9 @@ TEST_P(FaultSweep, NothingIsLostWhicheverCallFails) {
 
 // Undisturbed, the situations together use everything that the library imports and that can fail.
 TEST(FaultSweepOperations, CoverWhatTheLibraryImports) {
+#ifdef OXR_COVERAGE
+    GTEST_SKIP() << "the library imports what counts its lines, too";
+#endif
     std::set<std::string> used;
     for (const Situation& situation : situations()) {
         const auto host = situation.make();

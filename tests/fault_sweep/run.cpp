@@ -183,6 +183,7 @@ Report work(const Situation& situation, Host& host, const std::optional<Fault>& 
     report.config_before = host.read_file(CONFIG);
     report.result.reserve(256);  // before the blocks are counted
     if (fault) {
+        log_level = fault->nth % 2 == 0 ? 2 : 1;
         host.fail(*fault);
     }
     host.count_allocations(true);
