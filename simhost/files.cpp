@@ -345,7 +345,9 @@ SIMHOST_INTERPOSE(ssize_t, write, int fd, const void* from, size_t size) {
     }
     return real::write(fd, from, size);
 }
-// On the host's files a formatted write is one write, as the C library makes it.
+// On the host's files a formatted write is one write, as the C library makes it. The format is the caller's.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
 SIMHOST_INTERPOSE(int, vdprintf, int fd, const char* format, va_list arguments) {
     if (!marked(fd)) {
         return real::vdprintf(fd, format, arguments);
@@ -360,6 +362,7 @@ SIMHOST_INTERPOSE(int, vdprintf, int fd, const char* format, va_list arguments) 
     free(text);
     return static_cast<int>(written);
 }
+#pragma GCC diagnostic pop
 SIMHOST_INTERPOSE(int, dprintf, int fd, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
