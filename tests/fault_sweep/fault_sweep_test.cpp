@@ -30,7 +30,7 @@ std::uint64_t call_after(const Fault& fault) {
         return fault.path_contains == "oxr.log" && nth >= many_log_calls ? nth + nth / 4 : nth + 1;
     }
 #if defined(__SANITIZE_ADDRESS__)
-    return nth * 3;
+    return nth * 4;
 #else
     return nth + 1 + nth / 2;
 #endif
