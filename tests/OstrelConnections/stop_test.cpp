@@ -128,8 +128,8 @@ TEST(Stops, InMidPassLeaveTheLockFileToTheNextWorker) {
     EXPECT_EQ(shared_mutexes_held(), Lines{});
 }
 
-#ifndef __SANITIZE_THREAD__  // which objects to the stop being asked for with the host's lock held, as an observer has
-                             // it
+// A thread sanitizer objects to asking for the stop with the host's lock held, as an observer does.
+#ifndef __SANITIZE_THREAD__
 TEST(Stops, ComeBetweenTwoVolumes) {
     const auto host = make_site(2);
     const auto iqns = add_volumes(*host, 2, 3);
