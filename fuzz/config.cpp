@@ -59,14 +59,23 @@ void require_bounds(const ConfigValues& values) {
     fuzz::require(::access(values.ostrel_logs_path, F_OK) == 0, "ostrel_logs_path doesn't exist");
 }
 
-ConfigValues read(const ConfigSite& site) {
-    ConfigValues values;
+// Whether the file is read; then its values are within their bounds.
+bool try_read(const ConfigSite& site, ConfigValues& values) {
+    int result;
     {
         const oxr::MutexLock lock(config_file_mutex);
-        fuzz::require(OSTREL_GetConfigValues(&values, CONFIG_NORMAL) == 0, "the file isn't read");
+        result = OSTREL_GetConfigValues(&values, CONFIG_NORMAL);
     }
-    require_bounds(values);
     fuzz::require_nothing_held(*site.host);
+    if (result == 0) {
+        require_bounds(values);
+    }
+    return result == 0;
+}
+
+ConfigValues read(const ConfigSite& site) {
+    ConfigValues values;
+    fuzz::require(try_read(site, values), "the file isn't read");
     return values;
 }
 
@@ -78,9 +87,25 @@ void require_fixed_point(const ConfigSite& site, const ConfigValues& values) {
     fuzz::require(site.host->calls("write") == writes, "written again");
 }
 
+bool has_comment_line() {
+    oxr::FileReader file(OSTREL_CONFIG_FILE);
+    std::string_view line;
+    while (file.next_line(line)) {
+        if (oxr::is_comment_line(line)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Only a file that still waits for its conversion is refused, and it is left alone.
 void read_values(const ConfigSite& site, std::string_view text) {
-    const ConfigValues values = read(site);
-    if (site.text() != text) {
+    ConfigValues values;
+    if (!try_read(site, values)) {
+        fuzz::require(site.text() == text, "a refused file is changed");
+        fuzz::require(same_values(values, ConfigValues()), "a refused file gives values");
+        fuzz::require(!has_comment_line() && text.find(':') != std::string_view::npos, "a file is refused");
+    } else if (site.text() != text) {
         require_fixed_point(site, values);
     }
 }
@@ -103,17 +128,6 @@ void read_log_filename() {
 void create() {
     const oxr::MutexLock lock(config_file_mutex);
     OSTREL_CreateConfigFile();
-}
-
-bool has_comment_line() {
-    oxr::FileReader file(OSTREL_CONFIG_FILE);
-    std::string_view line;
-    while (file.next_line(line)) {
-        if (oxr::is_comment_line(line)) {
-            return true;
-        }
-    }
-    return false;
 }
 
 // A file without comments is in the old format and comes back in the present one; any other is left alone.
