@@ -6,10 +6,11 @@
 #include <cstring>
 
 #include "OstrelProvider/config.h"
-#include "OstrelProvider/config_text.h"
 #include "OstrelProvider/logs_path.h"
 #include "OstrelProvider/service.h"
 #include "common/file_reader.h"
+#include "configuration/config_text.h"
+#include "configuration/logs_path_rule.h"
 #include "support/host.h"
 
 namespace {

@@ -1,9 +1,111 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+
 #include "oxrctl/commands.h"
+#include "oxrctl/config_report.h"
+#include "oxrctl/text.h"
 
 namespace oxrctl {
 
-Answer check(const CheckOptions&) {
-    throw Refusal("not there yet");
+namespace {
+
+constexpr std::size_t MOST_IGNORED_LINES = 20;
+
+std::string headline(const ConfigReport& report) {
+    if (report.is_clean()) {
+        return "the service takes it as it stands";
+    }
+    const auto corrected = static_cast<std::size_t>(std::count_if(
+        report.values.begin(), report.values.end(), [](const ConfigReport::Value& value) { return value.corrected; }));
+    std::vector<std::string> parts;
+    if (corrected > 0) {
+        parts.push_back("corrects " + count_of(corrected, "value", "values"));
+    }
+    if (!report.ignored.empty()) {
+        parts.push_back("ignores " + count_of(report.ignored.size(), "line", "lines"));
+    }
+    if (!report.rewrite_reasons.empty()) {
+        parts.push_back(report.old_format ? "converts it when it starts" : "rewrites it at its next reading");
+    }
+    return parts.empty() ? "see the notes below" : fmt::format("the service {}", fmt::join(parts, ", "));
+}
+
+std::string lines_text(const std::vector<int>& lines) {
+    return lines.empty() ? "-" : fmt::format("{}", fmt::join(lines, ", "));
+}
+
+std::string values_text(const ConfigReport& report) {
+    std::vector<std::vector<std::string>> rows = {{"key", "line", "in the file", "in force", "why"}};
+    for (const ConfigReport::Value& value : report.values) {
+        std::string why = value.why;
+        if (value.lines.size() > 1) {
+            why += fmt::format("{}the last of its lines counts", why.empty() ? "" : "; ");
+        }
+        rows.push_back({value.key, lines_text(value.lines), value.lines.empty() ? "-" : printable(value.in_file, 40),
+                        value.in_force, why});
+    }
+    return table_text(rows);
+}
+
+std::string ignored_text(const ConfigReport& report) {
+    std::vector<std::vector<std::string>> rows;
+    for (const ConfigReport::IgnoredLine& line : report.ignored) {
+        if (rows.size() == MOST_IGNORED_LINES) {
+            rows.push_back({"", fmt::format("and {} more", report.ignored.size() - MOST_IGNORED_LINES)});
+            break;
+        }
+        rows.push_back({fmt::format("line {}", line.line), printable(line.text, 50), line.why});
+    }
+    return table_text(rows);
+}
+
+std::string report_text(const std::string& file, const ConfigReport& report) {
+    std::string text = fmt::format("{}: {}\n\n{}", file, headline(report), values_text(report));
+    if (!report.ignored.empty()) {
+        text += "\nIgnored:\n" + ignored_text(report);
+    }
+    for (const std::string& note : report.notes) {
+        text += "\nNote: " + note + "\n";
+    }
+    if (!report.rewrite_reasons.empty()) {
+        text += fmt::format("\nRewritten because {}:\n--- {}\n+++ as the service writes it\n{}",
+                            fmt::join(report.rewrite_reasons, ", "), file, report.diff);
+    }
+    return text;
+}
+
+Json report_json(const std::string& file, const ConfigReport& report) {
+    Json values = Json::array();
+    for (const ConfigReport::Value& value : report.values) {
+        values.push_back({{"key", value.key},
+                          {"lines", value.lines},
+                          {"in_file", value.lines.empty() ? Json() : Json(value.in_file)},
+                          {"in_force", value.in_force},
+                          {"corrected", value.corrected},
+                          {"why", value.why}});
+    }
+    Json ignored = Json::array();
+    for (const ConfigReport::IgnoredLine& line : report.ignored) {
+        ignored.push_back({{"line", line.line}, {"text", line.text}, {"why", line.why}});
+    }
+    return {{"file", file},
+            {"clean", report.is_clean()},
+            {"format", report.old_format ? "old" : "current"},
+            {"values", std::move(values)},
+            {"ignored", std::move(ignored)},
+            {"notes", report.notes},
+            {"rewritten", !report.rewrite_reasons.empty()},
+            {"rewrite_reasons", report.rewrite_reasons},
+            {"diff", report.diff}};
+}
+
+}  // namespace
+
+Answer check(const CheckOptions& options) {
+    const ConfigReport report = judge_config_file(options.file);
+    return {options.json ? json_text(report_json(options.file, report)) : report_text(options.file, report),
+            report.is_clean() ? EXIT_FINE : EXIT_FOUND};
 }
 
 }  // namespace oxrctl

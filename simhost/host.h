@@ -321,6 +321,8 @@ public:
     // - "failed host count": more than 2040 sessions after IMA_GetLhbaOidList or IMA_GetSessionOidList failed in the
     //   same pass: sessions that can't be listed aren't counted.
     // - "static renewal": a static session removed outside a polling pass (no lock file), as a renewal does.
+    // - "digest change": a last logged-in session removed outside a polling pass while a session of the target that
+    //   isn't logged in stays at another local address: a digest change renews what is logged in.
     // - "switch in mid-pass": a static session removed after its group's mode was switched in the same pass: the
     //   pass goes by the mode that it read at its start.
     // - "repeated switch", "stuck logins", "nics by paths", "active paths protected", "two volumes on a target":

@@ -18,6 +18,7 @@ constexpr std::string_view HAZARDS[] = {
     "group-scoped count",
     "failed host count",
     "static renewal",
+    "digest change",
     "switch in mid-pass",
     "repeated switch",
     "stuck logins",
@@ -66,14 +67,18 @@ void Host::Impl::pass_begins() {
     }
 }
 
+// A pass stands between the making and the removal of the lock file; a renewal never does.
+bool Host::Impl::in_pass() const {
+    const std::string lock_file = files.real_path("/etc/ostrel/.lock");
+    return real::faccessat(AT_FDCWD, lock_file.c_str(), 0, 0) == 0;
+}
+
 // `mode_changed`: what held before the first of the sessions that go went.
 void Host::Impl::removing_static(const Target& of, bool mode_changed, const std::string& isid, bool by_entry) {
     if (mode_changed) {
         return;
     }
-    const std::string lock_file = files.real_path("/etc/ostrel/.lock");
-    const bool in_pass = real::faccessat(AT_FDCWD, lock_file.c_str(), 0, 0) == 0;
-    if (!by_entry && !in_pass && excuse("static renewal")) {
+    if (!by_entry && !in_pass() && excuse("static renewal")) {
         return;
     }
     if (of.group->switched_in_pass && excuse("switch in mid-pass")) {
@@ -92,7 +97,7 @@ void Host::Impl::after_removal(const Target& of, const Port* from, const std::st
                                                      [&](const Session* each) { return each->local_ip != local_ip; });
         other_adapter_empty = other_adapter_empty || (port.get() != from && port->sessions.empty());
     }
-    if (other_address && excuse("working session removed first")) {
+    if (other_address && (excuse("working session removed first") || (!in_pass() && excuse("digest change")))) {
         return;
     }
     if ((other_adapter_empty || pass_disturbed) && (excuse("emptied adapter") || excuse("stale counts"))) {

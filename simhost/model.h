@@ -255,6 +255,7 @@ struct Host::Impl {
     // invariants.cpp
     void violate(std::string text);
     bool excuse(std::string_view hazard);
+    bool in_pass() const;
     void removing_static(const Target& of, bool mode_changed, const std::string& isid, bool by_entry);
     void after_removal(const Target& of, const Port* from, const std::string& local_ip, const std::string& what);
     void after_addition(const Target& to);

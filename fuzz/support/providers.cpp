@@ -7,7 +7,7 @@
 
 #include "OstrelAssocProvider/association_class.h"
 #include "OstrelProvider/config.h"
-#include "OstrelProvider/config_text.h"
+#include "configuration/config_text.h"
 #include "OstrelProvider/service.h"
 #include "OstrelProvider/service_class.h"
 #include "OstrelProvider/worker.h"

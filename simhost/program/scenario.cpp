@@ -20,7 +20,7 @@ constexpr std::int64_t MOST_ADAPTERS = 32;
 // Cases that the connection manager's procedures bring about by themselves (docs/operations.md tells of them).
 constexpr std::array HAZARDS = std::to_array<std::string_view>(
     {"working session removed first", "emptied adapter", "stale counts", "group-scoped count", "failed host count",
-     "static renewal", "switch in mid-pass", "repeated switch", "stuck logins", "nics by paths",
+     "static renewal", "digest change", "switch in mid-pass", "repeated switch", "stuck logins", "nics by paths",
      "active paths protected", "two volumes on a target"});
 
 constexpr std::array<std::string_view, 8> SESSION_STATES = {

@@ -1,9 +1,10 @@
-// The configuration file: its record, its keys, reading with correction, creation and conversion.
+// The configuration file: reading with correction, creation and conversion.
 #pragma once
 
 #include <cstdint>
 
 #include "OstrelProvider/log.h"
+#include "configuration/config_values.h"
 
 inline constexpr char OSTREL_CONFIG_DIR[] = "/etc/ostrel";
 inline constexpr char OSTREL_CONFIG_FILE[] = "/etc/ostrel/oxr.conf";
@@ -11,24 +12,6 @@ inline constexpr char OSTREL_CONFIG_FILE[] = "/etc/ostrel/oxr.conf";
 // Serialises reading and writing the configuration file. Taken by the callers of OSTREL_GetConfigValues and
 // set_value_in_file, and by the creation or conversion at service start.
 extern oxr::Mutex config_file_mutex;
-
-// All values of one read. Starts with the defaults.
-struct ConfigValues {
-    std::uint32_t interval = 120;    // seconds the worker sleeps between two cycles
-    std::uint32_t vol_sessions = 0;  // sessions per volume; 0: computed
-    std::uint32_t min_vol_sessions = 2;
-    std::uint32_t max_vol_sessions = 8;
-    std::uint32_t worker_stop = 0;  // non-zero: no polling passes
-    std::uint32_t log_level = 1;
-    std::uint32_t vmknic_count = 0;  // NICs to count on; 0: all
-    std::uint32_t max_pe_sessions = 32;
-    std::uint32_t min_pe_sessions = 4;
-    std::uint32_t use_ostrel_timeouts = 1;
-    char ostrel_logs_path[LOG_FILENAME_SIZE] = "/var/log/ostrel";
-};
-
-inline constexpr std::uint32_t MIN_INTERVAL = 60;
-inline constexpr std::uint32_t MAX_INTERVAL = 604800;
 
 // How the file is read: lines of key=value, or the old format's key:value, which is then rewritten.
 inline constexpr std::uint32_t CONFIG_NORMAL = 0;

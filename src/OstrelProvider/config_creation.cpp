@@ -5,9 +5,10 @@
 #include <string_view>
 
 #include "OstrelProvider/config.h"
-#include "OstrelProvider/config_text.h"
+#include "OstrelProvider/config_file.h"
 #include "common/file_reader.h"
 #include "common/text.h"
+#include "configuration/config_text.h"
 
 // Messages of the creation carry the name of its one operation.
 #define CREATION "OSTREL_CreateConfigFile"

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "common/log_place.h"
 #include "common/mutex.h"
 
 // Messages of a level up to this one are written. 1 at load, then 1 or 2 as the configuration file says.
@@ -14,11 +15,6 @@ extern std::atomic<std::uint32_t> log_level;
 inline constexpr std::uint32_t LOG_LEVEL_ERROR = 0;
 inline constexpr std::uint32_t LOG_LEVEL_INFO = 1;
 inline constexpr std::uint32_t LOG_LEVEL_DEBUG = 2;
-
-// Size of a log file's full path, terminator included.
-inline constexpr std::size_t LOG_FILENAME_SIZE = 100;
-
-inline constexpr char DEFAULT_LOG_DIR[] = "/var/log/ostrel";
 
 // Held for each write and rotation and for the replacement of the log file's name; taken last of all locks.
 extern oxr::Mutex log_file_mutex;

@@ -9,24 +9,12 @@
 #include "OstrelProvider/config.h"
 #include "common/file_reader.h"
 #include "common/text.h"
+#include "configuration/logs_path_rule.h"
 
 namespace {
 
-constexpr std::size_t max_ignored_line = 18;
-
 bool exists(const char* path) {
     return ::access(path, F_OK) == 0;
-}
-
-// The value of a logs-path line; false when the line is none.
-bool logs_path_value(std::string_view line, std::string_view& value) {
-    constexpr std::string_view key = LOGS_PATH_KEY;
-    if (line.size() <= max_ignored_line || !line.starts_with(key) || line[key.size()] != '=') {
-        return false;
-    }
-    value = line.substr(key.size() + 1);
-    value = value.substr(0, value.find_first_of(std::string_view("\0\t\r\n", 4)));
-    return true;
 }
 
 }  // namespace
@@ -46,7 +34,7 @@ void get_logs_path(char* result) {
             oxr::copy_text(found, value);
         }
     }
-    if (oxr::field_view(found).size() > MAX_LOGS_PATH || !exists(found)) {
+    if (!is_usable_logs_path(found)) {
         OXR_ERROR("Unable to find [%s], Setting Logs Path to default [%s]", found, DEFAULT_LOG_DIR);
         oxr::copy_text(found, DEFAULT_LOG_DIR);
     }

@@ -4,12 +4,6 @@
 
 #include "OstrelProvider/log.h"
 
-// The key as a logs-path line begins with it, exact case, "=" directly behind it.
-inline constexpr char LOGS_PATH_KEY[] = "ostrel_logs_path";
-
-// Longest directory whose log file name fits LOG_FILENAME_SIZE; a longer one counts as not found.
-inline constexpr std::size_t MAX_LOGS_PATH = 91;
-
 // Fills `result` (LOG_FILENAME_SIZE bytes) with the log directory: the last logs-path line's value when it
 // names something that exists, else the default, which is logged at ERROR. Default too, without a message,
 // when the configuration file can't be opened.

@@ -2,8 +2,9 @@
 
 #include <cerrno>
 
-#include "OstrelProvider/config_text.h"
+#include "OstrelProvider/config_file.h"
 #include "common/text.h"
+#include "configuration/config_text.h"
 
 int set_value_in_file(ConfigValues* values) {
     if (values->log_level != 1 && values->log_level != 2) {

@@ -353,6 +353,25 @@ TEST(DigestChange, RenewsWhatNeedsItAndEndsWhereNothingDoes) {
     expect_at_rest(*host);
 }
 
+// It goes by what is logged in: when that is all at one address, the address is renewed all the same.
+TEST(DigestChange, TakesTheOnlyAddressThatIsLoggedIn) {
+    for (const bool let_pass : {false, true}) {
+        const auto host = make_volumes(1);
+        const std::string iqn = host->iqn_of("vol-0");
+        host->set_digests("vmhba64", true);
+        for (const SessionView& session : host->sessions(iqn)) {
+            if (session.local_ip != "10.0.1.1") {
+                host->set_state(session.oid, simhost::IN_LOGIN);
+            }
+        }
+        if (let_pass) {
+            host->allow("digest change");
+        }
+        (void)renew({iqn}, Kind::enable_digests);
+        EXPECT_EQ(host->violations().empty(), let_pass);
+    }
+}
+
 TEST(DigestChange, ALookupThatFailsIsToldFromAnAnswer) {
     const auto host = make_volumes(1);
     host->set_digests("vmhba64", true);

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "OstrelProvider/config_text.h"
+#include "configuration/config_text.h"
 #include "common/text.h"
 
 namespace soak {

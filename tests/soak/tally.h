@@ -54,8 +54,8 @@ enum Reason {
 };
 
 // Hazards of the procedures that are let pass, each exactly in its own case.
-constexpr std::array hazards{"stale counts", "group-scoped count", "failed host count", "static renewal",
-                             "switch in mid-pass"};
+constexpr std::array hazards{"stale counts",   "group-scoped count", "failed host count",
+                             "static renewal", "digest change",      "switch in mid-pass"};
 
 constexpr int passes_looked_at = 8;  // after events have ended
 

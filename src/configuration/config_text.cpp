@@ -1,14 +1,8 @@
-#include "OstrelProvider/config_text.h"
+#include "configuration/config_text.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 
-#include "OstrelProvider/logs_path.h"
-#include "common/descriptor.h"
 #include "common/text.h"
 
 namespace {
@@ -123,23 +117,4 @@ std::size_t compose_config(char (&text)[CONFIG_TEXT_SIZE], ConfigForm form, cons
         }
     }
     return length;
-}
-
-ConfigWrite write_config_file(const char* text, std::size_t length) {
-    oxr::Descriptor file(::open(OSTREL_CONFIG_FILE, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-    if (!file.valid()) {
-        return ConfigWrite::not_opened;
-    }
-    ssize_t written;
-    do {
-        written = ::write(file.get(), text, length);
-    } while (written < 0 && errno == EINTR);
-    if (written < 0) {
-        return ConfigWrite::not_written;
-    }
-    if (static_cast<std::size_t>(written) != length) {
-        errno = ENOSPC;
-        return ConfigWrite::not_written;
-    }
-    return file.close() == 0 ? ConfigWrite::written : ConfigWrite::not_written;
 }

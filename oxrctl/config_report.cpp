@@ -1,0 +1,327 @@
+#include "oxrctl/config_report.h"
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <dtl/dtl.hpp>
+#include <map>
+#include <sstream>
+
+#include "common/blank.h"
+#include "common/file_reader.h"
+#include "common/text.h"
+#include "configuration/config_judge.h"
+#include "configuration/config_text.h"
+#include "configuration/logs_path_rule.h"
+#include "oxrctl/text.h"
+
+namespace oxrctl {
+
+namespace {
+
+constexpr off_t LARGEST_FILE_BYTES = 1 << 20;
+
+// The keys as the canonical file has them.
+constexpr std::string_view KEYS[] = {"interval",        "min_vol_sessions",    "max_vol_sessions", "vol_sessions",
+                                     "min_pe_sessions", "max_pe_sessions",     "log_level",        "vmknic_count",
+                                     "worker_stop",     "use_ostrel_timeouts", LOGS_PATH_KEY};
+
+std::string trimmed(std::string_view text) {
+    while (!text.empty() && oxr::is_blank(text.front())) {
+        text.remove_prefix(1);
+    }
+    while (!text.empty() && oxr::is_blank(text.back())) {
+        text.remove_suffix(1);
+    }
+    return std::string(text);
+}
+
+void refuse_what_is_no_file(const std::string& file) {
+    struct stat status {};
+    if (::stat(file.c_str(), &status) != 0) {
+        throw Refusal(fmt::format("{}: {}", file, std::strerror(errno)));
+    }
+    if (!S_ISREG(status.st_mode)) {
+        throw Refusal(fmt::format("{}: not a regular file", file));
+    }
+    if (status.st_size > LARGEST_FILE_BYTES) {
+        throw Refusal(fmt::format("{}: larger than {} MiB: not a configuration file", file, LARGEST_FILE_BYTES >> 20));
+    }
+}
+
+// The lines as the service sees them: of longer ones the first 255 characters.
+std::vector<std::string> read_lines(const std::string& file) {
+    refuse_what_is_no_file(file);
+    oxr::FileReader reader(file.c_str());
+    std::vector<std::string> lines;
+    std::string_view line;
+    while (reader.next_line(line)) {
+        if (line.find('\0') != std::string_view::npos) {
+            throw Refusal(
+                fmt::format("{}: line {} holds a NUL byte: not a configuration file", file, lines.size() + 1));
+        }
+        lines.emplace_back(line);
+    }
+    if (reader.error() != 0) {
+        throw Refusal(fmt::format("{}: {}", file, std::strerror(reader.error())));
+    }
+    return lines;
+}
+
+std::string without_line_end(std::string line) {
+    if (line.ends_with('\n')) {
+        line.pop_back();
+    }
+    return line;
+}
+
+std::string range_text(const ConfigKey& key) {
+    return fmt::format("{} to {}", key.low, key.high);
+}
+
+// Collects what the judge notices about the line it is given.
+class Collector final : public ConfigObserver {
+public:
+    explicit Collector(ConfigReport& report, bool converting) : report_(report), converting_(converting) {
+        for (const std::string_view key : KEYS) {
+            ConfigReport::Value value;
+            value.key = key;
+            report.values.push_back(std::move(value));
+        }
+    }
+
+    void begin_line(int number, std::string text) {
+        number_ = number;
+        text_ = std::move(text);
+    }
+
+    void value_read(const ConfigKey& key, std::uint32_t found, std::uint32_t used, bool accepted) override {
+        ConfigReport::Value& value = enter(key.name);
+        value.corrected = !accepted || trimmed(value.in_file) != std::to_string(used);
+        if (accepted) {
+            value.why = value.corrected ? fmt::format("read as {}", used) : "";
+            return;
+        }
+        if (converting_ && key.field == &ConfigValues::interval) {
+            value.why = "given up with the old format; the default";
+        } else {
+            const bool is_number = trimmed(value.in_file) == std::to_string(static_cast<std::int32_t>(found));
+            value.why = fmt::format("{}not {}; the default",
+                                    is_number ? "" : fmt::format("read as {}, ", static_cast<std::int32_t>(found)),
+                                    range_text(key));
+        }
+        if (key.rewrites) {
+            report_.rewrite_reasons.push_back(fmt::format("{} is out of range", key.name));
+        }
+    }
+
+    void line_ignored(std::string_view name, bool has_delimiter) override {
+        if (trimmed(text_).empty()) {
+            return;
+        }
+        report_.ignored.push_back({number_, text_, has_delimiter ? why_unknown(name) : why_no_key()});
+    }
+
+    void minimum_above_maximum(const ConfigValues& values, std::uint32_t default_minimum) override {
+        correct("min_vol_sessions", default_minimum,
+                fmt::format("above max_vol_sessions = {}; the default", values.max_vol_sessions));
+        report_.rewrite_reasons.emplace_back("min_vol_sessions is above max_vol_sessions");
+    }
+
+    void vol_sessions_outside(const ConfigValues& values) override {
+        correct("vol_sessions", values.min_vol_sessions,
+                fmt::format("not between min_vol_sessions = {} and max_vol_sessions = {}; the minimum",
+                            values.min_vol_sessions, values.max_vol_sessions));
+        report_.rewrite_reasons.emplace_back("vol_sessions is outside the limits");
+    }
+
+    void key_missing(std::string_view name) override {
+        report_.rewrite_reasons.push_back(fmt::format("there is no line {}{}...", name, converting_ ? ':' : '='));
+    }
+
+    // A line with the key of the logs path, in any spelling; `usable`: the reader takes its value.
+    void logs_path_line(bool usable) {
+        ConfigReport::Value& value = enter(LOGS_PATH_KEY);
+        if (!usable) {
+            report_.ignored.push_back({number_, text_,
+                                       fmt::format("the path is taken from a line that begins with \"{}=\" in lower "
+                                                   "case, a path behind it",
+                                                   LOGS_PATH_KEY)});
+            value.lines.pop_back();
+        }
+    }
+
+private:
+    ConfigReport::Value& value_of(std::string_view key) {
+        return *std::find_if(report_.values.begin(), report_.values.end(),
+                             [key](const ConfigReport::Value& value) { return value.key == key; });
+    }
+
+    ConfigReport::Value& enter(std::string_view key) {
+        ConfigReport::Value& value = value_of(key);
+        value.lines.push_back(number_);
+        value.in_file = text_.substr(text_.find(converting_ ? ':' : '=') + 1);
+        return value;
+    }
+
+    void correct(std::string_view key, std::uint32_t used, const std::string& why) {
+        ConfigReport::Value& value = value_of(key);
+        value.in_force = std::to_string(used);
+        value.why = why;
+        value.corrected = true;
+    }
+
+    std::string why_unknown(std::string_view name) const {
+        const std::string plain = trimmed(name);
+        if (find_config_key(plain) != nullptr || plain == LOGS_PATH_KEY) {
+            return name.front() != plain.front() ? "the key must begin the line"
+                                                 : fmt::format("no blanks between the key and \"{}\"", delimiter());
+        }
+        const std::string near = nearest(plain, KEYS);
+        return near.empty() ? "unknown key" : fmt::format("unknown key; did you mean {}?", near);
+    }
+
+    std::string why_no_key() const { return fmt::format("no \"{}\" in it", delimiter()); }
+
+    char delimiter() const { return converting_ ? ':' : '='; }
+
+    ConfigReport& report_;
+    const bool converting_;
+    int number_ = 0;
+    std::string text_;
+};
+
+void take_lines(const std::vector<std::string>& lines, ConfigJudge& judge, Collector* collector, char delimiter) {
+    int number = 0;
+    for (const std::string& line : lines) {
+        if (collector != nullptr) {
+            collector->begin_line(++number, without_line_end(line));
+            const std::string_view name = std::string_view(line).substr(0, line.find(delimiter));
+            std::string_view ignored;
+            if (name.size() < line.size() && oxr::equal_ignoring_case(name, LOGS_PATH_KEY) &&
+                !oxr::is_comment_line(line)) {
+                collector->logs_path_line(logs_path_value(line, ignored));
+            }
+        }
+        judge.take_line(line);
+    }
+}
+
+// Notices nothing: for a first look at the form of a file.
+class NoObserver final : public ConfigObserver {
+public:
+    void value_read(const ConfigKey&, std::uint32_t, std::uint32_t, bool) override {}
+    void line_ignored(std::string_view, bool) override {}
+    void minimum_above_maximum(const ConfigValues&, std::uint32_t) override {}
+    void vol_sessions_outside(const ConfigValues&) override {}
+    void key_missing(std::string_view) override {}
+};
+
+bool is_old_format(const std::vector<std::string>& lines) {
+    NoObserver observer;
+    ConfigJudge judge(false, observer);
+    take_lines(lines, judge, nullptr, '=');
+    return judge.fitness() == ConfigFitness::not_converted;
+}
+
+// The last logs-path line's value, put into `values` when this host has that folder.
+void judge_logs_path(const std::vector<std::string>& lines, ConfigValues& values, ConfigReport& report) {
+    std::string_view value;
+    std::string found;
+    for (const std::string& line : lines) {
+        if (logs_path_value(line, value)) {
+            found = value;
+        }
+    }
+    ConfigReport::Value& entry = report.values.back();
+    if (is_usable_logs_path(found.c_str())) {
+        oxr::copy_text(values.ostrel_logs_path, found);
+    } else if (!entry.lines.empty() && found != values.ostrel_logs_path) {
+        entry.why = found.size() > MAX_LOGS_PATH ? fmt::format("longer than {} characters; the default", MAX_LOGS_PATH)
+                                                 : "no such folder on this host; the default";
+        entry.corrected = true;
+    }
+}
+
+void enter_values(const ConfigValues& values, ConfigReport& report) {
+    for (ConfigReport::Value& entry : report.values) {
+        const ConfigKey* const key = find_config_key(entry.key);
+        entry.in_force = key != nullptr ? std::to_string(values.*key->field) : values.ostrel_logs_path;
+        if (entry.lines.empty() && entry.why.empty()) {
+            entry.why = "the default";
+        }
+    }
+}
+
+std::string diff_text(const std::vector<std::string>& lines, const ConfigValues& values) {
+    char canonical[CONFIG_TEXT_SIZE];
+    const std::size_t length = compose_config(canonical, ConfigForm::rewritten, values);
+    std::vector<std::string> before;
+    std::transform(lines.begin(), lines.end(), std::back_inserter(before), without_line_end);
+    std::vector<std::string> after;
+    std::istringstream text(std::string(canonical, length));
+    for (std::string line; std::getline(text, line);) {
+        after.push_back(line);
+    }
+    dtl::Diff<std::string> diff(before, after);
+    diff.onHuge();
+    diff.compose();
+    diff.composeUnifiedHunks();
+    std::ostringstream printed;
+    diff.printUnifiedFormat(printed);
+    return printed.str();
+}
+
+void note_what_surprises(const std::vector<std::string>& lines, ConfigReport& report) {
+    const bool has_comment = std::any_of(lines.begin(), lines.end(), oxr::is_comment_line);
+    if (report.old_format) {
+        report.notes.emplace_back(
+            "The file is in the old format. The service converts it when it starts; a running one leaves it alone and "
+            "keeps the values it has.");
+    } else if (!has_comment && report.rewrite_reasons.empty()) {
+        report.notes.emplace_back(
+            "The file has no comment line. At its next start the service takes it for the old format and puts the "
+            "defaults in place of all values: add a line that begins with \"#\".");
+    }
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        if (lines[i].size() == 255 && !lines[i].ends_with('\n')) {
+            report.notes.push_back(fmt::format("Line {} is longer than 255 characters; the rest is not read.", i + 1));
+        }
+    }
+    if (!lines.empty() && !lines.back().ends_with('\n') && lines.back().size() < 255) {
+        report.notes.emplace_back("The last line has no line end: the file may have been cut off.");
+    }
+}
+
+}  // namespace
+
+bool ConfigReport::is_clean() const {
+    return ignored.empty() && notes.empty() && rewrite_reasons.empty() &&
+           std::none_of(values.begin(), values.end(), [](const Value& value) { return value.corrected; });
+}
+
+ConfigReport judge_config_file(const std::string& file) {
+    const std::vector<std::string> lines = read_lines(file);
+    ConfigReport report;
+    report.old_format = is_old_format(lines);
+    Collector collector(report, report.old_format);
+    ConfigJudge judge(report.old_format, collector);
+    take_lines(lines, judge, &collector, report.old_format ? ':' : '=');
+    judge.finish();
+    ConfigValues values = judge.values();
+    judge_logs_path(lines, values, report);
+    enter_values(values, report);
+    if (report.old_format) {
+        report.rewrite_reasons.insert(report.rewrite_reasons.begin(), "it is in the old format");
+    }
+    if (judge.wants_rewrite()) {
+        report.diff = diff_text(lines, values);
+    }
+    note_what_surprises(lines, report);
+    return report;
+}
+
+}  // namespace oxrctl

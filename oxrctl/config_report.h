@@ -1,0 +1,39 @@
+// What the service makes of a configuration file, by the service's own judgement.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "oxrctl/command.h"
+
+namespace oxrctl {
+
+struct ConfigReport {
+    struct Value {
+        std::string key;
+        std::string in_file;     // as written; empty with no lines: the key isn't there
+        std::string in_force;    // what the service goes by
+        std::string why;         // empty: it is the value in the file
+        std::vector<int> lines;  // where the key stands; the last one counts
+        bool corrected = false;
+    };
+    struct IgnoredLine {
+        int line = 0;
+        std::string text;
+        std::string why;
+    };
+
+    bool old_format = false;
+    std::vector<Value> values;  // every key, in the order of the canonical file
+    std::vector<IgnoredLine> ignored;
+    std::vector<std::string> notes;            // what else an administrator should know
+    std::vector<std::string> rewrite_reasons;  // empty: the file stays as it is
+    std::string diff;                          // to what the service would write; unified
+
+    bool is_clean() const;
+};
+
+// Reads the file and judges it. Throws a Refusal when it can't be read, or can be no configuration file.
+ConfigReport judge_config_file(const std::string& file);
+
+}  // namespace oxrctl

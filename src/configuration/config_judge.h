@@ -1,0 +1,82 @@
+// Judges the text of a configuration file: which values it puts in force, what of it is wrong, and whether the file
+// is to be rewritten. Nothing is read, logged or written here: the reader does that, and whoever else wants to know.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "configuration/config_values.h"
+
+// A key with a number. A new key: a row in the table (config_judge.cpp), a field in ConfigValues, and its lines in the
+// canonical file (config_text.cpp).
+struct ConfigKey {
+    std::string_view name;
+    std::string_view old_name;  // the second accepted spelling, or empty
+    std::uint32_t ConfigValues::*field;
+    std::uint32_t low;
+    std::uint32_t high;
+    const char* warned_as;  // the name in the warning about a value out of range; null: no warning
+    bool rewrites;          // whether such a value is reason enough to rewrite the file
+};
+
+// Without regard to case, in either spelling; null for any other name.
+const ConfigKey* find_config_key(std::string_view name);
+
+// What is noticed on the way, in the order of the judging. The calls name what they are given by ConfigJudge.
+class ConfigObserver {
+public:
+    // A key's line: the number in it, and what is used instead of it when it isn't accepted.
+    virtual void value_read(const ConfigKey& key, std::uint32_t found, std::uint32_t used, bool accepted) = 0;
+    // A line that is neither comment nor key of the file's format. `name`: what stands before the delimiter; without
+    // one `has_delimiter` is false and the name is the line.
+    virtual void line_ignored(std::string_view name, bool has_delimiter) = 0;
+    // The relations between the values, with those that are about to be corrected.
+    virtual void minimum_above_maximum(const ConfigValues& values, std::uint32_t default_minimum) = 0;
+    virtual void vol_sessions_outside(const ConfigValues& values) = 0;
+    // A key that every rewritten file has isn't there.
+    virtual void key_missing(std::string_view name) = 0;
+
+protected:
+    ~ConfigObserver() = default;
+};
+
+// Whether what was judged may be taken for the file's values and written over them.
+enum class ConfigFitness {
+    fit,
+    has_comments,   // it was to be converted, but only a file of the current format has comment lines
+    not_converted,  // it holds keys in the old format only
+};
+
+// Takes the file's lines one by one, then finish(). `observer` must outlive it.
+class ConfigJudge {
+public:
+    // `converting`: the lines are a key, ":" and a value, the old format.
+    ConfigJudge(bool converting, ConfigObserver& observer)
+        : observer_(observer), converting_(converting), rewrite_(converting) {}
+
+    // A line as the file has it, with or without its line feed; at most 255 characters are looked at by the caller's
+    // choice.
+    void take_line(std::string_view line);
+    ConfigFitness fitness() const;
+    // Corrects the relations between the values; once, after the last line.
+    void finish();
+
+    // The logs path in it is the default: it has a rule of its own (logs_path_rule.h).
+    const ConfigValues& values() const { return values_; }
+    bool has_logs_path() const { return has_logs_path_; }
+    bool wants_rewrite() const { return rewrite_; }
+
+private:
+    void take_value(const ConfigKey& key, std::uint32_t found);
+    void take_line_without_delimiter(std::string_view line);
+
+    ConfigObserver& observer_;
+    const bool converting_;
+    bool rewrite_;
+    ConfigValues values_;
+    bool has_use_ostrel_timeouts_ = false;
+    bool has_logs_path_ = false;
+    bool has_comment_ = false;
+    bool has_key_ = false;
+    bool has_old_key_ = false;  // in the other format
+};

@@ -1,0 +1,17 @@
+// The rule for the key ostrel_logs_path: which line is one, and which folder can take the log.
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+// The key as a logs-path line begins with it, exact case, "=" directly behind it.
+inline constexpr char LOGS_PATH_KEY[] = "ostrel_logs_path";
+
+// Longest directory whose log file name fits LOG_FILENAME_SIZE; a longer one counts as not found.
+inline constexpr std::size_t MAX_LOGS_PATH = 91;
+
+// The value of a logs-path line, a part of `line`; false when the line is none.
+bool logs_path_value(std::string_view line, std::string_view& value);
+
+// Whether the path names something that exists and leaves room for the log file's name.
+bool is_usable_logs_path(const char* path);
