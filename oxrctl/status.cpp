@@ -1,9 +1,367 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "common/file_reader.h"
+#include "common/log_place.h"
+#include "configuration/logs_path_rule.h"
+#include "oxrctl/catalogue.h"
 #include "oxrctl/commands.h"
+#include "oxrctl/log_story.h"
+#include "oxrctl/text.h"
+#include "text/name_list.h"
 
 namespace oxrctl {
 
-Answer status(const StatusOptions&) {
-    throw Refusal("not there yet");
+namespace {
+
+constexpr int MOST_HOST_SESSIONS = 2040;
+constexpr int MOST_HOST_PATHS = 2048;
+constexpr std::size_t MOST_CHANGES = 10;
+constexpr std::size_t MOST_TROUBLES = 15;
+
+// The log of this host: where its configuration says.
+std::string own_log() {
+    std::string folder = DEFAULT_LOG_DIR;
+    oxr::FileReader config("/etc/ostrel/oxr.conf");
+    std::string_view line;
+    std::string_view value;
+    std::string configured;
+    while (config.next_line(line)) {
+        if (logs_path_value(line, value)) {
+            configured = value;
+        }
+    }
+    return (is_usable_logs_path(configured.c_str()) ? configured : folder) + "/oxr.log";
+}
+
+// A version file of this host; the log doesn't tell the versions.
+std::string version_in(const char* file) {
+    oxr::FileReader reader(file);
+    std::string_view line;
+    return reader.next_line(line) ? printable(line.substr(0, line.find_first_of("\r\n"))) : "";
+}
+
+struct Versions {
+    std::string oxd, psp;
+};
+
+std::string number_or_dash(int value) {
+    return value == TargetStory::unknown ? "-" : std::to_string(value);
+}
+
+bool is_short(const TargetStory& target) {
+    return target.required != TargetStory::unknown && !target.static_mode &&
+           (target.sessions != TargetStory::unknown ? target.sessions != target.required
+                                                    : target.paths != target.required);
+}
+
+std::string worker_text(const Story& story) {
+    switch (story.worker) {
+        case Story::Worker::unknown:
+            return "not seen in this log";
+        case Story::Worker::sleeping:
+            return fmt::format("sleeping between two passes since {}", story.worker_since);
+        case Story::Worker::in_pass:
+            return fmt::format("in a pass since {}", story.worker_since);
+        case Story::Worker::held_off:
+            return fmt::format("held off by worker_stop since {}", story.worker_since);
+        case Story::Worker::held_off_by_renewal:
+            return fmt::format("held off by a renewal since {}", story.worker_since);
+        case Story::Worker::stopped:
+            return fmt::format("stopped at {}", story.worker_since);
+    }
+    return "";
+}
+
+std::string_view worker_word(Story::Worker worker) {
+    switch (worker) {
+        case Story::Worker::unknown:
+            return "unknown";
+        case Story::Worker::sleeping:
+            return "sleeping";
+        case Story::Worker::in_pass:
+            return "in_pass";
+        case Story::Worker::held_off:
+            return "held_off";
+        case Story::Worker::held_off_by_renewal:
+            return "held_off_by_renewal";
+        case Story::Worker::stopped:
+            return "stopped";
+    }
+    return "";
+}
+
+std::string renewal_text(const Story& story) {
+    if (story.renewal_under_way) {
+        return fmt::format("under way since {}{}", story.renewal_since,
+                           story.renewal_target.empty() ? "" : ", at " + story.renewal_target);
+    }
+    if (story.last_renewal.empty()) {
+        return "none in this log";
+    }
+    return fmt::format(
+        "the last one ended at {} with status {}{}", story.last_renewal, story.last_renewal_status,
+        story.last_renewal_status == 0 ? "" : fmt::format(" (oxrctl explain \"OXD {}\")", story.last_renewal_status));
+}
+
+std::string values_text(const Story& story) {
+    std::string text;
+    for (const auto& [key, value] : story.values) {
+        text += fmt::format("{}{}={}", text.empty() ? "" : " ", key, value);
+    }
+    return text.empty() ? "not in this log" : text;
+}
+
+std::string head_text(const Story& story, const Versions& versions) {
+    std::vector<std::vector<std::string>> rows;
+    rows.push_back({"log", fmt::format("{} to {}, {}", story.first_time, story.last_time,
+                                       count_of(story.messages, "message", "messages"))});
+    rows.push_back({"worker", worker_text(story)});
+    rows.push_back({"last pass", story.last_pass.empty() ? "none in this log" : story.last_pass});
+    rows.push_back({"last good pass", story.last_good_pass.empty() ? "none in this log" : story.last_good_pass});
+    rows.push_back({"renewal", renewal_text(story)});
+    rows.push_back({"values", values_text(story)});
+    rows.push_back({"versions", versions.oxd.empty() && versions.psp.empty()
+                                    ? "not in a log"
+                                    : fmt::format("oxd:{} psp:{}", versions.oxd.empty() ? "-" : versions.oxd,
+                                                  versions.psp.empty() ? "-" : versions.psp)});
+    rows.push_back({"host", fmt::format("{} volumes, {} of {} sessions, {} of {} paths", number_or_dash(story.volumes),
+                                        number_or_dash(story.sessions), MOST_HOST_SESSIONS, number_or_dash(story.paths),
+                                        MOST_HOST_PATHS)});
+    if (story.unreadable_lines > 0) {
+        rows.push_back({"", fmt::format("{} not of a message", count_of(story.unreadable_lines, "line", "lines"))});
+    }
+    return table_text(rows, "");
+}
+
+std::string target_name(const TargetStory& target) {
+    if (target.group_scoped) {
+        return fmt::format("{} ({} behind it)", target.iqn, count_of(target.devices.size(), "volume", "volumes"));
+    }
+    return fmt::format("{}", fmt::join(target.devices, " "));
+}
+
+std::string remark(const TargetStory& target) {
+    std::vector<std::string> parts;
+    if (target.mode_changed) {
+        parts.emplace_back("mode switch under way");
+    }
+    if (target.static_mode) {
+        parts.emplace_back("static mode, not balanced");
+    }
+    if (target.cut_short) {
+        parts.emplace_back("cut short by the host's ceiling");
+    }
+    if (target.pending > 0) {
+        parts.push_back(fmt::format("{} logging in", target.pending));
+    }
+    if (target.added > 0) {
+        parts.push_back(fmt::format("{} added", target.added));
+    }
+    if (target.removed > 0) {
+        parts.push_back(fmt::format("{} removed", target.removed));
+    }
+    return fmt::format("{}", fmt::join(parts, ", "));
+}
+
+// What is told about a target, without its name: alike ones share a row.
+std::vector<std::string> target_cells(const TargetStory& target) {
+    return {target.static_mode ? "static" : "dynamic",
+            number_or_dash(target.nics),
+            number_or_dash(target.arrays),
+            number_or_dash(target.required),
+            number_or_dash(target.sessions != TargetStory::unknown ? target.sessions
+                           : target.group_scoped                   ? target.required
+                                                                   : target.paths),
+            number_or_dash(target.paths),
+            remark(target)};
+}
+
+std::string targets_text(const Story& story) {
+    std::vector<std::pair<std::vector<std::string>, std::vector<std::string>>> alike;
+    for (const TargetStory& target : story.targets) {
+        std::vector<std::string> cells = target_cells(target);
+        const auto place =
+            std::find_if(alike.begin(), alike.end(), [&](const auto& each) { return each.first == cells; });
+        if (place != alike.end() && !target.group_scoped) {
+            place->second.push_back(target_name(target));
+        } else {
+            alike.push_back({std::move(cells), {target_name(target)}});
+        }
+    }
+    std::vector<std::vector<std::string>> rows = {
+        {"target", "mode", "NICs", "arrays", "required", "sessions", "paths", ""}};
+    for (const auto& [cells, names] : alike) {
+        std::vector<std::string> row = {text::name_list(names)};
+        row.insert(row.end(), cells.begin(), cells.end());
+        rows.push_back(std::move(row));
+    }
+    return table_text(rows);
+}
+
+// Changes of one pass, those of alike size together.
+std::string changes_text(const Story& story) {
+    struct PassChange {
+        std::string time;
+        int pass = 0, added = 0, removed = 0;
+        std::vector<std::string> targets;
+    };
+    std::vector<PassChange> passes;
+    for (const ChangeStory& change : story.changes) {
+        if (passes.empty() || passes.back().pass != change.pass) {
+            passes.push_back({change.time, change.pass, 0, 0, {}});
+        }
+        passes.back().added += change.added;
+        passes.back().removed += change.removed;
+        passes.back().targets.push_back(change.target.substr(change.target.rfind(':') + 1));
+    }
+    std::vector<std::vector<std::string>> rows = {{"time", "added", "removed", "at"}};
+    const std::size_t first = passes.size() > MOST_CHANGES ? passes.size() - MOST_CHANGES : 0;
+    for (std::size_t i = passes.size(); i > first; --i) {
+        const PassChange& pass = passes[i - 1];
+        rows.push_back(
+            {pass.time, std::to_string(pass.added), std::to_string(pass.removed), text::name_list(pass.targets)});
+    }
+    if (first > 0) {
+        rows.push_back({fmt::format("and {} earlier", count_of(first, "pass", "passes"))});
+    }
+    return table_text(rows);
+}
+
+std::string trouble_text(const Story& story) {
+    std::string text;
+    std::size_t shown = 0;
+    for (const TroubleStory& trouble : story.trouble) {
+        if (shown++ == MOST_TROUBLES) {
+            text += fmt::format("  and {} more kinds\n", story.trouble.size() - MOST_TROUBLES);
+            break;
+        }
+        text += fmt::format("  {} x {} {}, last at {}\n      {}\n", trouble.times, trouble.level, trouble.place,
+                            trouble.last, printable(trouble.text, 200));
+        if (const MessageEntry* const entry = find_message(trouble.text); entry != nullptr && !entry->action.empty()) {
+            text += fmt::format("      -> {}\n", entry->action);
+        }
+    }
+    return text;
+}
+
+std::string story_text(const Story& story, const Versions& versions) {
+    std::string text = head_text(story, versions);
+    if (!story.targets.empty()) {
+        text += "\nTargets at the last pass:\n" + targets_text(story);
+    }
+    if (!story.changes.empty()) {
+        text += "\nSessions added and removed, the latest pass first:\n" + changes_text(story);
+    }
+    if (story.path_limit) {
+        text += fmt::format("\nThe host has {} paths or more: nothing is balanced.\n", MOST_HOST_PATHS);
+    }
+    text += story.trouble.empty() ? "\nNo warnings or errors since the last good pass.\n"
+                                  : "\nWarnings and errors since the last good pass:\n" + trouble_text(story);
+    return text;
+}
+
+Json time_or_null(const std::string& text) {
+    return text.empty() ? Json() : Json(text);
+}
+
+Json number_or_null(int value) {
+    return value == TargetStory::unknown ? Json() : Json(value);
+}
+
+Json story_json(const std::vector<LogFile>& files, const Story& story, const Versions& versions) {
+    Json names = Json::array();
+    for (const LogFile& file : files) {
+        names.push_back(file.name);
+    }
+    Json values = Json::object();
+    for (const auto& [key, value] : story.values) {
+        values[key] = value;
+    }
+    Json targets = Json::array();
+    for (const TargetStory& target : story.targets) {
+        targets.push_back({{"iqn", target.iqn},
+                           {"devices", target.devices},
+                           {"group_scoped", target.group_scoped},
+                           {"mode", target.static_mode ? "static" : "dynamic"},
+                           {"mode_changed", target.mode_changed},
+                           {"nics", number_or_null(target.nics)},
+                           {"arrays", number_or_null(target.arrays)},
+                           {"required", number_or_null(target.required)},
+                           {"sessions", number_or_null(target.sessions)},
+                           {"pending", number_or_null(target.pending)},
+                           {"paths", number_or_null(target.paths)},
+                           {"added", target.added},
+                           {"removed", target.removed},
+                           {"cut_short", target.cut_short},
+                           {"as_required", !is_short(target)}});
+    }
+    Json changes = Json::array();
+    for (const ChangeStory& change : story.changes) {
+        changes.push_back({{"time", change.time},
+                           {"pass", change.pass},
+                           {"target", change.target},
+                           {"added", change.added},
+                           {"removed", change.removed}});
+    }
+    Json trouble = Json::array();
+    for (const TroubleStory& each : story.trouble) {
+        const MessageEntry* const entry = find_message(each.text);
+        trouble.push_back({{"level", each.level},
+                           {"place", each.place},
+                           {"text", each.text},
+                           {"times", each.times},
+                           {"first", each.first},
+                           {"last", each.last},
+                           {"action", entry != nullptr ? Json(entry->action) : Json()}});
+    }
+    return {{"files", std::move(names)},
+            {"first", time_or_null(story.first_time)},
+            {"last", time_or_null(story.last_time)},
+            {"messages", story.messages},
+            {"unreadable_lines", story.unreadable_lines},
+            {"worker", worker_word(story.worker)},
+            {"worker_since", time_or_null(story.worker_since)},
+            {"passes", story.passes},
+            {"last_pass", time_or_null(story.last_pass)},
+            {"last_good_pass", time_or_null(story.last_good_pass)},
+            {"renewal_under_way", story.renewal_under_way},
+            {"renewal_since", time_or_null(story.renewal_since)},
+            {"renewal_target", time_or_null(story.renewal_target)},
+            {"last_renewal", time_or_null(story.last_renewal)},
+            {"last_renewal_status", number_or_null(story.last_renewal_status)},
+            {"values", std::move(values)},
+            {"versions", {{"oxd", time_or_null(versions.oxd)}, {"psp", time_or_null(versions.psp)}}},
+            {"volumes", number_or_null(story.volumes)},
+            {"sessions", number_or_null(story.sessions)},
+            {"paths", number_or_null(story.paths)},
+            {"path_limit", story.path_limit},
+            {"targets", std::move(targets)},
+            {"changes", std::move(changes)},
+            {"trouble", std::move(trouble)}};
+}
+
+bool is_fine(const Story& story) {
+    return !story.last_pass.empty() && story.trouble.empty() && story.worker != Story::Worker::held_off &&
+           story.worker != Story::Worker::stopped;
+}
+
+}  // namespace
+
+Answer status(const StatusOptions& options) {
+    const std::string log = options.log.empty() ? own_log() : options.log;
+    const std::vector<LogFile> files = read_log_files(log);
+    const Story story = read_story(files);
+    if (story.messages == 0 && story.unreadable_lines > 0) {
+        throw Refusal(fmt::format("{}: no line of it is a message of the connection manager", log));
+    }
+    Versions versions;
+    if (options.log.empty()) {
+        versions = {version_in("/etc/ostrel/oxdversion.txt"), version_in("/etc/ostrel/pspversion.txt")};
+    }
+    return {options.json ? json_text(story_json(files, story, versions)) : story_text(story, versions),
+            is_fine(story) ? EXIT_FINE : EXIT_FOUND};
 }
 
 }  // namespace oxrctl

@@ -1,0 +1,364 @@
+#include "oxrctl/log_story.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include "oxrctl/message_format.h"
+
+namespace oxrctl {
+
+namespace {
+
+using Arguments = std::vector<std::string_view>;
+
+int number(std::string_view text) {
+    int value = TargetStory::unknown;
+    std::from_chars(text.data(), text.data() + text.size(), value);
+    return value;
+}
+
+// Takes messages in their order and keeps what they add up to.
+class Reader {
+public:
+    void take(const LogLine& line);
+    Story finish();
+
+private:
+    struct Rule {
+        std::string_view function;
+        std::string_view format;
+        void (Reader::*meaning)(const LogLine&, const Arguments&);
+    };
+    static const Rule rules[];
+
+    // --- the worker ---
+    void values(const LogLine& line, const Arguments& arguments);
+    void held_off(const LogLine& line, const Arguments&) { worker(Story::Worker::held_off, line); }
+    void held_off_by_renewal(const LogLine& line, const Arguments&) {
+        worker(Story::Worker::held_off_by_renewal, line);
+    }
+    void sleeping(const LogLine& line, const Arguments&);
+    void stopped(const LogLine& line, const Arguments&) { leave_pass(), worker(Story::Worker::stopped, line); }
+    void worker(Story::Worker state, const LogLine& line) {
+        story_.worker = state;
+        story_.worker_since = plain_time(line.time);
+    }
+
+    // --- a pass ---
+    void pass_begins(const LogLine& line, const Arguments& arguments);
+    void pass_failed(const LogLine& line, const Arguments& arguments);
+    void leave_pass();
+    void path_limit(const LogLine&, const Arguments&) { story_.path_limit = true; }
+    void host_sessions(const LogLine&, const Arguments& arguments) { story_.sessions = number(arguments[0]); }
+
+    // --- its targets ---
+    TargetStory& target(std::string_view iqn);
+    void volume(const LogLine&, const Arguments& arguments);
+    void volume_behind_target(const LogLine&, const Arguments& arguments);
+    void static_volume(const LogLine&, const Arguments& arguments);
+    void group_scoped_target(const LogLine&, const Arguments& arguments);
+    void static_group_scoped_target(const LogLine&, const Arguments& arguments);
+    void required_of_target(const LogLine&, const Arguments& arguments);
+    void sessions_of_target(const LogLine&, const Arguments& arguments);
+    void cut_short(const LogLine&, const Arguments&);
+    void adding(const LogLine& line, const Arguments& arguments);
+    void added_less(const LogLine&, const Arguments& arguments) { correct(number(arguments[0]), true); }
+    void added_none(const LogLine&, const Arguments&) { correct(0, true); }
+    void removing(const LogLine& line, const Arguments& arguments);
+    void removed_less(const LogLine&, const Arguments& arguments) { correct(number(arguments[0]), false); }
+    void removed_none(const LogLine&, const Arguments&) { correct(0, false); }
+    void correct(int done, bool adding);
+
+    // --- renewals ---
+    void renewal_begins(const LogLine& line, const Arguments&);
+    void renewal_target(const LogLine&, const Arguments& arguments) { story_.renewal_target = arguments[0]; }
+    void renewal_ends(const LogLine& line, const Arguments& arguments);
+
+    void note_trouble(const LogLine& line);
+
+    Story story_;
+    std::map<std::string, TargetStory, std::less<>> targets_;
+    std::string in_hand_;  // the target that the following messages are about
+    Arguments arguments_;
+    bool in_pass_ = false;
+    bool troubled_ = false;  // a warning or an error since the last cycle
+    int pass_ = 0;
+    std::string pass_began_;
+    std::map<std::pair<std::string, int>, TroubleStory> trouble_;
+};
+
+// The messages that the story is read from.
+const Reader::Rule Reader::rules[] = {
+    {"do_work",
+     "interval = %d, vol_sessions = %d, min_vol_sessions = %d, max_vol_sessions = %d worker_stop = %d log_level = %d "
+     "vmknic_count = %d, min_pe_sessions = %d, max_pe_sessions = %d, use_ostrel_timeouts = %d, logs_path = %s.",
+     &Reader::values},
+    {"do_work", "worker_stop = %d continue to sleep.", &Reader::held_off},
+    {"do_work", "renewal connections(iscsi digest) in progress continue to sleep", &Reader::held_off_by_renewal},
+    {"do_work", "About to sleep for interval = %d seconds", &Reader::sleeping},
+    {"sigusr1_handler", "Polling thread exiting. Thread id = %lld", &Reader::stopped},
+
+    {"handle_ostrel_connections", "found %d Ostrel volumes, total_vol_paths = %d", &Reader::pass_begins},
+    {"handle_ostrel_connections", "populate_Oxr_Luns returned rc = %d", &Reader::pass_failed},
+    {"handle_ostrel_connections",
+     "Total number of paths = %d. MAX_PATHS_LIMIT = %d. Will not be creating any additional sessions.",
+     &Reader::path_limit},
+    {"get_all_system_sessions", "total number of system sessions = %d", &Reader::host_sessions},
+
+    {"handle_ostrel_connections",
+     "vol-%d: device_eui=%s target_iqn=%s num_nic=%d num_memberArray=%d group_mode=%d mode_changed=%d isVvolPE=%d "
+     "total_current_paths=%d total_required_paths=%d",
+     &Reader::volume},
+    {"handle_ostrel_connections", "vol-%d: device_eui=%s target_iqn=%s isVvolPE=%d total_current_paths=%d",
+     &Reader::volume_behind_target},
+    {"handle_ostrel_connections",
+     "vol-%d: device_eui = %s target_iqn = %s group_mode = %d mode_changed = %d STATIC(MANUAL) MODE",
+     &Reader::static_volume},
+    {"handle_group_scoped_target_connections",
+     "Group scoped target-%d: %s, group_mode=%d, mode_changed=%d, num_adapters=%d num_luns=%d, total_active_paths=%d, "
+     "total_dead_paths=%d",
+     &Reader::group_scoped_target},
+    {"handle_group_scoped_target_connections",
+     "Group scoped target - %d: %s group_mode = %d mode_changed = %d STATIC(MANUAL) MODE",
+     &Reader::static_group_scoped_target},
+    {"handle_group_scoped_target_connections",
+     "num_nic=%d, num_active_array=%d, num_total_array_in_group=%d, total_required_paths = %d",
+     &Reader::required_of_target},
+    {"handle_num_sessions",
+     "number of sessions required = %d, number of dynamic(automatic) sessions = %d, total current sessions = %dnumber "
+     "of login pending sessions = %d",
+     &Reader::sessions_of_target},
+    {"handle_num_sessions", "total system sessions = %d. Max sessions which can be created are %d but required are %d",
+     &Reader::cut_short},
+    {"handle_num_sessions", "Creating %d sessions for this volume - %s", &Reader::adding},
+    {"handle_num_sessions", "add_isid_sessions was able to create %d out of requested %d sessions",
+     &Reader::added_less},
+    {"handle_num_sessions", "failed while adding sessions", &Reader::added_none},
+    {"handle_num_sessions", "Removing %d sessions for this volume - %s.", &Reader::removing},
+    {"handle_num_sessions", "remove_isid_sessions was able to delete %d out of requested %d sessions",
+     &Reader::removed_less},
+    {"handle_num_sessions", "failed while removing sessions", &Reader::removed_none},
+
+    {"OstrelHandleRenewIscsiConnections", "target array size is %d", &Reader::renewal_begins},
+    {"renew_iscsi_connections", "Initial active path count to target %s is %d", &Reader::renewal_target},
+    {"OstrelHandleRenewIscsiConnections", "returning oxd status %d", &Reader::renewal_ends},
+};
+
+void Reader::take(const LogLine& line) {
+    if (story_.messages++ == 0) {
+        story_.first_time = plain_time(line.time);
+    }
+    story_.last_time = line.time;
+    if (line.level == "ERROR" || line.level == "WARN") {
+        note_trouble(line);
+    } else if (line.level == "DEBUG") {
+        return;
+    }
+    for (const Rule& rule : rules) {
+        if (rule.function == line.function && match(rule.format, line.text, arguments_)) {
+            (this->*rule.meaning)(line, arguments_);
+            return;
+        }
+    }
+}
+
+void Reader::values(const LogLine& line, const Arguments& arguments) {
+    static constexpr const char* keys[] = {
+        "interval",     "vol_sessions",    "min_vol_sessions", "max_vol_sessions",    "worker_stop",     "log_level",
+        "vmknic_count", "min_pe_sessions", "max_pe_sessions",  "use_ostrel_timeouts", "ostrel_logs_path"};
+    leave_pass();
+    story_.values.clear();
+    for (std::size_t i = 0; i < std::size(keys); ++i) {
+        story_.values.emplace_back(keys[i], arguments[i]);
+    }
+    worker(Story::Worker::in_pass, line);
+}
+
+void Reader::pass_begins(const LogLine& line, const Arguments& arguments) {
+    in_pass_ = true;
+    ++pass_;
+    pass_began_ = plain_time(line.time);
+    story_.volumes = number(arguments[0]);
+    story_.paths = number(arguments[1]);
+    story_.path_limit = false;
+    worker(Story::Worker::in_pass, line);
+}
+
+void Reader::pass_failed(const LogLine& line, const Arguments&) {
+    pass_began_ = plain_time(line.time);
+}
+
+// A pass that was stopped, or whose end isn't in the log.
+void Reader::leave_pass() {
+    in_pass_ = false;
+}
+
+void Reader::sleeping(const LogLine& line, const Arguments&) {
+    if (in_pass_) {
+        ++story_.passes;
+        story_.last_pass = pass_began_;
+        if (!troubled_) {
+            story_.last_good_pass = pass_began_;
+            trouble_.clear();
+        }
+        std::erase_if(targets_, [this](const auto& each) { return each.second.pass != pass_; });
+    }
+    leave_pass();
+    troubled_ = false;
+    if (story_.worker == Story::Worker::in_pass) {
+        worker(Story::Worker::sleeping, line);
+    }
+}
+
+TargetStory& Reader::target(std::string_view iqn) {
+    in_hand_ = iqn;
+    TargetStory& entry = targets_[in_hand_];
+    if (entry.pass != pass_) {
+        entry = {};
+        entry.iqn = iqn;
+        entry.pass = pass_;
+    }
+    return entry;
+}
+
+void Reader::volume(const LogLine&, const Arguments& arguments) {
+    TargetStory& entry = target(arguments[2]);
+    entry.devices.emplace_back(arguments[1]);
+    entry.nics = number(arguments[3]);
+    entry.arrays = number(arguments[4]);
+    entry.mode_changed = number(arguments[6]) != 0;
+    entry.paths = number(arguments[8]);
+    entry.required = number(arguments[9]);
+}
+
+void Reader::volume_behind_target(const LogLine&, const Arguments& arguments) {
+    target(arguments[2]).devices.emplace_back(arguments[1]);
+}
+
+void Reader::static_volume(const LogLine&, const Arguments& arguments) {
+    TargetStory& entry = target(arguments[2]);
+    entry.devices.emplace_back(arguments[1]);
+    entry.static_mode = true;
+    entry.mode_changed = number(arguments[4]) != 0;
+}
+
+void Reader::group_scoped_target(const LogLine&, const Arguments& arguments) {
+    TargetStory& entry = target(arguments[1]);
+    entry.group_scoped = true;
+    entry.mode_changed = number(arguments[3]) != 0;
+    entry.paths = number(arguments[6]);
+}
+
+void Reader::static_group_scoped_target(const LogLine&, const Arguments& arguments) {
+    TargetStory& entry = target(arguments[1]);
+    entry.group_scoped = true;
+    entry.static_mode = true;
+    entry.mode_changed = number(arguments[3]) != 0;
+}
+
+void Reader::required_of_target(const LogLine&, const Arguments& arguments) {
+    TargetStory& entry = target(in_hand_);
+    entry.nics = number(arguments[0]);
+    entry.arrays = number(arguments[1]);
+    entry.required = number(arguments[3]);
+}
+
+void Reader::sessions_of_target(const LogLine&, const Arguments& arguments) {
+    TargetStory& entry = target(in_hand_);
+    entry.sessions = number(arguments[2]);
+    entry.pending = number(arguments[3]);
+}
+
+void Reader::cut_short(const LogLine&, const Arguments&) {
+    target(in_hand_).cut_short = true;
+}
+
+void Reader::adding(const LogLine& line, const Arguments& arguments) {
+    const int wanted = number(arguments[0]);
+    target(arguments[1]).added += wanted;
+    story_.changes.push_back({plain_time(line.time), pass_, in_hand_, wanted, 0});
+}
+
+void Reader::removing(const LogLine& line, const Arguments& arguments) {
+    const int wanted = number(arguments[0]);
+    target(arguments[1]).removed += wanted;
+    story_.changes.push_back({plain_time(line.time), pass_, in_hand_, 0, wanted});
+}
+
+// Of what was announced, only so many came about.
+void Reader::correct(int done, bool adding) {
+    if (story_.changes.empty()) {
+        return;
+    }
+    ChangeStory& change = story_.changes.back();
+    int& announced = adding ? change.added : change.removed;
+    TargetStory& entry = target(change.target);
+    (adding ? entry.added : entry.removed) += done - announced;
+    announced = done;
+    if (done == 0) {
+        story_.changes.pop_back();
+    }
+}
+
+void Reader::renewal_begins(const LogLine& line, const Arguments&) {
+    story_.renewal_under_way = true;
+    story_.renewal_since = plain_time(line.time);
+    story_.renewal_target.clear();
+}
+
+void Reader::renewal_ends(const LogLine& line, const Arguments& arguments) {
+    story_.renewal_under_way = false;
+    story_.last_renewal = plain_time(line.time);
+    story_.last_renewal_status = number(arguments[0]);
+}
+
+void Reader::note_trouble(const LogLine& line) {
+    troubled_ = true;
+    TroubleStory& entry = trouble_[{std::string(line.function), line.source_line}];
+    if (entry.times++ == 0) {
+        entry.level = line.level;
+        entry.place = std::string(line.module) + ": " + std::string(line.function);
+        entry.first = plain_time(line.time);
+    }
+    entry.last = line.time;
+    entry.text = line.text;
+}
+
+Story Reader::finish() {
+    story_.last_time = plain_time(story_.last_time);
+    for (auto& [iqn, entry] : targets_) {
+        story_.targets.push_back(std::move(entry));
+    }
+    for (auto& [place, entry] : trouble_) {
+        entry.last = plain_time(entry.last);
+        story_.trouble.push_back(std::move(entry));
+    }
+    std::stable_sort(story_.trouble.begin(), story_.trouble.end(),
+                     [](const TroubleStory& a, const TroubleStory& b) { return a.times > b.times; });
+    return std::move(story_);
+}
+
+}  // namespace
+
+Story read_story(const std::vector<LogFile>& files) {
+    Reader reader;
+    LogLine parsed;
+    std::size_t unreadable = 0;
+    for (const LogFile& file : files) {
+        std::string_view rest = file.text;
+        while (!rest.empty()) {
+            const std::string_view line = rest.substr(0, rest.find('\n'));
+            rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+            if (parse_log_line(line, parsed)) {
+                reader.take(parsed);
+            } else if (!line.empty()) {
+                ++unreadable;
+            }
+        }
+    }
+    Story story = reader.finish();
+    story.unreadable_lines = unreadable;
+    return story;
+}
+
+}  // namespace oxrctl
