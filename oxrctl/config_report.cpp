@@ -256,13 +256,16 @@ void enter_values(const ConfigValues& values, ConfigReport& report) {
     }
 }
 
-std::string diff_text(const std::vector<std::string>& lines, const ConfigValues& values) {
-    char canonical[CONFIG_TEXT_SIZE];
-    const std::size_t length = compose_config(canonical, ConfigForm::rewritten, values);
+std::string rewritten_text(const ConfigValues& values) {
+    char text[CONFIG_TEXT_SIZE];
+    return {text, compose_config(text, ConfigForm::rewritten, values)};
+}
+
+std::string diff_text(const std::vector<std::string>& lines, const std::string& rewritten) {
     std::vector<std::string> before;
     std::transform(lines.begin(), lines.end(), std::back_inserter(before), without_line_end);
     std::vector<std::string> after;
-    std::istringstream text(std::string(canonical, length));
+    std::istringstream text(rewritten);
     for (std::string line; std::getline(text, line);) {
         after.push_back(line);
     }
@@ -318,7 +321,8 @@ ConfigReport judge_config_file(const std::string& file) {
         report.rewrite_reasons.insert(report.rewrite_reasons.begin(), "it is in the old format");
     }
     if (judge.wants_rewrite()) {
-        report.diff = diff_text(lines, values);
+        report.rewritten = rewritten_text(values);
+        report.diff = diff_text(lines, report.rewritten);
     }
     note_what_surprises(lines, report);
     return report;

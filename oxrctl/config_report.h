@@ -28,7 +28,8 @@ struct ConfigReport {
     std::vector<IgnoredLine> ignored;
     std::vector<std::string> notes;            // what else an administrator should know
     std::vector<std::string> rewrite_reasons;  // empty: the file stays as it is
-    std::string diff;                          // to what the service would write; unified
+    std::string rewritten;                     // what the service would write; empty: nothing
+    std::string diff;                          // to that; unified
 
     bool is_clean() const;
 };

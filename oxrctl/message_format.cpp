@@ -24,7 +24,7 @@ Conversion conversion_at(std::string_view format) {
 }
 
 bool can_print(char letter, std::string_view argument) {
-    const auto all = [argument](auto is_fine) {
+    const auto all = [&argument](auto is_fine) {
         return !argument.empty() && std::all_of(argument.begin(), argument.end(), is_fine);
     };
     switch (letter) {

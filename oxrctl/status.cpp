@@ -50,12 +50,6 @@ std::string number_or_dash(int value) {
     return value == TargetStory::unknown ? "-" : std::to_string(value);
 }
 
-bool is_short(const TargetStory& target) {
-    return target.required != TargetStory::unknown && !target.static_mode &&
-           (target.sessions != TargetStory::unknown ? target.sessions != target.required
-                                                    : target.paths != target.required);
-}
-
 std::string worker_text(const Story& story) {
     switch (story.worker) {
         case Story::Worker::unknown:
@@ -105,12 +99,34 @@ std::string renewal_text(const Story& story) {
         story.last_renewal_status == 0 ? "" : fmt::format(" (oxrctl explain \"OXD {}\")", story.last_renewal_status));
 }
 
-std::string values_text(const Story& story) {
-    std::string text;
+// "KEY=VALUE ...", as many in a line as fit.
+std::vector<std::string> value_lines(const Story& story) {
+    constexpr std::size_t widest = 80;
+    std::vector<std::string> lines;
     for (const auto& [key, value] : story.values) {
-        text += fmt::format("{}{}={}", text.empty() ? "" : " ", key, value);
+        const std::string text = key + "=" + value;
+        if (lines.empty() || lines.back().size() + text.size() >= widest) {
+            lines.push_back(text);
+        } else {
+            lines.back() += " " + text;
+        }
     }
-    return text.empty() ? "not in this log" : text;
+    return lines.empty() ? std::vector<std::string>{"not in this log"} : lines;
+}
+
+// Sessions are told only of a target that doesn't have its number; else the number is the one that the pass saw.
+int sessions_of(const Story& story, const TargetStory& target) {
+    if (target.sessions != TargetStory::unknown) {
+        return target.sessions;
+    }
+    if (target.group_scoped) {
+        return story.path_limit ? TargetStory::unknown : target.required;
+    }
+    return target.paths;
+}
+
+bool is_off(const Story& story, const TargetStory& target) {
+    return !target.static_mode && sessions_of(story, target) != target.required;
 }
 
 std::string head_text(const Story& story, const Versions& versions) {
@@ -121,7 +137,9 @@ std::string head_text(const Story& story, const Versions& versions) {
     rows.push_back({"last pass", story.last_pass.empty() ? "none in this log" : story.last_pass});
     rows.push_back({"last good pass", story.last_good_pass.empty() ? "none in this log" : story.last_good_pass});
     rows.push_back({"renewal", renewal_text(story)});
-    rows.push_back({"values", values_text(story)});
+    for (const std::string& line : value_lines(story)) {
+        rows.push_back({rows.back()[0] == "renewal" ? "values" : "", line});
+    }
     rows.push_back({"versions", versions.oxd.empty() && versions.psp.empty()
                                     ? "not in a log"
                                     : fmt::format("oxd:{} psp:{}", versions.oxd.empty() ? "-" : versions.oxd,
@@ -166,14 +184,12 @@ std::string remark(const TargetStory& target) {
 }
 
 // What is told about a target, without its name: alike ones share a row.
-std::vector<std::string> target_cells(const TargetStory& target) {
+std::vector<std::string> target_cells(const Story& story, const TargetStory& target) {
     return {target.static_mode ? "static" : "dynamic",
             number_or_dash(target.nics),
             number_or_dash(target.arrays),
             number_or_dash(target.required),
-            number_or_dash(target.sessions != TargetStory::unknown ? target.sessions
-                           : target.group_scoped                   ? target.required
-                                                                   : target.paths),
+            number_or_dash(sessions_of(story, target)),
             number_or_dash(target.paths),
             remark(target)};
 }
@@ -181,7 +197,7 @@ std::vector<std::string> target_cells(const TargetStory& target) {
 std::string targets_text(const Story& story) {
     std::vector<std::pair<std::vector<std::string>, std::vector<std::string>>> alike;
     for (const TargetStory& target : story.targets) {
-        std::vector<std::string> cells = target_cells(target);
+        std::vector<std::string> cells = target_cells(story, target);
         const auto place =
             std::find_if(alike.begin(), alike.end(), [&](const auto& each) { return each.first == cells; });
         if (place != alike.end() && !target.group_scoped) {
@@ -289,13 +305,13 @@ Json story_json(const std::vector<LogFile>& files, const Story& story, const Ver
                            {"nics", number_or_null(target.nics)},
                            {"arrays", number_or_null(target.arrays)},
                            {"required", number_or_null(target.required)},
-                           {"sessions", number_or_null(target.sessions)},
+                           {"sessions", number_or_null(sessions_of(story, target))},
                            {"pending", number_or_null(target.pending)},
                            {"paths", number_or_null(target.paths)},
                            {"added", target.added},
                            {"removed", target.removed},
                            {"cut_short", target.cut_short},
-                           {"as_required", !is_short(target)}});
+                           {"as_required", !is_off(story, target)}});
     }
     Json changes = Json::array();
     for (const ChangeStory& change : story.changes) {
