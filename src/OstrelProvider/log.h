@@ -8,6 +8,7 @@
 
 #include "common/log_place.h"
 #include "common/mutex.h"
+#include "ostrel/oxr_log.h"  // the log call for other components of the host
 
 // Messages of a level up to this one are written. 1 at load, then 1 or 2 as the configuration file says.
 extern std::atomic<std::uint32_t> log_level;
@@ -25,11 +26,6 @@ extern char g_log_filename[LOG_FILENAME_SIZE] OXR_GUARDED_BY(log_file_mutex);
 // Writes the message when `level` is at most log_level, rotating first when the file has outgrown 2 MiB.
 // `format` begins with the standard prefix; the macros below give it. Nothing is allocated.
 void oxr_log_to_file(std::uint32_t level, const char* format, ...) __attribute__((format(printf, 2, 3)));
-
-// The log call for other components of the host: no level filter; level 3 is printed as ERROR, 2 as WARNING,
-// any other as INFO; a line feed is added.
-extern "C" __attribute__((visibility("default"))) void oxr_log(int level, const char* format, ...)
-    __attribute__((format(printf, 2, 3)));
 
 // The local time as the log has it, at most 63 characters; lives until the thread's next call.
 const char* get_time();

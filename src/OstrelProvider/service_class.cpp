@@ -18,7 +18,7 @@ const ServiceInfo current_info = {
     .SystemName = "localhost",
     .SystemCreationClassName = "OMC_UnitaryComputerSystem",
     .CreationClassName = "OSTREL_ConnectionService",
-    .version = "2.0.1",
+    .version = OXR_VERSION,
 };
 
 namespace {
