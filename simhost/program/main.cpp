@@ -28,6 +28,8 @@ Examples:
   ostrel-simhost                         a host, a few events, the whole story
   ostrel-simhost full                    256 volumes that want more than the host allows
   ostrel-simhost my-site.toml --for 4h   four hours of a site of your own
+  ostrel-simhost --set interval=300 --set 'db-##=48'
+                                         the demo with a longer interval and 48 volumes db-01 to db-48
   ostrel-simhost demo --speed 60         a minute of the host in a second; --speed real: as slow as life
   ostrel-simhost --speed 60 --cim        serves it to WBEM clients, and says what to type
   ostrel-simhost --speed 10 --events     what you type happens: array_down = "prod/p1"
@@ -121,6 +123,7 @@ int main(int argc, char** argv) {
     std::string for_text;
     std::string speed;
     std::string cim_address;
+    std::vector<std::string> overrides;
     bool check_only = false;
     program::RunOptions options;
 
@@ -129,6 +132,13 @@ int main(int argc, char** argv) {
     app.add_option("SCENARIO", scenario_name, "Scenario file or the name of a shipped one [demo]");
     app.add_option("--for", for_text, "Simulated time to run, such as 90s, 45m, 2h30m [the scenario's own]")
         ->type_name("DURATION");
+    app.add_option("--set", overrides,
+                   "Override something of the scenario: a configuration key, the number of volumes of a [[volumes]] "
+                   "entry (db-##=48), its first connections (NAME.sessions=2), login_seconds, claim_seconds or "
+                   "discovery_seconds; may be given several times")
+        ->type_name("KEY=VALUE")
+        ->expected(1)
+        ->take_all();
     app.add_option("--speed", speed,
                    "Simulated seconds per second: a number, real, or instant [instant; with --cim or --events real]")
         ->type_name("N|real|instant");
@@ -189,7 +199,7 @@ int main(int argc, char** argv) {
     if (!read_text(file, text, error)) {
         return refuse(fmt::format("{}: {}", file.string(), error));
     }
-    const program::ScenarioOrProblems result = program::read_scenario(text);
+    const program::ScenarioOrProblems result = program::read_scenario(text, overrides);
     if (!result.problems.empty()) {
         fmt::print(stderr, "{}", program::problems_text(result.problems, file.string()));
         return program::EXIT_BAD_INPUT;

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "verdict.h"
+#include "name_list.h"
 
 namespace program {
 
