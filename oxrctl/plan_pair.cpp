@@ -20,8 +20,10 @@ std::string_view stem_of(std::string_view name) {
 }
 
 void add_target(std::vector<TargetPair>& pairs, const PlanTarget* a, const PlanTarget* b) {
-    auto alike = std::find_if(pairs.begin(), pairs.end(),
-                              [&](const TargetPair& pair) { return same_state(pair.a, a) && same_state(pair.b, b); });
+    const std::string& name = a != nullptr ? a->name : b->name;
+    auto alike = std::find_if(pairs.begin(), pairs.end(), [&](const TargetPair& pair) {
+        return stem_of(pair.names.front()) == stem_of(name) && same_state(pair.a, a) && same_state(pair.b, b);
+    });
     if (alike == pairs.end()) {
         alike = pairs.insert(pairs.end(), {{}, a, b});
     }

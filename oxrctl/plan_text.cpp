@@ -321,6 +321,13 @@ private:
         return text;
     }
 
+    static std::string work_text(const PlanPhase& phase) {
+        return phase.passes == 0
+                   ? "nothing to do"
+                   : fmt::format("{}, {}", count_of(static_cast<std::size_t>(phase.passes), "pass", "passes"),
+                                 program::duration_text(phase.seconds));
+    }
+
     static std::string end_text(const PlanPhase* phase, const Plan& plan) {
         if (phase == nullptr) {
             return "-";
@@ -328,12 +335,9 @@ private:
         const bool last = phase == &plan.phases.back();
         switch (phase->end) {
             case PlanPhase::End::settled:
-                return phase->passes == 0
-                           ? "nothing to do"
-                           : fmt::format("{}, {}", count_of(static_cast<std::size_t>(phase->passes), "pass", "passes"),
-                                         program::duration_text(phase->seconds));
+                return work_text(*phase);
             case PlanPhase::End::unsettled:
-                return "not settled";
+                return work_text(*phase) + ", see above";
             case PlanPhase::End::changing:
                 return last ? "not settled" : "not before next event";
             case PlanPhase::End::skipped:

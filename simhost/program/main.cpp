@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "duration.h"
+#include "plot_view.h"
 #include "runner.h"
 #include "scenario.h"
 
@@ -33,6 +34,7 @@ Examples:
   ostrel-simhost demo --speed 60         a minute of the host in a second; --speed real: as slow as life
   ostrel-simhost --speed 60 --cim        serves it to WBEM clients, and says what to type
   ostrel-simhost --speed 10 --events     what you type happens: array_down = "prod/p1"
+  ostrel-simhost demo --plot demo.svg    and a picture of it
   ostrel-simhost demo --json | jq 'select(.type == "verdict")'
 
 The table, one line per volume or group-scoped target (alike ones share a line):
@@ -45,7 +47,8 @@ The table, one line per volume or group-scoped target (alike ones share a line):
   sessions per address    one column per NIC; x: the NIC is lost; .: not an adapter of this target
 
 Exit code: 0 the run is complete; 1 an invariant of the host was broken or the connection manager came to a
-halt; 2 the scenario or the command line has a mistake; 3 the connection manager could not be loaded.
+halt; 2 the scenario or the command line has a mistake; 3 the connection manager could not be
+loaded, or the picture could not be drawn.
 A folder that stands for the host's root is kept and named at the end: look there for its log and
 configuration.)";
 
@@ -161,6 +164,9 @@ int main(int argc, char** argv) {
     app.add_flag("--events", options.events,
                  "Read events from standard input too, one a line, which happen at once: the keys of an [[event]] "
                  "without `at`, such as nic_down = \"10.1.1.12\"");
+    app.add_option("--plot", options.plot,
+                   "Draw sessions and active paths over time into this file, a .svg or .png (needs gnuplot)")
+        ->type_name("FILE");
     app.add_flag("--json", options.json, "One JSON object per line: begin, serving, events, passes, verdict");
     app.add_flag("--check", check_only, "Only read the scenario and tell its mistakes");
     try {
@@ -174,6 +180,9 @@ int main(int argc, char** argv) {
         if (!options.for_seconds || *options.for_seconds < 1) {
             return refuse(fmt::format("--for: expected a time such as 90s, 45m or 2h30m, found \"{}\"", for_text));
         }
+    }
+    if (!options.plot.empty() && !program::plot_format_of(options.plot)) {
+        return refuse(fmt::format("--plot: expected a file named .svg or .png, found \"{}\"", options.plot));
     }
     if (cim->count() > 0) {
         options.cim = cim_address;

@@ -1,5 +1,6 @@
 // What `oxrctl plan` tells of a host, and how it refuses what it can't use.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -42,6 +43,7 @@ protected:
     ~PlanTest() override {
         EXPECT_TRUE(fs::is_empty(folder_ / "tmp")) << "the simulated root is left behind";
         fs::remove_all(folder_);
+        unsetenv("TMPDIR");
     }
 
     std::string file(const std::string& name, std::string_view text) const {
@@ -79,7 +81,7 @@ TEST_F(PlanTest, TellsSessionsPassesAndRoom) {
     const PlanOptions options{{file("small.toml", SITE)}, {}, "", false};
     const Answer answer = plan(options);
     EXPECT_EQ(answer.exit_code, EXIT_FINE);
-    expect_in(answer.text, {"SETTLED", "db-01..db-03 (3)", "NIC 10.0.1.2 lost", "1=10.0.1.1 2=10.0.1.2", "2040"});
+    expect_in(answer.text, {"\nSETTLED", "db-01..db-03 (3)", "NIC 10.0.1.2 lost", "1=10.0.1.1 2=10.0.1.2", "2040"});
     EXPECT_LE(longest_line(answer.text), 100U);
 
     const Json one = json_of(options)["plans"][0];
@@ -96,8 +98,7 @@ TEST_F(PlanTest, TellsSessionsPassesAndRoom) {
 TEST_F(PlanTest, ComparesAScenarioWithWhatItMightBe) {
     PlanOptions options{{file("small.toml", SITE)}, {"max_vol_sessions=2", "db-##=4"}, "8m", false};
     const Answer answer = plan(options);
-    expect_in(answer.text,
-              {"B  small.toml with max_vol_sessions=2, db-##=4", "4 -> 2", "none -> 2", "A  SETTLED", "12 -> 8"});
+    expect_in(answer.text, {"small.toml with max_vol_sessions=2, db-##=4\n", "4 -> 2", "none -> 2", "12 -> 8"});
     EXPECT_LE(longest_line(answer.text), 100U);
     const Json differences = json_of(options)["differences"];
     ASSERT_EQ(differences["targets"].size(), 2U);
@@ -108,7 +109,7 @@ TEST_F(PlanTest, ComparesAScenarioWithWhatItMightBe) {
     // The same difference as two files.
     const std::string other = std::string("config_file = \"# ours\\nmax_vol_sessions=2\\n\"\n") + std::string(SITE);
     options = {{options.scenarios[0], file("other.toml", other)}, {}, "8m", false};
-    expect_in(plan(options).text, {"B  other.toml: small", "4 -> 2"});
+    expect_in(plan(options).text, {"/other.toml: small", "4 -> 2"});
 }
 
 TEST_F(PlanTest, SaysWhatIsAmiss) {
@@ -119,7 +120,7 @@ TEST_F(PlanTest, SaysWhatIsAmiss) {
     } cases[] = {
         {{"worker_stop=1"}, "", "NOT SETTLED"},
         {{"interval=3600"}, "", "no pass"},  // within the time looked ahead after the event
-        {{"login_seconds=600"}, "8m", "NOT SETTLED"},
+        {{"login_seconds=1800"}, "", "NOT SETTLED"},
     };
     for (const auto& each : cases) {
         const Answer answer = plan({{file("small.toml", SITE)}, each.what_if, each.run_for, false});
