@@ -20,8 +20,9 @@ constexpr std::size_t MOST_QUIET_PASSES = 400;  // more would be a grey bar
 // In pixels. Panels stand at the left, the legend at their right, the list of events below.
 constexpr double WIDTH = 1200;
 constexpr double LEFT = 75, RIGHT = 900;
-constexpr double TOP = 95, PANEL = 265, GAP = 28, BELOW_PANELS = 62, EVENT_LINE = 23, FOOT = 16;
+constexpr double TOP = 95, PANEL = 265, GAP = 28, BELOW_PANELS = 92, EVENT_LINE = 22, FOOT = 12;
 constexpr double LEGEND_LINE = 25;
+constexpr double FONT = 14, TITLE_FONT = 22, LIST_FONT = 14, NOTE_FONT = 13;
 
 // Colours that those with any common colour blindness can tell apart (Okabe and Ito), on white.
 constexpr std::array<std::string_view, 7> COLOURS = {"#0072B2", "#E69F00", "#009E73", "#CC79A7",
@@ -50,6 +51,14 @@ std::string cut(const std::string& text, std::size_t most) {
         --end;
     }
     return text.substr(0, end) + "...";
+}
+
+// The note of an event stands two blanks behind it.
+std::string one_blank(std::string text) {
+    if (const std::size_t note = text.find("  ("); note != std::string::npos) {
+        text.erase(note, 1);
+    }
+    return text;
 }
 
 std::string label_of(const std::vector<std::string>& names) {
@@ -112,20 +121,34 @@ std::vector<Mark> marks_of(const PlotData& data) {
     return marks;
 }
 
+// Whether both have one value for long enough to be seen.
+bool meet(const Course& a, const Course& b, double end) {
+    std::size_t i = 0, j = 0;
+    while (i < a.size() && j < b.size()) {
+        const double a_ends = i + 1 < a.size() ? a[i + 1].first : end;
+        const double b_ends = j + 1 < b.size() ? b[j + 1].first : end;
+        const bool at_one_time = std::max(a[i].first, b[j].first) + end / 100 < std::min(a_ends, b_ends);
+        if (at_one_time && a[i].second >= 0 && a[i].second == b[j].second) {
+            return true;
+        }
+        ++(a_ends <= b_ends ? i : j);
+    }
+    return false;
+}
+
 class Script {
 public:
-    Script(const PlotData& data, PlotFormat format) : data_(data), marks_(marks_of(data)) {
+    Script(const PlotData& data, PlotFormat format)
+        : data_(data), marks_(marks_of(data)), font_unit_(format == PlotFormat::svg ? 1 : 0.75) {
         choose_curves();
         event_rows_ = (std::min(data.events.size(), MOST_EVENTS) + 1) / 2;
-        height_ = TOP + 2 * PANEL + GAP + BELOW_PANELS + static_cast<double>(event_rows_ + 1) * EVENT_LINE + FOOT;
+        const std::size_t event_lines = event_rows_ + (data_.events.size() > MOST_EVENTS ? 1 : 0);
+        height_ = TOP + 2 * PANEL + GAP + BELOW_PANELS + static_cast<double>(event_lines) * EVENT_LINE + FOOT;
         add("set encoding utf8");
-        const std::string size = fmt::format("size {:.0f},{:.0f}", WIDTH, height_);
-        add(format == PlotFormat::svg
-                ? fmt::format("set terminal svg {} noenhanced font 'DejaVu Sans,Helvetica,Arial,sans-serif,14' "
-                              "background '#ffffff'",
-                              size)
-                : fmt::format("set terminal pngcairo {} noenhanced font 'DejaVu Sans,10.5' background '#ffffff'",
-                              size));
+        add(fmt::format("set terminal {} size {:.0f},{:.0f} noenhanced font '{},{}' background '#ffffff'",
+                        format == PlotFormat::svg ? "svg" : "pngcairo", WIDTH, height_,
+                        format == PlotFormat::svg ? "DejaVu Sans,Verdana,Arial,sans-serif" : "DejaVu Sans",
+                        FONT * font_unit_));
     }
 
     std::string write() {
@@ -145,6 +168,8 @@ public:
 
 private:
     void add(const std::string& line) { script_ += line + "\n"; }
+
+    std::string font(double pixels) const { return fmt::format("font ',{}' ", pixels * font_unit_); }
 
     double x(double pixels) const { return pixels / WIDTH; }
     double y(double pixels_from_top) const { return 1 - pixels_from_top / height_; }
@@ -176,12 +201,32 @@ private:
         return all - drawn;
     }
 
-    // Curves with one value lie beside each other, not on each other: a little of a step apart.
-    double offset(std::size_t index, int most) const {
-        const double middle = (static_cast<double>(chosen_.size()) - 1) / 2;
-        const double apart =
-            std::min(0.0085 * most, chosen_.size() > 1 ? 0.5 / static_cast<double>(chosen_.size()) : 0);
-        return (middle - static_cast<double>(index)) * apart;
+    // Curves that share a value at some time are drawn beside each other, not on each other: the first in its place,
+    // the others by turns a line's width above and below.
+    std::vector<double> offsets(Course Curve::*course, int most) const {
+        constexpr double line_pixels = 2.4;
+        const double apart = line_pixels * 1.15 * most / PANEL;
+        std::vector<int> lanes;
+        for (std::size_t i = 0; i < chosen_.size(); ++i) {
+            int lane = 0;
+            const auto taken = [&](int wanted) {
+                for (std::size_t other = 0; other < i; ++other) {
+                    if (lanes[other] == wanted && meet(chosen_[i]->*course, chosen_[other]->*course, data_.end)) {
+                        return true;
+                    }
+                }
+                return false;
+            };
+            while (taken(lane)) {
+                lane = lane > 0 ? -lane : 1 - lane;
+            }
+            lanes.push_back(lane);
+        }
+        std::vector<double> result;
+        for (const int lane : lanes) {
+            result.push_back(lane * apart);
+        }
+        return result;
     }
 
     int most_of(Course Curve::*course) const {
@@ -219,16 +264,20 @@ private:
         add("set tics nomirror out textcolor '#333333'");
         add("set grid ytics linetype 1 linewidth 0.6 linecolor '#e4e4e4'");
         add("unset key");
-        std::string tics;
-        const double step = time_step(data_.end);
-        for (double time = 0; time <= data_.end + 0.5; time += step) {
-            tics += fmt::format("{}{} {:.0f}", tics.empty() ? "" : ", ", quoted(hours_and_minutes(time)), time);
-        }
-        time_tics_ = "(" + tics + ")";
         for (std::size_t i = 0; i < chosen_.size(); ++i) {
             add(fmt::format("set style line {} linecolor '{}' linewidth 2.2 dashtype {}", i + 1,
                             COLOURS[i % COLOURS.size()], DASHES[i / COLOURS.size() % DASHES.size()]));
         }
+    }
+
+    void time_tics(bool with_times) {
+        std::string tics;
+        const double step = time_step(data_.end);
+        for (double time = 0; time <= data_.end + 0.5; time += step) {
+            tics += fmt::format("{}{} {:.0f}", tics.empty() ? "" : ", ",
+                                quoted(with_times ? hours_and_minutes(time) : ""), time);
+        }
+        add("set xtics (" + tics + ")");
     }
 
     void word(const std::string& text, double px, double py, std::string_view more = "") {
@@ -237,7 +286,7 @@ private:
 
     // All words outside the panels; they are drawn with the first of them.
     void words() {
-        word(cut(data_.title, 100), LEFT, 24, "font ',17' textcolor '#111111'");
+        word(cut(data_.title, 100), LEFT, 24, font(TITLE_FONT) + "textcolor '#111111'");
         word(fmt::format("from 0:00 to {}, {} passes of the connection manager", hours_and_minutes(data_.end),
                          data_.passes.size()),
              LEFT, 48, "textcolor '#555555'");
@@ -261,7 +310,7 @@ private:
         double note = TOP + 2 * PANEL + GAP - 40;
         for (const std::string_view text :
              {"ticks: passes; the tall ones", "changed something", "numbers: events, listed below"}) {
-            word(std::string(text), RIGHT + 20, note, "font ',11' textcolor '#555555'");
+            word(std::string(text), RIGHT + 20, note, font(NOTE_FONT) + "textcolor '#555555'");
             note += 18;
         }
     }
@@ -274,13 +323,13 @@ private:
             const double px = LEFT + (i < event_rows_ ? 0 : column);
             const double py = top + static_cast<double>(i % event_rows_) * EVENT_LINE;
             const auto& [time, text] = data_.events[i];
-            word(fmt::format("{}", i + 1), px + 16, py, "right font ',12' textcolor '#B0413E'");
-            word(hours_and_minutes(time), px + 62, py, "right font ',12' textcolor '#555555'");
-            word(cut(text, 64), px + 72, py, "font ',12' textcolor '#111111'");
+            word(fmt::format("{}", i + 1), px + 16, py, "right " + font(LIST_FONT) + "textcolor '#B0413E'");
+            word(hours_and_minutes(time), px + 60, py, "right " + font(LIST_FONT) + "textcolor '#555555'");
+            word(cut(one_blank(text), 62), px + 70, py, font(LIST_FONT) + "textcolor '#111111'");
         }
         if (data_.events.size() > shown) {
             word(fmt::format("and {} events more", data_.events.size() - shown), LEFT,
-                 top + static_cast<double>(event_rows_) * EVENT_LINE, "font ',12' textcolor '#555555'");
+                 top + static_cast<double>(event_rows_) * EVENT_LINE, font(LIST_FONT) + "textcolor '#555555'");
         }
     }
 
@@ -291,21 +340,22 @@ private:
 
     void panel(std::string_view what, std::string_view title, double top, bool with_times) {
         const bool upper = !with_times;
-        const int most = most_of(upper ? &Curve::sessions : &Curve::paths);
+        const auto course = upper ? &Curve::sessions : &Curve::paths;
+        const int most = most_of(course);
+        const auto shifts = offsets(course, most);
         add(fmt::format("set lmargin at screen {:.5f}; set rmargin at screen {:.5f}", x(LEFT), x(RIGHT)));
         add(fmt::format("set tmargin at screen {:.5f}; set bmargin at screen {:.5f}", y(top), y(top + PANEL)));
         add(fmt::format("set yrange [{:.3f}:{:.3f}]", -0.09 * most, 1.06 * most));
         add(fmt::format("set ytics 0,{}", value_step(most)));
         add(fmt::format("set ylabel {} textcolor '#333333' offset 0.5,0", quoted(title)));
-        add("set xtics " + time_tics_);
-        add(with_times ? "set format x '%s'" : "set format x ''");
+        time_tics(with_times);
         add(with_times ? "set xlabel 'time (hours:minutes)' textcolor '#333333'" : "unset xlabel");
         pass_ticks();
         event_marks(top, upper);
         std::string plots;
         for (std::size_t i = 0; i < chosen_.size(); ++i) {
             plots += fmt::format("{} ${}{} using 1:($2+({:.4f})) with steps linestyle {}",
-                                 i == 0 ? "plot" : ", \\\n    ", what, i, offset(i, most), i + 1);
+                                 i == 0 ? "plot" : ", \\\n    ", what, i, shifts[i], i + 1);
         }
         add(plots.empty() ? "plot NaN" : plots);
     }
@@ -330,18 +380,18 @@ private:
                 mark.time));
             if (with_numbers) {
                 const double above = y(top - 10 - 13.0 * mark.level);
-                add(fmt::format("set label {} at {:.0f}, screen {:.5f} center font ',11' textcolor '#B0413E'",
-                                quoted(mark.text()), mark.time, above));
+                add(fmt::format("set label {} at {:.0f}, screen {:.5f} center {}textcolor '#B0413E'",
+                                quoted(mark.text()), mark.time, above, font(LIST_FONT)));
             }
         }
     }
 
     const PlotData& data_;
     const std::vector<Mark> marks_;
+    const double font_unit_;  // a pixel, which is a unit of SVG and three quarters of a point
     std::vector<const Curve*> chosen_;
     std::size_t event_rows_ = 0;
     double height_ = 0;
-    std::string time_tics_;
     std::string script_;
 };
 

@@ -139,6 +139,15 @@ void Recorder::record_state() {
     }
 }
 
+void Recorder::sample_every(simhost::Host& host, double seconds) {
+    host.at(host.now() + seconds, "sample", [this, seconds](simhost::Host& running) {
+        if (!in_pass_) {
+            record_state();
+        }
+        sample_every(running, seconds);
+    });
+}
+
 void Recorder::event_refused(double time, const Problem& problem) {
     put(Happening{
         time, Happening::Kind::failure,

@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -198,6 +199,10 @@ int run_on(simhost::Host& host, const Scenario& scenario, const RunOptions& opti
         recorder.action_done(host, action, refusal);
     };
     site.schedule(host, done);
+    if (!options.plot.empty()) {
+        constexpr double samples = 500;  // about a pixel and a half apart
+        recorder.sample_every(host, std::max(1.0, end / samples));
+    }
 
     std::string plot_failure;
     const auto view = make_view(options, plot_failure);
