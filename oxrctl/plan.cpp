@@ -1,9 +1,52 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+
 #include "oxrctl/commands.h"
+#include "oxrctl/plan_pair.h"
+#include "oxrctl/plan_run.h"
 
 namespace oxrctl {
 
-Answer plan(const PlanOptions&) {
-    throw Refusal("not there yet");
+namespace {
+
+std::vector<PlanRun> runs_of(const PlanOptions& options) {
+    std::vector<PlanRun> runs;
+    for (const std::string& scenario : options.scenarios) {
+        runs.push_back({scenario, {}, options.run_for});
+    }
+    if (options.what_if.empty()) {
+        return runs;
+    }
+    if (runs.size() > 1) {
+        throw Refusal("--what-if: expected one scenario, which is compared with itself, found two");
+    }
+    runs.push_back({options.scenarios.front(), options.what_if, options.run_for});
+    return runs;
+}
+
+std::vector<PlanSubject> subjects_of(const std::vector<PlanRun>& runs, std::vector<Plan> plans) {
+    std::vector<PlanSubject> subjects;
+    for (std::size_t i = 0; i < runs.size(); ++i) {
+        std::string label = plans[i].scenario;
+        if (!runs[i].overrides.empty()) {
+            label += fmt::format(" with {}", fmt::join(runs[i].overrides, ", "));
+        } else if (runs.size() > 1 && !plans[i].title.empty()) {
+            label += ": " + plans[i].title;
+        }
+        subjects.push_back({std::move(label), runs[i].overrides, std::move(plans[i])});
+    }
+    return subjects;
+}
+
+}  // namespace
+
+Answer plan(const PlanOptions& options) {
+    const std::vector<PlanRun> runs = runs_of(options);
+    const std::vector<PlanSubject> subjects = subjects_of(runs, run_plans(runs));
+    const bool fine =
+        std::all_of(subjects.begin(), subjects.end(), [](const PlanSubject& subject) { return subject.plan.fine(); });
+    return {options.json ? json_text(plan_json(subjects)) : plan_text(subjects), fine ? EXIT_FINE : EXIT_FOUND};
 }
 
 }  // namespace oxrctl

@@ -18,6 +18,7 @@ struct Problem {
     std::string key;
     std::string expected;
     std::string found;
+    std::string option = {};  // of the command line, when not a line of the text is to blame
 };
 
 class Problems {

@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "duration.h"
+#include "plot_view.h"
 #include "runner.h"
 #include "scenario.h"
 
@@ -28,9 +29,12 @@ Examples:
   ostrel-simhost                         a host, a few events, the whole story
   ostrel-simhost full                    256 volumes that want more than the host allows
   ostrel-simhost my-site.toml --for 4h   four hours of a site of your own
+  ostrel-simhost --set interval=300 --set 'db-##=48'
+                                         the demo with a longer interval and 48 volumes db-01 to db-48
   ostrel-simhost demo --speed 60         a minute of the host in a second; --speed real: as slow as life
   ostrel-simhost --speed 60 --cim        serves it to WBEM clients, and says what to type
   ostrel-simhost --speed 10 --events     what you type happens: array_down = "prod/p1"
+  ostrel-simhost demo --plot demo.svg    and a picture of it
   ostrel-simhost demo --json | jq 'select(.type == "verdict")'
 
 The table, one line per volume or group-scoped target (alike ones share a line):
@@ -43,7 +47,8 @@ The table, one line per volume or group-scoped target (alike ones share a line):
   sessions per address    one column per NIC; x: the NIC is lost; .: not an adapter of this target
 
 Exit code: 0 the run is complete; 1 an invariant of the host was broken or the connection manager came to a
-halt; 2 the scenario or the command line has a mistake; 3 the connection manager could not be loaded.
+halt; 2 the scenario or the command line has a mistake; 3 the connection manager could not be
+loaded, or the picture could not be drawn.
 A folder that stands for the host's root is kept and named at the end: look there for its log and
 configuration.)";
 
@@ -121,6 +126,7 @@ int main(int argc, char** argv) {
     std::string for_text;
     std::string speed;
     std::string cim_address;
+    std::vector<std::string> overrides;
     bool check_only = false;
     program::RunOptions options;
 
@@ -129,6 +135,13 @@ int main(int argc, char** argv) {
     app.add_option("SCENARIO", scenario_name, "Scenario file or the name of a shipped one [demo]");
     app.add_option("--for", for_text, "Simulated time to run, such as 90s, 45m, 2h30m [the scenario's own]")
         ->type_name("DURATION");
+    app.add_option("--set", overrides,
+                   "Override something of the scenario: a configuration key, the number of volumes of a [[volumes]] "
+                   "entry (db-##=48), its first connections (NAME.sessions=2), login_seconds, claim_seconds or "
+                   "discovery_seconds; may be given several times")
+        ->type_name("KEY=VALUE")
+        ->expected(1)
+        ->take_all();
     app.add_option("--speed", speed,
                    "Simulated seconds per second: a number, real, or instant [instant; with --cim or --events real]")
         ->type_name("N|real|instant");
@@ -151,6 +164,9 @@ int main(int argc, char** argv) {
     app.add_flag("--events", options.events,
                  "Read events from standard input too, one a line, which happen at once: the keys of an [[event]] "
                  "without `at`, such as nic_down = \"10.1.1.12\"");
+    app.add_option("--plot", options.plot,
+                   "Draw sessions and active paths over time into this file, a .svg or .png (needs gnuplot)")
+        ->type_name("FILE");
     app.add_flag("--json", options.json, "One JSON object per line: begin, serving, events, passes, verdict");
     app.add_flag("--check", check_only, "Only read the scenario and tell its mistakes");
     try {
@@ -164,6 +180,9 @@ int main(int argc, char** argv) {
         if (!options.for_seconds || *options.for_seconds < 1) {
             return refuse(fmt::format("--for: expected a time such as 90s, 45m or 2h30m, found \"{}\"", for_text));
         }
+    }
+    if (!options.plot.empty() && !program::plot_format_of(options.plot)) {
+        return refuse(fmt::format("--plot: expected a file named .svg or .png, found \"{}\"", options.plot));
     }
     if (cim->count() > 0) {
         options.cim = cim_address;
@@ -189,7 +208,7 @@ int main(int argc, char** argv) {
     if (!read_text(file, text, error)) {
         return refuse(fmt::format("{}: {}", file.string(), error));
     }
-    const program::ScenarioOrProblems result = program::read_scenario(text);
+    const program::ScenarioOrProblems result = program::read_scenario(text, overrides);
     if (!result.problems.empty()) {
         fmt::print(stderr, "{}", program::problems_text(result.problems, file.string()));
         return program::EXIT_BAD_INPUT;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -19,6 +20,7 @@ struct Names {
     std::map<std::string, std::vector<std::string>, std::less<>> adapters;          // NICs
     std::map<std::string, std::set<std::string, std::less<>>, std::less<>> groups;  // arrays, added ones too
     std::map<std::string, int, std::less<>> volumes;
+    std::optional<int> overridden_count;  // where a number of volumes was overridden, which is to blame for too many
     std::map<std::string, std::string, std::less<>> group_scoped_targets;  // group
     struct Owner {
         std::string name;

@@ -61,6 +61,12 @@ struct Happening {
     std::string text;
 };
 
+// How the targets stand between passes, for views that draw their course.
+struct StateRecord {
+    double time = 0;
+    std::vector<TargetRow> rows;
+};
+
 struct PassRecord {
     int number = 0;
     double began = 0;

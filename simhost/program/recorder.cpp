@@ -130,6 +130,22 @@ void Recorder::action_done(simhost::Host& host, const TimedAction& action, const
     last_action_at_ = host.now();
     config_text_ = host.read_file(CONFIG_FILE);
     note_totals();
+    record_state();
+}
+
+void Recorder::record_state() {
+    if (with_states_) {
+        put(StateRecord{host_->now(), site_.rows(*host_, config_)});
+    }
+}
+
+void Recorder::sample_every(simhost::Host& host, double seconds) {
+    host.at(host.now() + seconds, "sample", [this, seconds](simhost::Host& running) {
+        if (!in_pass_) {
+            record_state();
+        }
+        sample_every(running, seconds);
+    });
 }
 
 void Recorder::event_refused(double time, const Problem& problem) {
@@ -150,6 +166,7 @@ void Recorder::begin_pass(double time) {
     pass_.skipped = config_.worker_stop != 0;
     pass_.config = config_;
     in_pass_ = true;
+    record_state();
 }
 
 void Recorder::end_pass(double time) {

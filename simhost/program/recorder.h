@@ -13,15 +13,20 @@
 
 namespace program {
 
-using RecordItem = std::variant<Happening, PassRecord>;
+using RecordItem = std::variant<Happening, StateRecord, PassRecord>;
 
 class Recorder {
 public:
-    // `log_level` 0 to 2: which lines of the connection manager's log go into the pass records.
-    Recorder(const Site& site, int log_level) : site_(site), log_level_(log_level) {}
+    // `log_level` 0 to 2: which lines of the connection manager's log go into the pass records. `with_states`: how
+    // things stand is recorded at the beginning of passes, after actions and, with sample_every(), in between.
+    Recorder(const Site& site, int log_level, bool with_states)
+        : site_(site), log_level_(log_level), with_states_(with_states) {}
 
     // Begins to watch. Call once, before the connection manager is loaded; `host` must outlive its use.
     void watch(simhost::Host& host);
+
+    // From now on how things stand is recorded at these steps of the host's clock, but for the inside of passes.
+    void sample_every(simhost::Host& host, double seconds);
 
     // A timed action of the site ran. Called with the host's lock held.
     void action_done(simhost::Host& host, const TimedAction& action, const std::string& refusal);
@@ -51,10 +56,12 @@ private:
     void note_totals();
     void gather(double time, Happening::Kind kind, const std::string& where);
     void flush();
+    void record_state();
     void put(RecordItem item);
 
     const Site& site_;
     const int log_level_;
+    const bool with_states_;
     simhost::Host* host_ = nullptr;
 
     // All below up to the queue is touched on observing threads only, with the host's lock held.

@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -13,6 +14,7 @@
 
 #include "cimserver/server.h"
 #include "input_lines.h"
+#include "plot_view.h"
 #include "provider.h"
 #include "recorder.h"
 #include "site.h"
@@ -59,6 +61,8 @@ void show(View& view, Recorder& recorder, PassRecord& last_pass) {
     for (RecordItem& item : recorder.take()) {
         if (auto* happening = std::get_if<Happening>(&item)) {
             view.happening(*happening);
+        } else if (const auto* state = std::get_if<StateRecord>(&item)) {
+            view.state(*state);
         } else {
             last_pass = std::get<PassRecord>(std::move(item));
             view.pass(last_pass);
@@ -163,6 +167,12 @@ double next_action_after(const Scenario& scenario, double time) {
     return -1;
 }
 
+std::unique_ptr<View> make_view(const RunOptions& options, std::string& plot_failure) {
+    auto view = options.json ? make_json_view()
+                             : make_text_view(isatty(STDOUT_FILENO) == 1, options.clock != simhost::ClockMode::instant);
+    return options.plot.empty() ? std::move(view) : make_plot_view(std::move(view), options.plot, plot_failure);
+}
+
 bool start_connection_manager(Provider& provider, const RunOptions& options, View& view, std::string& error) {
     if (!provider.load(options.library, error)) {
         return false;
@@ -183,16 +193,19 @@ int run_on(simhost::Host& host, const Scenario& scenario, const RunOptions& opti
     const double end = options.for_seconds.value_or(options.cim ? a_year : scenario.run_for_seconds);
     Site site(scenario);
     site.build(host);
-    Recorder recorder(site, options.log_level);
+    Recorder recorder(site, options.log_level, !options.plot.empty());
     recorder.watch(host);
     const ActionDone done = [&](const TimedAction& action, const std::string& refusal) {
         recorder.action_done(host, action, refusal);
     };
     site.schedule(host, done);
+    if (!options.plot.empty()) {
+        constexpr double samples = 500;  // about a pixel and a half apart
+        recorder.sample_every(host, std::max(1.0, end / samples));
+    }
 
-    const auto view = options.json
-                          ? make_json_view()
-                          : make_text_view(isatty(STDOUT_FILENO) == 1, options.clock != simhost::ClockMode::instant);
+    std::string plot_failure;
+    const auto view = make_view(options, plot_failure);
     const ConfigValues config = config_in_force(host.read_file(CONFIG_FILE));
     view->begin({options.scenario_file, scenario.title, host.root(), options.library, end, speed_text(options)},
                 site.rows(host, config), site.addresses(), host.totals(), site.paths(host));
@@ -238,11 +251,16 @@ int run_on(simhost::Host& host, const Scenario& scenario, const RunOptions& opti
     }
     const Verdict verdict = judge(outcome);
     view->end(outcome, verdict);
+    int exit_code = verdict.exit_code;
+    if (!plot_failure.empty()) {
+        fmt::print(stderr, "ostrel-simhost: --plot: {}\n", plot_failure);
+        exit_code = EXIT_NOT_RUN;
+    }
     if (outcome.stalled) {
         std::fflush(nullptr);
-        _exit(verdict.exit_code);
+        _exit(exit_code);
     }
-    return verdict.exit_code;
+    return exit_code;
 }
 
 }  // namespace

@@ -18,6 +18,7 @@ struct RunOptions {
     std::string library;  // empty: by the loader's rules
     int log_level = 0;
     bool json = false;
+    std::string plot;                // file for a picture; empty: none
     bool events = false;             // from standard input too
     std::optional<std::string> cim;  // "ADDRESS:PORT" to serve CIM at; empty: the usual one
 };

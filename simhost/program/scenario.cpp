@@ -6,6 +6,7 @@
 #include <array>
 
 #include "duration.h"
+#include "overrides.h"
 #include "scenario_parts.h"
 
 namespace program {
@@ -200,6 +201,11 @@ std::vector<VolumeEntry> read_volumes(Problems& problems, Names& names, const Va
     VolumeEntry volume;
     const std::string pattern = read_new_name(fields, "name", EUI_CAPACITY);
     const auto count = fields.integer("count", 1, MOST_VOLUMES).value_or(1);
+    const Value* const count_given = fields.find("count");
+    const int count_line = count_given != nullptr ? count_given->line : table.line;
+    if (count_line < 0) {
+        names.overridden_count = count_line;
+    }
     const auto first = fields.integer("first", 0, 99999).value_or(1);
     volume.spec.group = reader.group(fields, "group");
     volume.spec.arrays = reader.array_list(fields, "arrays", volume.spec.group);
@@ -258,13 +264,13 @@ std::vector<VolumeEntry> read_volumes(Problems& problems, Names& names, const Va
             return volumes;
         }
         if (const auto [place, added] = names.volumes.try_emplace(volume.spec.eui, table.line); !added) {
-            problems.add(table.line, path + ".name", "names that no other volume has",
+            problems.add(count_line, path + ".name", "names that no other volume has",
                          fmt::format("{}, taken in line {}", volume.spec.eui, place->second));
             return volumes;
         }
         if (names.volumes.size() == MOST_VOLUMES + 1) {
-            problems.add(table.line, path + ".count", fmt::format("at most {} volumes in all", MOST_VOLUMES),
-                         "more of them");
+            problems.add(names.overridden_count.value_or(count_line), path + ".count",
+                         fmt::format("at most {} volumes in all", MOST_VOLUMES), "more of them");
         }
         volumes.push_back(volume);
     }
@@ -348,15 +354,16 @@ std::string_view session_state_word(std::uint32_t state) {
     return state < SESSION_STATES.size() ? SESSION_STATES[state] : "INVALID_STATE";
 }
 
-ScenarioOrProblems read_scenario(std::string_view text) {
+ScenarioOrProblems read_scenario(std::string_view text, const std::vector<std::string>& overrides) {
     ScenarioOrProblems result;
     SyntaxError error;
-    const auto document = parse_document(text, error);
+    auto document = parse_document(text, error);
     if (!document) {
         result.problems.push_back({error.line, "syntax", "TOML", error.message});
         return result;
     }
     Problems problems;
+    apply_overrides(problems, *document, overrides);
     Fields fields(problems, *document, "");
     Scenario& scenario = result.scenario;
     scenario.names = std::make_shared<Names>();
@@ -392,6 +399,9 @@ ScenarioOrProblems read_scenario(std::string_view text) {
     fields.finish();
 
     result.problems = problems.take();
+    for (Problem& problem : result.problems) {
+        problem.option = option_of(problem.line, overrides);
+    }
     std::stable_sort(result.problems.begin(), result.problems.end(),
                      [](const Problem& a, const Problem& b) { return a.line < b.line; });
     return result;
@@ -427,8 +437,9 @@ std::string problems_text(const std::vector<Problem>& problems, std::string_view
     std::string text;
     for (std::size_t i = 0; i < problems.size() && i < most; ++i) {
         const Problem& problem = problems[i];
-        text += fmt::format("{}:{}: {}: expected {}, found {}\n", file, problem.line, problem.key, problem.expected,
-                            problem.found);
+        const std::string place = problem.option.empty() ? fmt::format("{}:{}", file, problem.line)
+                                                         : fmt::format("ostrel-simhost: {}", problem.option);
+        text += fmt::format("{}: {}: expected {}, found {}\n", place, problem.key, problem.expected, problem.found);
     }
     if (problems.size() > most) {
         text += fmt::format("{}: {} more\n", file, problems.size() - most);

@@ -174,14 +174,15 @@ struct ScenarioOrProblems {
     std::vector<Problem> problems;  // in the order of their lines
 };
 
-// Reads a scenario from its text. Never throws on account of the text.
-ScenarioOrProblems read_scenario(std::string_view text);
+// Reads a scenario from its text, with these "KEY=VALUE" in force (overrides.h). Never throws on account of the text.
+ScenarioOrProblems read_scenario(std::string_view text, const std::vector<std::string>& overrides = {});
 
 // Reads one more event of a scenario that runs: a line with the keys of an [[event]] but `at`, whose time stays 0.
 // Empty for a blank line and a comment, and with `problems` filled for what is no event.
 std::optional<TimedAction> read_event(std::string_view line, const Scenario& scenario, std::vector<Problem>& problems);
 
-// "FILE:LINE: KEY: expected ..., found ...", one line each; at most `most` of them, then how many more.
+// "FILE:LINE: KEY: expected ..., found ...", one line each, with the option in place of the line where one is to blame;
+// at most `most` of them, then how many more.
 std::string problems_text(const std::vector<Problem>& problems, std::string_view file, std::size_t most = 20);
 
 // What an action does, in a few words, for the output.

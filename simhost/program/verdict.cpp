@@ -1,5 +1,4 @@
 #include "verdict.h"
-#include "text/name_list.h"
 
 #include <fmt/format.h>
 
@@ -7,6 +6,7 @@
 #include <utility>
 
 #include "duration.h"
+#include "name_list.h"
 
 namespace program {
 
@@ -125,7 +125,7 @@ void add_target_reasons(const RunOutcome& outcome, Verdict& verdict) {
             lacking += std::max(0, row->required - row->dynamic_sessions);
             too_many += std::max(0, row->dynamic_sessions - row->required);
         }
-        std::string text = fmt::format("{}: {}", cause, text::name_list(names));
+        std::string text = fmt::format("{}: {}", cause, name_list(names));
         if (lacking > 0) {
             text += fmt::format(", {} session{} short", lacking, lacking == 1 ? "" : "s");
         }
@@ -148,7 +148,7 @@ void add_notes(const RunOutcome& outcome, Verdict& verdict) {
     };
     const auto note = [&](std::string_view what, const std::vector<std::string>& names) {
         if (!names.empty()) {
-            verdict.notes.push_back(fmt::format("{}: {}", what, text::name_list(names)));
+            verdict.notes.push_back(fmt::format("{}: {}", what, name_list(names)));
         }
     };
     note("static mode, not balanced", names_of([](const TargetRow& row) { return row.static_mode; }));

@@ -28,6 +28,7 @@ public:
     // `url`: where WBEM clients reach it; `commands`: some to try.
     virtual void serving(const std::string& url, const std::vector<std::string>& commands) = 0;
     virtual void happening(const Happening& happening) = 0;
+    virtual void state(const StateRecord&) {}  // only with RunOptions::plot
     virtual void pass(const PassRecord& pass) = 0;
     virtual void end(const RunOutcome& outcome, const Verdict& verdict) = 0;
 };

@@ -1,8 +1,8 @@
-#include "text/name_list.h"
+#include "name_list.h"
 
 #include <fmt/format.h>
 
-namespace text {
+namespace program {
 
 namespace {
 
@@ -52,4 +52,4 @@ std::string name_list(const std::vector<std::string>& names, std::size_t most) {
     return names.size() > pieces ? fmt::format("{} ({})", text, names.size()) : text;
 }
 
-}  // namespace text
+}  // namespace program

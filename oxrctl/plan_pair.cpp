@@ -1,0 +1,112 @@
+#include "oxrctl/plan_pair.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "simhost/program/duration.h"
+
+namespace oxrctl {
+
+namespace {
+
+bool same_state(const PlanTarget* a, const PlanTarget* b) {
+    return a == b || (a != nullptr && b != nullptr && a->same_state(*b));
+}
+
+// "db-" of "db-01": what alike targets must have in common for a line of their own.
+std::string_view stem_of(std::string_view name) {
+    return name.substr(0, name.find_last_not_of("0123456789") + 1);
+}
+
+void add_target(std::vector<TargetPair>& pairs, const PlanTarget* a, const PlanTarget* b) {
+    const std::string& name = a != nullptr ? a->name : b->name;
+    auto alike = std::find_if(pairs.begin(), pairs.end(), [&](const TargetPair& pair) {
+        return stem_of(pair.names.front()) == stem_of(name) && same_state(pair.a, a) && same_state(pair.b, b);
+    });
+    if (alike == pairs.end()) {
+        alike = pairs.insert(pairs.end(), {{}, a, b});
+    }
+    alike->names.push_back(name);
+}
+
+std::map<std::string_view, const PlanTarget*> by_name(const Plan& plan) {
+    std::map<std::string_view, const PlanTarget*> targets;
+    for (const PlanTarget& target : plan.targets) {
+        targets.emplace(target.name, &target);
+    }
+    return targets;
+}
+
+const PlanPhase* phase_like(const Plan& plan, const PlanPhase& wanted) {
+    const auto found = std::find_if(plan.phases.begin(), plan.phases.end(), [&](const PlanPhase& phase) {
+        return phase.began == wanted.began && phase.events == wanted.events;
+    });
+    return found == plan.phases.end() ? nullptr : &*found;
+}
+
+}  // namespace
+
+std::vector<TargetPair> target_pairs(const Plan& a, const Plan& b) {
+    std::vector<TargetPair> pairs;
+    const auto of_a = by_name(a);
+    const auto of_b = by_name(b);
+    for (const PlanTarget& target : a.targets) {
+        const auto other = of_b.find(target.name);
+        add_target(pairs, &target, other == of_b.end() ? nullptr : other->second);
+    }
+    for (const PlanTarget& target : b.targets) {
+        if (!of_a.contains(target.name)) {
+            add_target(pairs, nullptr, &target);
+        }
+    }
+    return pairs;
+}
+
+std::vector<PhasePair> phase_pairs(const Plan& a, const Plan& b) {
+    std::vector<PhasePair> pairs;
+    for (const PlanPhase& phase : a.phases) {
+        pairs.push_back({&phase, phase_like(b, phase)});
+    }
+    for (const PlanPhase& phase : b.phases) {
+        if (phase_like(a, phase) == nullptr) {
+            pairs.push_back({nullptr, &phase});
+        }
+    }
+    std::stable_sort(pairs.begin(), pairs.end(),
+                     [](const PhasePair& x, const PhasePair& y) { return x.any().began < y.any().began; });
+    return pairs;
+}
+
+std::vector<CutShort> cut_short(const Plan& plan) {
+    std::vector<CutShort> all;
+    for (const PlanTarget* target : plan.short_targets()) {
+        auto alike =
+            std::find_if(all.begin(), all.end(), [&](const CutShort& each) { return each.by == target->short_by(); });
+        if (alike == all.end()) {
+            alike = all.insert(all.end(), {target->short_by(), {}});
+        }
+        alike->names.push_back(target->name);
+    }
+    return all;
+}
+
+std::vector<std::string> override_notes(const PlanSubject& subject) {
+    std::vector<std::string> notes;
+    for (const std::string& override_text : subject.overrides) {
+        const std::string key = override_text.substr(0, override_text.find('='));
+        for (const PlanPhase& phase : subject.plan.phases) {
+            const bool sets_it = std::any_of(phase.events.begin(), phase.events.end(), [&](const std::string& event) {
+                return event.find(" " + key + "=") != std::string::npos;
+            });
+            if (sets_it) {
+                notes.push_back(fmt::format("{} counts until {} only, when the scenario itself sets {}", override_text,
+                                            program::clock_text(phase.began), key));
+                break;
+            }
+        }
+    }
+    return notes;
+}
+
+}  // namespace oxrctl

@@ -1,0 +1,51 @@
+// One plan, or two side by side: what belongs together, so that every view of them shows the same.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "oxrctl/plan_story.h"
+
+namespace oxrctl {
+
+struct PlanSubject {
+    std::string label;                   // as a person names it: "demo.toml with vol_sessions=4"
+    std::vector<std::string> overrides;  // KEY=VALUE
+    Plan plan;
+};
+
+// Targets with the same states in both plans. Null: that plan has none of them.
+struct TargetPair {
+    std::vector<std::string> names;
+    const PlanTarget* a = nullptr;
+    const PlanTarget* b = nullptr;
+
+    bool differ() const { return a == nullptr || b == nullptr || !a->same_state(*b); }
+    const PlanTarget& any() const { return a != nullptr ? *a : *b; }
+};
+
+struct PhasePair {
+    const PlanPhase* a = nullptr;
+    const PlanPhase* b = nullptr;
+
+    const PlanPhase& any() const { return a != nullptr ? *a : *b; }
+};
+
+// In the order of the scenarios; a single plan is paired with itself.
+std::vector<TargetPair> target_pairs(const Plan& a, const Plan& b);
+std::vector<PhasePair> phase_pairs(const Plan& a, const Plan& b);
+
+// "db-01 .. db-08 by 2 sessions": the targets with less than they need, those that lack the same together.
+struct CutShort {
+    int by = 0;
+    std::vector<std::string> names;
+};
+std::vector<CutShort> cut_short(const Plan& plan);
+
+// What a reader of the comparison would miss: an event of the scenario that sets what was overridden.
+std::vector<std::string> override_notes(const PlanSubject& subject);
+
+std::string plan_text(const std::vector<PlanSubject>& subjects);
+Json plan_json(const std::vector<PlanSubject>& subjects);
+
+}  // namespace oxrctl

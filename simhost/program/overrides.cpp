@@ -1,0 +1,215 @@
+#include "overrides.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+
+#include "config_values.h"
+#include "scenario_parts.h"
+
+namespace program {
+
+namespace {
+
+constexpr std::array<std::string_view, 3> HOST_KEYS = {"login_seconds", "claim_seconds", "discovery_seconds"};
+constexpr std::string_view SESSIONS_SUFFIX = ".sessions";
+
+template <class List>
+bool contains(const List& list, std::string_view word) {
+    return std::find(list.begin(), list.end(), word) != list.end();
+}
+
+bool is_config_key(std::string_view key) {
+    return key == CONFIG_LOGS_PATH_KEY || contains(CONFIG_NUMBER_KEYS, key);
+}
+
+template <class Number>
+bool is_whole(std::string_view text, Number& number) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return error == std::errc() && end == text.data() + text.size();
+}
+
+// As the value would stand in the text; what is no number stays a text, which the reader complains about.
+Value value_of(const std::string& key, const std::string& text, int line) {
+    Value value;
+    value.key = key;
+    value.line = line;
+    if (key != CONFIG_LOGS_PATH_KEY && is_whole(text, value.integer)) {
+        value.kind = Value::Kind::integer;
+    } else if (contains(HOST_KEYS, key) && is_whole(text, value.real)) {
+        value.kind = Value::Kind::real;
+    } else {
+        value.kind = Value::Kind::text;
+        value.text = text;
+    }
+    return value;
+}
+
+Value* member(Value& table, std::string_view name) {
+    return const_cast<Value*>(table.member(name));
+}
+
+void put(Value& table, Value value) {
+    if (Value* const present = member(table, value.key)) {
+        *present = std::move(value);
+    } else {
+        table.items.push_back(std::move(value));
+    }
+}
+
+// The table of the document, made when it isn't there. Null: something else has its name, which the reader tells.
+Value* table_of(Value& document, const std::string& name, int line) {
+    if (member(document, name) == nullptr) {
+        Value table;
+        table.key = name;
+        table.line = line;
+        document.items.push_back(std::move(table));
+    }
+    Value* const found = member(document, name);
+    return found->kind == Value::Kind::table ? found : nullptr;
+}
+
+// The entries of a [[list]] that have this name.
+std::vector<Value*> entries_named(Value& document, std::string_view list, std::string_view name) {
+    std::vector<Value*> found;
+    if (Value* const entries = member(document, list)) {
+        for (Value& entry : entries->items) {
+            const Value* const its_name = entry.member("name");
+            if (its_name != nullptr && its_name->kind == Value::Kind::text && its_name->text == name) {
+                found.push_back(&entry);
+            }
+        }
+    }
+    return found;
+}
+
+std::vector<std::string> names_in(const Value& document, std::string_view list) {
+    std::vector<std::string> names;
+    if (const Value* const entries = document.member(list)) {
+        for (const Value& entry : entries->items) {
+            if (const Value* const name = entry.member("name"); name != nullptr && name->kind == Value::Kind::text) {
+                names.push_back(name->text);
+            }
+        }
+    }
+    return names;
+}
+
+class Overrider {
+public:
+    Overrider(Problems& problems, Value& document, const std::string& option, int line)
+        : problems_(problems), document_(document), line_(line) {
+        const std::size_t split = option.find('=');
+        key_ = option.substr(0, split);
+        text_ = split == std::string::npos ? "" : option.substr(split + 1);
+        whole_ = split != std::string::npos && split > 0;
+    }
+
+    void apply() {
+        if (!whole_) {
+            problems_.add(line_, "option", "KEY=VALUE", key_.empty() ? "no key" : "no =");
+        } else if (is_config_key(key_)) {
+            set_config();
+        } else if (contains(HOST_KEYS, key_)) {
+            if (Value* const host = table_of(document_, "host", line_)) {
+                put(*host, value_of(key_, text_, line_));
+            }
+        } else if (!set_sessions() && !set_count()) {
+            problems_.add(line_, "key", known_keys(), fmt::format("\"{}\"", key_));
+        }
+    }
+
+private:
+    void set_config() {
+        const Value value = value_of(key_, text_, line_);
+        Value* const file = member(document_, "config_file");
+        if (file == nullptr) {
+            if (Value* const config = table_of(document_, "config", line_)) {
+                put(*config, value);
+            }
+            return;
+        }
+        // The text of a file isn't judged key by key when it is read, so this one is judged here.
+        Value table;
+        table.items.push_back(value);
+        for (const auto& [key, text] : read_config_changes(problems_, table, "config_file")) {
+            file->text = with_config_value(file->text, key, text);
+        }
+    }
+
+    bool set_sessions() {
+        if (!key_.ends_with(SESSIONS_SUFFIX)) {
+            return false;
+        }
+        const std::string name = key_.substr(0, key_.size() - SESSIONS_SUFFIX.size());
+        auto entries = entries_named(document_, "volumes", name);
+        const auto targets = entries_named(document_, "group_scoped_target", name);
+        entries.insert(entries.end(), targets.begin(), targets.end());
+        return put_into(entries, "sessions");
+    }
+
+    bool set_count() {
+        const auto entries = entries_named(document_, "volumes", key_);
+        if (!entries.empty() && key_.find('#') == std::string::npos) {
+            problems_.add(line_, "key", "a name of volumes with # for the number, which alone can be several",
+                          fmt::format("\"{}\"", key_));
+            return true;
+        }
+        return put_into(entries, "count");
+    }
+
+    // False: there is no entry.
+    bool put_into(const std::vector<Value*>& entries, const std::string& key) {
+        if (entries.size() > 1) {
+            problems_.add(line_, "key", "a name that one entry has", fmt::format("{} entries", entries.size()));
+        } else if (entries.size() == 1) {
+            put(*entries.front(), value_of(key, text_, line_));
+        }
+        return !entries.empty();
+    }
+
+    std::string known_keys() const {
+        std::vector<std::string> counts;
+        auto all = names_in(document_, "volumes");
+        std::copy_if(all.begin(), all.end(), std::back_inserter(counts),
+                     [](const std::string& name) { return name.find('#') != std::string::npos; });
+        const auto targets = names_in(document_, "group_scoped_target");
+        all.insert(all.end(), targets.begin(), targets.end());
+        constexpr std::size_t most = 12;
+        const auto list = [](std::vector<std::string> names) {
+            if (names.size() > most) {
+                names.resize(most);
+                names.emplace_back("...");
+            }
+            return names.empty() ? "there is none" : fmt::format("{}", fmt::join(names, ", "));
+        };
+        return fmt::format(
+            "a configuration key ({}, {}), the number of volumes ({}), NAME.sessions (NAME: {}) or a [host] number "
+            "({})",
+            fmt::join(CONFIG_NUMBER_KEYS, ", "), CONFIG_LOGS_PATH_KEY, list(counts), list(all),
+            fmt::join(HOST_KEYS, ", "));
+    }
+
+    Problems& problems_;
+    Value& document_;
+    const int line_;
+    std::string key_, text_;
+    bool whole_ = false;
+};
+
+}  // namespace
+
+void apply_overrides(Problems& problems, Value& document, const std::vector<std::string>& overrides) {
+    for (std::size_t i = 0; i < overrides.size(); ++i) {
+        Overrider(problems, document, overrides[i], option_line(i)).apply();
+    }
+}
+
+std::string option_of(int line, const std::vector<std::string>& overrides) {
+    const auto index = static_cast<std::size_t>(-1 - line);
+    return line < 0 && index < overrides.size() ? "--set " + overrides[index] : "";
+}
+
+}  // namespace program

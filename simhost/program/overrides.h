@@ -1,0 +1,25 @@
+// Changes to the document of a scenario before it is read, as --set asks for them.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "document.h"
+#include "fields.h"
+
+namespace program {
+
+// Enters "KEY=VALUE" texts into the document, the later ones over the earlier. KEY is one of the configuration
+// file, the name of a [[volumes]] entry with # (its count), NAME.sessions, or a number of [host]. What can't be
+// entered is complained about; a value that only the scenario reader can judge carries option_line() as its line.
+void apply_overrides(Problems& problems, Value& document, const std::vector<std::string>& overrides);
+
+// Where no line of the text is to blame but the option of this index.
+constexpr int option_line(std::size_t index) {
+    return -1 - static_cast<int>(index);
+}
+
+// The option that such a line stands for; empty for a line of the text.
+std::string option_of(int line, const std::vector<std::string>& overrides);
+
+}  // namespace program

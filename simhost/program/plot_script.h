@@ -1,0 +1,15 @@
+// The picture as gnuplot is told to draw it, data and all.
+#pragma once
+
+#include <string>
+
+#include "plot_data.h"
+
+namespace program {
+
+enum class PlotFormat { svg, png };
+
+// Draws to gnuplot's standard output.
+std::string plot_script(const PlotData& data, PlotFormat format);
+
+}  // namespace program

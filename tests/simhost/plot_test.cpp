@@ -1,0 +1,128 @@
+// The picture of a run: what goes into it, and that there is one.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "simhost/program/plot_data.h"
+#include "simhost/program/plot_script.h"
+
+using namespace program;
+
+namespace {
+
+TargetRow row(const std::string& name, int sessions, int paths) {
+    TargetRow result;
+    result.name = name;
+    result.dynamic_sessions = sessions;
+    result.active_paths = paths;
+    return result;
+}
+
+// Three volumes, of which two take the same course; one goes and one comes.
+PlotData small_run() {
+    PlotRecord record("a title that isn't plain");
+    record.state(0, {row("db-01", 2, 2), row("db-02", 2, 2), row("log", 1, 1)});
+    record.pass(10, true);
+    record.state(10, {row("db-01", 4, 2), row("db-02", 4, 2), row("log", 1, 1)});
+    record.event(60, "NIC 10.0.1.2 lost  (a cable)");
+    record.event(60, "and more");
+    record.state(60, {row("db-01", 2, 2), row("db-02", 2, 2), row("new", 3, 3)});
+    record.pass(130, false);
+    return record.finish(3600);
+}
+
+bool has(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+struct Ran {
+    int exit_code = -1;
+    std::string errors;
+};
+
+Ran run_simhost(const std::string& arguments) {
+    Ran ran;
+    const auto program =
+        std::filesystem::read_symlink("/proc/self/exe").parent_path() / "../simhost/program/ostrel-simhost";
+    FILE* const pipe = popen((program.string() + " " + arguments + " 2>&1 >/dev/null").c_str(), "r");
+    std::array<char, 4096> buffer{};
+    for (std::size_t got; (got = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0;) {
+        ran.errors.append(buffer.data(), got);
+    }
+    const int status = pclose(pipe);
+    ran.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return ran;
+}
+
+}  // namespace
+
+TEST(Plot, KeepsChangesAndDrawsAlikeTargetsTogether) {
+    const PlotData data = small_run();
+    ASSERT_EQ(data.curves.size(), 3U);
+    EXPECT_EQ(data.curves[0].names, (std::vector<std::string>{"db-01", "db-02"}));
+    EXPECT_EQ(data.curves[0].sessions, (Course{{0, 2}, {10, 4}, {60, 2}}));
+    EXPECT_EQ(data.curves[0].paths, (Course{{0, 2}}));
+    EXPECT_EQ(data.curves[1].sessions, (Course{{0, 1}, {60, -1}}));
+    EXPECT_EQ(data.curves[2].sessions, (Course{{60, 3}}));
+}
+
+TEST(Plot, TellsGnuplotCoursesPassesAndEvents) {
+    const std::string script = plot_script(small_run(), PlotFormat::svg);
+    for (const char* const part :
+         {"$sessions0 << EOD\n0 2\n10 4\n60 2\n3600 2\nEOD\n", "$paths0 << EOD\n0 2\n3600 2\nEOD\n",
+          "$sessions1 << EOD\n0 1\n60 1\n\nEOD\n", "$sessions2 << EOD\n60 3\n3600 3\nEOD\n", "'db-01..db-02 (2)'",
+          "'a title that isn''t plain'", "from 10, graph 0 to 10, graph 0.06", "from 130, graph 0 to 130, graph 0.025",
+          "'1-2' at 60,", "'NIC 10.0.1.2 lost (a cable)'", "'0:05' 300"}) {
+        EXPECT_TRUE(has(script, part)) << part << " in\n" << script;
+    }
+}
+
+TEST(Plot, DrawsTheCurvesOfMostTargetsAndTellsOfTheRest) {
+    PlotRecord record;
+    std::vector<TargetRow> rows;
+    for (int i = 0; i < 20; ++i) {
+        rows.push_back(row("v" + std::to_string(i), i, i));
+    }
+    rows.push_back(row("w", 19, 19));
+    record.state(0, rows);
+    const std::string script = plot_script(record.finish(60), PlotFormat::png);
+    EXPECT_TRUE(has(script, "$paths11 <<"));
+    EXPECT_FALSE(has(script, "$paths12 <<"));
+    EXPECT_TRUE(has(script, "'v19, w'"));
+    EXPECT_TRUE(has(script, "'not drawn: 8 more curves'"));
+}
+
+TEST(Plot, IsAPictureOrALineThatSaysWhyNot) {
+    const auto folder = std::filesystem::path(testing::TempDir()) / ("plot-" + std::to_string(getpid()));
+    std::filesystem::create_directories(folder / "root");
+    const std::string options = "demo --for 12m --root " + (folder / "root").string() + " --plot ";
+    const struct {
+        std::string file;
+        int exit_code;
+        std::string begins;  // the picture
+        std::string error;
+    } cases[] = {
+        {"run.svg", 0, "<?xml", ""},
+        {"run.png", 0, "\x89PNG\r\n\x1a\n", ""},
+        {"run.gif", 2, "", "--plot: expected a file named .svg or .png, found"},
+        {"nowhere/run.svg", 3, "", "No such file or directory"},
+    };
+    for (const auto& each : cases) {
+        const auto file = folder / each.file;
+        const Ran ran = run_simhost(options + file.string());
+        EXPECT_EQ(ran.exit_code, each.exit_code) << ran.errors;
+        EXPECT_TRUE(has(ran.errors, each.error)) << ran.errors;
+        EXPECT_EQ(std::filesystem::exists(file), each.exit_code == 0);
+        std::ostringstream bytes;
+        bytes << std::ifstream(file, std::ios::binary).rdbuf();
+        EXPECT_TRUE(bytes.str().starts_with(each.begins)) << each.file;
+        EXPECT_FALSE(has(bytes.str(), folder.string())) << "a path of this machine";
+    }
+    std::filesystem::remove_all(folder);
+}
