@@ -148,7 +148,8 @@ FoundMessage find_format(std::string_view text, std::string_view level) {
         return pattern.letters > best->letters;
     };
     for (const Pattern& pattern : patterns) {
-        if (is_better(pattern) && (matches(pattern.format, text) || matches(pattern.squeezed_format, squeezed_text))) {
+        if (is_better(pattern) && (matches(pattern.format, text) || matches(pattern.squeezed_format, squeezed_text) ||
+                                   pattern.squeezed_format == squeezed_text)) {
             best = &pattern;
         }
     }

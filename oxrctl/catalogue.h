@@ -43,7 +43,7 @@ struct FoundMessage {
 
 // The entry that a logged text (without its prefix and line feed) belongs to: of all that fit, the one whose format
 // has most letters of its own. The first line of a text of several is enough, and blanks may be lost at its ends or
-// where there were several. With a `level`, one of that level goes first.
+// where there were several; a format itself is found too. With a `level`, one of that level goes first.
 FoundMessage find_format(std::string_view text, std::string_view level = {});
 
 // Its entry alone. Null: there is none.

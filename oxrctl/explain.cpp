@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <cctype>
+#include <iterator>
 #include <regex>
+#include <sstream>
 
 #include "oxrctl/catalogue.h"
 #include "oxrctl/commands.h"
@@ -17,8 +19,13 @@ constexpr std::size_t most_shown = 10;
 
 // --- what was asked ----------------------------------------------------------------------------------------
 
+// The words as one text; a line feed may be given as it stands in a format.
 std::string joined(const std::vector<std::string>& words) {
-    return fmt::format("{}", fmt::join(words, " "));
+    std::string text = fmt::format("{}", fmt::join(words, " "));
+    for (std::size_t at = text.find("\\n"); at != std::string::npos; at = text.find("\\n", at)) {
+        text.replace(at, 2, "\n");
+    }
+    return text;
 }
 
 std::string in_lower_case(std::string_view text) {
@@ -34,11 +41,29 @@ struct LoggedText {
     std::string text;
 };
 
+// "populate_oxr_sessions:129"
+bool is_place(std::string_view word) {
+    const std::size_t colon = word.find(':');
+    return colon != std::string_view::npos && colon > 0 && colon + 1 < word.size() &&
+           word.find_first_not_of("0123456789", colon + 1) == std::string_view::npos;
+}
+
+std::string level_in(std::string_view prefix) {
+    for (const std::string level : {"ERROR", "WARN", "INFO", "DEBUG"}) {
+        if (prefix.find(level + ": ") != std::string_view::npos) {
+            return level;
+        }
+    }
+    return "";
+}
+
 LoggedText logged_text(const std::string& asked) {
-    static const std::regex prefix(R"(^(?:.*\b(ERROR|WARN|INFO|DEBUG): )?(?:.*?[\s:])?[A-Za-z_~]\w*:\d+ : ?)");
-    std::smatch found;
-    if (std::regex_search(asked, found, prefix)) {
-        return {found[1].str(), found.suffix().str()};
+    constexpr std::string_view separator = " : ";
+    for (std::size_t at = asked.find(separator); at != std::string::npos; at = asked.find(separator, at + 1)) {
+        const std::string_view prefix = std::string_view(asked).substr(0, at);
+        if (is_place(prefix.substr(prefix.find_last_of(' ') + 1))) {
+            return {level_in(prefix), asked.substr(at + separator.size())};
+        }
     }
     return {"", asked};
 }
@@ -59,8 +84,9 @@ std::vector<const CodeEntry*> codes_that(Fits fits) {
 // "8", "OXD 8", "psp status = 8", "status=8".
 std::vector<const CodeEntry*> codes_of_number(const std::string& asked) {
     static const std::regex number(R"(^\s*(oxd|psp)?[\s_]*(?:status)?[\s:=]*(\d{1,4})\s*$)", std::regex::icase);
+    constexpr std::size_t longest = 40;
     std::smatch found;
-    if (!std::regex_match(asked, found, number)) {
+    if (asked.size() > longest || !std::regex_match(asked, found, number)) {
         return {};
     }
     const std::string kind = in_lower_case(found[1].str());
@@ -70,7 +96,7 @@ std::vector<const CodeEntry*> codes_of_number(const std::string& asked) {
     });
 }
 
-// A code whose name, or whose text for clients, stands in what was asked.
+// Codes whose names stand in what was asked.
 std::vector<const CodeEntry*> codes_named_in(const std::string& asked) {
     const std::string padded = " " + in_lower_case(asked) + " ";
     const auto stands_in = [&padded](const std::string& name) {
@@ -90,43 +116,54 @@ std::vector<const CodeEntry*> codes_told_by(const std::string& text) {
 
 // --- messages ----------------------------------------------------------------------------------------------
 
-// Whether every word stands in one of the texts, in any case and order.
-bool have_words(const std::vector<std::string>& texts, const std::vector<std::string>& words) {
-    return std::any_of(texts.begin(), texts.end(), [&words](const std::string& text) {
-        const std::string lower = in_lower_case(text);
-        return std::all_of(words.begin(), words.end(),
-                           [&lower](const std::string& word) { return lower.find(word) != std::string::npos; });
-    });
+// Whether every word stands in the text, in any case and order.
+bool has_words(std::string_view text, const std::vector<std::string>& words) {
+    const std::string lower = in_lower_case(text);
+    return std::all_of(words.begin(), words.end(),
+                       [&lower](const std::string& word) { return lower.find(word) != std::string::npos; });
 }
 
 std::vector<std::string> words_of(const std::string& text) {
-    std::vector<std::string> words;
-    const std::string lower = in_lower_case(text);
-    static const std::regex word(R"(\S+)");
-    for (std::sregex_iterator i(lower.begin(), lower.end(), word); i != std::sregex_iterator(); ++i) {
-        words.push_back(i->str());
-    }
-    return words;
+    std::istringstream stream(in_lower_case(text));
+    return {std::istream_iterator<std::string>(stream), {}};
 }
 
-template <typename TextsOf>
-void find_by_words(const std::vector<std::string>& words, Explanation& explanation, TextsOf texts_of) {
+bool has_digit(const std::string& word) {
+    return word.find_first_of("0123456789") != std::string::npos;
+}
+
+void find_in_texts(const std::vector<std::string>& words, Explanation& explanation) {
     for (const MessageEntry& entry : catalogue().messages) {
-        if (have_words(texts_of(entry), words)) {
+        ExplainedMessage message{&entry, entry.texts};
+        std::erase_if(message.texts, [&words](const std::string& text) { return !has_words(text, words); });
+        if (!message.texts.empty()) {
+            explanation.messages.push_back(std::move(message));
+        }
+    }
+    explanation.codes = codes_that(
+        [&words](const CodeEntry& code) { return has_words(code.name, words) || has_words(code.text, words); });
+}
+
+void find_in_meanings(const std::vector<std::string>& words, Explanation& explanation) {
+    for (const MessageEntry& entry : catalogue().messages) {
+        if (has_words(entry.meaning + " " + entry.action, words)) {
             explanation.messages.push_back({&entry, entry.texts});
         }
     }
 }
 
-void find_by_words(const std::string& asked, Explanation& explanation) {
-    const std::vector<std::string> words = words_of(asked);
-    find_by_words(words, explanation, [](const MessageEntry& entry) { return entry.texts; });
-    explanation.codes = codes_that([&](const CodeEntry& code) { return have_words({code.name, code.text}, words); });
+// In the texts, else in what is said about them. At last words with a digit in them are taken for arguments.
+Explanation find_by_words(const std::string& asked) {
+    std::vector<std::string> words = words_of(asked);
+    Explanation explanation;
+    find_in_texts(words, explanation);
     if (explanation.empty()) {
-        find_by_words(words, explanation, [](const MessageEntry& entry) {
-            return std::vector<std::string>{entry.meaning, entry.action};
-        });
+        find_in_meanings(words, explanation);
     }
+    if (explanation.empty() && std::erase_if(words, has_digit) > 0 && !words.empty()) {
+        find_in_texts(words, explanation);
+    }
+    return explanation;
 }
 
 // --- the answer --------------------------------------------------------------------------------------------
@@ -140,6 +177,19 @@ Explanation whole_catalogue() {
     return all;
 }
 
+// The message's entry, or its entries: two procedures may log the same text at different levels.
+Explanation with_message(const FoundMessage& message, const LoggedText& logged) {
+    Explanation explanation;
+    for (const MessageEntry& entry : catalogue().messages) {
+        const bool has_text = std::find(entry.texts.begin(), entry.texts.end(), *message.format) != entry.texts.end();
+        if (has_text && (&entry == message.entry || logged.level.empty())) {
+            explanation.messages.push_back({&entry, {*message.format}});
+        }
+    }
+    explanation.codes = codes_told_by(logged.text);
+    return explanation;
+}
+
 Explanation find(const std::string& asked) {
     Explanation explanation;
     explanation.codes = codes_of_number(asked);
@@ -148,15 +198,10 @@ Explanation find(const std::string& asked) {
     }
     const LoggedText logged = logged_text(asked);
     if (const FoundMessage message = find_format(logged.text, logged.level)) {
-        explanation.messages.push_back({message.entry, {*message.format}});
-        explanation.codes = codes_told_by(logged.text);
-        return explanation;
+        return with_message(message, logged);
     }
     explanation.codes = codes_named_in(asked);
-    if (explanation.empty()) {
-        find_by_words(logged.text, explanation);
-    }
-    return explanation;
+    return explanation.empty() ? find_by_words(logged.text) : explanation;
 }
 
 std::size_t cut_to(std::size_t most, Explanation& explanation) {
@@ -186,8 +231,8 @@ Answer explain(const ExplainOptions& options) {
         return {explanation_json(explanation, left_out), exit_code};
     }
     if (explanation.empty()) {
-        return {fmt::format("Nothing fits \"{}\". Try fewer words, as few as one that is no name or number, or "
-                            "--all.\n",
+        return {fmt::format("Nothing fits \"{}\". Give fewer words of the message, without names and numbers; --all "
+                            "shows everything.\n",
                             asked),
                 exit_code};
     }

@@ -23,7 +23,7 @@ std::string on_one_line(std::string_view format) {
 // --- for people --------------------------------------------------------------------------------------------
 
 constexpr std::size_t width = 100;
-constexpr std::size_t indent = 12;
+constexpr std::size_t indent = 14;
 
 // "  Label     text", continued below the text.
 std::string field(const std::string& label, const std::string& text) {

@@ -38,7 +38,7 @@ bool can_print(const Conversion& conversion, std::string_view argument) {
     if (conversion.padded && conversion.letter != 's') {
         argument = without_padding(argument);
     }
-    const auto all = [argument](auto is_fine) {
+    const auto all = [&argument](auto is_fine) {
         return !argument.empty() && std::all_of(argument.begin(), argument.end(), is_fine);
     };
     switch (conversion.letter) {
