@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cctype>
 #include <iterator>
+#include <optional>
 #include <regex>
 #include <sstream>
 
@@ -39,6 +40,7 @@ std::string in_lower_case(std::string_view text) {
 struct LoggedText {
     std::string level;  // may be empty
     std::string text;
+    bool is_of_log = false;
 };
 
 // "populate_oxr_sessions:129"
@@ -62,10 +64,10 @@ LoggedText logged_text(const std::string& asked) {
     for (std::size_t at = asked.find(separator); at != std::string::npos; at = asked.find(separator, at + 1)) {
         const std::string_view prefix = std::string_view(asked).substr(0, at);
         if (is_place(prefix.substr(prefix.find_last_of(' ') + 1))) {
-            return {level_in(prefix), asked.substr(at + separator.size())};
+            return {level_in(prefix), asked.substr(at + separator.size()), true};
         }
     }
-    return {"", asked};
+    return {"", asked, false};
 }
 
 // --- codes -------------------------------------------------------------------------------------------------
@@ -82,17 +84,24 @@ std::vector<const CodeEntry*> codes_that(Fits fits) {
 }
 
 // "8", "OXD 8", "psp status = 8", "status=8".
-std::vector<const CodeEntry*> codes_of_number(const std::string& asked) {
-    static const std::regex number(R"(^\s*(oxd|psp)?[\s_]*(?:status)?[\s:=]*(\d{1,4})\s*$)", std::regex::icase);
+struct CodeNumber {
+    std::string kind;  // in lower case; empty: any
+    int code;
+};
+
+std::optional<CodeNumber> code_number(const std::string& asked) {
+    static const std::regex number(R"(^\s*(oxd|psp)?[\s_]*(?:status)?[\s:=]*(\d{1,9})\s*$)", std::regex::icase);
     constexpr std::size_t longest = 40;
     std::smatch found;
     if (asked.size() > longest || !std::regex_match(asked, found, number)) {
-        return {};
+        return std::nullopt;
     }
-    const std::string kind = in_lower_case(found[1].str());
-    const int code = std::stoi(found[2].str());
-    return codes_that([&](const CodeEntry& entry) {
-        return entry.code == code && (kind.empty() || kind == in_lower_case(entry.kind));
+    return CodeNumber{in_lower_case(found[1].str()), std::stoi(found[2].str())};
+}
+
+std::vector<const CodeEntry*> codes_of_number(const CodeNumber& number) {
+    return codes_that([&number](const CodeEntry& entry) {
+        return entry.code == number.code && (number.kind.empty() || number.kind == in_lower_case(entry.kind));
     });
 }
 
@@ -109,9 +118,10 @@ std::vector<const CodeEntry*> codes_named_in(const std::string& asked) {
 
 // A text such as "returning oxd status 8" tells a code by its number.
 std::vector<const CodeEntry*> codes_told_by(const std::string& text) {
-    static const std::regex oxd_status(R"(oxd[_ ]status\D{0,12}?(\d+)\s*$)", std::regex::icase);
+    static const std::regex oxd_status(R"(oxd[_ ]status\D{0,12}?(\d{1,9})\s*$)", std::regex::icase);
     std::smatch found;
-    return std::regex_search(text, found, oxd_status) ? codes_of_number("OXD " + found[1].str()) : codes_named_in(text);
+    return std::regex_search(text, found, oxd_status) ? codes_of_number({"oxd", std::stoi(found[1].str())})
+                                                      : codes_named_in(text);
 }
 
 // --- messages ----------------------------------------------------------------------------------------------
@@ -152,12 +162,13 @@ void find_in_meanings(const std::vector<std::string>& words, Explanation& explan
     }
 }
 
-// In the texts, else in what is said about them. At last words with a digit in them are taken for arguments.
-Explanation find_by_words(const std::string& asked) {
-    std::vector<std::string> words = words_of(asked);
+// In the texts, else in what is said about them. Words with a digit in them may be arguments. For a line of the log
+// only its text counts.
+Explanation find_by_words(const LoggedText& logged) {
+    std::vector<std::string> words = words_of(logged.text);
     Explanation explanation;
     find_in_texts(words, explanation);
-    if (explanation.empty()) {
+    if (explanation.empty() && !logged.is_of_log) {
         find_in_meanings(words, explanation);
     }
     if (explanation.empty() && std::erase_if(words, has_digit) > 0 && !words.empty()) {
@@ -192,8 +203,8 @@ Explanation with_message(const FoundMessage& message, const LoggedText& logged) 
 
 Explanation find(const std::string& asked) {
     Explanation explanation;
-    explanation.codes = codes_of_number(asked);
-    if (!explanation.empty()) {
+    if (const std::optional<CodeNumber> number = code_number(asked)) {
+        explanation.codes = codes_of_number(*number);
         return explanation;
     }
     const LoggedText logged = logged_text(asked);
@@ -201,7 +212,7 @@ Explanation find(const std::string& asked) {
         return with_message(message, logged);
     }
     explanation.codes = codes_named_in(asked);
-    return explanation.empty() ? find_by_words(logged.text) : explanation;
+    return explanation.empty() ? find_by_words(logged) : explanation;
 }
 
 std::size_t cut_to(std::size_t most, Explanation& explanation) {
