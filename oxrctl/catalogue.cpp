@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <stdexcept>
+#include <utility>
 
 #define TOML_HEADER_ONLY 1
 #define TOML_EXCEPTIONS 0
@@ -140,16 +141,16 @@ FoundMessage find_format(std::string_view text, std::string_view level) {
     static const std::vector<Pattern> patterns = make_patterns();
     text = without_line_ends(text);
     const std::string squeezed_text = squeezed(text);
-    const Pattern* best = nullptr;
-    const auto is_better = [&](const Pattern& pattern) {
-        if (best == nullptr || (pattern.found.entry->level == level) != (best->found.entry->level == level)) {
-            return best == nullptr || pattern.found.entry->level == level;
-        }
-        return pattern.letters > best->letters;
+    const auto fits = [&](const Pattern& pattern) {
+        return matches(pattern.format, text) || matches(pattern.squeezed_format, squeezed_text) ||
+               pattern.squeezed_format == squeezed_text;
     };
+    const auto rank = [level](const Pattern& pattern) {
+        return std::pair(pattern.found.entry->level == level, pattern.letters);
+    };
+    const Pattern* best = nullptr;
     for (const Pattern& pattern : patterns) {
-        if (is_better(pattern) && (matches(pattern.format, text) || matches(pattern.squeezed_format, squeezed_text) ||
-                                   pattern.squeezed_format == squeezed_text)) {
+        if ((best == nullptr || rank(pattern) > rank(*best)) && fits(pattern)) {
             best = &pattern;
         }
     }

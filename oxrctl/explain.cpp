@@ -167,6 +167,9 @@ void find_in_meanings(const std::vector<std::string>& words, Explanation& explan
 Explanation find_by_words(const LoggedText& logged) {
     std::vector<std::string> words = words_of(logged.text);
     Explanation explanation;
+    if (words.empty()) {
+        return explanation;
+    }
     find_in_texts(words, explanation);
     if (explanation.empty() && !logged.is_of_log) {
         find_in_meanings(words, explanation);

@@ -97,6 +97,7 @@ TEST(Explain, FindsMessages) {
          {"Getting session connection details for target iqn - %s"},
          {}},
         {{"zzz"}, {}, {}},
+        {{"populate_oxr_sessions:129 : "}, {}, {}},
         {{"Wed May  01 08:00:02 2024: ERROR: other: f:1 : of somebody else"}, {}, {}},
     };
     for (const auto& each : cases) {
