@@ -218,6 +218,14 @@ Explanation find(const std::string& asked) {
     return explanation.empty() ? find_by_words(logged) : explanation;
 }
 
+std::string nothing_fits(std::string asked) {
+    constexpr std::size_t shown = 100;
+    std::replace(asked.begin(), asked.end(), '\n', ' ');
+    return fmt::format(
+        "Nothing fits \"{}{}\". Give fewer words of the message, without names and numbers; --all shows everything.\n",
+        asked.substr(0, shown), asked.size() > shown ? "..." : "");
+}
+
 std::size_t cut_to(std::size_t most, Explanation& explanation) {
     const std::size_t found = explanation.messages.size();
     explanation.messages.resize(std::min(found, most));
@@ -245,10 +253,7 @@ Answer explain(const ExplainOptions& options) {
         return {explanation_json(explanation, left_out), exit_code};
     }
     if (explanation.empty()) {
-        return {fmt::format("Nothing fits \"{}\". Give fewer words of the message, without names and numbers; --all "
-                            "shows everything.\n",
-                            asked),
-                exit_code};
+        return {nothing_fits(asked), exit_code};
     }
     return {explanation_text(explanation, left_out), exit_code};
 }
