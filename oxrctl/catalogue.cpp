@@ -1,14 +1,164 @@
 #include "oxrctl/catalogue.h"
 
+#include <fmt/format.h>
+
+#include <stdexcept>
+#include <utility>
+
+#define TOML_HEADER_ONLY 1
+#define TOML_EXCEPTIONS 0
+#include <toml++/toml.h>
+
+#include "oxrctl/message_format.h"
+
 namespace oxrctl {
 
-const Catalogue& catalogue() {
-    static const Catalogue empty;
-    return empty;
+extern const char catalogue_text[];
+
+namespace {
+
+// --- reading -----------------------------------------------------------------------------------------------
+
+// Any row of blanks and line ends as one blank, none at the ends.
+std::string squeezed(std::string_view text) {
+    std::string result;
+    for (const char c : text) {
+        const bool is_blank = c == ' ' || c == '\t' || c == '\r' || c == '\n';
+        if (!is_blank) {
+            result += c;
+        } else if (!result.empty() && result.back() != ' ') {
+            result += ' ';
+        }
+    }
+    if (result.ends_with(' ')) {
+        result.pop_back();
+    }
+    return result;
 }
 
-const MessageEntry* find_message(std::string_view) {
-    return nullptr;
+std::string text_of(const toml::table& table, std::string_view key) {
+    return table[key].value_or(std::string());
+}
+
+std::vector<std::string> texts_of(const toml::table& table, std::string_view level) {
+    std::vector<std::string> texts;
+    if (const toml::array* const list = table[level].as_array()) {
+        for (const toml::node& text : *list) {
+            texts.push_back(text.value_or(std::string()));
+        }
+    }
+    return texts;
+}
+
+template <typename Visit>
+void for_each_table(const toml::table& parent, std::string_view key, Visit visit) {
+    if (const toml::array* const list = parent[key].as_array()) {
+        for (const toml::node& item : *list) {
+            visit(*item.as_table());
+        }
+    }
+}
+
+void add_messages(std::vector<MessageEntry>& messages, const std::string& subject, const toml::table& message) {
+    for (const char* const level : {"ERROR", "WARN", "INFO", "DEBUG"}) {
+        std::vector<std::string> texts = texts_of(message, level);
+        if (!texts.empty()) {
+            messages.push_back({subject, level, std::move(texts), squeezed(text_of(message, "meaning")),
+                                squeezed(text_of(message, "action"))});
+        }
+    }
+}
+
+Catalogue read_catalogue() {
+    const toml::parse_result parsed = toml::parse(std::string_view(catalogue_text));
+    if (!parsed) {
+        throw std::logic_error(fmt::format("catalogue.toml, line {}: {}", parsed.error().source().begin.line,
+                                           parsed.error().description()));
+    }
+    Catalogue result;
+    for_each_table(parsed.table(), "subject", [&](const toml::table& subject) {
+        for_each_table(subject, "message", [&](const toml::table& message) {
+            add_messages(result.messages, text_of(subject, "name"), message);
+        });
+    });
+    for_each_table(parsed.table(), "code", [&](const toml::table& code) {
+        result.codes.push_back({text_of(code, "kind"), code["code"].value_or(-1), text_of(code, "name"),
+                                text_of(code, "text"), squeezed(text_of(code, "meaning")),
+                                squeezed(text_of(code, "action"))});
+    });
+    return result;
+}
+
+// --- finding -----------------------------------------------------------------------------------------------
+
+// A format, or one line of a format of several, ready to be compared with.
+struct Pattern {
+    FoundMessage found;
+    std::string format;  // without line feeds at its end
+    std::string squeezed_format;
+    std::size_t letters;
+};
+
+std::string_view without_line_ends(std::string_view text) {
+    while (text.ends_with('\n') || text.ends_with('\r')) {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
+void add_pattern(std::vector<Pattern>& patterns, const FoundMessage& found, std::string_view format) {
+    patterns.push_back({found, std::string(format), squeezed(format), own_letters(format)});
+}
+
+void add_patterns(std::vector<Pattern>& patterns, const FoundMessage& found) {
+    std::string_view rest = without_line_ends(*found.format);
+    add_pattern(patterns, found, rest);
+    for (std::size_t end = rest.find('\n'); end != std::string_view::npos; end = rest.find('\n')) {
+        add_pattern(patterns, found, rest.substr(0, end));
+        rest.remove_prefix(end + 1);
+        add_pattern(patterns, found, rest);
+    }
+}
+
+std::vector<Pattern> make_patterns() {
+    std::vector<Pattern> patterns;
+    for (const MessageEntry& entry : catalogue().messages) {
+        for (const std::string& format : entry.texts) {
+            add_patterns(patterns, {&entry, &format});
+        }
+    }
+    return patterns;
+}
+
+}  // namespace
+
+const Catalogue& catalogue() {
+    static const Catalogue read = read_catalogue();
+    return read;
+}
+
+FoundMessage find_format(std::string_view text, std::string_view level) {
+    static const std::vector<Pattern> patterns = make_patterns();
+    text = without_line_ends(text);
+    const std::string squeezed_text = squeezed(text);
+    const auto fits = [&](const Pattern& pattern) {
+        return matches(pattern.format, text) || matches(pattern.squeezed_format, squeezed_text) ||
+               pattern.squeezed_format == squeezed_text;
+    };
+    const auto rank = [level](const Pattern& pattern) {
+        return std::pair(pattern.found.entry->level == level, pattern.letters);
+    };
+    const Pattern* best = nullptr;
+    for (const Pattern& pattern : patterns) {
+        if ((best == nullptr || rank(pattern) > rank(*best)) && fits(pattern)) {
+            best = &pattern;
+        }
+    }
+    return best != nullptr ? best->found : FoundMessage{};
+}
+
+const MessageEntry* find_message(std::string_view text, std::string_view level) {
+    return find_format(text, level).entry;
 }
 
 }  // namespace oxrctl

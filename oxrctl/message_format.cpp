@@ -11,6 +11,7 @@ namespace {
 struct Conversion {
     char letter = 0;         // 0: there is none, the format ends
     std::size_t length = 0;  // of its text in the format
+    bool padded = false;     // may have blanks before or behind it
 };
 
 // The conversion at the start of `format`, which begins with '%'.
@@ -20,17 +21,30 @@ Conversion conversion_at(std::string_view format) {
            std::string_view("-+ #0123456789.*hlzjtL").find(format[at]) != std::string_view::npos) {
         ++at;
     }
-    return at < format.size() ? Conversion{format[at], at + 1} : Conversion{};
+    if (at == format.size()) {
+        return {};
+    }
+    const std::string_view flags = format.substr(1, at - 1);
+    return {format[at], at + 1, flags.find_first_of("123456789* ") != std::string_view::npos};
 }
 
-bool can_print(char letter, std::string_view argument) {
+std::string_view without_padding(std::string_view argument) {
+    const std::size_t begin = argument.find_first_not_of(' ');
+    return begin == std::string_view::npos ? std::string_view()
+                                           : argument.substr(begin, argument.find_last_not_of(' ') - begin + 1);
+}
+
+bool can_print(const Conversion& conversion, std::string_view argument) {
+    if (conversion.padded && conversion.letter != 's') {
+        argument = without_padding(argument);
+    }
     const auto all = [&argument](auto is_fine) {
         return !argument.empty() && std::all_of(argument.begin(), argument.end(), is_fine);
     };
-    switch (letter) {
+    switch (conversion.letter) {
         case 'd':
         case 'i':
-            if (argument.starts_with('-')) {
+            if (argument.starts_with('-') || argument.starts_with('+')) {
                 argument.remove_prefix(1);
             }
             return all([](unsigned char c) { return std::isdigit(c) != 0; });
@@ -39,7 +53,10 @@ bool can_print(char letter, std::string_view argument) {
         case 'x':
         case 'X':
         case 'p':
-            return all([](unsigned char c) { return std::isxdigit(c) != 0 || c == 'x'; });
+            if (argument.starts_with("0x") || argument.starts_with("0X")) {
+                argument.remove_prefix(2);
+            }
+            return argument == "(nil)" || all([](unsigned char c) { return std::isxdigit(c) != 0; });
         case 'c':
             return argument.size() == 1;
         default:
@@ -71,7 +88,7 @@ bool match_rest(std::string_view format, std::string_view text, std::vector<std:
             return false;
         }
         const std::string_view argument = text.substr(0, end);
-        if (can_print(conversion.letter, argument)) {
+        if (can_print(conversion, argument)) {
             arguments.push_back(argument);
             if (match_rest(rest, text.substr(end), arguments)) {
                 return true;
@@ -92,6 +109,19 @@ bool match(std::string_view format, std::string_view text, std::vector<std::stri
 bool matches(std::string_view format, std::string_view text) {
     std::vector<std::string_view> arguments;
     return match(format, text, arguments);
+}
+
+std::size_t own_letters(std::string_view format) {
+    std::size_t letters = 0;
+    while (!format.empty()) {
+        const bool is_conversion = format.front() == '%' && !format.starts_with("%%");
+        const Conversion conversion = is_conversion ? conversion_at(format) : Conversion{};
+        if (conversion.letter == 0) {
+            ++letters;
+        }
+        format.remove_prefix(conversion.letter != 0 ? conversion.length : format.starts_with("%%") ? 2 : 1);
+    }
+    return letters;
 }
 
 }  // namespace oxrctl
