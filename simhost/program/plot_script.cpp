@@ -105,7 +105,7 @@ struct Mark {
 
 // Of the events that are listed.
 std::vector<Mark> marks_of(const PlotData& data) {
-    constexpr double least_pixels = 34;
+    constexpr double least_pixels = 48;
     const double least = data.end * least_pixels / (RIGHT - LEFT);
     constexpr int levels = 2;
     std::array<double, levels> taken_up_to{-1, -1};

@@ -129,7 +129,7 @@ TEST_F(PlanTest, SaysWhatIsAmiss) {
     }
     const Answer full = plan({{"full"}, {}, "", false});
     EXPECT_EQ(full.exit_code, EXIT_FOUND);
-    expect_in(full.text, {"cut short by 4 sessions: vol-255..vol-256 (2) (limit of 2040 sessions)"});
+    expect_in(full.text, {"cut short by 4 sessions each: vol-255..vol-256 (2) (limit of 2040 sessions)"});
 }
 
 TEST_F(PlanTest, RefusesWhatItCantUse) {
