@@ -184,10 +184,7 @@ private:
     void notes() {
         for (std::size_t i = 0; i < subjects_.size(); ++i) {
             const std::string mark = two_ ? fmt::format("note, {}: ", letter(i)) : "note: ";
-            for (const std::string& note : override_notes(subjects_[i])) {
-                wrapped(mark, note);
-            }
-            for (const std::string& note : subjects_[i].plan.notes) {
+            for (const std::string& note : notes_of(subjects_[i])) {
                 wrapped(mark, note);
             }
         }
