@@ -80,7 +80,11 @@ void add_plan(CLI::App& app, Run& run) {
         "Exit code: 0 the host settles within its limits; 1 it doesn't, or a volume is cut short; 2 a\n"
         "scenario has a mistake; 3 ostrel-simhost can't be run.");
     command.add_option("SCENARIO", options.scenarios, "One scenario, or two to compare")->required()->expected(1, 2);
-    command.add_option("--what-if", options.what_if, "Override a configuration key or a number of volumes")
+    command
+        .add_option("--what-if", options.what_if,
+                    "Compare with the scenario where this is overridden: a configuration key, a number of volumes "
+                    "(db-##=48), first connections (NAME.sessions=2), or login_seconds, claim_seconds or "
+                    "discovery_seconds; may be given several times")
         ->type_name("KEY=VALUE")
         ->expected(1)
         ->take_all();

@@ -53,8 +53,6 @@ Json of_subject(const PlanSubject& subject) {
     for (const PlanPhase& phase : plan.phases) {
         phases.push_back(of_phase(phase));
     }
-    std::vector<std::string> notes = override_notes(subject);
-    notes.insert(notes.end(), plan.notes.begin(), plan.notes.end());
     return {{"scenario", plan.scenario},
             {"title", plan.title},
             {"what_if", subject.overrides},
@@ -63,7 +61,7 @@ Json of_subject(const PlanSubject& subject) {
             {"fine", plan.fine()},
             {"settled", plan.settled},
             {"reasons", plan.reasons},
-            {"notes", std::move(notes)},
+            {"notes", notes_of(subject)},
             {"violations", plan.violations},
             {"sessions", of_limit(plan.sessions, plan.most_sessions, plan.session_limit)},
             {"paths", of_limit(plan.paths, plan.most_paths, plan.path_limit)},

@@ -91,7 +91,7 @@ std::vector<CutShort> cut_short(const Plan& plan) {
     return all;
 }
 
-std::vector<std::string> override_notes(const PlanSubject& subject) {
+std::vector<std::string> notes_of(const PlanSubject& subject) {
     std::vector<std::string> notes;
     for (const std::string& override_text : subject.overrides) {
         const std::string key = override_text.substr(0, override_text.find('='));
@@ -106,6 +106,11 @@ std::vector<std::string> override_notes(const PlanSubject& subject) {
             }
         }
     }
+    if (subject.plan.next_event >= 0) {
+        notes.push_back(
+            fmt::format("the scenario goes on, its next event is at {}", program::clock_text(subject.plan.next_event)));
+    }
+    notes.insert(notes.end(), subject.plan.notes.begin(), subject.plan.notes.end());
     return notes;
 }
 

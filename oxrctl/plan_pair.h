@@ -42,8 +42,9 @@ struct CutShort {
 };
 std::vector<CutShort> cut_short(const Plan& plan);
 
-// What a reader of the comparison would miss: an event of the scenario that sets what was overridden.
-std::vector<std::string> override_notes(const PlanSubject& subject);
+// What else is to be known: an event of the scenario that sets what was overridden, events that were not looked at any
+// more, and what ostrel-simhost notes.
+std::vector<std::string> notes_of(const PlanSubject& subject);
 
 std::string plan_text(const std::vector<PlanSubject>& subjects);
 Json plan_json(const std::vector<PlanSubject>& subjects);

@@ -135,7 +135,10 @@ void PlanReader::pass(const Json& object) {
 void PlanReader::verdict(const Json& object) {
     const Json& totals = object.at("totals");
     plan_.seconds = object.at("time");
-    plan_.settled = object.at("settled");
+    plan_.settled = object.at("settled_so_far");
+    if (const Json& next = object.at("next_event"); !next.is_null()) {
+        plan_.next_event = next;
+    }
     plan_.reasons = object.at("reasons").get<std::vector<std::string>>();
     plan_.notes = object.at("notes").get<std::vector<std::string>>();
     plan_.violations = object.at("violations").get<std::vector<std::string>>();

@@ -55,7 +55,8 @@ struct Plan {
     int sessions = 0, paths = 0;            // at the end
     int most_sessions = 0, most_paths = 0;  // at the worst moment
     int session_limit = 0, path_limit = 0;
-    bool settled = false;
+    bool settled = false;                     // as far as was looked
+    double next_event = -1;                   // of the scenario, that was not looked at any more; < 0: there is none
     std::vector<std::string> reasons, notes;  // the judgement of ostrel-simhost
     std::vector<std::string> violations;
     bool complete = false;  // the verdict was there

@@ -171,9 +171,10 @@ private:
                 plan.most_paths >= plan.path_limit         ? fmt::format(" (limit of {} paths)", plan.path_limit)
                 : plan.most_sessions >= plan.session_limit ? fmt::format(" (limit of {} sessions)", plan.session_limit)
                                                            : "";
-            wrapped(indent + "  - ", fmt::format("cut short by {}: {}{}",
-                                                 count_of(static_cast<std::size_t>(each.by), "session", "sessions"),
-                                                 program::name_list(each.names), limit));
+            wrapped(indent + "  - ",
+                    fmt::format("cut short by {}{}: {}{}",
+                                count_of(static_cast<std::size_t>(each.by), "session", "sessions"),
+                                each.names.size() > 1 ? " each" : "", program::name_list(each.names), limit));
         }
         for (const std::string& violation : plan.violations) {
             wrapped(indent + "  - ", "broken: " + violation);
@@ -183,10 +184,7 @@ private:
     void notes() {
         for (std::size_t i = 0; i < subjects_.size(); ++i) {
             const std::string mark = two_ ? fmt::format("note, {}: ", letter(i)) : "note: ";
-            for (const std::string& note : override_notes(subjects_[i])) {
-                wrapped(mark, note);
-            }
-            for (const std::string& note : subjects_[i].plan.notes) {
+            for (const std::string& note : notes_of(subjects_[i])) {
                 wrapped(mark, note);
             }
         }
@@ -313,10 +311,12 @@ private:
         if (phase.events.empty()) {
             return "the start";
         }
-        std::string text = phase.events.size() == 1 ? "" : fmt::format("{} events: ", phase.events.size());
-        text += phase.events.front();
+        std::string text = phase.events.front();
         if (const std::size_t note = text.find("  ("); note != std::string::npos) {
             text.erase(note, 1);
+        }
+        if (phase.events.size() > 1) {
+            text = count_of(phase.events.size(), "event", "events") + ": " + text + ", ...";
         }
         return text;
     }
@@ -337,7 +337,7 @@ private:
             case PlanPhase::End::settled:
                 return work_text(*phase);
             case PlanPhase::End::unsettled:
-                return work_text(*phase) + ", see above";
+                return (phase->passes == 0 ? std::string("nothing done") : work_text(*phase)) + ", see above";
             case PlanPhase::End::changing:
                 return last ? "not settled" : "not before next event";
             case PlanPhase::End::skipped:

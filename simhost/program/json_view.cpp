@@ -129,6 +129,8 @@ public:
         print({{"type", "verdict"},
                {"time", outcome.ended_at},
                {"settled", verdict.settled},
+               {"settled_so_far", verdict.settled_so_far},
+               {"next_event", outcome.next_action_at < 0 ? Json() : Json(outcome.next_action_at)},
                {"headline", verdict.headline},
                {"reasons", verdict.reasons},
                {"notes", verdict.notes},

@@ -164,9 +164,10 @@ int main(int argc, char** argv) {
     app.add_flag("--events", options.events,
                  "Read events from standard input too, one a line, which happen at once: the keys of an [[event]] "
                  "without `at`, such as nic_down = \"10.1.1.12\"");
-    app.add_option("--plot", options.plot,
-                   "Draw sessions and active paths over time into this file, a .svg or .png (needs gnuplot)")
-        ->type_name("FILE");
+    auto* const plot =
+        app.add_option("--plot", options.plot,
+                       "Draw sessions and active paths over time into this file, a .svg or .png (needs gnuplot)")
+            ->type_name("FILE");
     app.add_flag("--json", options.json, "One JSON object per line: begin, serving, events, passes, verdict");
     app.add_flag("--check", check_only, "Only read the scenario and tell its mistakes");
     try {
@@ -181,7 +182,7 @@ int main(int argc, char** argv) {
             return refuse(fmt::format("--for: expected a time such as 90s, 45m or 2h30m, found \"{}\"", for_text));
         }
     }
-    if (!options.plot.empty() && !program::plot_format_of(options.plot)) {
+    if (plot->count() > 0 && !program::plot_format_of(options.plot)) {
         return refuse(fmt::format("--plot: expected a file named .svg or .png, found \"{}\"", options.plot));
     }
     if (cim->count() > 0) {

@@ -14,8 +14,9 @@ namespace program {
 namespace {
 
 constexpr std::size_t MOST_CURVES = 12;
-constexpr std::size_t MOST_EVENTS = 24;
-constexpr std::size_t MOST_QUIET_PASSES = 400;  // more would be a grey bar
+constexpr std::size_t MOST_EVENTS = 24;  // in the list
+constexpr std::size_t MOST_EVENT_LINES = 200;
+constexpr std::ptrdiff_t MOST_QUIET_PASSES = 400;  // more would be a grey bar
 
 // In pixels. Panels stand at the left, the legend at their right, the list of events below.
 constexpr double WIDTH = 1200;
@@ -91,32 +92,33 @@ int value_step(int most) {
     return most / 8;
 }
 
-// Events at one moment share a mark: "3-4".
+// The number of an event above its line, or those of several that are too close to have one each: "3-4".
 struct Mark {
     double time = 0;
     std::size_t first = 0, last = 0;
-    int level = 0;  // above the panel, so that neighbours' numbers don't cover each other
+    int level = 0;  // above the panel
 
     std::string text() const {
         return first == last ? fmt::format("{}", first + 1) : fmt::format("{}-{}", first + 1, last + 1);
     }
 };
 
+// Of the events that are listed.
 std::vector<Mark> marks_of(const PlotData& data) {
+    constexpr double least_pixels = 48;
+    const double least = data.end * least_pixels / (RIGHT - LEFT);
+    constexpr int levels = 2;
+    std::array<double, levels> taken_up_to{-1, -1};
     std::vector<Mark> marks;
     for (std::size_t i = 0; i < data.events.size() && i < MOST_EVENTS; ++i) {
-        if (!marks.empty() && marks.back().time == data.events[i].first) {
+        const double time = data.events[i].first;
+        const auto free = std::find_if(taken_up_to.begin(), taken_up_to.end(), [&](double end) { return end <= time; });
+        if (!marks.empty() && (free == taken_up_to.end() || marks.back().time == time)) {
             marks.back().last = i;
         } else {
-            marks.push_back({data.events[i].first, i, i, 0});
+            *free = time + least;
+            marks.push_back({time, i, i, static_cast<int>(free - taken_up_to.begin())});
         }
-    }
-    constexpr double least_pixels = 30;
-    constexpr int levels = 3;
-    const double least = data.end * least_pixels / (RIGHT - LEFT);
-    for (std::size_t i = 1; i < marks.size(); ++i) {
-        const bool close = marks[i].time - marks[i - 1].time < least;
-        marks[i].level = close ? (marks[i - 1].level + 1) % levels : 0;
     }
     return marks;
 }
@@ -308,8 +310,11 @@ private:
                  line + LEGEND_LINE - 4, "textcolor '#555555'");
         }
         double note = TOP + 2 * PANEL + GAP - 40;
-        for (const std::string_view text :
-             {"ticks: passes; the tall ones", "changed something", "numbers: events, listed below"}) {
+        const std::array<std::string_view, 3> with_quiet = {"ticks: passes; the tall ones", "changed something",
+                                                            "numbers: events, listed below"};
+        const std::array<std::string_view, 3> without = {"ticks: passes that changed", "something",
+                                                         "numbers: events, listed below"};
+        for (const std::string_view text : shows_quiet_passes() ? with_quiet : without) {
             word(std::string(text), RIGHT + 20, note, font(NOTE_FONT) + "textcolor '#555555'");
             note += 18;
         }
@@ -324,8 +329,8 @@ private:
             const double py = top + static_cast<double>(i % event_rows_) * EVENT_LINE;
             const auto& [time, text] = data_.events[i];
             word(fmt::format("{}", i + 1), px + 16, py, "right " + font(LIST_FONT) + "textcolor '#B0413E'");
-            word(hours_and_minutes(time), px + 60, py, "right " + font(LIST_FONT) + "textcolor '#555555'");
-            word(cut(one_blank(text), 62), px + 70, py, font(LIST_FONT) + "textcolor '#111111'");
+            word(hours_and_minutes(time), px + 68, py, "right " + font(LIST_FONT) + "textcolor '#555555'");
+            word(cut(one_blank(text), 60), px + 78, py, font(LIST_FONT) + "textcolor '#111111'");
         }
         if (data_.events.size() > shown) {
             word(fmt::format("and {} events more", data_.events.size() - shown), LEFT,
@@ -360,11 +365,15 @@ private:
         add(plots.empty() ? "plot NaN" : plots);
     }
 
+    bool shows_quiet_passes() const {
+        return std::count_if(data_.passes.begin(), data_.passes.end(), [](const auto& pass) { return !pass.second; }) <=
+               MOST_QUIET_PASSES;
+    }
+
     void pass_ticks() {
-        const auto quiet = static_cast<std::size_t>(
-            std::count_if(data_.passes.begin(), data_.passes.end(), [](const auto& pass) { return !pass.second; }));
+        const bool with_quiet = shows_quiet_passes();
         for (const auto& [time, changed] : data_.passes) {
-            if (changed || quiet <= MOST_QUIET_PASSES) {
+            if (changed || with_quiet) {
                 add(fmt::format(
                     "set arrow from {0:.0f}, graph 0 to {0:.0f}, graph {1} nohead linewidth {2} linecolor '{3}'", time,
                     changed ? "0.06" : "0.025", changed ? "1.8" : "0.8", changed ? "#333333" : "#999999"));
@@ -373,15 +382,21 @@ private:
     }
 
     void event_marks(double top, bool with_numbers) {
+        double before = -1;
+        for (std::size_t i = 0; i < data_.events.size() && i < MOST_EVENT_LINES; ++i) {
+            const double time = data_.events[i].first;
+            if (time != before) {
+                add(fmt::format(
+                    "set arrow from {0:.0f}, graph 0 to {0:.0f}, graph 1 nohead back dashtype (4,4) linewidth 1 "
+                    "linecolor '#C98886'",
+                    time));
+            }
+            before = time;
+        }
         for (const Mark& mark : marks_) {
-            add(fmt::format(
-                "set arrow from {0:.0f}, graph 0 to {0:.0f}, graph 1 nohead back dashtype (4,4) linewidth 1 "
-                "linecolor '#C98886'",
-                mark.time));
             if (with_numbers) {
-                const double above = y(top - 10 - 13.0 * mark.level);
                 add(fmt::format("set label {} at {:.0f}, screen {:.5f} center {}textcolor '#B0413E'",
-                                quoted(mark.text()), mark.time, above, font(LIST_FONT)));
+                                quoted(mark.text()), mark.time, y(top - 10 - 15.0 * mark.level), font(LIST_FONT)));
             }
         }
     }

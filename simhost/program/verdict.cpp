@@ -76,6 +76,10 @@ bool is_ceiling(const std::string& cause) {
     return cause.starts_with("ceiling reached");
 }
 
+bool is_cut_off(const std::string& reason) {
+    return reason.starts_with("the run ended before the event");
+}
+
 void add_pass_reasons(const RunOutcome& outcome, Verdict& verdict) {
     const PassRecord& pass = outcome.last_pass;
     if (outcome.stalled) {
@@ -196,6 +200,9 @@ Verdict judge(const RunOutcome& outcome) {
 
     const bool only_ceiling = std::all_of(verdict.reasons.begin(), verdict.reasons.end(), is_ceiling);
     verdict.settled = passes_quiet && only_ceiling;
+    verdict.settled_so_far = std::all_of(verdict.reasons.begin(), verdict.reasons.end(), [](const std::string& reason) {
+        return is_ceiling(reason) || is_cut_off(reason);
+    });
     verdict.headline = !verdict.settled          ? "not settled"
                        : verdict.reasons.empty() ? "settled"
                                                  : "settled, ceiling reached";

@@ -98,6 +98,8 @@ TEST_F(PlanTest, TellsSessionsPassesAndRoom) {
 TEST_F(PlanTest, ComparesAScenarioWithWhatItMightBe) {
     PlanOptions options{{file("small.toml", SITE)}, {"max_vol_sessions=2", "db-##=4"}, "8m", false};
     const Answer answer = plan(options);
+    EXPECT_EQ(answer.exit_code, EXIT_FINE) << "what is beyond the time looked ahead tells nothing against it";
+    expect_in(answer.text, {"note, A: the scenario goes on, its next event is at 00:09:00"});
     expect_in(answer.text, {"small.toml with max_vol_sessions=2, db-##=4\n", "4 -> 2", "none -> 2", "12 -> 8"});
     EXPECT_LE(longest_line(answer.text), 100U);
     const Json differences = json_of(options)["differences"];
@@ -129,7 +131,7 @@ TEST_F(PlanTest, SaysWhatIsAmiss) {
     }
     const Answer full = plan({{"full"}, {}, "", false});
     EXPECT_EQ(full.exit_code, EXIT_FOUND);
-    expect_in(full.text, {"cut short by 4 sessions: vol-255..vol-256 (2) (limit of 2040 sessions)"});
+    expect_in(full.text, {"cut short by 4 sessions each: vol-255..vol-256 (2) (limit of 2040 sessions)"});
 }
 
 TEST_F(PlanTest, RefusesWhatItCantUse) {
