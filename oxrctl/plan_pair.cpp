@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "simhost/program/duration.h"
+#include "shared/duration.h"
 
 namespace oxrctl {
 
@@ -101,14 +101,14 @@ std::vector<std::string> notes_of(const PlanSubject& subject) {
             });
             if (sets_it) {
                 notes.push_back(fmt::format("{} counts until {} only, when the scenario itself sets {}", override_text,
-                                            program::clock_text(phase.began), key));
+                                            shared::clock_text(phase.began), key));
                 break;
             }
         }
     }
     if (subject.plan.next_event >= 0) {
         notes.push_back(
-            fmt::format("the scenario goes on, its next event is at {}", program::clock_text(subject.plan.next_event)));
+            fmt::format("the scenario goes on, its next event is at {}", shared::clock_text(subject.plan.next_event)));
     }
     notes.insert(notes.end(), subject.plan.notes.begin(), subject.plan.notes.end());
     return notes;

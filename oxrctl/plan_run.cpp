@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <future>
 
-#include "simhost/program/child_process.h"
+#include "shared/child_process.h"
 
 namespace oxrctl {
 
@@ -95,12 +95,12 @@ std::string in_own_words(std::string text) {
 Plan run_plan(const PlanRun& run) {
     const TemporaryFolder root;
     PlanReader reader;
-    program::ChildProcess child;
+    shared::ChildProcess child;
     child.command = command_of(run, root.path());
     child.on_output = [&](std::string_view piece) { reader.take(piece); };
-    program::ChildEnd end;
+    shared::ChildEnd end;
     try {
-        end = program::run_child(child);
+        end = shared::run_child(child);
     } catch (const Json::exception&) {
         throw Refusal(fmt::format("{} says what oxrctl doesn't understand: are they of one version?", SIMHOST),
                       EXIT_NOT_RUN);

@@ -4,8 +4,8 @@
 #include <algorithm>
 
 #include "oxrctl/plan_pair.h"
-#include "simhost/program/duration.h"
-#include "simhost/program/name_list.h"
+#include "shared/duration.h"
+#include "shared/name_list.h"
 
 namespace oxrctl {
 
@@ -146,7 +146,7 @@ private:
             line("Where they differ, A -> B is shown.");
         }
         line(fmt::format("Looked ahead {}: {} passes of the connection manager.",
-                         change(program::duration_text(a_.seconds), program::duration_text(b_.seconds)),
+                         change(shared::duration_text(a_.seconds), shared::duration_text(b_.seconds)),
                          change(a_.passes, b_.passes)));
         line("");
     }
@@ -174,7 +174,7 @@ private:
             wrapped(indent + "  - ",
                     fmt::format("cut short by {}{}: {}{}",
                                 count_of(static_cast<std::size_t>(each.by), "session", "sessions"),
-                                each.names.size() > 1 ? " each" : "", program::name_list(each.names), limit));
+                                each.names.size() > 1 ? " each" : "", shared::name_list(each.names), limit));
         }
         for (const std::string& violation : plan.violations) {
             wrapped(indent + "  - ", "broken: " + violation);
@@ -215,9 +215,9 @@ private:
     }
 
     static std::string names_of(const TargetPair& pair) {
-        std::string names = program::name_list(pair.names, 2);
+        std::string names = shared::name_list(pair.names, 2);
         if (width_of(names) > MOST_NAMES_WIDTH) {
-            names = program::name_list(pair.names, 1);
+            names = shared::name_list(pair.names, 1);
         }
         if (pair.any().group_scoped) {
             names += fmt::format(" [{}]", count_of(static_cast<std::size_t>(pair.any().volumes), "volume", "volumes"));
@@ -296,7 +296,7 @@ private:
         constexpr std::size_t indent_time_and_gaps = 14;
         for (const PhasePair& pair : pairs) {
             std::vector<std::string> cells = {
-                program::clock_text(pair.any().began),
+                shared::clock_text(pair.any().began),
                 fit(events_text(pair.any()), LINE_WIDTH - indent_time_and_gaps - of_a - of_b), end_text(pair.a, a_)};
             if (two_) {
                 cells.push_back(end_text(pair.b, b_));
@@ -325,7 +325,7 @@ private:
         return phase.passes == 0
                    ? "nothing to do"
                    : fmt::format("{}, {}", count_of(static_cast<std::size_t>(phase.passes), "pass", "passes"),
-                                 program::duration_text(phase.seconds));
+                                 shared::duration_text(phase.seconds));
     }
 
     static std::string end_text(const PlanPhase* phase, const Plan& plan) {

@@ -9,7 +9,7 @@
 #include "oxrctl/commands.h"
 #include "oxrctl/log_story.h"
 #include "oxrctl/text.h"
-#include "simhost/program/name_list.h"
+#include "shared/name_list.h"
 
 namespace oxrctl {
 
@@ -209,7 +209,7 @@ std::string targets_text(const Story& story) {
     std::vector<std::vector<std::string>> rows = {
         {"target", "mode", "NICs", "arrays", "required", "sessions", "paths", ""}};
     for (const auto& [cells, names] : alike) {
-        std::vector<std::string> row = {program::name_list(names)};
+        std::vector<std::string> row = {shared::name_list(names)};
         row.insert(row.end(), cells.begin(), cells.end());
         rows.push_back(std::move(row));
     }
@@ -237,7 +237,7 @@ std::string changes_text(const Story& story) {
     for (std::size_t i = passes.size(); i > first; --i) {
         const PassChange& pass = passes[i - 1];
         rows.push_back(
-            {pass.time, std::to_string(pass.added), std::to_string(pass.removed), program::name_list(pass.targets)});
+            {pass.time, std::to_string(pass.added), std::to_string(pass.removed), shared::name_list(pass.targets)});
     }
     if (first > 0) {
         rows.push_back({fmt::format("and {} earlier", count_of(first, "pass", "passes"))});

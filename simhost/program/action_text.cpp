@@ -1,8 +1,8 @@
 #include <fmt/format.h>
 
-#include "duration.h"
 #include "scenario.h"
 #include "scenario_parts.h"
+#include "shared/duration.h"
 
 namespace program {
 
@@ -42,7 +42,7 @@ struct Teller {
         return a.failing ? "logins begin to fail" : "logins succeed again";
     }
     std::string operator()(const LoginSeconds& a) const {
-        return fmt::format("logins now take {}", duration_text(a.seconds));
+        return fmt::format("logins now take {}", shared::duration_text(a.seconds));
     }
     std::string operator()(const Digests& a) const {
         return fmt::format("digests switched {} on {}", a.on ? "on" : "off", a.adapter);

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "duration.h"
+#include "shared/duration.h"
 
 namespace program {
 
@@ -90,9 +90,9 @@ std::optional<double> Fields::seconds(std::string_view key, double least) {
     } else if (value->kind == Value::Kind::real) {
         result = value->real;
     } else if (value->kind == Value::Kind::text) {
-        result = parse_duration(value->text);
+        result = shared::parse_duration(value->text);
     }
-    if (!result || !(*result >= least && *result <= LONGEST_DURATION_SECONDS)) {
+    if (!result || !(*result >= least && *result <= shared::LONGEST_DURATION_SECONDS)) {
         complain(key, least > 0    ? "a time of at least 1 second, such as 90 (seconds), \"90s\", \"10m\" or \"1h30m\""
                       : least == 0 ? "a time such as 90 (seconds), \"90s\", \"10m\" or \"1h30m\""
                                    : "a number of seconds, or -1 for never");

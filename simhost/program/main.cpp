@@ -8,10 +8,10 @@
 #include <fstream>
 #include <sstream>
 
-#include "duration.h"
 #include "plot_view.h"
 #include "runner.h"
 #include "scenario.h"
+#include "shared/duration.h"
 
 namespace {
 
@@ -177,7 +177,7 @@ int main(int argc, char** argv) {
     }
 
     if (!for_text.empty()) {
-        options.for_seconds = program::parse_duration(for_text);
+        options.for_seconds = shared::parse_duration(for_text);
         if (!options.for_seconds || *options.for_seconds < 1) {
             return refuse(fmt::format("--for: expected a time such as 90s, 45m or 2h30m, found \"{}\"", for_text));
         }

@@ -6,8 +6,8 @@
 #include <array>
 #include <cmath>
 
-#include "duration.h"
-#include "name_list.h"
+#include "shared/duration.h"
+#include "shared/name_list.h"
 
 namespace program {
 
@@ -64,8 +64,8 @@ std::string one_blank(std::string text) {
 
 std::string label_of(const std::vector<std::string>& names) {
     constexpr std::size_t most = 34;
-    const std::string label = name_list(names, 2);
-    return cut(label.size() <= most ? label : name_list(names, 1), most);
+    const std::string label = shared::name_list(names, 2);
+    return cut(label.size() <= most ? label : shared::name_list(names, 1), most);
 }
 
 std::string hours_and_minutes(double seconds) {

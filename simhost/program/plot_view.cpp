@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "child_process.h"
 #include "plot_data.h"
+#include "shared/child_process.h"
 
 namespace program {
 
@@ -29,11 +29,11 @@ std::string draw(const PlotData& data, const std::string& file) {
     if (fd < 0) {
         return fmt::format("{}: {}", file, std::strerror(errno));
     }
-    ChildProcess gnuplot;
+    shared::ChildProcess gnuplot;
     gnuplot.command = {"gnuplot"};
     gnuplot.input = script;
     gnuplot.output_fd = fd;
-    const ChildEnd end = run_child(gnuplot);
+    const shared::ChildEnd end = shared::run_child(gnuplot);
     const bool written = lseek(fd, 0, SEEK_END) != 0;
     const bool closed = close(fd) == 0;
     if (end.started && end.exit_code == 0 && written && closed) {

@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <array>
 
-#include "duration.h"
 #include "overrides.h"
 #include "scenario_parts.h"
+#include "shared/duration.h"
 
 namespace program {
 

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "name_list.h"
+#include "shared/name_list.h"
 #include "verdict.h"
 
 namespace program {
@@ -81,9 +81,9 @@ std::vector<std::string> table_lines(const std::vector<TargetRow>& rows, const s
     lines.push_back(pen(Ink::head, fmt::format("  {:<{}}  {}", "target", NAME_WIDTH, HEAD)));
     for (std::size_t i = 0; i < grouped.size() && i < most; ++i) {
         const TargetRow& row = *grouped[i].row;
-        std::string name = name_list(grouped[i].names, 2);
+        std::string name = shared::name_list(grouped[i].names, 2);
         if (name.size() > NAME_WIDTH) {
-            name = name_list(grouped[i].names, 1);
+            name = shared::name_list(grouped[i].names, 1);
         }
         if (row.group_scoped) {
             name += fmt::format(" [{} volume{}]", row.devices, row.devices == 1 ? "" : "s");

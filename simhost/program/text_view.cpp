@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "duration.h"
+#include "shared/duration.h"
 #include "table.h"
 #include "view.h"
 
@@ -49,8 +49,8 @@ public:
                const simhost::Totals& totals, int paths) override {
         print(pen_(Ink::head, head.title.empty() ? head.scenario_file : head.title));
         print(fmt::format("{} for {} at {} speed; {} volumes, {} targets, {} sessions, {} paths", head.scenario_file,
-                          duration_text(head.for_seconds), head.speed, totals.volumes, totals.targets, totals.sessions,
-                          paths));
+                          shared::duration_text(head.for_seconds), head.speed, totals.volumes, totals.targets,
+                          totals.sessions, paths));
         print(
             "need: sessions required; dyn, sta, pend: dynamic, static, pending sessions; * mode switch under way; x "
             "NIC lost");
@@ -60,7 +60,7 @@ public:
         }
         print(legend);
         print("");
-        print(fmt::format("[{}] before the first pass", clock_text(0)));
+        print(fmt::format("[{}] before the first pass", shared::clock_text(0)));
         show_table(rows, addresses);
     }
 
@@ -76,8 +76,8 @@ public:
         using Kind = Happening::Kind;
         const Ink ink = happening.kind == Kind::violation || happening.kind == Kind::failure ? Ink::bad : Ink::event;
         const std::string_view mark = happening.kind == Kind::violation ? "INVARIANT BROKEN: " : "";
-        print(
-            fmt::format("[{}] {}", clock_text(happening.time), pen_(ink, fmt::format("* {}{}", mark, happening.text))));
+        print(fmt::format("[{}] {}", shared::clock_text(happening.time),
+                          pen_(ink, fmt::format("* {}{}", mark, happening.text))));
     }
 
     void pass(const PassRecord& pass) override {
@@ -85,7 +85,7 @@ public:
         if (same_table && !pass.changed_something() && same_log(pass.log)) {
             const std::string what = pass.skipped ? "skipped, worker_stop is set" : "nothing to do";
             if (live_) {
-                print(fmt::format("[{}] pass {}: {}", clock_text(pass.ended), pass.number, what));
+                print(fmt::format("[{}] pass {}: {}", shared::clock_text(pass.ended), pass.number, what));
             } else {
                 if (quiet_count_ > 0 && quiet_what_ != what) {
                     flush_quiet();
@@ -103,9 +103,9 @@ public:
         if (what.empty()) {
             what = pass.skipped ? "skipped, worker_stop is set" : "nothing to do";
         }
-        print(fmt::format("[{}] {}", clock_text(pass.ended),
+        print(fmt::format("[{}] {}", shared::clock_text(pass.ended),
                           pen_(Ink::head, fmt::format("pass {} ({}): {}", pass.number,
-                                                      duration_text(pass.ended - pass.began), what))));
+                                                      shared::duration_text(pass.ended - pass.began), what))));
         show_log(pass.log);
         if (!same_table) {
             show_table(pass.rows, pass.addresses);
@@ -115,7 +115,7 @@ public:
     void end(const RunOutcome& outcome, const Verdict& verdict) override {
         flush_quiet();
         print("");
-        print(fmt::format("[{}] {}", clock_text(outcome.ended_at), pen_(Ink::head, "the end")));
+        print(fmt::format("[{}] {}", shared::clock_text(outcome.ended_at), pen_(Ink::head, "the end")));
         if (!same_rows(outcome.rows) || !same_addresses(outcome.addresses)) {
             show_table(outcome.rows, outcome.addresses);
         }
@@ -154,10 +154,10 @@ public:
 private:
     void flush_quiet() {
         if (quiet_count_ == 1) {
-            print(fmt::format("[{}] pass {}: {}", clock_text(quiet_ended_), quiet_first_, quiet_what_));
+            print(fmt::format("[{}] pass {}: {}", shared::clock_text(quiet_ended_), quiet_first_, quiet_what_));
         } else if (quiet_count_ > 1) {
-            print(fmt::format("[{}] passes {} to {}, the last at {}: {}", clock_text(quiet_ended_), quiet_first_,
-                              quiet_last_, clock_text(quiet_last_ended_), quiet_what_));
+            print(fmt::format("[{}] passes {} to {}, the last at {}: {}", shared::clock_text(quiet_ended_),
+                              quiet_first_, quiet_last_, shared::clock_text(quiet_last_ended_), quiet_what_));
         }
         quiet_count_ = 0;
     }

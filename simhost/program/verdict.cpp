@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "duration.h"
-#include "name_list.h"
+#include "shared/duration.h"
+#include "shared/name_list.h"
 
 namespace program {
 
@@ -86,7 +86,7 @@ void add_pass_reasons(const RunOutcome& outcome, Verdict& verdict) {
         verdict.reasons.push_back("the connection manager made no progress for a minute of real time");
     }
     if (outcome.interrupted) {
-        verdict.reasons.push_back(fmt::format("the run was interrupted at {}", clock_text(outcome.ended_at)));
+        verdict.reasons.push_back(fmt::format("the run was interrupted at {}", shared::clock_text(outcome.ended_at)));
     }
     if (pass.number == 0) {
         verdict.reasons.push_back("no pass was completed");
@@ -94,12 +94,12 @@ void add_pass_reasons(const RunOutcome& outcome, Verdict& verdict) {
     }
     if (outcome.next_action_at >= 0) {
         verdict.reasons.push_back(fmt::format("the run ended before the event at {}, run it longer (--for)",
-                                              clock_text(outcome.next_action_at)));
+                                              shared::clock_text(outcome.next_action_at)));
     }
     if (waits_for_a_pass(outcome)) {
         verdict.reasons.push_back(
             fmt::format("no pass came after the event at {}, the interval of {} is too long for the run (--for)",
-                        clock_text(outcome.last_action_at), duration_text(pass.config.interval)));
+                        shared::clock_text(outcome.last_action_at), shared::duration_text(pass.config.interval)));
     }
     if (pass.added + pass.removed + pass.static_targets_removed > 0 || !pass.rediscovered.empty()) {
         verdict.reasons.push_back(fmt::format("the last pass still changed something ({} added, {} removed)",
@@ -129,7 +129,7 @@ void add_target_reasons(const RunOutcome& outcome, Verdict& verdict) {
             lacking += std::max(0, row->required - row->dynamic_sessions);
             too_many += std::max(0, row->dynamic_sessions - row->required);
         }
-        std::string text = fmt::format("{}: {}", cause, name_list(names));
+        std::string text = fmt::format("{}: {}", cause, shared::name_list(names));
         if (lacking > 0) {
             text += fmt::format(", {} session{} short", lacking, lacking == 1 ? "" : "s");
         }
@@ -152,7 +152,7 @@ void add_notes(const RunOutcome& outcome, Verdict& verdict) {
     };
     const auto note = [&](std::string_view what, const std::vector<std::string>& names) {
         if (!names.empty()) {
-            verdict.notes.push_back(fmt::format("{}: {}", what, name_list(names)));
+            verdict.notes.push_back(fmt::format("{}: {}", what, shared::name_list(names)));
         }
     };
     note("static mode, not balanced", names_of([](const TargetRow& row) { return row.static_mode; }));

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-namespace program {
+namespace shared {
 
 struct ChildProcess {
     std::vector<std::string> command;  // the program first: a path, or a name that PATH leads to
@@ -26,4 +26,4 @@ struct ChildEnd {
 // them. `on_output` is called with each piece on this thread.
 ChildEnd run_child(const ChildProcess& child);
 
-}  // namespace program
+}  // namespace shared

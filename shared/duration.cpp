@@ -1,10 +1,10 @@
-#include "duration.h"
+#include "shared/duration.h"
 
 #include <fmt/format.h>
 
 #include <cstdint>
 
-namespace program {
+namespace shared {
 
 namespace {
 
@@ -81,4 +81,4 @@ std::string duration_text(double seconds) {
     return text;
 }
 
-}  // namespace program
+}  // namespace shared

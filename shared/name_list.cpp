@@ -1,8 +1,8 @@
-#include "name_list.h"
+#include "shared/name_list.h"
 
 #include <fmt/format.h>
 
-namespace program {
+namespace shared {
 
 namespace {
 
@@ -52,4 +52,4 @@ std::string name_list(const std::vector<std::string>& names, std::size_t most) {
     return names.size() > pieces ? fmt::format("{} ({})", text, names.size()) : text;
 }
 
-}  // namespace program
+}  // namespace shared

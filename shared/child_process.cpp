@@ -1,4 +1,4 @@
-#include "child_process.h"
+#include "shared/child_process.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -10,7 +10,7 @@
 #include <array>
 #include <cerrno>
 
-namespace program {
+namespace shared {
 
 namespace {
 
@@ -210,4 +210,4 @@ ChildEnd run_child(const ChildProcess& child) {
     return end;
 }
 
-}  // namespace program
+}  // namespace shared

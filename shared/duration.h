@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace program {
+namespace shared {
 
 // "90", "90s", "10m", "1h30m", "2d": seconds, more than none and at most a year; empty when it isn't one.
 // "0" and "0s" are accepted.
@@ -19,4 +19,4 @@ std::string clock_text(double seconds);
 // 5400 seconds: "1h30m".
 std::string duration_text(double seconds);
 
-}  // namespace program
+}  // namespace shared
