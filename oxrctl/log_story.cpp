@@ -340,6 +340,16 @@ Story Reader::finish() {
 
 }  // namespace
 
+int sessions_of(const Story& story, const TargetStory& target) {
+    if (target.sessions != TargetStory::unknown) {
+        return target.sessions;
+    }
+    if (target.group_scoped) {
+        return story.path_limit ? TargetStory::unknown : target.required;
+    }
+    return target.paths;
+}
+
 Story read_story(const std::vector<LogFile>& files) {
     Reader reader;
     LogLine parsed;

@@ -77,6 +77,10 @@ struct Story {
     std::vector<TroubleStory> trouble;  // since the last good pass, the most frequent first
 };
 
+// A target's sessions at the last pass. The log tells them only of a target that doesn't have its number; else the
+// number is the one that the pass saw.
+int sessions_of(const Story& story, const TargetStory& target);
+
 // Reads the files' messages in their order.
 Story read_story(const std::vector<LogFile>& files);
 

@@ -1,0 +1,112 @@
+#include "oxrctl/catalogue.h"
+#include "oxrctl/status_story.h"
+
+namespace oxrctl {
+
+namespace {
+
+std::string_view worker_word(Story::Worker worker) {
+    switch (worker) {
+        case Story::Worker::unknown:
+            return "unknown";
+        case Story::Worker::sleeping:
+            return "sleeping";
+        case Story::Worker::in_pass:
+            return "in_pass";
+        case Story::Worker::held_off:
+            return "held_off";
+        case Story::Worker::held_off_by_renewal:
+            return "held_off_by_renewal";
+        case Story::Worker::stopped:
+            return "stopped";
+    }
+    return "";
+}
+
+bool is_off(const Story& story, const TargetStory& target) {
+    return !target.static_mode && sessions_of(story, target) != target.required;
+}
+
+Json time_or_null(const std::string& text) {
+    return text.empty() ? Json() : Json(text);
+}
+
+Json number_or_null(int value) {
+    return value == TargetStory::unknown ? Json() : Json(value);
+}
+
+}  // namespace
+
+Json story_json(const std::vector<LogFile>& files, const Story& story, const Versions& versions) {
+    Json names = Json::array();
+    for (const LogFile& file : files) {
+        names.push_back(file.name);
+    }
+    Json values = Json::object();
+    for (const auto& [key, value] : story.values) {
+        values[key] = value;
+    }
+    Json targets = Json::array();
+    for (const TargetStory& target : story.targets) {
+        targets.push_back({{"iqn", target.iqn},
+                           {"devices", target.devices},
+                           {"group_scoped", target.group_scoped},
+                           {"mode", target.static_mode ? "static" : "dynamic"},
+                           {"mode_changed", target.mode_changed},
+                           {"nics", number_or_null(target.nics)},
+                           {"arrays", number_or_null(target.arrays)},
+                           {"required", number_or_null(target.required)},
+                           {"sessions", number_or_null(sessions_of(story, target))},
+                           {"pending", number_or_null(target.pending)},
+                           {"paths", number_or_null(target.paths)},
+                           {"added", target.added},
+                           {"removed", target.removed},
+                           {"cut_short", target.cut_short},
+                           {"as_required", !is_off(story, target)}});
+    }
+    Json changes = Json::array();
+    for (const ChangeStory& change : story.changes) {
+        changes.push_back({{"time", change.time},
+                           {"pass", change.pass},
+                           {"target", change.target},
+                           {"added", change.added},
+                           {"removed", change.removed}});
+    }
+    Json trouble = Json::array();
+    for (const TroubleStory& each : story.trouble) {
+        const MessageEntry* const entry = find_message(each.text, each.level);
+        trouble.push_back({{"level", each.level},
+                           {"place", each.place},
+                           {"text", each.text},
+                           {"times", each.times},
+                           {"first", each.first},
+                           {"last", each.last},
+                           {"action", entry != nullptr ? Json(entry->action) : Json()}});
+    }
+    return {{"files", std::move(names)},
+            {"first", time_or_null(story.first_time)},
+            {"last", time_or_null(story.last_time)},
+            {"messages", story.messages},
+            {"unreadable_lines", story.unreadable_lines},
+            {"worker", worker_word(story.worker)},
+            {"worker_since", time_or_null(story.worker_since)},
+            {"passes", story.passes},
+            {"last_pass", time_or_null(story.last_pass)},
+            {"last_good_pass", time_or_null(story.last_good_pass)},
+            {"renewal_under_way", story.renewal_under_way},
+            {"renewal_since", time_or_null(story.renewal_since)},
+            {"renewal_target", time_or_null(story.renewal_target)},
+            {"last_renewal", time_or_null(story.last_renewal)},
+            {"last_renewal_status", number_or_null(story.last_renewal_status)},
+            {"values", std::move(values)},
+            {"versions", {{"oxd", time_or_null(versions.oxd)}, {"psp", time_or_null(versions.psp)}}},
+            {"volumes", number_or_null(story.volumes)},
+            {"sessions", number_or_null(story.sessions)},
+            {"paths", number_or_null(story.paths)},
+            {"path_limit", story.path_limit},
+            {"targets", std::move(targets)},
+            {"changes", std::move(changes)},
+            {"trouble", std::move(trouble)}};
+}
+
+}  // namespace oxrctl

@@ -1,0 +1,221 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "oxrctl/catalogue.h"
+#include "oxrctl/status_story.h"
+#include "oxrctl/text.h"
+#include "shared/name_list.h"
+
+namespace oxrctl {
+
+namespace {
+
+constexpr int MOST_HOST_SESSIONS = 2040;
+constexpr int MOST_HOST_PATHS = 2048;
+constexpr std::size_t MOST_CHANGES = 10;
+constexpr std::size_t MOST_TROUBLES = 15;
+
+std::string number_or_dash(int value) {
+    return value == TargetStory::unknown ? "-" : std::to_string(value);
+}
+
+std::string worker_text(const Story& story) {
+    switch (story.worker) {
+        case Story::Worker::unknown:
+            return "not seen in this log";
+        case Story::Worker::sleeping:
+            return fmt::format("sleeping between two passes since {}", story.worker_since);
+        case Story::Worker::in_pass:
+            return fmt::format("in a pass since {}", story.worker_since);
+        case Story::Worker::held_off:
+            return fmt::format("held off by worker_stop since {}", story.worker_since);
+        case Story::Worker::held_off_by_renewal:
+            return fmt::format("held off by a renewal since {}", story.worker_since);
+        case Story::Worker::stopped:
+            return fmt::format("stopped at {}", story.worker_since);
+    }
+    return "";
+}
+
+std::string renewal_text(const Story& story) {
+    if (story.renewal_under_way) {
+        return fmt::format("under way since {}{}", story.renewal_since,
+                           story.renewal_target.empty() ? "" : ", at " + story.renewal_target);
+    }
+    if (story.last_renewal.empty()) {
+        return "none in this log";
+    }
+    return fmt::format(
+        "the last one ended at {} with status {}{}", story.last_renewal, story.last_renewal_status,
+        story.last_renewal_status == 0 ? "" : fmt::format(" (oxrctl explain \"OXD {}\")", story.last_renewal_status));
+}
+
+// "KEY=VALUE ...", as many in a line as fit.
+std::vector<std::string> value_lines(const Story& story) {
+    constexpr std::size_t widest = 80;
+    std::vector<std::string> lines;
+    for (const auto& [key, value] : story.values) {
+        const std::string text = key + "=" + value;
+        if (lines.empty() || lines.back().size() + text.size() >= widest) {
+            lines.push_back(text);
+        } else {
+            lines.back() += " " + text;
+        }
+    }
+    return lines.empty() ? std::vector<std::string>{"not in this log"} : lines;
+}
+
+std::string head_text(const Story& story, const Versions& versions) {
+    std::vector<std::vector<std::string>> rows;
+    rows.push_back({"log", fmt::format("{} to {}, {}", story.first_time, story.last_time,
+                                       count_of(story.messages, "message", "messages"))});
+    rows.push_back({"worker", worker_text(story)});
+    rows.push_back({"last pass", story.last_pass.empty() ? "none in this log" : story.last_pass});
+    rows.push_back({"last good pass", story.last_good_pass.empty() ? "none in this log" : story.last_good_pass});
+    rows.push_back({"renewal", renewal_text(story)});
+    for (const std::string& line : value_lines(story)) {
+        rows.push_back({rows.back()[0] == "renewal" ? "values" : "", line});
+    }
+    rows.push_back({"versions", versions.oxd.empty() && versions.psp.empty()
+                                    ? "not in a log"
+                                    : fmt::format("oxd:{} psp:{}", versions.oxd.empty() ? "-" : versions.oxd,
+                                                  versions.psp.empty() ? "-" : versions.psp)});
+    rows.push_back({"host", fmt::format("{} volumes, {} of {} sessions, {} of {} paths", number_or_dash(story.volumes),
+                                        number_or_dash(story.sessions), MOST_HOST_SESSIONS, number_or_dash(story.paths),
+                                        MOST_HOST_PATHS)});
+    if (story.unreadable_lines > 0) {
+        rows.push_back({"", fmt::format("{} not of a message", count_of(story.unreadable_lines, "line", "lines"))});
+    }
+    return table_text(rows, "");
+}
+
+std::string target_name(const TargetStory& target) {
+    if (target.group_scoped) {
+        return fmt::format("{} ({} behind it)", target.iqn, count_of(target.devices.size(), "volume", "volumes"));
+    }
+    return fmt::format("{}", fmt::join(target.devices, " "));
+}
+
+std::string remark(const TargetStory& target) {
+    std::vector<std::string> parts;
+    if (target.mode_changed) {
+        parts.emplace_back("mode switch under way");
+    }
+    if (target.static_mode) {
+        parts.emplace_back("static mode, not balanced");
+    }
+    if (target.cut_short) {
+        parts.emplace_back("cut short by the host's ceiling");
+    }
+    if (target.pending > 0) {
+        parts.push_back(fmt::format("{} logging in", target.pending));
+    }
+    if (target.added > 0) {
+        parts.push_back(fmt::format("{} added", target.added));
+    }
+    if (target.removed > 0) {
+        parts.push_back(fmt::format("{} removed", target.removed));
+    }
+    return fmt::format("{}", fmt::join(parts, ", "));
+}
+
+// What is told about a target, without its name: alike ones share a row.
+std::vector<std::string> target_cells(const Story& story, const TargetStory& target) {
+    return {target.static_mode ? "static" : "dynamic",
+            number_or_dash(target.nics),
+            number_or_dash(target.arrays),
+            number_or_dash(target.required),
+            number_or_dash(sessions_of(story, target)),
+            number_or_dash(target.paths),
+            remark(target)};
+}
+
+std::string targets_text(const Story& story) {
+    std::vector<std::pair<std::vector<std::string>, std::vector<std::string>>> alike;
+    for (const TargetStory& target : story.targets) {
+        std::vector<std::string> cells = target_cells(story, target);
+        const auto place =
+            std::find_if(alike.begin(), alike.end(), [&](const auto& each) { return each.first == cells; });
+        if (place != alike.end() && !target.group_scoped) {
+            place->second.push_back(target_name(target));
+        } else {
+            alike.push_back({std::move(cells), {target_name(target)}});
+        }
+    }
+    std::vector<std::vector<std::string>> rows = {
+        {"target", "mode", "NICs", "arrays", "required", "sessions", "paths", ""}};
+    for (const auto& [cells, names] : alike) {
+        std::vector<std::string> row = {shared::name_list(names)};
+        row.insert(row.end(), cells.begin(), cells.end());
+        rows.push_back(std::move(row));
+    }
+    return table_text(rows);
+}
+
+// Changes of one pass, those of alike size together.
+std::string changes_text(const Story& story) {
+    struct PassChange {
+        std::string time;
+        int pass = 0, added = 0, removed = 0;
+        std::vector<std::string> targets;
+    };
+    std::vector<PassChange> passes;
+    for (const ChangeStory& change : story.changes) {
+        if (passes.empty() || passes.back().pass != change.pass) {
+            passes.push_back({change.time, change.pass, 0, 0, {}});
+        }
+        passes.back().added += change.added;
+        passes.back().removed += change.removed;
+        passes.back().targets.push_back(change.target.substr(change.target.rfind(':') + 1));
+    }
+    std::vector<std::vector<std::string>> rows = {{"time", "added", "removed", "at"}};
+    const std::size_t first = passes.size() > MOST_CHANGES ? passes.size() - MOST_CHANGES : 0;
+    for (std::size_t i = passes.size(); i > first; --i) {
+        const PassChange& pass = passes[i - 1];
+        rows.push_back(
+            {pass.time, std::to_string(pass.added), std::to_string(pass.removed), shared::name_list(pass.targets)});
+    }
+    if (first > 0) {
+        rows.push_back({fmt::format("and {} earlier", count_of(first, "pass", "passes"))});
+    }
+    return table_text(rows);
+}
+
+std::string trouble_text(const Story& story) {
+    std::string text;
+    std::size_t shown = 0;
+    for (const TroubleStory& trouble : story.trouble) {
+        if (shown++ == MOST_TROUBLES) {
+            text += fmt::format("  and {} more kinds\n", story.trouble.size() - MOST_TROUBLES);
+            break;
+        }
+        text += fmt::format("  {} x {} {}, last at {}\n      {}\n", trouble.times, trouble.level, trouble.place,
+                            trouble.last, printable(trouble.text, 200));
+        if (const MessageEntry* const entry = find_message(trouble.text, trouble.level);
+            entry != nullptr && !entry->action.empty()) {
+            text += fmt::format("      -> {}\n", entry->action);
+        }
+    }
+    return text;
+}
+
+}  // namespace
+
+std::string story_text(const Story& story, const Versions& versions) {
+    std::string text = head_text(story, versions);
+    if (!story.targets.empty()) {
+        text += "\nTargets at the last pass:\n" + targets_text(story);
+    }
+    if (!story.changes.empty()) {
+        text += "\nSessions added and removed, the latest pass first:\n" + changes_text(story);
+    }
+    if (story.path_limit) {
+        text += fmt::format("\nThe host has {} paths or more: nothing is balanced.\n", MOST_HOST_PATHS);
+    }
+    text += story.trouble.empty() ? "\nNo warnings or errors since the last good pass.\n"
+                                  : "\nWarnings and errors since the last good pass:\n" + trouble_text(story);
+    return text;
+}
+
+}  // namespace oxrctl
