@@ -7,7 +7,6 @@
 
 #include "OstrelAssocProvider/association_class.h"
 #include "OstrelProvider/config.h"
-#include "configuration/config_text.h"
 #include "OstrelProvider/service.h"
 #include "OstrelProvider/service_class.h"
 #include "OstrelProvider/worker.h"
@@ -15,6 +14,7 @@
 #include "OstrelRegisteredProfileProvider/profile_provider.h"
 #include "cimserver/broker/request.h"
 #include "cimserver/mof/reader.h"
+#include "configuration/config_text.h"
 #include "support/host.h"
 
 namespace fuzz {

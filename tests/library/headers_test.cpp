@@ -11,7 +11,8 @@ TEST(Headers, EachCompilesAloneAsFirstInclude) {
     const std::filesystem::path source = OXR_SOURCE_DIR;
     const char* const chosen = std::getenv("CXX");
     std::string command = std::string(chosen != nullptr ? chosen : "c++") + " -std=c++20 -fsyntax-only -w -I" +
-                          (source / "src").string() + " -I" + (source / "platform").string() + " -I" + (source / "include").string() + " -x c++";
+                          (source / "src").string() + " -I" + (source / "platform").string() + " -I" +
+                          (source / "include").string() + " -x c++";
     int headers = 0;
     for (const char* const folder : {"src", "platform", "include"}) {
         for (const auto& entry : std::filesystem::recursive_directory_iterator(source / folder)) {

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <vector>
 
-#include "configuration/config_text.h"
 #include "common/text.h"
+#include "configuration/config_text.h"
 
 namespace soak {
 
