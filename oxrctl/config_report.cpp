@@ -101,19 +101,19 @@ public:
     void value_read(const ConfigKey& key, std::uint32_t found, std::uint32_t used, bool accepted) override {
         ConfigReport::Value& value = enter(key.name);
         value.corrected = !accepted || trimmed(value.in_file) != std::to_string(used);
-        if (accepted) {
-            value.why = value.corrected ? fmt::format("read as {}", used) : "";
-            return;
-        }
-        if (converting_ && key.field == &ConfigValues::interval) {
+        const bool given_up =
+            converting_ && (key.field == &ConfigValues::interval || key.field == &ConfigValues::vmknic_count);
+        if (given_up) {
             value.why = "given up with the old format; the default";
+        } else if (accepted) {
+            value.why = value.corrected ? fmt::format("read as {}", used) : "";
         } else {
             const bool is_number = trimmed(value.in_file) == std::to_string(static_cast<std::int32_t>(found));
             value.why = fmt::format("{}not {}; the default",
                                     is_number ? "" : fmt::format("read as {}, ", static_cast<std::int32_t>(found)),
                                     range_text(key));
         }
-        if (key.rewrites) {
+        if (!accepted && key.rewrites) {
             report_.rewrite_reasons.push_back(fmt::format("{} is out of range", key.name));
         }
     }

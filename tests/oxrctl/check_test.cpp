@@ -67,13 +67,13 @@ TEST_F(CheckTest, TellsWhatTheServiceDoes) {
         {canonical("use_ostrel_timeouts=1\n", "\n"), {}, {}},
         {canonical().substr(0, 1500), {}, {}, true},
         {canonical("interval=120", "interval=300" + std::string(300, ' ')), {}, {}, true},
-        {"interval:300\nvol_sessions:4\nvmknic_count:2\n", {"interval"}, {}, true},
+        {"interval:300\nvol_sessions:4\nvmknic_count:2\n", {"interval", "vmknic_count"}, {}, true},
     };
     for (const auto& c : cases) {
         const ConfigReport report = judge(c.text);
         std::vector<std::string> corrected;
         for (const auto& value : report.values) {
-            if (value.corrected && !(report.old_format && value.key == "vmknic_count")) {
+            if (value.corrected) {
                 corrected.push_back(value.key);
             }
         }
