@@ -107,12 +107,12 @@ public:
         }
         if (converting_ && key.field == &ConfigValues::interval) {
             value.why = "given up with the old format; the default";
-        } else {
-            const bool is_number = trimmed(value.in_file) == std::to_string(static_cast<std::int32_t>(found));
-            value.why = fmt::format("{}not {}; the default",
-                                    is_number ? "" : fmt::format("read as {}, ", static_cast<std::int32_t>(found)),
-                                    range_text(key));
+            return;
         }
+        const bool is_number = trimmed(value.in_file) == std::to_string(static_cast<std::int32_t>(found));
+        value.why = fmt::format("{}not {}; the default",
+                                is_number ? "" : fmt::format("read as {}, ", static_cast<std::int32_t>(found)),
+                                range_text(key));
         if (key.rewrites) {
             report_.rewrite_reasons.push_back(fmt::format("{} is out of range", key.name));
         }
