@@ -20,7 +20,8 @@ struct StatusOptions {
     std::string log;  // empty: where the configuration file on this host says
     bool json = false;
 };
-// EXIT_FINE: the last pass ended well. EXIT_FOUND: errors or warnings since the last good pass, or no pass at all.
+// EXIT_FINE: the last pass ended well. EXIT_FOUND: errors or warnings since the last good pass, a worker that is
+// stopped or held off, or no pass at all.
 Answer status(const StatusOptions& options);
 
 struct ExplainOptions {

@@ -113,7 +113,7 @@ public:
                                     is_number ? "" : fmt::format("read as {}, ", static_cast<std::int32_t>(found)),
                                     range_text(key));
         }
-        if (!accepted && key.rewrites) {
+        if (!accepted && !given_up && key.rewrites) {
             report_.rewrite_reasons.push_back(fmt::format("{} is out of range", key.name));
         }
     }

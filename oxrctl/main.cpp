@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <sstream>
 
 #include "oxrctl/commands.h"
 
@@ -51,9 +52,9 @@ void add_status(CLI::App& app, Run& run) {
     static StatusOptions options;
     CLI::App& command = *app.add_subcommand("status", "Tell what the service did lately, from its log");
     command.footer(
-        "\nReads the log and its older files (.1 to .6) and nothing else.\n"
-        "Exit code: 0 the last pass ended well; 1 there are warnings or errors since the last good pass, or\n"
-        "there is no pass in the log; 2 the log can't be read.");
+        "\nReads the log and its older files (.1 to .6), without --log the configuration and the version files too.\n"
+        "Exit code: 0 the last pass ended well; 1 there are warnings or errors since the last good pass, the\n"
+        "worker is stopped or held off, or there is no pass in the log; 2 the log can't be read.");
     command.add_option("--log", options.log, "Log file [oxr.log where /etc/ostrel/oxr.conf says]")->type_name("FILE");
     add_json(command, options.json);
     command.callback([&run] { run = [] { return status(options); }; });
@@ -63,7 +64,8 @@ void add_explain(CLI::App& app, Run& run) {
     static ExplainOptions options;
     CLI::App& command = *app.add_subcommand("explain", "Tell what a log message or a code means and what to do");
     command.footer(
-        "\nMESSAGE is a line of the log or a part of one; CODE is a number, or its name.\n"
+        "\nMESSAGE is a line of the log or a part of one; CODE is a name or a number, such as 8. Of one kind only:\n"
+        "OXD 8 (a renewal), PSP 8 (the path-selection plug-in).\n"
         "Exit code: 0 it was found; 1 there is nothing of this kind.");
     command.add_option("MESSAGE|CODE", options.words, "What to explain");
     command.add_flag("--all", options.all, "The whole catalogue, in Markdown");
@@ -76,15 +78,14 @@ void add_plan(CLI::App& app, Run& run) {
     CLI::App& command = *app.add_subcommand("plan", "Tell what the service will do on a host as described");
     command.footer(
         "\nSCENARIO is a file, or the name of a shipped scenario, as ostrel-simhost takes it. With two of them, or\n"
-        "with --what-if, the differences are shown.\n"
+        "with --what-if, the differences are shown. KEY is a configuration key, a number of volumes (db-##=48),\n"
+        "first connections (NAME.sessions=2), or login_seconds, claim_seconds or discovery_seconds.\n"
         "Exit code: 0 the host settles within its limits; 1 it doesn't, or a volume is cut short; 2 a\n"
         "scenario has a mistake; 3 ostrel-simhost can't be run.");
     command.add_option("SCENARIO", options.scenarios, "One scenario, or two to compare")->required()->expected(1, 2);
     command
         .add_option("--what-if", options.what_if,
-                    "Compare with the scenario where this is overridden: a configuration key, a number of volumes "
-                    "(db-##=48), first connections (NAME.sessions=2), or login_seconds, claim_seconds or "
-                    "discovery_seconds; may be given several times")
+                    "Compare with the scenario where this is different; may be given several times")
         ->type_name("KEY=VALUE")
         ->expected(1)
         ->take_all();
@@ -104,6 +105,10 @@ int refuse(const std::string& what, ExitCode code) {
     return code;
 }
 
+int show(const std::string& text, ExitCode code) {
+    return print(text) ? code : refuse(std::string("standard output: ") + std::strerror(errno), EXIT_UNUSABLE);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -120,12 +125,15 @@ int main(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? EXIT_FINE : EXIT_UNUSABLE;
+        std::ostringstream help;
+        std::ostringstream mistake;
+        return app.exit(error, help, mistake) == 0
+                   ? show(help.str(), EXIT_FINE)
+                   : refuse(std::string(error.what()) + " (see oxrctl --help)", EXIT_UNUSABLE);
     }
     try {
         const Answer answer = run();
-        return print(answer.text) ? answer.exit_code
-                                  : refuse(std::string("standard output: ") + std::strerror(errno), EXIT_UNUSABLE);
+        return show(answer.text, answer.exit_code);
     } catch (const Refusal& refusal) {
         return refuse(refusal.what(), refusal.exit_code);
     } catch (const std::exception& exception) {

@@ -172,7 +172,7 @@ private:
                 : plan.most_sessions >= plan.session_limit ? fmt::format(" (limit of {} sessions)", plan.session_limit)
                                                            : "";
             wrapped(indent + "  - ",
-                    fmt::format("cut short by {}{}: {}{}",
+                    fmt::format("{}short by {}{}: {}{}", limit.empty() ? "" : "cut ",
                                 count_of(static_cast<std::size_t>(each.by), "session", "sessions"),
                                 each.names.size() > 1 ? " each" : "", shared::name_list(each.names), limit));
         }

@@ -68,8 +68,9 @@ std::vector<std::string> value_lines(const Story& story) {
 
 std::string head_text(const Story& story, const Versions& versions) {
     std::vector<std::vector<std::string>> rows;
-    rows.push_back({"log", fmt::format("{} to {}, {}", story.first_time, story.last_time,
-                                       count_of(story.messages, "message", "messages"))});
+    rows.push_back({"log", story.messages == 0 ? std::string("no messages")
+                                               : fmt::format("{} to {}, {}", story.first_time, story.last_time,
+                                                             count_of(story.messages, "message", "messages"))});
     rows.push_back({"worker", worker_text(story)});
     rows.push_back({"last pass", story.last_pass.empty() ? "none in this log" : story.last_pass});
     rows.push_back({"last good pass", story.last_good_pass.empty() ? "none in this log" : story.last_good_pass});
@@ -81,9 +82,9 @@ std::string head_text(const Story& story, const Versions& versions) {
                                     ? "not in a log"
                                     : fmt::format("oxd:{} psp:{}", versions.oxd.empty() ? "-" : versions.oxd,
                                                   versions.psp.empty() ? "-" : versions.psp)});
-    rows.push_back({"host", fmt::format("{} volumes, {} of {} sessions, {} of {} paths", number_or_dash(story.volumes),
-                                        number_or_dash(story.sessions), MOST_HOST_SESSIONS, number_or_dash(story.paths),
-                                        MOST_HOST_PATHS)});
+    rows.push_back({"host", fmt::format("{} {}, {} of {} sessions, {} of {} paths", number_or_dash(story.volumes),
+                                        story.volumes == 1 ? "volume" : "volumes", number_or_dash(story.sessions),
+                                        MOST_HOST_SESSIONS, number_or_dash(story.paths), MOST_HOST_PATHS)});
     if (story.unreadable_lines > 0) {
         rows.push_back({"", fmt::format("{} not of a message", count_of(story.unreadable_lines, "line", "lines"))});
     }
@@ -213,8 +214,9 @@ std::string story_text(const Story& story, const Versions& versions) {
     if (story.path_limit) {
         text += fmt::format("\nThe host has {} paths or more: nothing is balanced.\n", MOST_HOST_PATHS);
     }
-    text += story.trouble.empty() ? "\nNo warnings or errors since the last good pass.\n"
-                                  : "\nWarnings and errors since the last good pass:\n" + trouble_text(story);
+    const std::string since = story.last_good_pass.empty() ? "in this log" : "since the last good pass";
+    text += story.trouble.empty() ? "\nNo warnings or errors " + since + ".\n"
+                                  : "\nWarnings and errors " + since + ":\n" + trouble_text(story);
     return text;
 }
 
