@@ -36,28 +36,30 @@ std::string lines_text(const std::vector<int>& lines) {
 }
 
 std::string values_text(const ConfigReport& report) {
-    std::vector<std::vector<std::string>> rows = {{"key", "line", "in the file", "in force", "why"}};
+    Columns columns;
+    columns.add({"key", "line", "in the file", "in force", "why"});
     for (const ConfigReport::Value& value : report.values) {
         std::string why = value.why;
         if (value.lines.size() > 1) {
             why += fmt::format("{}the last of its lines counts", why.empty() ? "" : "; ");
         }
-        rows.push_back({value.key, lines_text(value.lines), value.lines.empty() ? "-" : printable(value.in_file, 40),
-                        value.in_force, why});
+        columns.add({value.key, lines_text(value.lines), value.lines.empty() ? "-" : printable(value.in_file, 40),
+                     value.in_force, why});
     }
-    return table_text(rows);
+    return columns.text();
 }
 
 std::string ignored_text(const ConfigReport& report) {
-    std::vector<std::vector<std::string>> rows;
-    for (const ConfigReport::IgnoredLine& line : report.ignored) {
-        if (rows.size() == MOST_IGNORED_LINES) {
-            rows.push_back({"", fmt::format("and {} more", report.ignored.size() - MOST_IGNORED_LINES)});
-            break;
-        }
-        rows.push_back({fmt::format("line {}", line.line), printable(line.text, 50), line.why});
+    Columns columns;
+    const std::size_t shown = std::min(report.ignored.size(), MOST_IGNORED_LINES);
+    for (std::size_t i = 0; i < shown; ++i) {
+        const ConfigReport::IgnoredLine& line = report.ignored[i];
+        columns.add({fmt::format("line {}", line.line), printable(line.text, 40), line.why});
     }
-    return table_text(rows);
+    if (shown < report.ignored.size()) {
+        columns.add({fmt::format("and {} more", report.ignored.size() - shown)});
+    }
+    return columns.text();
 }
 
 std::string report_text(const std::string& file, const ConfigReport& report) {
@@ -66,11 +68,11 @@ std::string report_text(const std::string& file, const ConfigReport& report) {
         text += "\nIgnored:\n" + ignored_text(report);
     }
     for (const std::string& note : report.notes) {
-        text += "\nNote: " + note + "\n";
+        text += "\n" + wrapped("Note: ", note);
     }
     if (!report.rewrite_reasons.empty()) {
-        text += fmt::format("\nRewritten because {}:\n--- {}\n+++ as the service writes it\n{}",
-                            fmt::join(report.rewrite_reasons, ", "), file, report.diff);
+        text += "\n" + wrapped("Rewritten because ", fmt::format("{}:", fmt::join(report.rewrite_reasons, ", ")));
+        text += fmt::format("--- {}\n+++ as the service writes it\n{}", file, without_control_characters(report.diff));
     }
     return text;
 }

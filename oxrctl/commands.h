@@ -1,6 +1,7 @@
 // The commands of oxrctl. Each gives what it prints, or throws a Refusal.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,7 +18,7 @@ struct CheckOptions {
 Answer check(const CheckOptions& options);
 
 struct StatusOptions {
-    std::string log;  // empty: where the configuration file on this host says
+    std::optional<std::string> log;  // none: where the configuration file on this host says
     bool json = false;
 };
 // EXIT_FINE: the last pass ended well. EXIT_FOUND: errors or warnings since the last good pass, a worker that is

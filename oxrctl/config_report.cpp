@@ -146,10 +146,7 @@ public:
     void logs_path_line(bool usable) {
         ConfigReport::Value& value = enter(LOGS_PATH_KEY);
         if (!usable) {
-            report_.ignored.push_back({number_, text_,
-                                       fmt::format("the path is taken from a line that begins with \"{}=\" in lower "
-                                                   "case, a path behind it",
-                                                   LOGS_PATH_KEY)});
+            report_.ignored.push_back({number_, text_, "this key must be in lower case and have a path"});
             value.lines.pop_back();
         }
     }

@@ -6,6 +6,7 @@
 #include <iterator>
 #include <optional>
 #include <regex>
+#include <set>
 #include <sstream>
 
 #include "oxrctl/catalogue.h"
@@ -138,6 +139,13 @@ std::vector<std::string> words_of(const std::string& text) {
     return {std::istream_iterator<std::string>(stream), {}};
 }
 
+// Of short words alone there is one in every explanation.
+bool says_something(const std::string& word) {
+    constexpr std::size_t shortest = 5;
+    static const std::set<std::string> common = {"nothing", "there", "which", "other", "again", "their"};
+    return word.size() >= shortest && !common.contains(word);
+}
+
 bool has_digit(const std::string& word) {
     return word.find_first_of("0123456789") != std::string::npos;
 }
@@ -171,7 +179,7 @@ Explanation find_by_words(const LoggedText& logged) {
         return explanation;
     }
     find_in_texts(words, explanation);
-    if (explanation.empty() && !logged.is_of_log) {
+    if (explanation.empty() && !logged.is_of_log && std::any_of(words.begin(), words.end(), says_something)) {
         find_in_meanings(words, explanation);
     }
     if (explanation.empty() && std::erase_if(words, has_digit) > 0 && !words.empty()) {

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "oxrctl/command.h"
+#include "oxrctl/text.h"
 
 namespace oxrctl {
 
@@ -22,28 +23,11 @@ std::string on_one_line(std::string_view format) {
 
 // --- for people --------------------------------------------------------------------------------------------
 
-constexpr std::size_t width = 100;
 constexpr std::size_t indent = 14;
 
 // "  Label     text", continued below the text.
 std::string field(const std::string& label, const std::string& text) {
-    std::string lines;
-    std::string line = fmt::format("  {:<{}}", label, indent - 2);
-    std::size_t at = 0;
-    while (at < text.size()) {
-        std::size_t end = text.find(' ', at);
-        end = end == std::string::npos ? text.size() : end;
-        const bool is_first = line.size() == indent;
-        if (!is_first && line.size() + 1 + (end - at) > width) {
-            lines += line + "\n";
-            line = std::string(indent, ' ');
-        } else if (!is_first) {
-            line += ' ';
-        }
-        line += text.substr(at, end - at);
-        at = end + 1;
-    }
-    return lines + line + "\n";
+    return wrapped(fmt::format("  {:<{}}", label, indent - 2), text);
 }
 
 std::string meaning_and_action(const std::string& meaning, const std::string& action) {

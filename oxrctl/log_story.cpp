@@ -52,7 +52,9 @@ private:
     void host_sessions(const LogLine&, const Arguments& arguments) { story_.sessions = number(arguments[0]); }
 
     // --- its targets ---
-    TargetStory& target(std::string_view iqn);
+    TargetStory& story_of(std::string_view key, std::string_view iqn);
+    TargetStory& target_in_hand() { return targets_[in_hand_]; }
+    void change(const LogLine& line, std::string_view iqn, int added, int removed);
     void volume(const LogLine&, const Arguments& arguments);
     void volume_behind_target(const LogLine&, const Arguments& arguments);
     void static_volume(const LogLine&, const Arguments& arguments);
@@ -67,6 +69,8 @@ private:
     void removing(const LogLine& line, const Arguments& arguments);
     void removed_less(const LogLine&, const Arguments& arguments) { correct(number(arguments[0]), false); }
     void removed_none(const LogLine&, const Arguments&) { correct(0, false); }
+    void removed_for_switch(const LogLine& line, const Arguments& arguments) { change(line, arguments[1], 0, 1); }
+    void not_read(const LogLine&, const Arguments&) { target_in_hand().unread = true; }
     void correct(int done, bool adding);
 
     // --- renewals ---
@@ -139,6 +143,12 @@ const Reader::Rule Reader::rules[] = {
      &Reader::removed_less},
     {"handle_num_sessions", "failed while removing sessions", &Reader::removed_none},
 
+    {"handle_ostrel_connections", "populate_oxr_sessions returned %d", &Reader::not_read},
+    {"handle_group_scoped_target_connections",
+     "populate_oxr_sessions returned %d for group scoped target target_iqn = %s", &Reader::not_read},
+    {"remove_all_dynamic_sessions_but_two", "successfully removed session with isid %s and iqn %s",
+     &Reader::removed_for_switch},
+
     {"OstrelHandleRenewIscsiConnections", "target array size is %d", &Reader::renewal_begins},
     {"renew_iscsi_connections", "Initial active path count to target %s is %d", &Reader::renewal_target},
     {"OstrelHandleRenewIscsiConnections", "returning oxd status %d", &Reader::renewal_ends},
@@ -210,8 +220,9 @@ void Reader::sleeping(const LogLine& line, const Arguments&) {
     }
 }
 
-TargetStory& Reader::target(std::string_view iqn) {
-    in_hand_ = iqn;
+// `key`: a volume's name, or the IQN of a group-scoped target.
+TargetStory& Reader::story_of(std::string_view key, std::string_view iqn) {
+    in_hand_ = key;
     TargetStory& entry = targets_[in_hand_];
     if (entry.pass != pass_) {
         entry = {};
@@ -222,7 +233,7 @@ TargetStory& Reader::target(std::string_view iqn) {
 }
 
 void Reader::volume(const LogLine&, const Arguments& arguments) {
-    TargetStory& entry = target(arguments[2]);
+    TargetStory& entry = story_of(arguments[1], arguments[2]);
     entry.devices.emplace_back(arguments[1]);
     entry.nics = number(arguments[3]);
     entry.arrays = number(arguments[4]);
@@ -232,70 +243,79 @@ void Reader::volume(const LogLine&, const Arguments& arguments) {
 }
 
 void Reader::volume_behind_target(const LogLine&, const Arguments& arguments) {
-    target(arguments[2]).devices.emplace_back(arguments[1]);
+    story_of(arguments[2], arguments[2]).devices.emplace_back(arguments[1]);
 }
 
 void Reader::static_volume(const LogLine&, const Arguments& arguments) {
-    TargetStory& entry = target(arguments[2]);
+    TargetStory& entry = story_of(arguments[1], arguments[2]);
     entry.devices.emplace_back(arguments[1]);
     entry.static_mode = true;
     entry.mode_changed = number(arguments[4]) != 0;
 }
 
 void Reader::group_scoped_target(const LogLine&, const Arguments& arguments) {
-    TargetStory& entry = target(arguments[1]);
+    TargetStory& entry = story_of(arguments[1], arguments[1]);
     entry.group_scoped = true;
     entry.mode_changed = number(arguments[3]) != 0;
     entry.paths = number(arguments[6]);
 }
 
 void Reader::static_group_scoped_target(const LogLine&, const Arguments& arguments) {
-    TargetStory& entry = target(arguments[1]);
+    TargetStory& entry = story_of(arguments[1], arguments[1]);
     entry.group_scoped = true;
     entry.static_mode = true;
     entry.mode_changed = number(arguments[3]) != 0;
 }
 
 void Reader::required_of_target(const LogLine&, const Arguments& arguments) {
-    TargetStory& entry = target(in_hand_);
+    TargetStory& entry = target_in_hand();
     entry.nics = number(arguments[0]);
     entry.arrays = number(arguments[1]);
     entry.required = number(arguments[3]);
 }
 
 void Reader::sessions_of_target(const LogLine&, const Arguments& arguments) {
-    TargetStory& entry = target(in_hand_);
+    TargetStory& entry = target_in_hand();
     entry.sessions = number(arguments[2]);
     entry.pending = number(arguments[3]);
 }
 
 void Reader::cut_short(const LogLine&, const Arguments&) {
-    target(in_hand_).cut_short = true;
+    target_in_hand().cut_short = true;
+}
+
+// Those that belong together stand in one entry.
+void Reader::change(const LogLine& line, std::string_view iqn, int added, int removed) {
+    if (story_.changes.empty() || story_.changes.back().pass != pass_ || story_.changes.back().target != iqn) {
+        story_.changes.push_back({plain_time(line.time), pass_, std::string(iqn), 0, 0});
+    }
+    story_.changes.back().added += added;
+    story_.changes.back().removed += removed;
 }
 
 void Reader::adding(const LogLine& line, const Arguments& arguments) {
     const int wanted = number(arguments[0]);
-    target(arguments[1]).added += wanted;
-    story_.changes.push_back({plain_time(line.time), pass_, in_hand_, wanted, 0});
+    target_in_hand().added += wanted;
+    change(line, arguments[1], wanted, 0);
 }
 
 void Reader::removing(const LogLine& line, const Arguments& arguments) {
     const int wanted = number(arguments[0]);
-    target(arguments[1]).removed += wanted;
-    story_.changes.push_back({plain_time(line.time), pass_, in_hand_, 0, wanted});
+    target_in_hand().removed += wanted;
+    change(line, arguments[1], 0, wanted);
 }
 
-// Of what was announced, only so many came about.
+// Of what was announced last, only so many came about.
 void Reader::correct(int done, bool adding) {
     if (story_.changes.empty()) {
         return;
     }
+    TargetStory& entry = target_in_hand();
+    int& of_target = adding ? entry.added : entry.removed;
     ChangeStory& change = story_.changes.back();
-    int& announced = adding ? change.added : change.removed;
-    TargetStory& entry = target(change.target);
-    (adding ? entry.added : entry.removed) += done - announced;
-    announced = done;
-    if (done == 0) {
+    (adding ? change.added : change.removed) += done - of_target;
+    of_target = done;
+    if (change.added == 0 && change.removed == 0) {
         story_.changes.pop_back();
     }
 }
@@ -341,6 +361,9 @@ Story Reader::finish() {
 }  // namespace
 
 int sessions_of(const Story& story, const TargetStory& target) {
+    if (target.unread) {
+        return TargetStory::unknown;
+    }
     if (target.sessions != TargetStory::unknown) {
         return target.sessions;
     }

@@ -29,6 +29,7 @@ struct TargetStory {
     int added = 0;           // in that pass
     int removed = 0;
     bool cut_short = false;  // by the host's ceiling
+    bool unread = false;     // its sessions could not be read
     int pass = 0;
 };
 

@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "oxrctl/commands.h"
+#include "oxrctl/text.h"
 
 namespace {
 
@@ -101,7 +102,7 @@ bool print(const std::string& text) {
 }
 
 int refuse(const std::string& what, ExitCode code) {
-    fmt::print(stderr, "oxrctl: {}\n", what);
+    fmt::print(stderr, "oxrctl: {}\n", without_control_characters(what));
     return code;
 }
 

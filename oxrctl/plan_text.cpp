@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "oxrctl/plan_pair.h"
+#include "oxrctl/text.h"
 #include "shared/duration.h"
 #include "shared/name_list.h"
 
@@ -11,18 +12,8 @@ namespace oxrctl {
 
 namespace {
 
-constexpr std::size_t LINE_WIDTH = 100;
 constexpr std::size_t MOST_TARGET_LINES = 30;
 constexpr std::size_t MOST_NAMES_WIDTH = 34;
-
-bool continues_letter(char c) {
-    return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
-}
-
-std::size_t width_of(std::string_view text) {
-    return static_cast<std::size_t>(
-        std::count_if(text.begin(), text.end(), [](char c) { return !continues_letter(c); }));
-}
 
 // What a scenario brought along must neither move the cursor nor break the columns.
 std::string fit(std::string_view text, std::size_t width) {
@@ -41,42 +32,6 @@ std::string fit(std::string_view text, std::size_t width) {
     }
     return shown.substr(0, end) + "...";
 }
-
-std::string padded(const std::string& text, std::size_t width, bool right) {
-    const std::string blanks(width - std::min(width, width_of(text)), ' ');
-    return right ? blanks + text : text + blanks;
-}
-
-// Cells in columns as wide as they need; the columns named in `right` stand at the right.
-class Columns {
-public:
-    explicit Columns(std::string right) : right_(std::move(right)) {}
-    void add(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
-
-    std::string text() const {
-        std::vector<std::size_t> widths;
-        for (const auto& row : rows_) {
-            widths.resize(std::max(widths.size(), row.size()));
-            for (std::size_t i = 0; i < row.size(); ++i) {
-                widths[i] = std::max(widths[i], width_of(row[i]));
-            }
-        }
-        std::string all;
-        for (const auto& row : rows_) {
-            std::string line = " ";
-            for (std::size_t i = 0; i < row.size(); ++i) {
-                line += (i == 0 ? " " : "  ") + padded(row[i], widths[i], i < right_.size() && right_[i] == 'r');
-            }
-            line.erase(line.find_last_not_of(' ') + 1);
-            all += line + "\n";
-        }
-        return all;
-    }
-
-private:
-    std::string right_;
-    std::vector<std::vector<std::string>> rows_;
-};
 
 std::string change(const std::string& a, const std::string& b) {
     return a == b ? a : a + " -> " + b;
@@ -118,22 +73,8 @@ private:
 
     void line(const std::string& text) { text_ += fit(text, LINE_WIDTH) + "\n"; }
 
-    // A sentence over as many lines as it takes.
     void wrapped(const std::string& first, const std::string& text) {
-        std::string current = first;
-        const std::string indent(width_of(first), ' ');
-        std::size_t begin = 0;
-        while (begin < text.size()) {
-            const std::size_t end = std::min(text.find(' ', begin), text.size());
-            const std::string word = text.substr(begin, end - begin);
-            if (width_of(current) > indent.size() && width_of(current) + 1 + width_of(word) > LINE_WIDTH) {
-                line(current);
-                current = indent;
-            }
-            current += (current.size() > indent.size() ? " " : "") + word;
-            begin = end + 1;
-        }
-        line(current);
+        text_ += oxrctl::wrapped(first, fit(text, text.size() + 3));
     }
 
     void head() {

@@ -1,5 +1,7 @@
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "common/file_reader.h"
 #include "common/log_place.h"
 #include "configuration/logs_path_rule.h"
@@ -34,21 +36,23 @@ std::string version_in(const char* file) {
 }
 
 bool is_fine(const Story& story) {
-    return !story.last_pass.empty() && story.trouble.empty() && story.worker != Story::Worker::held_off &&
-           story.worker != Story::Worker::stopped;
+    const bool some_short = std::any_of(story.targets.begin(), story.targets.end(),
+                                        [](const TargetStory& target) { return target.cut_short; });
+    return !some_short && !story.last_pass.empty() && story.trouble.empty() &&
+           story.worker != Story::Worker::held_off && story.worker != Story::Worker::stopped;
 }
 
 }  // namespace
 
 Answer status(const StatusOptions& options) {
-    const std::string log = options.log.empty() ? own_log() : options.log;
+    const std::string log = options.log.value_or(own_log());
     const std::vector<LogFile> files = read_log_files(log);
     const Story story = read_story(files);
     if (story.messages == 0 && story.unreadable_lines > 0) {
         throw Refusal(fmt::format("{}: no line of it is a message of the connection manager", log));
     }
     Versions versions;
-    if (options.log.empty()) {
+    if (!options.log) {
         versions = {version_in("/etc/ostrel/oxdversion.txt"), version_in("/etc/ostrel/pspversion.txt")};
     }
     return {options.json ? json_text(story_json(files, story, versions)) : story_text(story, versions),

@@ -62,15 +62,13 @@ Json story_json(const std::vector<LogFile>& files, const Story& story, const Ver
                            {"added", target.added},
                            {"removed", target.removed},
                            {"cut_short", target.cut_short},
+                           {"unread", target.unread},
                            {"as_required", !is_off(story, target)}});
     }
     Json changes = Json::array();
     for (const ChangeStory& change : story.changes) {
-        changes.push_back({{"time", change.time},
-                           {"pass", change.pass},
-                           {"target", change.target},
-                           {"added", change.added},
-                           {"removed", change.removed}});
+        changes.push_back(
+            {{"time", change.time}, {"target", change.target}, {"added", change.added}, {"removed", change.removed}});
     }
     Json trouble = Json::array();
     for (const TroubleStory& each : story.trouble) {

@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "oxrctl/catalogue.h"
 #include "oxrctl/status_story.h"
@@ -67,35 +68,36 @@ std::vector<std::string> value_lines(const Story& story) {
 }
 
 std::string head_text(const Story& story, const Versions& versions) {
-    std::vector<std::vector<std::string>> rows;
-    rows.push_back({"log", story.messages == 0 ? std::string("no messages")
-                                               : fmt::format("{} to {}, {}", story.first_time, story.last_time,
-                                                             count_of(story.messages, "message", "messages"))});
-    rows.push_back({"worker", worker_text(story)});
-    rows.push_back({"last pass", story.last_pass.empty() ? "none in this log" : story.last_pass});
-    rows.push_back({"last good pass", story.last_good_pass.empty() ? "none in this log" : story.last_good_pass});
-    rows.push_back({"renewal", renewal_text(story)});
+    Columns rows("", "");
+    rows.add({"log", story.messages == 0 ? std::string("no messages")
+                                         : fmt::format("{} to {}, {}", story.first_time, story.last_time,
+                                                       count_of(story.messages, "message", "messages"))});
+    rows.add({"worker", worker_text(story)});
+    rows.add({"last pass", story.last_pass.empty() ? "none in this log" : story.last_pass});
+    rows.add({"last good pass", story.last_good_pass.empty() ? "none in this log" : story.last_good_pass});
+    rows.add({"renewal", renewal_text(story)});
+    std::string label = "values";
     for (const std::string& line : value_lines(story)) {
-        rows.push_back({rows.back()[0] == "renewal" ? "values" : "", line});
+        rows.add({std::exchange(label, ""), line});
     }
-    rows.push_back({"versions", versions.oxd.empty() && versions.psp.empty()
-                                    ? "not in a log"
-                                    : fmt::format("oxd:{} psp:{}", versions.oxd.empty() ? "-" : versions.oxd,
-                                                  versions.psp.empty() ? "-" : versions.psp)});
-    rows.push_back({"host", fmt::format("{} {}, {} of {} sessions, {} of {} paths", number_or_dash(story.volumes),
-                                        story.volumes == 1 ? "volume" : "volumes", number_or_dash(story.sessions),
-                                        MOST_HOST_SESSIONS, number_or_dash(story.paths), MOST_HOST_PATHS)});
+    rows.add({"versions", versions.oxd.empty() && versions.psp.empty()
+                              ? "not in a log"
+                              : fmt::format("oxd:{} psp:{}", versions.oxd.empty() ? "-" : versions.oxd,
+                                            versions.psp.empty() ? "-" : versions.psp)});
+    rows.add({"host", fmt::format("{} {}, {} of {} sessions, {} of {} paths", number_or_dash(story.volumes),
+                                  story.volumes == 1 ? "volume" : "volumes", number_or_dash(story.sessions),
+                                  MOST_HOST_SESSIONS, number_or_dash(story.paths), MOST_HOST_PATHS)});
     if (story.unreadable_lines > 0) {
-        rows.push_back({"", fmt::format("{} not of a message", count_of(story.unreadable_lines, "line", "lines"))});
+        rows.add({"", fmt::format("{} not of a message", count_of(story.unreadable_lines, "line", "lines"))});
     }
-    return table_text(rows, "");
+    return rows.text();
 }
 
 std::string target_name(const TargetStory& target) {
     if (target.group_scoped) {
         return fmt::format("{} ({} behind it)", target.iqn, count_of(target.devices.size(), "volume", "volumes"));
     }
-    return fmt::format("{}", fmt::join(target.devices, " "));
+    return fmt::format("{}", fmt::join(target.devices, ", "));
 }
 
 std::string remark(const TargetStory& target) {
@@ -105,6 +107,9 @@ std::string remark(const TargetStory& target) {
     }
     if (target.static_mode) {
         parts.emplace_back("static mode, not balanced");
+    }
+    if (target.unread) {
+        parts.emplace_back("its sessions could not be read");
     }
     if (target.cut_short) {
         parts.emplace_back("cut short by the host's ceiling");
@@ -144,14 +149,14 @@ std::string targets_text(const Story& story) {
             alike.push_back({std::move(cells), {target_name(target)}});
         }
     }
-    std::vector<std::vector<std::string>> rows = {
-        {"target", "mode", "NICs", "arrays", "required", "sessions", "paths", ""}};
+    Columns rows("llrrrrrl");
+    rows.add({"target", "mode", "NICs", "arrays", "required", "sessions", "paths", ""});
     for (const auto& [cells, names] : alike) {
         std::vector<std::string> row = {shared::name_list(names)};
         row.insert(row.end(), cells.begin(), cells.end());
-        rows.push_back(std::move(row));
+        rows.add(std::move(row));
     }
-    return table_text(rows);
+    return rows.text();
 }
 
 // Changes of one pass, those of alike size together.
@@ -168,19 +173,24 @@ std::string changes_text(const Story& story) {
         }
         passes.back().added += change.added;
         passes.back().removed += change.removed;
-        passes.back().targets.push_back(change.target.substr(change.target.rfind(':') + 1));
+        std::string name = change.target.substr(change.target.rfind(':') + 1);
+        if (std::find(passes.back().targets.begin(), passes.back().targets.end(), name) ==
+            passes.back().targets.end()) {
+            passes.back().targets.push_back(std::move(name));
+        }
     }
-    std::vector<std::vector<std::string>> rows = {{"time", "added", "removed", "at"}};
+    Columns rows("lrrl");
+    rows.add({"time", "added", "removed", "at"});
     const std::size_t first = passes.size() > MOST_CHANGES ? passes.size() - MOST_CHANGES : 0;
     for (std::size_t i = passes.size(); i > first; --i) {
         const PassChange& pass = passes[i - 1];
-        rows.push_back(
+        rows.add(
             {pass.time, std::to_string(pass.added), std::to_string(pass.removed), shared::name_list(pass.targets)});
     }
     if (first > 0) {
-        rows.push_back({fmt::format("and {} earlier", count_of(first, "pass", "passes"))});
+        rows.add({fmt::format("and {} earlier", count_of(first, "pass", "passes"))});
     }
-    return table_text(rows);
+    return rows.text();
 }
 
 std::string trouble_text(const Story& story) {
@@ -195,7 +205,7 @@ std::string trouble_text(const Story& story) {
                             trouble.last, printable(trouble.text, 200));
         if (const MessageEntry* const entry = find_message(trouble.text, trouble.level);
             entry != nullptr && !entry->action.empty()) {
-            text += fmt::format("      -> {}\n", entry->action);
+            text += wrapped("      -> ", entry->action);
         }
     }
     return text;
@@ -206,7 +216,7 @@ std::string trouble_text(const Story& story) {
 std::string story_text(const Story& story, const Versions& versions) {
     std::string text = head_text(story, versions);
     if (!story.targets.empty()) {
-        text += "\nTargets at the last pass:\n" + targets_text(story);
+        text += "\nTargets as last looked at:\n" + targets_text(story);
     }
     if (!story.changes.empty()) {
         text += "\nSessions added and removed, the latest pass first:\n" + changes_text(story);

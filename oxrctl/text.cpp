@@ -42,33 +42,72 @@ std::string nearest(std::string_view word, std::span<const std::string_view> nam
     return std::string(best);
 }
 
-std::string printable(std::string_view text, std::size_t most) {
+std::string without_control_characters(std::string_view text) {
     std::string result;
-    for (const char c : text.substr(0, most)) {
+    for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
-        result += byte < ' ' || byte == 0x7f ? fmt::format("\\x{:02x}", byte) : std::string(1, c);
+        result += (byte < ' ' && c != '\n') || byte == 0x7f ? fmt::format("\\x{:02x}", byte) : std::string(1, c);
+    }
+    return result;
+}
+
+std::string printable(std::string_view text, std::size_t most) {
+    std::string result = without_control_characters(text.substr(0, most));
+    for (std::size_t at = result.find('\n'); at != std::string::npos; at = result.find('\n', at)) {
+        result.replace(at, 1, "\\x0a");
     }
     return text.size() > most ? result + "..." : result;
 }
 
-std::string table_text(const std::vector<std::vector<std::string>>& rows, std::string_view indent) {
+bool continues_letter(char c) {
+    return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
+}
+
+std::size_t width_of(std::string_view text) {
+    return static_cast<std::size_t>(
+        std::count_if(text.begin(), text.end(), [](char c) { return !continues_letter(c); }));
+}
+
+std::string wrapped(const std::string& first, std::string_view text) {
+    const std::string indent(width_of(first), ' ');
+    std::string lines;
+    std::string line = first;
+    bool is_empty = true;
+    while (!text.empty()) {
+        const std::string_view word = text.substr(0, text.find(' '));
+        text.remove_prefix(std::min(word.size() + 1, text.size()));
+        if (!is_empty && width_of(line) + 1 + width_of(word) > LINE_WIDTH) {
+            lines += line + "\n";
+            line = indent;
+            is_empty = true;
+        }
+        line += is_empty ? "" : " ";
+        line += word;
+        is_empty = false;
+    }
+    return lines + line + "\n";
+}
+
+std::string Columns::text() const {
     std::vector<std::size_t> widths;
-    for (const auto& row : rows) {
+    for (const auto& row : rows_) {
         widths.resize(std::max(widths.size(), row.size()));
-        for (std::size_t i = 0; i + 1 < row.size(); ++i) {
-            widths[i] = std::max(widths[i], row[i].size());
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            widths[i] = std::max(widths[i], width_of(row[i]));
         }
     }
-    std::string text;
-    for (const auto& row : rows) {
-        std::string line(indent);
+    std::string all;
+    for (const auto& row : rows_) {
+        std::string line = indent_;
         for (std::size_t i = 0; i < row.size(); ++i) {
-            line += i + 1 < row.size() ? fmt::format("{:<{}}  ", row[i], widths[i]) : row[i];
+            const std::string blanks(widths[i] - std::min(widths[i], width_of(row[i])), ' ');
+            const bool at_right = i < right_.size() && right_[i] == 'r';
+            line += (i == 0 ? "" : "  ") + (at_right ? blanks + row[i] : row[i] + blanks);
         }
         line.erase(line.find_last_not_of(' ') + 1);
-        text += line + "\n";
+        all += line + "\n";
     }
-    return text;
+    return all;
 }
 
 }  // namespace oxrctl

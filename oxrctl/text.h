@@ -14,7 +14,32 @@ std::string nearest(std::string_view word, std::span<const std::string_view> nam
 // Text from a file made fit for a terminal: control characters as \xNN, cut to `most` characters.
 std::string printable(std::string_view text, std::size_t most = 120);
 
-// Rows with their columns aligned, two blanks between them, each line behind `indent`. A row's last cell isn't padded.
-std::string table_text(const std::vector<std::vector<std::string>>& rows, std::string_view indent = "  ");
+// Control characters but line feeds as \\xNN.
+std::string without_control_characters(std::string_view text);
+
+// Columns of a terminal that lines are kept within.
+inline constexpr std::size_t LINE_WIDTH = 100;
+
+// Columns of a terminal that UTF-8 text takes.
+bool continues_letter(char c);
+std::size_t width_of(std::string_view text);
+
+// A sentence behind `first`, over as many lines as it takes, all of them indented by the width of `first`.
+std::string wrapped(const std::string& first, std::string_view text);
+
+// Cells in columns as wide as they need, two blanks between them.
+class Columns {
+public:
+    // `right`: an 'r' at the place of each column that stands at the right.
+    explicit Columns(std::string right = "", std::string indent = "  ")
+        : right_(std::move(right)), indent_(std::move(indent)) {}
+    void add(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
+    std::string text() const;
+
+private:
+    std::string right_;
+    std::string indent_;
+    std::vector<std::vector<std::string>> rows_;
+};
 
 }  // namespace oxrctl
