@@ -3,9 +3,13 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <sstream>
 
 #include "plot_view.h"
@@ -47,8 +51,8 @@ The table, one line per volume or group-scoped target (alike ones share a line):
   sessions per address    one column per NIC; x: the NIC is lost; .: not an adapter of this target
 
 Exit code: 0 the run is complete; 1 an invariant of the host was broken or the connection manager came to a
-halt; 2 the scenario or the command line has a mistake; 3 the connection manager could not be
-loaded, or the picture could not be drawn.
+halt; 2 the scenario or the command line has a mistake, or the output can't be written; 3 the connection
+manager could not be loaded, or the picture could not be drawn.
 A folder that stands for the host's root is kept and named at the end: look there for its log and
 configuration.)";
 
@@ -114,6 +118,12 @@ bool read_speed(const std::string& word, program::RunOptions& options) {
     return true;
 }
 
+// A reader of the output that went away ends the run, and is told.
+int refuse_lost_output() {
+    fmt::print(stderr, "ostrel-simhost: standard output: {}\n", std::strerror(errno));
+    return program::EXIT_BAD_INPUT;
+}
+
 int refuse(const std::string& what) {
     fmt::print(stderr, "ostrel-simhost: {}\n", what);
     return program::EXIT_BAD_INPUT;
@@ -130,7 +140,9 @@ int main(int argc, char** argv) {
     bool check_only = false;
     program::RunOptions options;
 
+    std::signal(SIGPIPE, SIG_IGN);
     CLI::App app(DESCRIPTION, "ostrel-simhost");
+    app.set_version_flag("--version", OXR_VERSION, "Print the version");
     app.footer(EXAMPLES);
     app.add_option("SCENARIO", scenario_name, "Scenario file or the name of a shipped one [demo]");
     app.add_option("--for", for_text, "Simulated time to run, such as 90s, 45m, 2h30m [the scenario's own]")
@@ -173,7 +185,11 @@ int main(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : program::EXIT_BAD_INPUT;
+        if (error.get_exit_code() != 0) {
+            return refuse(std::string(error.what()) + " (see ostrel-simhost --help)");
+        }
+        (void)app.exit(error);
+        return std::fflush(stdout) == 0 && std::cout.flush() ? 0 : refuse_lost_output();
     }
 
     if (!for_text.empty()) {
@@ -219,5 +235,6 @@ int main(int argc, char** argv) {
         return 0;
     }
     options.scenario_file = std::filesystem::exists(scenario_name) ? scenario_name : file.filename().string();
-    return program::run_scenario(result.scenario, options);
+    const int exit_code = program::run_scenario(result.scenario, options);
+    return std::fflush(stdout) == 0 && std::ferror(stdout) == 0 ? exit_code : refuse_lost_output();
 }

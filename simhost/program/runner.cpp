@@ -117,7 +117,7 @@ bool wait_for_end(simhost::Host& host, const RunOptions& options, double end, Vi
     std::uint64_t last_sleeps = host.sleeps();
     auto progress = Clock::now();
     bool done = false;
-    while (!done && !interrupted) {
+    while (!done && !interrupted && std::ferror(stdout) == 0) {
         if (options.clock == simhost::ClockMode::instant) {
             done = host.wait_for_horizon(instant_wait_seconds);
             if (host.now() != last_now || host.sleeps() != last_sleeps) {
@@ -279,9 +279,21 @@ int run_scenario(const Scenario& given, const RunOptions& options) {
     host_options.claim_seconds = scenario.claim_seconds;
     host_options.discovery_seconds = scenario.discovery_seconds;
     host_options.remove_root = false;
+    cimserver::ServerOptions ignored;
+    if (options.cim && !cimserver::parse_address(*options.cim, ignored)) {
+        fmt::print(stderr, "ostrel-simhost: --cim: expected ADDRESS:PORT, found \"{}\"\n", *options.cim);
+        return EXIT_BAD_INPUT;
+    }
+    std::optional<simhost::Host> host;
     try {
-        simhost::Host host(host_options);
-        return run_on(host, scenario, options);
+        host.emplace(host_options);
+    } catch (const std::exception& exception) {
+        fmt::print(stderr, "ostrel-simhost: {}: {}\n",
+                   options.root.empty() ? "the temporary folder" : "--root " + options.root, exception.what());
+        return EXIT_BAD_INPUT;
+    }
+    try {
+        return run_on(*host, scenario, options);
     } catch (const std::exception& exception) {
         fmt::print(stderr, "ostrel-simhost: {}: the host refuses the scenario: {}\n", options.scenario_file,
                    exception.what());
