@@ -93,6 +93,16 @@ Value convert(const toml::node& node, int parent_line) {
     return value;
 }
 
+// The parser's words as what was found: "a faulty string: ...", "invalid utf-8 sequence".
+std::string as_found(std::string_view description) {
+    constexpr std::string_view parsing = "Error while parsing ";
+    constexpr std::string_view encountered = "Encountered ";
+    if (description.starts_with(parsing)) {
+        return "a faulty " + std::string(description.substr(parsing.size()));
+    }
+    return std::string(description.starts_with(encountered) ? description.substr(encountered.size()) : description);
+}
+
 }  // namespace
 
 const Value* Value::member(std::string_view name) const {
@@ -136,7 +146,7 @@ std::optional<Value> parse_document(std::string_view text, SyntaxError& error) {
     const toml::parse_result result = toml::parse(text);
     if (!result) {
         error.line = static_cast<int>(result.error().source().begin.line);
-        error.message = std::string(result.error().description());
+        error.message = as_found(result.error().description());
         return std::nullopt;
     }
     return convert(result.table(), 1);
