@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -18,18 +19,24 @@ namespace {
 constexpr int OLDEST_FILE = 6;
 constexpr off_t LARGEST_FILE_BYTES = 256 << 20;
 
-std::string read_file(const std::string& name, off_t size) {
-    std::string text(static_cast<std::size_t>(size), '\0');
-    std::ifstream stream(name, std::ios::binary);
-    if (!stream) {
-        throw Refusal(fmt::format("{}: {}", name, std::strerror(errno)));
+LogFile read_log_file(const std::string& name) {
+    LogFile file{name, "", ""};
+    struct stat status {};
+    if (::stat(name.c_str(), &status) != 0) {
+        file.problem = std::strerror(errno);
+    } else if (!S_ISREG(status.st_mode)) {
+        file.problem = "not a regular file";
+    } else if (status.st_size > LARGEST_FILE_BYTES) {
+        file.problem = fmt::format("larger than {} MiB: not a log of the connection manager", LARGEST_FILE_BYTES >> 20);
+    } else if (std::ifstream stream(name, std::ios::binary); !stream) {
+        file.problem = std::strerror(errno);
+    } else {
+        file.text.resize(static_cast<std::size_t>(status.st_size));
+        stream.read(file.text.data(), status.st_size);
+        file.text.resize(static_cast<std::size_t>(stream.gcount()));
+        file.problem = stream.bad() ? "reading it failed" : "";
     }
-    stream.read(text.data(), size);
-    if (stream.bad()) {
-        throw Refusal(fmt::format("{}: reading it failed", name));
-    }
-    text.resize(static_cast<std::size_t>(stream.gcount()));
-    return text;
+    return file;
 }
 
 // Cuts off what stands before `separator`; false when it isn't there.
@@ -51,23 +58,15 @@ bool is_level(std::string_view word) {
 
 std::vector<LogFile> read_log_files(const std::string& file) {
     std::vector<LogFile> files;
-    for (int number = OLDEST_FILE; number >= 0; --number) {
-        const std::string name = number > 0 ? fmt::format("{}.{}", file, number) : file;
-        struct stat status {};
-        if (::stat(name.c_str(), &status) != 0) {
-            if (number > 0 && errno == ENOENT) {
-                continue;
-            }
-            throw Refusal(fmt::format("{}: {}", name, std::strerror(errno)));
+    for (int number = OLDEST_FILE; number > 0; --number) {
+        const std::string name = fmt::format("{}.{}", file, number);
+        if (::access(name.c_str(), F_OK) == 0 || errno != ENOENT) {
+            files.push_back(read_log_file(name));
         }
-        if (!S_ISREG(status.st_mode)) {
-            throw Refusal(fmt::format("{}: not a regular file", name));
-        }
-        if (status.st_size > LARGEST_FILE_BYTES) {
-            throw Refusal(fmt::format("{}: larger than {} MiB: not a log of the connection manager", name,
-                                      LARGEST_FILE_BYTES >> 20));
-        }
-        files.push_back({name, read_file(name, status.st_size)});
+    }
+    files.push_back(read_log_file(file));
+    if (!files.back().problem.empty()) {
+        throw Refusal(fmt::format("{}: {}", file, files.back().problem));
     }
     return files;
 }

@@ -11,10 +11,10 @@ namespace oxrctl {
 struct LogFile {
     std::string name;
     std::string text;
+    std::string problem;  // why it could not be read; empty: it was
 };
 
-// The log's files that are there, the oldest (.6) first, `file` itself last. Throws a Refusal when one can't be read,
-// or `file` is none.
+// The log's files that are there, the oldest (.6) first, `file` itself last. Throws a Refusal when that can't be read.
 std::vector<LogFile> read_log_files(const std::string& file);
 
 // One message. The texts are parts of the line.

@@ -55,7 +55,7 @@ Answer status(const StatusOptions& options) {
     if (!options.log) {
         versions = {version_in("/etc/ostrel/oxdversion.txt"), version_in("/etc/ostrel/pspversion.txt")};
     }
-    return {options.json ? json_text(story_json(files, story, versions)) : story_text(story, versions),
+    return {options.json ? json_text(story_json(files, story, versions)) : story_text(files, story, versions),
             is_fine(story) ? EXIT_FINE : EXIT_FOUND};
 }
 

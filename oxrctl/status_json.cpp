@@ -40,7 +40,7 @@ Json number_or_null(int value) {
 Json story_json(const std::vector<LogFile>& files, const Story& story, const Versions& versions) {
     Json names = Json::array();
     for (const LogFile& file : files) {
-        names.push_back(file.name);
+        names.push_back({{"name", file.name}, {"problem", file.problem.empty() ? Json() : Json(file.problem)}});
     }
     Json values = Json::object();
     for (const auto& [key, value] : story.values) {

@@ -14,7 +14,7 @@ struct Versions {
     std::string oxd, psp;
 };
 
-std::string story_text(const Story& story, const Versions& versions);
+std::string story_text(const std::vector<LogFile>& files, const Story& story, const Versions& versions);
 Json story_json(const std::vector<LogFile>& files, const Story& story, const Versions& versions);
 
 }  // namespace oxrctl

@@ -213,8 +213,11 @@ std::string trouble_text(const Story& story) {
 
 }  // namespace
 
-std::string story_text(const Story& story, const Versions& versions) {
+std::string story_text(const std::vector<LogFile>& files, const Story& story, const Versions& versions) {
     std::string text = head_text(story, versions);
+    for (const LogFile& file : files) {
+        text += file.problem.empty() ? "" : fmt::format("not read        {}: {}\n", file.name, file.problem);
+    }
     if (!story.targets.empty()) {
         text += "\nTargets as last looked at:\n" + targets_text(story);
     }

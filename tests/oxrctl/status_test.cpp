@@ -38,7 +38,7 @@ std::string pass_ends() {
 }
 
 Story story_of(const std::string& text) {
-    return read_story({{"oxr.log", text}});
+    return read_story({{"oxr.log", text, ""}});
 }
 
 class StatusTest : public ServiceTest {
@@ -162,6 +162,12 @@ TEST_F(StatusTest, ReadsOlderFilesFirst) {
     host->write_file("/var/log/ostrel/oxr.log.1", pass_ends() + pass_begins());
     host->write_file(LOG, pass_ends());
     EXPECT_EQ(story().passes, 2);
+    // One that can't be read keeps none of the others back.
+    std::filesystem::create_directory(host->path("/var/log/ostrel/oxr.log.3"));
+    EXPECT_EQ(story().passes, 2);
+    StatusOptions options;
+    options.log = host->path(LOG);
+    EXPECT_NE(status(options).text.find("oxr.log.3: not a regular file"), std::string::npos);
 }
 
 TEST_F(StatusTest, ExitCodesAreThoseOfTheHelp) {
