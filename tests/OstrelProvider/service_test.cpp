@@ -148,8 +148,8 @@ TEST_F(ServiceTest, AStopWaitsForARenewalButNotForEver) {
         host->at(host->now() + seconds - 0.5, "renewal ends", [](auto&) { conn_renew_thread = 0; });
         (void)said();
         // A sleeping worker takes the clock on to any horizon, so that is moved when the worker is gone.
-        std::thread mover([&] {
-            while (has_worker && host->log().find("do_work thread killed") == std::string::npos) {
+        std::thread mover([&, is_awaited = has_worker] {
+            while (is_awaited && host->log().find("do_work thread killed") == std::string::npos) {
                 std::this_thread::yield();
             }
             host->set_horizon(host->now() + 100);
