@@ -208,14 +208,7 @@ void take_lines(const std::vector<std::string>& lines, ConfigJudge& judge, Colle
 }
 
 // Notices nothing: for a first look at the form of a file.
-class NoObserver final : public ConfigObserver {
-public:
-    void value_read(const ConfigKey&, std::uint32_t, std::uint32_t, bool) override {}
-    void line_ignored(std::string_view, bool) override {}
-    void minimum_above_maximum(const ConfigValues&, std::uint32_t) override {}
-    void vol_sessions_outside(const ConfigValues&) override {}
-    void key_missing(std::string_view) override {}
-};
+class NoObserver final : public ConfigObserver {};
 
 bool is_old_format(const std::vector<std::string>& lines) {
     NoObserver observer;

@@ -15,17 +15,10 @@ namespace {
 
 // The log of this host: where its configuration says.
 std::string own_log() {
-    std::string folder = DEFAULT_LOG_DIR;
     oxr::FileReader config("/etc/ostrel/oxr.conf");
-    std::string_view line;
-    std::string_view value;
-    std::string configured;
-    while (config.next_line(line)) {
-        if (logs_path_value(line, value)) {
-            configured = value;
-        }
-    }
-    return (is_usable_logs_path(configured.c_str()) ? configured : folder) + "/oxr.log";
+    char configured[256];
+    read_logs_path(config, configured);
+    return std::string(is_usable_logs_path(configured) ? configured : DEFAULT_LOG_DIR) + "/oxr.log";
 }
 
 // A version file of this host; the log doesn't tell the versions.

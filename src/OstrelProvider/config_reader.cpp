@@ -25,8 +25,6 @@ public:
         }
     }
 
-    void line_ignored(std::string_view, bool) override {}
-
     void minimum_above_maximum(const ConfigValues& values, std::uint32_t default_minimum) override {
         OXR_WARN_IN(READER,
                     "Invalid value - min_vol_sessions = %d, max_volsessions = %d  in oxr.conf.Changing "
@@ -41,8 +39,6 @@ public:
                     "to min_vol_sessions value of %d.",
                     static_cast<int>(values.min_vol_sessions));
     }
-
-    void key_missing(std::string_view) override {}
 };
 
 // Whether what was read may be taken for the file's values, and written over them; logs why not. `error`: of

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <string_view>
 
 #include "OstrelProvider/config.h"
 #include "common/file_reader.h"
@@ -20,20 +19,14 @@ bool exists(const char* path) {
 }  // namespace
 
 void get_logs_path(char* result) {
-    // As long as a line, so that a path of any length can be named in the message.
-    char found[256] = "";
     oxr::FileReader file(OSTREL_CONFIG_FILE);
     if (!file.opened()) {
         oxr::copy_field(result, LOG_FILENAME_SIZE, DEFAULT_LOG_DIR);
         return;
     }
-    std::string_view line;
-    std::string_view value;
-    while (file.next_line(line)) {
-        if (logs_path_value(line, value)) {
-            oxr::copy_text(found, value);
-        }
-    }
+    // As long as a line, so that a path of any length can be named in the message.
+    char found[256];
+    read_logs_path(file, found);
     if (!is_usable_logs_path(found)) {
         OXR_ERROR("Unable to find [%s], Setting Logs Path to default [%s]", found, DEFAULT_LOG_DIR);
         oxr::copy_text(found, DEFAULT_LOG_DIR);

@@ -22,19 +22,20 @@ struct ConfigKey {
 // Without regard to case, in either spelling; null for any other name.
 const ConfigKey* find_config_key(std::string_view name);
 
-// What is noticed on the way, in the order of the judging. The calls name what they are given by ConfigJudge.
+// What is noticed on the way, in the order of the judging; whoever watches takes what concerns it.
 class ConfigObserver {
 public:
     // A key's line: the number in it, and what is used instead of it when it isn't accepted.
-    virtual void value_read(const ConfigKey& key, std::uint32_t found, std::uint32_t used, bool accepted) = 0;
+    virtual void value_read(const ConfigKey& /*key*/, std::uint32_t /*found*/, std::uint32_t /*used*/,
+                            bool /*accepted*/) {}
     // A line that is neither comment nor key of the file's format. `name`: what stands before the delimiter; without
     // one `has_delimiter` is false and the name is the line.
-    virtual void line_ignored(std::string_view name, bool has_delimiter) = 0;
+    virtual void line_ignored(std::string_view /*name*/, bool /*has_delimiter*/) {}
     // The relations between the values, with those that are about to be corrected.
-    virtual void minimum_above_maximum(const ConfigValues& values, std::uint32_t default_minimum) = 0;
-    virtual void vol_sessions_outside(const ConfigValues& values) = 0;
+    virtual void minimum_above_maximum(const ConfigValues& /*values*/, std::uint32_t /*default_minimum*/) {}
+    virtual void vol_sessions_outside(const ConfigValues& /*values*/) {}
     // A key that every rewritten file has isn't there.
-    virtual void key_missing(std::string_view name) = 0;
+    virtual void key_missing(std::string_view /*name*/) {}
 
 protected:
     ~ConfigObserver() = default;

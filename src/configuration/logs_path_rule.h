@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <string_view>
 
+#include "common/file_reader.h"
+
 // The key as a logs-path line begins with it, exact case, "=" directly behind it.
 inline constexpr char LOGS_PATH_KEY[] = "ostrel_logs_path";
 
@@ -12,6 +14,9 @@ inline constexpr std::size_t MAX_LOGS_PATH = 91;
 
 // The value of a logs-path line, a part of `line`; false when the line is none.
 bool logs_path_value(std::string_view line, std::string_view& value);
+
+// The value of the file's last logs-path line, as much of it as a line holds; empty: it has none.
+void read_logs_path(oxr::FileReader& file, char (&path)[256]);
 
 // Whether the path names something that exists and leaves room for the log file's name.
 bool is_usable_logs_path(const char* path);
