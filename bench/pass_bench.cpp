@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <memory>
 
-#include "OstrelConnections/psp_records.h"
+#include "OstrelConnections/psp/psp_records.h"
 #include "bench/measure.h"
 #include "ima/ima.h"
 

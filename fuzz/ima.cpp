@@ -5,10 +5,10 @@
 #include <cstring>
 #include <set>
 
-#include "OstrelConnections/mode_change.h"
+#include "OstrelConnections/inventory/session_inventory.h"
+#include "OstrelConnections/mode_change/mode_change.h"
 #include "OstrelConnections/polling_pass.h"
-#include "OstrelConnections/renewal.h"
-#include "OstrelConnections/session_inventory.h"
+#include "OstrelConnections/renewal/renewal.h"
 #include "common/text.h"
 #include "ima/ima.h"
 #include "oxd_ima_utility/discovery.h"

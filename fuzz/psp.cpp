@@ -7,7 +7,7 @@
 #include <set>
 
 #include "OstrelConnections/polling_pass.h"
-#include "OstrelConnections/psp_client.h"
+#include "OstrelConnections/psp/psp_client.h"
 #include "common/text.h"
 #include "support/host.h"
 #include "support/input.h"

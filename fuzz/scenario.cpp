@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "simhost/program/scenario.h"
-#include "simhost/program/site.h"
+#include "programs/ostrel-simhost/scenario.h"
+#include "programs/ostrel-simhost/site.h"
 #include "support/host.h"
 
 namespace {

@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "OstrelConnections/psp_records.h"
+#include "OstrelConnections/psp/psp_records.h"
 #include "simhost/descriptors.h"
 #include "simhost/inside.h"
 #include "simhost/model.h"

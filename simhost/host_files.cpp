@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "OstrelConnections/psp_records.h"
+#include "OstrelConnections/psp/psp_records.h"
 
 namespace simhost {
 

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <utility>
 
-#include "OstrelConnections/psp_records.h"
+#include "OstrelConnections/psp/psp_records.h"
 #include "simhost/descriptors.h"
 #include "simhost/inside.h"
 #include "simhost/model.h"

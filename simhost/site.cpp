@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "OstrelConnections/psp_records.h"
+#include "OstrelConnections/psp/psp_records.h"
 #include "simhost/model.h"
 
 namespace simhost {

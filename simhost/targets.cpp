@@ -1,7 +1,7 @@
 // Targets as the adapters see them, and the adapters' lists of static targets.
 #include <algorithm>
 
-#include "OstrelConnections/psp_records.h"
+#include "OstrelConnections/psp/psp_records.h"
 #include "simhost/model.h"
 
 #include <fmt/format.h>

@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <vector>
 
-#include "OstrelConnections/renewal_state.h"
+#include "OstrelConnections/renewal/renewal_state.h"
 #include "OstrelProvider/config.h"
 #include "OstrelProvider/log.h"
 #include "OstrelProvider/service.h"

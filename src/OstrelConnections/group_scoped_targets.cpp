@@ -2,11 +2,11 @@
 
 #include <cstddef>
 
-#include "OstrelConnections/psp_client.h"
+#include "OstrelConnections/balancing/required_sessions.h"
+#include "OstrelConnections/balancing/session_balance.h"
+#include "OstrelConnections/inventory/session_inventory.h"
+#include "OstrelConnections/psp/psp_client.h"
 #include "OstrelConnections/psp_request_lists.h"
-#include "OstrelConnections/required_sessions.h"
-#include "OstrelConnections/session_balance.h"
-#include "OstrelConnections/session_inventory.h"
 #include "OstrelProvider/log.h"
 #include "common/heap.h"
 #include "common/stop_point.h"

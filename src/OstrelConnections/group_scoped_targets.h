@@ -2,7 +2,7 @@
 // arrays call for.
 #pragma once
 
-#include "OstrelConnections/psp_records.h"
+#include "OstrelConnections/psp/psp_records.h"
 #include "OstrelProvider/config.h"
 
 // Balances every group-scoped target in dynamic mode. Worker thread, inside a pass; stops at stop points.

@@ -2,13 +2,13 @@
 
 #include <memory>
 
+#include "OstrelConnections/balancing/required_sessions.h"
+#include "OstrelConnections/balancing/session_balance.h"
 #include "OstrelConnections/group_scoped_targets.h"
-#include "OstrelConnections/mode_change.h"
-#include "OstrelConnections/psp_client.h"
+#include "OstrelConnections/inventory/session_inventory.h"
+#include "OstrelConnections/mode_change/mode_change.h"
+#include "OstrelConnections/psp/psp_client.h"
 #include "OstrelConnections/psp_request_lists.h"
-#include "OstrelConnections/required_sessions.h"
-#include "OstrelConnections/session_balance.h"
-#include "OstrelConnections/session_inventory.h"
 #include "common/heap.h"
 #include "common/stop_point.h"
 #include "common/text.h"

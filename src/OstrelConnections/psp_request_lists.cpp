@@ -1,7 +1,7 @@
 #include "OstrelConnections/psp_request_lists.h"
 
-#include "OstrelConnections/psp_client.h"
-#include "OstrelConnections/session_balance.h"
+#include "OstrelConnections/balancing/session_balance.h"
+#include "OstrelConnections/psp/psp_client.h"
 #include "OstrelProvider/log.h"
 
 void send_psp_requests(PspRequestLists& lists, const PspRequestTexts& texts, int& status) {

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "OstrelConnections/adapter_list.h"
+#include "OstrelConnections/psp/adapter_list.h"
 
 struct PspRequestLists {
     UniqueAdapters dead_paths;

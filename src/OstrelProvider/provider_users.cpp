@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <cstdint>
 
-#include "OstrelConnections/renewal_state.h"
+#include "OstrelConnections/renewal/renewal_state.h"
 #include "OstrelProvider/config.h"
 #include "OstrelProvider/log.h"
 #include "OstrelProvider/logs_path.h"

@@ -4,7 +4,7 @@
 
 #include <cinttypes>
 
-#include "OstrelConnections/renewal_state.h"
+#include "OstrelConnections/renewal/renewal_state.h"
 #include "OstrelProvider/config.h"
 #include "OstrelProvider/log.h"
 #include "OstrelProvider/worker.h"

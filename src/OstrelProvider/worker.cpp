@@ -8,7 +8,7 @@
 #include <cinttypes>
 
 #include "OstrelConnections/polling_pass.h"
-#include "OstrelConnections/renewal_state.h"
+#include "OstrelConnections/renewal/renewal_state.h"
 #include "OstrelProvider/config.h"
 #include "OstrelProvider/logs_path.h"
 #include "OstrelProvider/service.h"

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <string_view>
 
-#include "OstrelConnections/renewal.h"
-#include "OstrelConnections/renewal_state.h"
+#include "OstrelConnections/renewal/renewal.h"
+#include "OstrelConnections/renewal/renewal_state.h"
 #include "OstrelProvider/config.h"
 #include "OstrelProvider/log.h"
 #include "OstrelProvider/worker.h"

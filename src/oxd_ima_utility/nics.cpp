@@ -1,6 +1,6 @@
 #include "oxd_ima_utility/nics.h"
 
-#include "OstrelConnections/psp_client.h"
+#include "OstrelConnections/psp/psp_client.h"
 #include "OstrelProvider/log.h"
 #include "common/text.h"
 #include "oxd_ima_utility/ima_list.h"

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "OstrelConnections/psp_records.h"
+#include "OstrelConnections/psp/psp_records.h"
 
 inline constexpr int MAX_UNIQUE_IPS = 32;
 using UniqueIpAddress = char[26];  // as wide as OstrelPspTransportPath::initiator_addr

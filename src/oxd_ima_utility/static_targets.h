@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "OstrelConnections/psp_records.h"
+#include "OstrelConnections/psp/psp_records.h"
 
 struct StaticTargetEntry {
     char target_iqn[256];

@@ -6,8 +6,8 @@
 #include <functional>
 #include <memory>
 
-#include "OstrelConnections/psp_client.h"
-#include "OstrelConnections/required_sessions.h"
+#include "OstrelConnections/balancing/required_sessions.h"
+#include "OstrelConnections/psp/psp_client.h"
 #include "common/text.h"
 #include "oxd_ima_utility/oid_cache.h"
 #include "support/engine.h"

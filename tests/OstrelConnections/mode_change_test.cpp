@@ -1,4 +1,4 @@
-#include "OstrelConnections/mode_change.h"
+#include "OstrelConnections/mode_change/mode_change.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <functional>
 
-#include "OstrelConnections/mode_change_parts.h"
+#include "OstrelConnections/mode_change/mode_change_parts.h"
 #include "ima/ima.h"
 #include "oxd_ima_utility/oid_cache.h"
 #include "support/engine.h"

@@ -6,8 +6,8 @@
 #include <functional>
 #include <memory>
 
-#include "OstrelConnections/psp_records.h"
-#include "OstrelConnections/required_sessions.h"
+#include "OstrelConnections/balancing/required_sessions.h"
+#include "OstrelConnections/psp/psp_records.h"
 #include "common/text.h"
 #include "ima/ima.h"
 #include "oxd_ima_utility/oid_cache.h"

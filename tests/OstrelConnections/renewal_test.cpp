@@ -1,6 +1,6 @@
 // Renewal of connections: every session is replaced while the volume keeps those of its other addresses, and a
 // step that fails leaves a volume that the polling passes repair.
-#include "OstrelConnections/renewal.h"
+#include "OstrelConnections/renewal/renewal.h"
 
 #include <gtest/gtest.h>
 #include <sched.h>

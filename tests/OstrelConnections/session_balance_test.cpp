@@ -1,11 +1,11 @@
-#include "OstrelConnections/session_balance.h"
+#include "OstrelConnections/balancing/session_balance.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <memory>
 
-#include "OstrelConnections/session_list.h"
+#include "OstrelConnections/balancing/session_list.h"
 #include "common/text.h"
 #include "oxd_ima_utility/oid_cache.h"
 #include "support/engine.h"

@@ -1,4 +1,4 @@
-#include "OstrelConnections/session_inventory.h"
+#include "OstrelConnections/inventory/session_inventory.h"
 
 #include <gtest/gtest.h>
 

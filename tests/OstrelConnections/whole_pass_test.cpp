@@ -5,7 +5,7 @@
 #include <random>
 
 #include "OstrelConnections/polling_pass.h"
-#include "OstrelConnections/psp_records.h"
+#include "OstrelConnections/psp/psp_records.h"
 #include "OstrelProvider/log.h"
 #include "oxd_ima_utility/oid_cache.h"
 #include "support/engine.h"

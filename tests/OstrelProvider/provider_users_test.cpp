@@ -8,7 +8,7 @@
 #include <atomic>
 #include <cerrno>
 
-#include "OstrelConnections/renewal_state.h"
+#include "OstrelConnections/renewal/renewal_state.h"
 #include "OstrelProvider/config.h"
 #include "OstrelProvider/worker.h"
 #include "support/log_lines.h"

@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <thread>
 
-#include "OstrelConnections/renewal_state.h"
+#include "OstrelConnections/renewal/renewal_state.h"
 #include "OstrelProvider/config.h"
 #include "OstrelProvider/wait_debug.h"
 #include "OstrelProvider/worker.h"

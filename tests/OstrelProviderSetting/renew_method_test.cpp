@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <variant>
 
-#include "OstrelConnections/renewal.h"
+#include "OstrelConnections/renewal/renewal.h"
 #include "OstrelProviderSetting/setting_methods.h"
 #include "cimserver/broker/objects.h"
 #include "support/host_test.h"

@@ -13,7 +13,7 @@
 #include <set>
 #include <sstream>
 
-#include "OstrelConnections/renewal_state.h"
+#include "OstrelConnections/renewal/renewal_state.h"
 #include "OstrelProvider/config.h"
 #include "OstrelProvider/provider_users.h"
 #include "OstrelProvider/service.h"

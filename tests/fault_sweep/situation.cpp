@@ -7,8 +7,8 @@
 #include <set>
 
 #include "OstrelConnections/polling_pass.h"
-#include "OstrelConnections/psp_records.h"
-#include "OstrelConnections/renewal_state.h"
+#include "OstrelConnections/psp/psp_records.h"
+#include "OstrelConnections/renewal/renewal_state.h"
 #include "OstrelProvider/config.h"
 #include "OstrelProvider/log.h"
 #include "OstrelProvider/provider_users.h"

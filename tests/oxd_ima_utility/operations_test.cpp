@@ -2,7 +2,7 @@
 #include <cstring>
 #include <memory>
 
-#include "OstrelConnections/psp_client.h"
+#include "OstrelConnections/psp/psp_client.h"
 #include "OstrelProvider/log.h"
 #include "common/text.h"
 #include "oxd_ima_utility/discovery.h"

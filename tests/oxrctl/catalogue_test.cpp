@@ -57,18 +57,18 @@ std::map<int, std::string> codes_of_catalogue(const std::string& kind) {
 }
 
 TEST(Catalogue, HasEachCodeOfTheSourceAndNoOther) {
-    const auto oxd = source_codes("OstrelConnections/renewal.h", "enum : std::uint32_t", "OXD_");
+    const auto oxd = source_codes("OstrelConnections/renewal/renewal.h", "enum : std::uint32_t", "OXD_");
     ASSERT_EQ(oxd.size(), 11U);
     EXPECT_EQ(codes_of_catalogue("OXD"), oxd);
 
-    auto psp = source_codes("OstrelConnections/psp_records.h", "enum OstrelPspIoctlStatus", "OSTREL_PSP_IOCTL_");
+    auto psp = source_codes("OstrelConnections/psp/psp_records.h", "enum OstrelPspIoctlStatus", "OSTREL_PSP_IOCTL_");
     ASSERT_EQ(psp.size(), 11U);
-    psp[10] = source_case_texts("OstrelConnections/psp_requests.cpp").at("default");
+    psp[10] = source_case_texts("OstrelConnections/psp/psp_requests.cpp").at("default");
     EXPECT_EQ(codes_of_catalogue("PSP"), psp);
 }
 
 TEST(Catalogue, HasTheTextsThatClientsGetWithACode) {
-    const auto texts = source_case_texts("OstrelConnections/renewal_status.cpp");
+    const auto texts = source_case_texts("OstrelConnections/renewal/renewal_status.cpp");
     for (const CodeEntry& code : catalogue().codes) {
         if (code.kind == "OXD" && code.code != 0) {
             EXPECT_EQ(code.text, texts.contains(code.name) ? texts.at(code.name) : texts.at("default")) << code.name;

@@ -1,4 +1,4 @@
-#include "OstrelConnections/psp_client.h"
+#include "OstrelConnections/psp/psp_client.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,7 +1,7 @@
 // A scenario with --set in force is what the text would be with these values, or is refused in one line.
 #include <gtest/gtest.h>
 
-#include "simhost/program/scenario.h"
+#include "programs/ostrel-simhost/scenario.h"
 
 using namespace program;
 

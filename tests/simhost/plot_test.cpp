@@ -9,8 +9,8 @@
 #include <fstream>
 #include <sstream>
 
-#include "simhost/program/plot_data.h"
-#include "simhost/program/plot_script.h"
+#include "programs/ostrel-simhost/plot_data.h"
+#include "programs/ostrel-simhost/plot_script.h"
 
 using namespace program;
 
@@ -49,7 +49,7 @@ struct Ran {
 Ran run_simhost(const std::string& arguments) {
     Ran ran;
     const auto program =
-        std::filesystem::read_symlink("/proc/self/exe").parent_path() / "../simhost/program/ostrel-simhost";
+        std::filesystem::read_symlink("/proc/self/exe").parent_path() / "../programs/ostrel-simhost/ostrel-simhost";
     FILE* const pipe = popen((program.string() + " " + arguments + " 2>&1 >/dev/null").c_str(), "r");
     std::array<char, 4096> buffer{};
     for (std::size_t got; (got = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0;) {

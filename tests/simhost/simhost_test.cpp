@@ -16,7 +16,7 @@
 #include <memory>
 #include <thread>
 
-#include "OstrelConnections/psp_client.h"
+#include "OstrelConnections/psp/psp_client.h"
 #include "common/text.h"
 #include "ima/ima.h"
 #include "oxd_ima_utility/discovery.h"

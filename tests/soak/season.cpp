@@ -4,7 +4,7 @@
 #include <memory>
 #include <set>
 
-#include "OstrelConnections/psp_client.h"
+#include "OstrelConnections/psp/psp_client.h"
 #include "OstrelProvider/service.h"
 #include "OstrelProvider/worker.h"
 #include "soak/driver.h"

@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "OstrelConnections/psp_client.h"
-#include "OstrelConnections/renewal_state.h"
+#include "OstrelConnections/psp/psp_client.h"
+#include "OstrelConnections/renewal/renewal_state.h"
 #include "OstrelProvider/config.h"
 #include "OstrelProvider/service.h"
 #include "OstrelProvider/worker.h"

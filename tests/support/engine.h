@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "OstrelConnections/session_inventory.h"
+#include "OstrelConnections/inventory/session_inventory.h"
 #include "simhost/host.h"
 
 namespace testing_support {

@@ -1,0 +1,140 @@
+#include "oxrctl/plan_run.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <future>
+
+#include "shared/child_process.h"
+
+namespace oxrctl {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char SIMHOST[] = "ostrel-simhost";
+
+// Beside this program, where the build leaves it, or by PATH.
+std::string simhost_program() {
+    std::error_code ignored;
+    const fs::path own_folder = fs::read_symlink("/proc/self/exe", ignored).parent_path();
+    for (const fs::path& folder : {own_folder, own_folder / "../ostrel-simhost"}) {
+        const fs::path candidate = folder / SIMHOST;
+        if (fs::is_regular_file(candidate, ignored) && access(candidate.c_str(), X_OK) == 0) {
+            return candidate.lexically_normal().string();
+        }
+    }
+    return SIMHOST;
+}
+
+class TemporaryFolder {
+public:
+    TemporaryFolder() {
+        std::error_code code;
+        path_ = (fs::temp_directory_path(code) / "oxrctl-XXXXXX").string();
+        if (code || mkdtemp(path_.data()) == nullptr) {
+            throw Refusal(fmt::format("no temporary folder can be made: {}", std::strerror(errno)), EXIT_NOT_RUN);
+        }
+    }
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+    ~TemporaryFolder() {
+        std::error_code ignored;
+        fs::remove_all(path_, ignored);
+    }
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+// An interrupt ends the children, which tell how far they came; this program stays to clean up.
+class InterruptsForChildren {
+public:
+    InterruptsForChildren() : before_(std::signal(SIGINT, SIG_IGN)) {}
+    InterruptsForChildren(const InterruptsForChildren&) = delete;
+    InterruptsForChildren& operator=(const InterruptsForChildren&) = delete;
+    ~InterruptsForChildren() { std::signal(SIGINT, before_); }
+
+private:
+    void (*before_)(int);
+};
+
+std::vector<std::string> command_of(const PlanRun& run, const std::string& root) {
+    std::vector<std::string> command = {simhost_program(), "--json", "--root", root};
+    for (const std::string& override_text : run.overrides) {
+        command.insert(command.end(), {"--set", override_text});
+    }
+    if (!run.run_for.empty()) {
+        command.insert(command.end(), {"--for", run.run_for});
+    }
+    command.insert(command.end(), {"--", run.scenario});
+    return command;
+}
+
+// What the other program says of what it was given, in the words of this one's command line.
+std::string in_own_words(std::string text) {
+    constexpr std::pair<std::string_view, std::string_view> words[] = {{"ostrel-simhost: --set ", "--what-if "},
+                                                                       {"ostrel-simhost: ", ""}};
+    for (const auto& [theirs, ours] : words) {
+        for (std::size_t at; (at = text.find(theirs)) != std::string::npos;) {
+            text.replace(at, theirs.size(), ours);
+        }
+    }
+    while (text.ends_with('\n')) {
+        text.pop_back();
+    }
+    return text;
+}
+
+Plan run_plan(const PlanRun& run) {
+    const TemporaryFolder root;
+    PlanReader reader;
+    shared::ChildProcess child;
+    child.command = command_of(run, root.path());
+    child.on_output = [&](std::string_view piece) { reader.take(piece); };
+    shared::ChildEnd end;
+    try {
+        end = shared::run_child(child);
+    } catch (const Json::exception&) {
+        throw Refusal(fmt::format("{} says what oxrctl doesn't understand: are they of one version?", SIMHOST),
+                      EXIT_NOT_RUN);
+    }
+    if (!end.started) {
+        throw Refusal(fmt::format("{} can't be run (looked for it beside oxrctl and in PATH): {}", SIMHOST,
+                                  std::strerror(end.error_number)),
+                      EXIT_NOT_RUN);
+    }
+    if (end.exit_code == EXIT_UNUSABLE) {
+        throw Refusal(in_own_words(end.error_output));
+    }
+    Plan plan = reader.finish();
+    if (!plan.complete) {
+        const std::string why = in_own_words(end.error_output);
+        throw Refusal(fmt::format("{} ended too early: {}", SIMHOST, why.empty() ? "it doesn't say why" : why),
+                      EXIT_NOT_RUN);
+    }
+    return plan;
+}
+
+}  // namespace
+
+std::vector<Plan> run_plans(const std::vector<PlanRun>& runs) {
+    const InterruptsForChildren interrupts;
+    std::vector<std::future<Plan>> running;
+    for (const PlanRun& run : runs) {
+        running.push_back(std::async(std::launch::async, run_plan, run));
+    }
+    std::vector<Plan> plans;
+    for (auto& each : running) {
+        plans.push_back(each.get());
+    }
+    return plans;
+}
+
+}  // namespace oxrctl

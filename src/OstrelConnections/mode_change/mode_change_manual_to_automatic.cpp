@@ -1,0 +1,180 @@
+#include "OstrelConnections/mode_change/mode_change.h"
+#include "OstrelConnections/mode_change/mode_change_parts.h"
+#include "common/stop_point.h"
+#include "oxd_ima_utility/oid_lookup.h"
+
+namespace {
+
+// Messages of the procedure carry the name of its one operation.
+constexpr char procedure[] = "handle_manual_to_automatic_mode_change";
+
+// Puts all target addresses but the busiest into the remove list: the volume keeps its static paths over that
+// one until dynamic ones exist.
+void collect_targets_but_busiest(const TargetDtls* sessions, const char* target_iqn, RemoveList& remove_list) {
+    UniqueIpAddress ips[MAX_UNIQUE_IPS] = {};
+    TargetSessionCount map[MAX_UNIQUE_IPS] = {};
+    int num_ips = 0;
+    int busiest = 0;
+    get_unique_target_ips(sessions, ips, num_ips);
+    get_target_session_count_map(ips, num_ips, sessions, busiest, map);
+    if (map[busiest].num_sessions > 0) {
+        OXR_DEBUG_IN(procedure,
+                     "Target %s has maximum sessions = %d so it won't be deleted until all dynamic targets are created",
+                     map[busiest].target_ip, map[busiest].num_sessions);
+    }
+    for (int i = 0; i < num_ips; ++i) {
+        if (i != busiest && map[i].num_sessions > 0) {
+            (void)remove_list.add(procedure, target_iqn, map[i].target_ip);  // one left out goes with the rest
+        }
+    }
+}
+
+// Thins out the static targets. -1 when the sessions of a volume can't be read; nothing is removed then.
+int remove_targets_but_busiest(const mode_change_info* changes, int num_changes, OxrLun* luns, ModeChangeBatch& batch) {
+    RemoveList remove_list;
+    if (!remove_list.allocated()) {
+        OXR_ERROR_IN(procedure, "can not allocate memory for TargetDtls.");
+        return -1;
+    }
+    for (int c = 0; c < num_changes; ++c) {
+        if (changes[c].change != MANUAL_TO_AUTOMATIC) {
+            continue;
+        }
+        oxr::stop_point();
+        OxrLun& lun = luns[changes[c].index];
+        const oxr::FieldText target_iqn(lun.target_iqn);
+        OXR_DEBUG_IN(procedure, "Getting session connection details for target iqn - %s", target_iqn.c_str());
+        TargetDtls sessions[MAX_SESSIONS_PER_TARGET] = {};
+        if (const int result = obtain_oxr_lun_sessions(lun, sessions); result < 0) {
+            OXR_ERROR_IN(procedure, "populate_oxr_sessions returned %d. Can't get sessions for this target", result);
+            return -1;
+        }
+        if (batch.take(procedure, changes[c], lun)) {
+            collect_targets_but_busiest(sessions, target_iqn.c_str(), remove_list);
+        }
+    }
+    oxr::stop_point();
+    if (remove_list.count() > 0) {
+        OXR_INFO_IN(procedure,
+                    "Deleting all static targets other than those which have been selected to be deleted later");
+        // A target that stays is removed with the rest at the end.
+        (void)remove_list.remove_from(batch.adapters.names, batch.adapters.count);
+    }
+    return 0;
+}
+
+void warn_of_failed_rediscovery() {
+    OXR_WARN_IN(procedure, "rediscovery failed.");
+}
+
+// The final removal's operation.
+constexpr char removal[] = "remove_all_static_targets";
+
+void log_missing_dynamic_session(const char* target_iqn) {
+    OXR_ERROR_IN(removal, "no dynamic(automatic) session present for target %s", target_iqn);
+}
+
+void collect_static_target(RemoveList& list, const TargetDtls& session, const char* target_iqn) {
+    if (list.add(removal, target_iqn, session.current_remote_ip)) {
+        OXR_DEBUG_IN(removal, "target - hba %s, target ip %s, target iqn %s, port %d has been added to remove list",
+                     session.vmhba_name, session.current_remote_ip, target_iqn, static_cast<int>(ISCSI_PORT));
+    }
+}
+
+}  // namespace
+
+int handle_manual_to_automatic_mode_change(const mode_change_info* changes, int num_changes, OxrLun* luns) {
+    ModeChangeBatch batch;
+    if (remove_targets_but_busiest(changes, num_changes, luns, batch) != 0) {
+        return -1;
+    }
+    if (batch.count == 0) {
+        return 0;
+    }
+    const UniqueAdapters& adapters = batch.adapters;
+    if (delete_dead_path_ioctl(adapters.names, adapters.count, DEAD_PATH_DELAY_SECONDS) < 0) {
+        OXR_ERROR("ioctl for deleting dead paths failed.");
+    }
+    rediscover_adapters(procedure, adapters, warn_of_failed_rediscovery);
+    oxr::stop_point();
+    OXR_INFO("rescanning all adapters");
+    if (rescan_ioctl(adapters.names, adapters.count) < 0) {
+        OXR_ERROR("ioctl for adapter rescan failed.");
+        return -1;
+    }
+    oxr::stop_point();
+    OXR_INFO("removing all remaining static targets");
+    if (remove_all_static_targets(batch.changes, batch.count, luns, adapters.names, adapters.count) != 0) {
+        OXR_ERROR("all static targets were not removed");
+        return -1;
+    }
+    OXR_INFO("deleting dead paths");
+    if (delete_dead_path_ioctl(adapters.names, adapters.count, DEAD_PATH_DELAY_SECONDS) < 0) {
+        OXR_WARN("failed to delete dead paths");
+    }
+    return 0;
+}
+
+void get_unique_target_ips(const TargetDtls* sessions, UniqueIpAddress* list, int& count) {
+    for (int s = 0; s < MAX_SESSIONS_PER_TARGET; ++s) {
+        if (sessions[s].session_type != SESSION_STATIC) {
+            continue;
+        }
+        const oxr::FieldText target_ip(sessions[s].current_remote_ip);
+        const bool listed = std::any_of(
+            list, list + count, [&](const UniqueIpAddress& ip) { return oxr::field_view(ip) == target_ip.c_str(); });
+        if (listed) {
+            OXR_DEBUG("target ip %s is not unique", target_ip.c_str());
+        } else {
+            OXR_DEBUG("target ip %s is unique", target_ip.c_str());
+            oxr::copy_text(list[count++], target_ip.c_str());
+        }
+    }
+}
+
+void get_target_session_count_map(const UniqueIpAddress* list, int num_ips, const TargetDtls* sessions, int& busiest,
+                                  TargetSessionCount* map) {
+    const int listed = listed_sessions(sessions);
+    int maximum = 0;
+    for (int i = 0; i < num_ips; ++i) {
+        const oxr::FieldText target_ip(list[i]);
+        OXR_DEBUG("Finding session count for target %s ", target_ip.c_str());
+        int count = 0;
+        for (int s = 0; s < listed; ++s) {
+            const oxr::FieldText remote_ip(sessions[s].current_remote_ip);
+            OXR_DEBUG("comparing %s to %s", remote_ip.c_str(), target_ip.c_str());
+            if (is_logged_in(sessions[s], SESSION_STATIC) && std::string_view(remote_ip.c_str()) == target_ip.c_str()) {
+                ++count;
+            }
+        }
+        map[i].num_sessions = count;
+        OXR_DEBUG("copied session count %d ", count);
+        oxr::copy_text(map[i].target_ip, target_ip.c_str());
+        OXR_DEBUG("copied target ip %s ", target_ip.c_str());
+        if (count > maximum) {
+            busiest = i;
+            maximum = count;
+            OXR_DEBUG("This target has maximum sessions yet, session count = %d ", maximum);
+        }
+    }
+}
+
+int remove_all_static_targets(const mode_change_info* changes, int num_changes, OxrLun* luns,
+                              const AdapterName* adapters, int num_adapters) {
+    if (num_changes == 0) {
+        OXR_INFO("No static targets to remove");
+        return 0;
+    }
+    RemoveList remove_list;
+    if (!remove_list.allocated()) {
+        OXR_ERROR("can not allocate memory for TargetDtls.");
+        return -1;
+    }
+    const FinalRemoval rules{removal,        MANUAL_TO_AUTOMATIC,         SESSION_DYNAMIC,
+                             SESSION_STATIC, log_missing_dynamic_session, collect_static_target};
+    const std::optional<int> collected = collect_old_kind(rules, changes, num_changes, luns, remove_list);
+    if (!collected.has_value()) {
+        return -1;
+    }
+    return remove_list.remove_from(adapters, num_adapters) != 0 ? -1 : *collected;
+}

@@ -1,0 +1,58 @@
+#include "OstrelConnections/renewal/renewal_run.h"
+
+#include "OstrelProvider/log.h"
+#include "common/heap.h"
+
+namespace {
+
+void drop(RenewalRun* run) {
+    if (run->owners.fetch_sub(1) > 1) {
+        return;
+    }
+    // Only a thread that was never joined is still shown here.
+    pthread_t shown = run->thread;
+    if (shown != 0) {
+        (void)conn_renew_thread.compare_exchange_strong(shown, 0);
+    }
+    delete run;
+}
+
+void* renewal_thread(void* argument) {
+    RenewalRun* const run = static_cast<RenewalRun*>(argument);
+    renew_iscsi_connections(run->request);
+    drop(run);
+    return nullptr;
+}
+
+}  // namespace
+
+void DropRenewalRun::operator()(RenewalRun* run) const {
+    drop(run);
+}
+
+RenewalRunPtr make_renewal_run() {
+    RenewalRunPtr run(oxr::make_zeroed<RenewalRun>().release());
+    if (run != nullptr) {
+        run->owners.store(1);
+    }
+    return run;
+}
+
+bool run_renewal_thread(const char* operation, RenewalRun& run) {
+    pthread_t thread{};
+    run.owners.fetch_add(1);
+    if (const int result = pthread_create(&thread, nullptr, renewal_thread, &run); result != 0) {
+        run.owners.fetch_sub(1);
+        OXR_ERROR_IN(operation, "pthread_create failed for connection renewal thread : returned %d", result);
+        return false;
+    }
+    run.thread = thread;
+    conn_renew_thread.store(thread);
+    if (const int result = pthread_join(thread, nullptr); result != 0) {
+        OXR_ERROR_IN(operation, "pthread_join failed for connection renewal thread : returned %d", result);
+        return false;
+    }
+    conn_renew_thread.store(0);
+    run.thread = 0;
+    return true;
+}
