@@ -58,7 +58,7 @@ std::vector<LogLine> log_lines(std::string_view text, int level) {
 void Recorder::watch(simhost::Host& host) {
     host_ = &host;
     config_text_ = host.read_file(CONFIG_FILE);
-    log_path_ = std::string(DEFAULT_LOGS_PATH) + "/oxr.log";
+    log_path_ = fmt::format("{}/oxr.log", DEFAULT_LOGS_PATH);
     note_totals();
     host.observe([this](const simhost::Event& event) { see(event); });
 }

@@ -5,8 +5,6 @@
 #include <stdexcept>
 #include <utility>
 
-#define TOML_HEADER_ONLY 1
-#define TOML_EXCEPTIONS 0
 #include <toml++/toml.h>
 
 #include "oxrctl/message_format.h"
@@ -70,18 +68,14 @@ void add_messages(std::vector<MessageEntry>& messages, const std::string& subjec
 }
 
 Catalogue read_catalogue() {
-    const toml::parse_result parsed = toml::parse(std::string_view(catalogue_text));
-    if (!parsed) {
-        throw std::logic_error(fmt::format("catalogue.toml, line {}: {}", parsed.error().source().begin.line,
-                                           parsed.error().description()));
-    }
+    const toml::table parsed = toml::parse(std::string_view(catalogue_text), std::string_view("catalogue.toml"));
     Catalogue result;
-    for_each_table(parsed.table(), "subject", [&](const toml::table& subject) {
+    for_each_table(parsed, "subject", [&](const toml::table& subject) {
         for_each_table(subject, "message", [&](const toml::table& message) {
             add_messages(result.messages, text_of(subject, "name"), message);
         });
     });
-    for_each_table(parsed.table(), "code", [&](const toml::table& code) {
+    for_each_table(parsed, "code", [&](const toml::table& code) {
         result.codes.push_back({text_of(code, "kind"), code["code"].value_or(-1), text_of(code, "name"),
                                 text_of(code, "text"), squeezed(text_of(code, "meaning")),
                                 squeezed(text_of(code, "action"))});

@@ -22,18 +22,14 @@ namespace {
 constexpr std::uint64_t many_log_calls = 200;
 
 // OXR_SWEEP=full: every call; of the thousands of calls for the log of a large host the first ones, and then with
-// growing steps. Otherwise so for each operation. A sanitizer makes a process dear to begin.
+// growing steps. Otherwise a sample.
 std::uint64_t call_after(const Fault& fault) {
     const std::uint64_t nth = fault.nth;
     const char* const wanted = std::getenv("OXR_SWEEP");
     if (wanted != nullptr && std::string_view(wanted) == "full") {
         return fault.path_contains == "oxr.log" && nth >= many_log_calls ? nth + nth / 4 : nth + 1;
     }
-#if defined(__SANITIZE_ADDRESS__)
     return nth * 4;
-#else
-    return nth + 1 + nth / 2;
-#endif
 }
 
 std::string describe(const Fault& fault) {

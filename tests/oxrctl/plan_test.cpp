@@ -39,6 +39,7 @@ protected:
     PlanTest() : folder_(fs::path(testing::TempDir()) / ("oxrctl-plan-" + std::to_string(getpid()))) {
         fs::create_directories(folder_ / "tmp");
         setenv("TMPDIR", (folder_ / "tmp").c_str(), 1);
+        setenv("PATH", (std::string(OXR_PROGRAMS_DIR "/ostrel-simhost:") + getenv("PATH")).c_str(), 1);
     }
     ~PlanTest() override {
         EXPECT_TRUE(fs::is_empty(folder_ / "tmp")) << "the simulated root is left behind";

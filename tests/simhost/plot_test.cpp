@@ -48,9 +48,8 @@ struct Ran {
 
 Ran run_simhost(const std::string& arguments) {
     Ran ran;
-    const auto program =
-        std::filesystem::read_symlink("/proc/self/exe").parent_path() / "../programs/ostrel-simhost/ostrel-simhost";
-    FILE* const pipe = popen((program.string() + " " + arguments + " 2>&1 >/dev/null").c_str(), "r");
+    const std::string program = OXR_PROGRAMS_DIR "/ostrel-simhost/ostrel-simhost";
+    FILE* const pipe = popen((program + " " + arguments + " 2>&1 >/dev/null").c_str(), "r");
     std::array<char, 4096> buffer{};
     for (std::size_t got; (got = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0;) {
         ran.errors.append(buffer.data(), got);
