@@ -40,6 +40,9 @@ std::string read_field(const std::string& line, Registration& entry) {
     if (name == "type") {
         return read_types(value, entry);
     }
+    if (name == "unload") {
+        return value == "never" ? std::string() : "'" + value + "' is not supported for unload: expected never";
+    }
     std::string* const field = name == "provider"    ? &entry.provider
                                : name == "location"  ? &entry.location
                                : name == "namespace" ? &entry.name_space

@@ -27,7 +27,8 @@ constexpr char DESCRIPTION[] =
 
 constexpr char EXAMPLES[] = R"(
 SCENARIO is a file in TOML, or the name of a shipped one: demo (the default), cim, full, paths-limit,
-upgrade, hazards/NAME. README.md beside the shipped ones lists all keys and events.
+upgrade, hazards/NAME. {}
+lists all keys and events.
 
 Examples:
   ostrel-simhost                         a host, a few events, the whole story
@@ -61,15 +62,17 @@ std::filesystem::path own_folder() {
     return std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
 }
 
+// The folder of the shipped scenarios: that of the installation, or of the source tree.
+std::filesystem::path shipped_scenarios() {
+    std::error_code ignored;
+    auto installed = (own_folder() / "../share/ostrel/scenarios").lexically_normal();
+    return std::filesystem::is_directory(installed, ignored) ? installed : std::filesystem::path(OXR_SCENARIOS_FOLDER);
+}
+
 // The scenario as given, or of that name among the shipped ones; empty when there is none.
 std::filesystem::path find_scenario(const std::string& name) {
-    std::vector<std::filesystem::path> candidates = {name};
-    for (const auto& folder :
-         {own_folder() / "../share/ostrel/scenarios", std::filesystem::path(OXR_SCENARIOS_FOLDER)}) {
-        candidates.push_back(folder / (name + ".toml"));
-        candidates.push_back(folder / name);
-    }
-    for (const auto& candidate : candidates) {
+    const auto folder = shipped_scenarios();
+    for (const auto& candidate : {std::filesystem::path(name), folder / (name + ".toml"), folder / name}) {
         std::error_code ignored;
         if (std::filesystem::is_regular_file(candidate, ignored)) {
             return candidate.lexically_normal();
@@ -143,7 +146,7 @@ int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
     CLI::App app(DESCRIPTION, "ostrel-simhost");
     app.set_version_flag("--version", OXR_VERSION, "Print the version");
-    app.footer(EXAMPLES);
+    app.footer(fmt::format(EXAMPLES, (shipped_scenarios() / "README.md").string()));
     app.add_option("SCENARIO", scenario_name, "Scenario file or the name of a shipped one [demo]");
     app.add_option("--for", for_text, "Simulated time to run, such as 90s, 45m, 2h30m [the scenario's own]")
         ->type_name("DURATION");

@@ -148,7 +148,7 @@ public:
             print(fmt::format("note        {}", note));
         }
         print(fmt::format("files       {} (var/log/ostrel/oxr.log, etc/ostrel/oxr.conf)", outcome.root));
-        print("over CIM    with --speed 60 --cim this host is served to WBEM clients (docs/cim.md)");
+        print("over CIM    with --speed 60 --cim this host is served to WBEM clients (cim.md)");
     }
 
 private:
