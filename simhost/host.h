@@ -338,4 +338,8 @@ private:
     std::shared_ptr<Impl> impl_;  // calls in flight on other threads hold it too
 };
 
+// `action` is called once, by the next thread that creates one, before pthread_create returns. Set while no thread is
+// created.
+void after_thread_creation(std::function<void()> action);
+
 }  // namespace simhost

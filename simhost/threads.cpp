@@ -2,6 +2,9 @@
 // sanitizer forgets a thread whose join was made to fail: under it that thread can't be joined any more.
 #include <errno.h>
 
+#include <functional>
+#include <utility>
+
 #include "simhost/inside.h"
 #include "simhost/model.h"
 #include "simhost/real.h"
@@ -22,7 +25,13 @@ int counted(const char* operation, int otherwise) {
     return !fault ? 0 : fault->error != 0 ? fault->error : otherwise;
 }
 
+std::function<void()> thread_created;
+
 }  // namespace
+
+void after_thread_creation(std::function<void()> action) {
+    thread_created = std::move(action);
+}
 
 // A thread sanitizer starts a thread of its own along with the first one of the program; let that be before
 // anything is counted.
@@ -39,7 +48,14 @@ void settle_threads() {
 SIMHOST_INTERPOSE(int, pthread_create, pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
                   void* argument) {
     const int error = !host_exists() ? 0 : counted("pthread_create", EAGAIN);
-    return error != 0 ? error : real::pthread_create(thread, attributes, start, argument);
+    if (error != 0) {
+        return error;
+    }
+    const int result = real::pthread_create(thread, attributes, start, argument);
+    if (host_exists() && thread_created) {
+        std::exchange(thread_created, nullptr)();
+    }
+    return result;
 }
 SIMHOST_INTERPOSE(int, pthread_join, pthread_t thread, void** result) {
     const int error = !host_exists() ? 0 : counted("pthread_join", EINVAL);

@@ -11,6 +11,7 @@
 #include "OstrelProvider/stop_signal.h"
 #include "OstrelProvider/worker.h"
 #include "common/text.h"
+#include "common/threads.h"
 
 namespace {
 
@@ -134,7 +135,7 @@ void hand_out(ProviderMi mi) {
 void give_back(ProviderMi mi) {
     // A worker that another provider started must not outlive the library; stopping it may take long, so it is
     // not done under the lock.
-    if (is_last_user(mi) && oxr_thread.load() != 0) {
+    if (is_last_user(mi) && oxr::running_thread(oxr_thread) != 0) {
         (void)StopService();  // it has logged its failure, and there is nobody left to tell
     }
     const oxr::MutexLock lock(users_mutex);

@@ -10,6 +10,7 @@
 #include "OstrelProvider/worker.h"
 #include "common/stop_point.h"
 #include "common/text.h"
+#include "common/threads.h"
 
 std::atomic<pthread_t> oxr_thread{0};
 std::atomic<std::int64_t> tid{0};
@@ -39,19 +40,19 @@ void read_versions() {
 }
 
 // SIGUSR1 is blocked around the creation, so that the worker has it blocked from its first instruction.
-int create_worker(pthread_t& thread) {
+int create_worker() {
     sigset_t stop_signal;
     sigset_t before;
     sigemptyset(&stop_signal);
     sigaddset(&stop_signal, SIGUSR1);
     pthread_sigmask(SIG_BLOCK, &stop_signal, &before);
-    const int result = pthread_create(&thread, nullptr, do_work, nullptr);
+    const int result = oxr::create_thread(oxr_thread, do_work, nullptr);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return result;
 }
 
 void wait_for_renewal(const char* operation) {
-    for (int waits = 0; conn_renew_thread.load() != 0; ++waits) {
+    for (int waits = 0; oxr::running_thread(conn_renew_thread) != 0; ++waits) {
         if (waits == max_renewal_waits) {
             OXR_ERROR_IN(operation, "looks like conn_renew_thread is hung even after 60 seconds, continuing with stop");
             return;
@@ -80,19 +81,16 @@ int StartService() {
     }
     read_versions();
     OXR_INFO("Creating worker thread");
-    pthread_t thread{};
-    const int result = create_worker(thread);
-    if (result != 0) {
+    if (const int result = create_worker(); result != 0) {
         OXR_ERROR("%s, pthread_create failed", oxr::error_text(result));
         return -1;
     }
-    oxr_thread.store(thread);
     return 0;
 }
 
 int StopService() {
     const oxr::MutexLock lock(stop_mutex);
-    const pthread_t worker = oxr_thread.load();
+    const pthread_t worker = oxr::running_thread(oxr_thread);
     if (worker == 0) {
         OXR_INFO("No worker thread exists; nothing to stop.");
         wait_for_renewal(__func__);

@@ -28,6 +28,10 @@ namespace {
 // Who the worker is, for the signal handler.
 std::atomic<pthread_t> worker_self{0};
 
+// Ends the worker from a stop point. pthread_exit would do as well but for a library that is being unloaded: it may
+// want to load the unwinder and wait for the dynamic loader, which waits for the worker.
+struct WorkerStopped {};
+
 void read_configuration(ConfigValues& values) {
     const oxr::MutexLock lock(config_file_mutex);
     if (OSTREL_GetConfigValues(&values, CONFIG_NORMAL) < 0) {
@@ -74,9 +78,13 @@ void* do_work(void*) {
     tid.store(static_cast<std::int64_t>(pthread_self()));
     oxr::enable_stop_points(sigusr1_handler);
     ConfigValues values;
-    for (;;) {
-        run_worker_cycle(values);
-        sleep_until_next_cycle(values);
+    try {
+        for (;;) {
+            run_worker_cycle(values);
+            sleep_until_next_cycle(values);
+        }
+    } catch (const WorkerStopped&) {
+        return nullptr;
     }
 }
 
@@ -100,7 +108,7 @@ void sigusr1_handler(int signal) {
     OXR_INFO("Signal %d caught. Performing cleanup of resources allocated by polling thread.", signal);
     OXR_INFO("Polling thread exiting. Thread id = %" PRId64, tid.load());
     worker_self.store(0);
-    pthread_exit(nullptr);
+    throw WorkerStopped();
 }
 
 void create_lock_file() {

@@ -137,6 +137,24 @@ TEST_F(ServiceTest, StartsAndStopsAtOnceLeaveOneWorkerOrNone) {
               testing_support::count_lines(log, "INFO", "sigusr1_handler", "Polling thread exiting"));
 }
 
+TEST_F(ServiceTest, AStopThatComesWhileAWorkerIsCreatedEndsIt) {
+    std::atomic<bool> stopped{false};
+    std::thread stopping;
+    simhost::after_thread_creation([&] {
+        stopping = std::thread([&] {
+            EXPECT_EQ(StopService(), 0);
+            stopped = true;
+        });
+        for (int waits = 0; !stopped && waits < 100; ++waits) {
+            poll(nullptr, 0, 1);
+        }
+    });
+    EXPECT_EQ(StartService(), 0);
+    stopping.join();
+    EXPECT_EQ(oxr_thread, 0U);
+    EXPECT_EQ(testing_support::count_lines(host->log(), "INFO", "StopService", "No worker thread exists"), 0);
+}
+
 TEST_F(ServiceTest, AStopWaitsForARenewalButNotForEver) {
     for (const auto& [has_worker, seconds] : {std::pair{false, 3}, {false, 1000}, {true, 3}, {true, 1000}}) {
         SCOPED_TRACE(testing::Message() << has_worker << " " << seconds);

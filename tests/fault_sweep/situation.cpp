@@ -13,6 +13,7 @@
 #include "OstrelProvider/log.h"
 #include "OstrelProvider/provider_users.h"
 #include "OstrelProvider/service.h"
+#include "OstrelProvider/unload.h"
 #include "OstrelProvider/worker.h"
 #include "fault_sweep/providers.h"
 #include "oxd_ima_utility/oid_cache.h"
@@ -161,6 +162,17 @@ std::string load_and_unload(Host& host) {
     return "";
 }
 
+// The process ends without a cleanup, with the worker asleep or, when a pass has `seconds` only, in its midst.
+template <int Seconds>
+std::string end_without_cleanup(Host& host) {
+    host.set_horizon(host.now() + Seconds);
+    if (StartService() == 0 && !host.wait_for_horizon(10)) {
+        return "no first cycle";
+    }
+    end_what_runs();
+    return "";
+}
+
 std::string log_much(Host&) {
     const std::string text(3000, 'y');
     OXR_INFO("short");
@@ -219,6 +231,8 @@ const std::vector<Situation>& situations() {
         {"old_format_conversion", make_old_format, load_and_unload, true},
         {"load_and_unload", [] { return make_volumes(1, 8); }, load_and_unload, true},
         {"service_stop_and_start", [] { return make_volumes(1, 8); }, start_and_stop, true},
+        {"exit_while_asleep", [] { return make_volumes(1, 8); }, end_without_cleanup<10>},
+        {"exit_in_mid_pass", [] { return make_volumes(2, 3); }, end_without_cleanup<1>, false, 3},
         {"log_rotation", make_long_logs, log_much},
         {"setvalue", make_behind_providers, [](Host&) { return providers().set_value("vol_sessions", 8); }},
         {"enumerations", make_behind_providers, [](Host&) { return providers().enumerate(); }},

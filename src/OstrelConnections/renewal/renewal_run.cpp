@@ -2,6 +2,7 @@
 
 #include "OstrelProvider/log.h"
 #include "common/heap.h"
+#include "common/threads.h"
 
 namespace {
 
@@ -39,16 +40,14 @@ RenewalRunPtr make_renewal_run() {
 }
 
 bool run_renewal_thread(const char* operation, RenewalRun& run) {
-    pthread_t thread{};
     run.owners.fetch_add(1);
-    if (const int result = pthread_create(&thread, nullptr, renewal_thread, &run); result != 0) {
+    if (const int result = oxr::create_thread(conn_renew_thread, renewal_thread, &run); result != 0) {
         run.owners.fetch_sub(1);
         OXR_ERROR_IN(operation, "pthread_create failed for connection renewal thread : returned %d", result);
         return false;
     }
-    run.thread = thread;
-    conn_renew_thread.store(thread);
-    if (const int result = pthread_join(thread, nullptr); result != 0) {
+    run.thread = conn_renew_thread.load();
+    if (const int result = pthread_join(run.thread, nullptr); result != 0) {
         OXR_ERROR_IN(operation, "pthread_join failed for connection renewal thread : returned %d", result);
         return false;
     }
