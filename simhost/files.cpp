@@ -47,16 +47,24 @@ int fail_with(const Fault& fault) {
     return -1;
 }
 
-// A call on a path of the host. Empty `host_path`: the call isn't ours.
+// A call on a path. Empty `host_path`: it isn't the host's, and goes to `elsewhere`.
 struct PathCall {
     std::shared_ptr<Host::Impl> impl;
     std::string host_path;
     std::string real_path;
+    const char* elsewhere = nullptr;
     bool ours() const { return !host_path.empty(); }
 };
 
+// The path on the machine itself of a call that isn't on a file of a host. Nothing of a host's trees is there: without
+// a host they are empty, and stay so (no file has the empty name).
+const char* on_the_machine(const char* path) {
+    return path != nullptr && names_host_tree(path) ? "" : path;
+}
+
 PathCall path_call(const char* path) {
     PathCall call;
+    call.elsewhere = on_the_machine(path);
     if (path == nullptr || path[0] != '/' || !host_exists()) {
         return call;
     }
@@ -91,7 +99,8 @@ int open_file(int folder, const char* path, int flags, mode_t mode) {
     const Inside inside;
     const PathCall call = path_call(path);
     if (!call.ours()) {
-        return folder == AT_FDCWD ? real::open(path, flags, mode) : real::openat(folder, path, flags, mode);
+        return folder == AT_FDCWD ? real::open(call.elsewhere, flags, mode)
+                                  : real::openat(folder, call.elsewhere, flags, mode);
     }
     const Entered entered(*call.impl);
     const bool control = call.host_path == OSTREL_PSP_CONTROL_DEVICE;
@@ -113,7 +122,7 @@ FILE* open_stream(const char* path, const char* how) {
     const Inside inside;
     const PathCall call = path_call(path);
     if (!call.ours()) {
-        return real::fopen(path, how);
+        return real::fopen(call.elsewhere, how);
     }
     const Entered entered(*call.impl);
     if (const auto fault = call.impl->hit("fopen", call.host_path)) {
@@ -186,11 +195,28 @@ int close_file(int fd) {
 }
 
 template <typename Call>
+ssize_t read_some(int fd, Call&& make) {
+    const Inside inside;
+    const auto fault = counted(fd, "read");
+    return fault ? fail_with(*fault) : make();
+}
+
+template <typename Call>
+ssize_t write_some(int fd, std::size_t size, Call&& make) {
+    const Inside inside;
+    const auto fault = counted(fd, "write");
+    if (fault && fault->short_by == 0) {
+        return fail_with(*fault);
+    }
+    return make(fault ? size - std::min(size, fault->short_by) : size);
+}
+
+template <typename Call>
 int on_path(std::string_view operation, const char* path, Call&& make) {
     const Inside inside;
     const PathCall call = path_call(path);
     if (!call.ours()) {
-        return make(path);
+        return make(call.elsewhere);
     }
     if (const auto fault = counted(call, operation)) {
         return fail_with(*fault);
@@ -220,8 +246,8 @@ int move_file(int from_folder, const char* from, int to_folder, const char* to) 
             return fail_with(*fault);
         }
     }
-    return real::renameat(from_folder, source.ours() ? source.real_path.c_str() : from, to_folder,
-                          destination.ours() ? destination.real_path.c_str() : to);
+    return real::renameat(from_folder, source.ours() ? source.real_path.c_str() : source.elsewhere, to_folder,
+                          destination.ours() ? destination.real_path.c_str() : destination.elsewhere);
 }
 
 mode_t mode_of(int flags, va_list arguments) {
@@ -307,7 +333,7 @@ SIMHOST_INTERPOSE(DIR*, opendir, const char* path) {
     const Inside inside;
     const PathCall call = path_call(path);
     if (!call.ours()) {
-        return real::opendir(path);
+        return real::opendir(call.elsewhere);
     }
     if (const auto fault = counted(call, "opendir")) {
         fail_with(*fault);
@@ -329,21 +355,22 @@ SIMHOST_INTERPOSE(int, closedir, DIR* folder) {
 }
 
 SIMHOST_INTERPOSE(ssize_t, read, int fd, void* to, size_t size) {
-    const Inside inside;
-    if (const auto fault = counted(fd, "read")) {
-        return fail_with(*fault);
-    }
-    return real::read(fd, to, size);
+    return read_some(fd, [&] { return real::read(fd, to, size); });
 }
 SIMHOST_INTERPOSE(ssize_t, write, int fd, const void* from, size_t size) {
-    const Inside inside;
-    if (const auto fault = counted(fd, "write")) {
-        if (fault->short_by == 0) {
-            return fail_with(*fault);
-        }
-        size -= std::min(size, fault->short_by);
-    }
-    return real::write(fd, from, size);
+    return write_some(fd, size, [&](size_t part) { return real::write(fd, from, part); });
+}
+SIMHOST_INTERPOSE(ssize_t, pread, int fd, void* to, size_t size, off_t at) {
+    return read_some(fd, [&] { return real::pread(fd, to, size, at); });
+}
+SIMHOST_INTERPOSE(ssize_t, pread64, int fd, void* to, size_t size, off_t at) {
+    return simhost_pread(fd, to, size, at);
+}
+SIMHOST_INTERPOSE(ssize_t, pwrite, int fd, const void* from, size_t size, off_t at) {
+    return write_some(fd, size, [&](size_t part) { return real::pwrite(fd, from, part, at); });
+}
+SIMHOST_INTERPOSE(ssize_t, pwrite64, int fd, const void* from, size_t size, off_t at) {
+    return simhost_pwrite(fd, from, size, at);
 }
 // On the host's files a formatted write is one write, as the C library makes it. The format is the caller's.
 #pragma GCC diagnostic push

@@ -3,8 +3,9 @@
 // control device and stands ahead of the C library for files, sleeping, time, thread creation and mutex
 // set-up, so that the connection manager's own objects run on it unchanged.
 //
-// There is at most one Host in a process. While none exists every interposed call goes on to the C library
-// and every IMA operation answers IMA_ERROR_UNEXPECTED_OS_ERROR. All members may be called from any thread;
+// There is at most one Host in a process. While none exists every interposed call goes on to the C library, but for
+// its trees (/etc/ostrel and the others), which are empty then, whatever the machine has there, and every IMA operation
+// answers IMA_ERROR_UNEXPECTED_OS_ERROR. All members may be called from any thread;
 // one lock inside guards the model, and observers, scripts and timed actions run with it held, on the thread
 // that caused them (they may call Host members; a sleep inside one of them passes no time). Observers are told
 // at the end of the call that caused the events, before it returns. What they share with other threads must be
@@ -187,8 +188,9 @@ struct Event {
 // "open", "fopen", "read", "write", "close", "stat", "access", "mkdir", "unlink", "rename", "ftruncate" for
 // files below the root; "new" for a nothrow allocation of the connection manager; "pthread_create",
 // "pthread_join", "pthread_kill", "pthread_mutex_init", "pthread_mutex_destroy", "sigaction". Beside these:
-// "psp.close", "opendir". openat counts as "open"; lstat, fstat, fstatat and statx as "stat"; remove, rmdir and
-// unlinkat as "unlink". The control device counts as "psp.open", "psp.close" and "psp.N" only.
+// "psp.close", "opendir". openat counts as "open"; pread and pwrite as "read" and "write"; lstat, fstat, fstatat and
+// statx as "stat"; remove, rmdir and unlinkat as "unlink". The control device counts as "psp.open", "psp.close" and
+// "psp.N" only.
 struct Fault {
     std::string operation;
     std::uint64_t nth = 1;    // the call that fails, counted from the moment the fault is set

@@ -1,8 +1,10 @@
 #include "simhost/host_files.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <vector>
 
@@ -43,12 +45,13 @@ std::string host_path_of(std::string_view path) {
         return {};
     }
     std::string text = normal(path);
-    for (const std::string_view tree : TREES) {
-        if (text.starts_with(tree) && (text.size() == tree.size() || text[tree.size()] == '/')) {
-            return text;
-        }
-    }
-    return {};
+    return names_host_tree(text) ? text : std::string();
+}
+
+bool names_host_tree(std::string_view path) {
+    return std::any_of(std::begin(TREES), std::end(TREES), [path](std::string_view tree) {
+        return path.starts_with(tree) && (path.size() == tree.size() || path[tree.size()] == '/');
+    });
 }
 
 HostFiles::HostFiles(const std::string& root, bool remove_root) {

@@ -11,6 +11,9 @@ namespace simhost {
 // (/etc/ostrel, /var/log/ostrel, /dev/char/vmkdriver, /vmfs).
 std::string host_path_of(std::string_view path);
 
+// Whether the path as it is written begins with one of those trees. Allocates nothing.
+bool names_host_tree(std::string_view path);
+
 class HostFiles {
 public:
     // An empty root: a new folder under the temporary folder, removed again with `remove_root`.

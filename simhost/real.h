@@ -47,6 +47,8 @@ inline constinit Next<DIR*(const char*)> opendir{"opendir"};
 inline constinit Next<int(DIR*)> closedir{"closedir"};
 inline constinit Next<ssize_t(int, void*, size_t)> read{"read"};
 inline constinit Next<ssize_t(int, const void*, size_t)> write{"write"};
+inline constinit Next<ssize_t(int, void*, size_t, off_t)> pread{"pread"};
+inline constinit Next<ssize_t(int, const void*, size_t, off_t)> pwrite{"pwrite"};
 inline constinit Next<int(int, const char*, va_list)> vdprintf{"vdprintf"};
 inline constinit Next<int(int)> close{"close"};
 inline constinit Next<int(int, unsigned long, ...)> ioctl{"ioctl"};

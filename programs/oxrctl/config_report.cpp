@@ -274,6 +274,10 @@ void note_what_surprises(const std::vector<std::string>& lines, ConfigReport& re
         report.notes.emplace_back(
             "The file is in the old format. The service converts it when it starts; a running one leaves it alone and "
             "keeps the values it has.");
+    } else if (lines.empty()) {
+        report.notes.emplace_back(
+            "The file is empty. The service writes the defaults into it when it starts; a running one leaves it alone "
+            "and keeps the values it has.");
     } else if (!has_comment && report.rewrite_reasons.empty()) {
         report.notes.emplace_back(
             "The file has no comment line. At its next start the service takes it for the old format and puts the "

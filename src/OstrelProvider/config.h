@@ -22,6 +22,17 @@ inline constexpr std::uint32_t CONFIG_CONVERT = 1;
 // can't be opened or read (`values` untouched), or the rewrite failed (`values` filled).
 int OSTREL_GetConfigValues(ConfigValues* values, std::uint32_t conversion) OXR_REQUIRES(config_file_mutex);
 
+// What a reading came to. `values` are filled by the first two only.
+enum class ConfigRead {
+    read,
+    not_rewritten,
+    absent,   // there is no file
+    refused,  // it can't be opened or read to its end, or its text isn't to be taken for values
+};
+
+// OSTREL_GetConfigValues for who must know what failed: a file that was refused must not be written over.
+ConfigRead read_config_file(ConfigValues& values, std::uint32_t conversion) OXR_REQUIRES(config_file_mutex);
+
 // Makes the configuration directory and file when absent and converts a file of the old format. Failures are
 // logged; the worker then goes by its own defaults.
 void OSTREL_CreateConfigFile() OXR_REQUIRES(config_file_mutex);

@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <string_view>
 
 #include "OstrelProvider/config.h"
@@ -62,33 +63,47 @@ bool is_fit(ConfigFitness fitness, int error) {
     return false;
 }
 
-}  // namespace
-
-int OSTREL_GetConfigValues(ConfigValues* values, std::uint32_t conversion) {
-    oxr::FileReader file(OSTREL_CONFIG_FILE);
-    if (!file.opened()) {
-        OXR_ERROR("%s, fopen() failed on oxr.conf.", oxr::error_text(file.error()));
-        return -1;
-    }
-    LoggingObserver observer;
-    ConfigJudge judge(conversion != CONFIG_NORMAL, observer);
+// Gives the file's lines to the judge. 0, or the errno of reading them. A file that somebody has emptied, maybe to
+// write it anew, has no values either, though a conversion makes the defaults of it.
+int judge_lines(oxr::FileReader& file, ConfigJudge& judge, bool converting) {
     std::string_view line;
+    bool is_empty = true;
     while (file.next_line(line)) {
+        is_empty = false;
         judge.take_line(line);
     }
-    if (!is_fit(judge.fitness(), file.error())) {
-        return -1;
+    return file.error() == 0 && is_empty && !converting ? ENODATA : file.error();
+}
+
+}  // namespace
+
+ConfigRead read_config_file(ConfigValues& values, std::uint32_t conversion) {
+    oxr::FileReader file(OSTREL_CONFIG_FILE);
+    if (!file.opened()) {
+        OXR_ERROR_IN(READER, "%s, fopen() failed on oxr.conf.", oxr::error_text(file.error()));
+        return file.error() == ENOENT ? ConfigRead::absent : ConfigRead::refused;
+    }
+    const bool converting = conversion != CONFIG_NORMAL;
+    LoggingObserver observer;
+    ConfigJudge judge(converting, observer);
+    const int error = judge_lines(file, judge, converting);
+    if (!is_fit(judge.fitness(), error)) {
+        return ConfigRead::refused;
     }
     judge.finish();
-    *values = judge.values();
+    values = judge.values();
     if (judge.has_logs_path()) {
-        get_logs_path(values->ostrel_logs_path);
+        get_logs_path(values.ostrel_logs_path);
     }
-    log_level.store(values->log_level, std::memory_order_relaxed);
+    log_level.store(values.log_level, std::memory_order_relaxed);
 
-    if (judge.wants_rewrite() && set_value_in_file(values) != 0) {
-        OXR_ERROR("%s", "failed to set values in oxr.conf");
-        return -1;
+    if (judge.wants_rewrite() && set_value_in_file(&values) != 0) {
+        OXR_ERROR_IN(READER, "%s", "failed to set values in oxr.conf");
+        return ConfigRead::not_rewritten;
     }
-    return 0;
+    return ConfigRead::read;
+}
+
+int OSTREL_GetConfigValues(ConfigValues* values, std::uint32_t conversion) {
+    return read_config_file(*values, conversion) == ConfigRead::read ? 0 : -1;
 }

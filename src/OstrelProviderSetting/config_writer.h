@@ -5,5 +5,5 @@
 
 // Rewrites the configuration file in its canonical form with the record's values; a log level other than 1 or
 // 2 becomes 1 in the record. 0: written. -1: the file can't be opened for writing, or not all of it could be
-// written.
+// written; it keeps its text then.
 int set_value_in_file(ConfigValues* values) OXR_REQUIRES(config_file_mutex);

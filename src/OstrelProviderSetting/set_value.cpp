@@ -75,18 +75,21 @@ Check check_arguments(const char* operation, const CMPIArgs* in, int& index, std
     return check;
 }
 
-ConfigValues read_values_to_change(const char* operation) {
+// Writes the setting into the file, whose other values stay. The client isn't told of a failure, the log is. A file
+// that is there but was not taken for values is not written over: its values would be lost.
+void write_value(const char* operation, int index, std::uint32_t value) {
     ConfigValues values;
     const oxr::MutexLock lock(config_file_mutex);
-    if (OSTREL_GetConfigValues(&values, CONFIG_NORMAL) != 0) {
+    const ConfigRead read = read_config_file(values, CONFIG_NORMAL);
+    if (read == ConfigRead::refused) {
+        OXR_ERROR_IN(operation, "%s", "failed to set values in oxr.conf");
+        return;
+    }
+    if (read != ConfigRead::read) {
         OXR_ERROR_IN(operation, "Failed to get values from the config file. Using default values.");
     }
-    return values;
-}
-
-void write_values(ConfigValues& values) {
-    const oxr::MutexLock lock(config_file_mutex);
-    (void)set_value_in_file(&values);  // it has logged its failure; the client is not told
+    (index == SETTING_INTERVAL ? values.interval : values.vol_sessions) = value;
+    (void)set_value_in_file(&values);  // it has logged its failure
 }
 
 }  // namespace
@@ -98,9 +101,7 @@ CMPIStatus set_value(const char* operation, const CMPIBroker* broker, const CMPI
     if (check.code != CMPI_RC_OK) {
         return oxr::status_with_message(broker, check.code, check.message);
     }
-    ConfigValues values = read_values_to_change(operation);
     set_setting_value(index, value);
-    (index == SETTING_INTERVAL ? values.interval : values.vol_sessions) = value;
-    write_values(values);
+    write_value(operation, index, value);
     return oxr::status_with_message(broker, CMPI_RC_OK, "Succeeded!");
 }

@@ -15,24 +15,25 @@ std::atomic<std::int32_t> waitDebug{0};
 
 const char* filterKeys[] = {"name", nullptr};
 
-// The file's values, or the defaults when it can't be read.
-ConfigValues read_values_for_enumeration(const char* operation) {
+// The settings with the file's values, or the defaults when it can't be read: all of one reading, whatever others
+// read or set in the meantime.
+void read_settings(const char* operation, SettingEntry (&settings)[NUM_SETTINGS]) {
     ConfigValues values;
     const oxr::MutexLock lock(config_file_mutex);
     if (OSTREL_GetConfigValues(&values, CONFIG_NORMAL) != 0) {
         OXR_ERROR_IN(operation, "Failed to get values from the config file. Using default value.");
     }
-    return values;
+    refresh_settings(values, settings);
 }
 
-CMPIInstance* new_enumerated_instance(const CMPIBroker* broker, int index, const char** properties) {
-    const SettingEntry setting = setting_at(index);
+CMPIInstance* new_enumerated_instance(const CMPIBroker* broker, const SettingEntry& setting, bool has_limits,
+                                      const char** properties) {
     CMPIInstance* const instance = oxr::new_instance(broker, new_setting_path(broker, setting), properties, filterKeys);
     oxr::set_text(instance, "name", setting.name);
     oxr::set_text(instance, "InstanceId", setting.InstanceId);
     oxr::set_text(instance, "description", setting.description);
     oxr::set_uint32(instance, "value", setting.value);
-    if (index == SETTING_VOL_SESSIONS) {
+    if (has_limits) {
         oxr::set_uint32(instance, "minimum", setting.minimum);
         oxr::set_uint32(instance, "maximum", setting.maximum);
     }
@@ -69,10 +70,12 @@ CMPIStatus OstrelProviderSettingEnumInstances(CMPIInstanceMI*, const CMPIContext
     if (!oxr::is_a(broker, path, "CIM_SettingData")) {
         return CMReturn(CMPI_RC_ERR_INVALID_CLASS);
     }
-    refresh_settings(read_values_for_enumeration(__func__));
+    SettingEntry settings[NUM_SETTINGS];
+    read_settings(__func__, settings);
     bool all_returned = true;
     for (int i = 0; i < NUM_SETTINGS && all_returned; ++i) {
-        all_returned = oxr::return_instance(result, new_enumerated_instance(broker, i, properties));
+        all_returned = oxr::return_instance(
+            result, new_enumerated_instance(broker, settings[i], i == SETTING_VOL_SESSIONS, properties));
     }
     return oxr::end_results(result, all_returned);
 }

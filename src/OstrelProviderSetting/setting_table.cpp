@@ -63,11 +63,19 @@ void set_setting_value(int index, std::uint32_t value) {
     store(nps[index].value, value);
 }
 
-void refresh_settings(const ConfigValues& values) {
-    store(nps[SETTING_INTERVAL].value, values.interval);
-    store(nps[SETTING_VOL_SESSIONS].value, values.vol_sessions);
-    store(nps[SETTING_VOL_SESSIONS].minimum, values.min_vol_sessions);
-    store(nps[SETTING_VOL_SESSIONS].maximum, values.max_vol_sessions);
+void refresh_settings(const ConfigValues& values, SettingEntry (&settings)[NUM_SETTINGS]) {
+    for (int i = 0; i < NUM_SETTINGS; ++i) {
+        settings[i] = setting_at(i);
+    }
+    settings[SETTING_INTERVAL].value = values.interval;
+    settings[SETTING_VOL_SESSIONS].value = values.vol_sessions;
+    settings[SETTING_VOL_SESSIONS].minimum = values.min_vol_sessions;
+    settings[SETTING_VOL_SESSIONS].maximum = values.max_vol_sessions;
+    for (int i = 0; i < NUM_SETTINGS; ++i) {
+        store(nps[i].value, settings[i].value);
+        store(nps[i].minimum, settings[i].minimum);
+        store(nps[i].maximum, settings[i].maximum);
+    }
 }
 
 int Ostrel_LookupSettingByOXR(const char* service_name, SettingEntry* settings, int* count) {

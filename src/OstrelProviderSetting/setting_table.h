@@ -29,8 +29,9 @@ int find_setting(std::string_view name);
 
 void set_setting_value(int index, std::uint32_t value);
 
-// Takes over what a read of the configuration file gave: both values, and the limits of "vol_sessions".
-void refresh_settings(const ConfigValues& values);
+// Takes over what a read of the configuration file gave: both values, and the limits of "vol_sessions". `settings` gets
+// a copy with exactly these.
+void refresh_settings(const ConfigValues& values, SettingEntry (&settings)[NUM_SETTINGS]);
 
 // The settings of a service. 0, both settings in table order and the count when the name is exactly that of
 // the connection service; else -1, outputs untouched. `settings` has room for NUM_SETTINGS.

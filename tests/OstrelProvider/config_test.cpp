@@ -1,8 +1,12 @@
 #include "OstrelProvider/config.h"
 
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -226,7 +230,7 @@ TEST_F(ConfigTest, LinesThatAreNoKeyAreIgnored) {
 
 TEST_F(ConfigTest, MissingTimeoutsOrLogsPathMeanARewrite) {
     for (const char* const text :
-         {"", "# only a comment\n", "use_ostrel_timeouts=0\n", "interval=300", "ostrel_logs_path=/vmfs/volumes\n"}) {
+         {"\n", "# only a comment\n", "use_ostrel_timeouts=0\n", "interval=300", "ostrel_logs_path=/vmfs/volumes\n"}) {
         write(text);
         EXPECT_EQ(read(), 0);
         EXPECT_EQ(file(), as_text(values)) << text;
@@ -429,39 +433,105 @@ TEST_F(ConfigTest, AnUnreadableFileLeavesTheRecordAlone) {
     EXPECT_EQ(file(), text);
 }
 
-TEST_F(ConfigTest, AFailedRewriteStillGivesTheCorrectedValues) {
-    const std::string text = "interval=5\nlog_level=2\n";
-    const std::string warning = invalid("interval", "5", "120");
-    const std::string outer = "ERROR OSTREL_GetConfigValues: failed to set values in oxr.conf";
-    simhost::Fault cut = testing_support::failing_with("write", 0, "oxr.conf");
-    cut.short_by = 1;
+// The file keeps its text, byte for byte; the values are corrected all the same.
+TEST_F(ConfigTest, AFailedRewriteLosesNothing) {
+    const std::string written = "No space left on device, writing oxr.conf failed";
+    const std::string short_text = "# by hand\nworker_stop=1\nlog_level=2\ninterval=5\n";
+    const std::string longer = short_text + std::string(3000, '#') + "\n";
+    const std::string longest = short_text + std::string(9000, '#') + "\nvol_sessions=3";
     const struct {
-        simhost::Fault fault;
+        std::string text;
+        const char* operation;
+        std::uint64_t nth;
+        int error;
+        std::size_t short_by;
         std::string message;
-        bool kept;
     } cases[] = {
-        {testing_support::failing_with("open", EACCES, "oxr.conf"), "fopen of oxr.conf returned NULL", true},
-        {testing_support::failing_with("write", ENOSPC, "oxr.conf"), "No space left on device, writing oxr.conf failed",
-         false},
-        {cut, "No space left on device, writing oxr.conf failed", false},
-        {testing_support::failing_with("close", EIO, "oxr.conf"), "Input/output error, writing oxr.conf failed", false},
+        {short_text, "open", 2, EACCES, 0, "fopen of oxr.conf returned NULL"},  // reading opens it first
+
+        {short_text, "read", 3, EIO, 0, "Input/output error, writing oxr.conf failed"},
+        {short_text, "write", 1, ENOSPC, 0, written},
+        {short_text, "write", 1, 0, 7, written},
+        {short_text, "write", 2, 0, 7, written},
+        {longer, "write", 1, ENOSPC, 0, written},
+        {longer, "write", 1, 0, 7, written},
+        {longer, "ftruncate", 1, ENOSPC, 0, written},
+        {longest, "write", 1, 0, 7, written},
+        {longest, "ftruncate", 1, ENOSPC, 0, written},
     };
-    for (auto each : cases) {
-        SCOPED_TRACE(each.fault.operation);
-        write(text);
-        log_level = 1;
-        each.fault.nth = each.fault.operation == "open" ? 2 : 1;  // reading opens it first
-        host->fail(each.fault);
+    for (const auto& each : cases) {
+        SCOPED_TRACE(std::to_string(each.text.size()) + " " + each.operation + " " + std::to_string(each.nth));
+        write(each.text);
+        simhost::Fault fault = testing_support::failing_with(each.operation, each.error, "oxr.conf");
+        fault.nth = each.nth;
+        fault.short_by = each.short_by;
+        const std::uint64_t met = host->faults_injected();
+        host->fail(fault);
         values = {};
         EXPECT_EQ(read(), -1);
-        EXPECT_EQ(said(), (Lines{warning, "ERROR set_value_in_file: " + each.message, outer}));
+        EXPECT_EQ(host->faults_injected(), met + 1);
+        EXPECT_EQ(said(), (Lines{invalid("interval", "5", "120"), "ERROR set_value_in_file: " + each.message,
+                                 "ERROR OSTREL_GetConfigValues: failed to set values in oxr.conf"}));
         EXPECT_EQ(values.interval, 120U);
-        EXPECT_EQ(values.log_level, 2U);
+        EXPECT_EQ(values.worker_stop, 1U);
         EXPECT_EQ(log_level, 2U);
-        EXPECT_TRUE(!each.kept || file() == text);
-        EXPECT_EQ(host->descriptors_held(), 0U);
+        EXPECT_TRUE(file() == each.text) << file();
         host->clear_faults();
+        EXPECT_EQ(read(), 0);
+        EXPECT_EQ(file(), as_text(values));
+        (void)said();
     }
+}
+
+// What a client's write makes of a file that isn't there is taken away again.
+TEST_F(ConfigTest, AFileThatCannotBeCreatedWholeIsNotThere) {
+    for (const std::size_t short_by : {0, 7}) {
+        for (const bool by_creation : {true, false}) {
+            simhost::Fault fault = testing_support::failing_with("write", ENOSPC, "oxr.conf");
+            fault.short_by = short_by;
+            host->fail(fault);
+            by_creation ? create_or_convert() : (void)rewrite(values);
+            EXPECT_NE(said().back().find("No space left on device, writing oxr.conf failed"), std::string::npos);
+            EXPECT_FALSE(host->exists(OSTREL_CONFIG_FILE));
+        }
+    }
+}
+
+// Killed at any moment of a rewrite, whether the text grows or shrinks, it leaves the one of before or of after; line
+// feeds behind it say nothing.
+TEST_F(ConfigTest, AKilledRewriteLeavesAWholeText) {
+    ConfigValues other;
+    values.worker_stop = other.worker_stop = 1;
+    other.interval = 604800;
+    std::strcpy(other.ostrel_logs_path, "/vmfs/volumes/a datastore/logs");
+    for (int microseconds = 500; microseconds < 1500; microseconds += 10) {
+        write(as_text(values));
+        const pid_t child = fork();
+        while (child == 0) {
+            (void)rewrite(other);
+            (void)rewrite(values);
+        }
+        const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(microseconds);
+        while (std::chrono::steady_clock::now() < end) {
+        }
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+        std::string left = file();
+        left.erase(left.find_last_not_of('\n') + 1);
+        left += "\n\n";
+        EXPECT_TRUE(left == as_text(values) || left == as_text(other)) << left;
+    }
+}
+
+// Not even by a client's value: what was in force stays in force.
+TEST_F(ConfigTest, AnEmptiedFileIsNotTakenForValues) {
+    write("");
+    values.worker_stop = 1;
+    EXPECT_EQ(read(), -1);
+    EXPECT_EQ(said(), Lines{"ERROR OSTREL_GetConfigValues: No data available, reading oxr.conf failed. Keeping the "
+                            "previous values."});
+    EXPECT_EQ(values.worker_stop, 1U);
+    EXPECT_EQ(file(), "");
 }
 
 TEST_F(ConfigTest, TheWriterSettlesTheLevelInTheCallersRecordAlways) {

@@ -31,7 +31,8 @@ Fault on_file(const std::string& operation, const char* file, int error) {
 }
 
 bool is_of_files(const std::string& operation) {
-    static constexpr const char* all[] = {"open", "read", "write", "close", "stat", "unlink", "access", "mkdir"};
+    static constexpr const char* all[] = {"open",   "read",   "write", "close",    "stat",
+                                          "unlink", "access", "mkdir", "ftruncate"};
     return std::find(std::begin(all), std::end(all), operation) != std::end(all);
 }
 
@@ -98,7 +99,7 @@ constexpr Telling tellings[] = {
     {"version\\.txt", "version"},
     {"^open .*\\.lock", "fopen\\(\\) failed"},
     {"^unlink .*\\.lock", "Error deleting the lock file"},
-    {"^write .*oxr\\.conf", "writing oxr\\.conf failed"},
+    {"^(write|ftruncate) .*oxr\\.conf", "writing oxr\\.conf failed"},
     {"", "[^\\s\\S]"},
 };
 
@@ -142,7 +143,8 @@ constexpr Imported imported_operations[] = {
     {"^ioctl$", "psp.0"},
     {"^_Zna?[wm][jm]RKSt9nothrow_t$", "new"},
     {"^v?dprintf$", "write"},
-    {"^(open|read|write|close|stat|access|mkdir|unlink)$", "$1"},
+    {"^p(read|write)$", "$1"},
+    {"^(open|read|write|close|stat|access|mkdir|unlink|ftruncate)$", "$1"},
     {"^(pthread_(create|join|kill|mutex_init|mutex_destroy)|sigaction)$", "$1"},
 };
 
@@ -157,6 +159,7 @@ constexpr const char* without_failure[] = {
     "^(getenv|getp?pid|kill|raise)$",  // of and to the process itself
     "^(nanosleep|sigtimedwait)$",      // ended early they are begun anew for the rest
     "^sig(addset|emptyset)$",
+    "^lseek$",  // of a file that was opened
     "^pthread_(self|exit|sigmask)$",
     "^pthread_mutex_(lock|unlock)$",  // of a mutex that was initialised
 };

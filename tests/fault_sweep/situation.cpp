@@ -106,7 +106,8 @@ std::unique_ptr<Host> make_bare() {
 
 std::unique_ptr<Host> make_old_format() {
     auto host = make_site(2);
-    host->write_file(CONFIG, "interval:600\nmin_volsessions:3\nmax_volsessions:6\nvmknic_count:4\nlog_level:1\n");
+    host->write_file(CONFIG, "interval:600\nmin_volsessions:3\nmax_volsessions:6\nvmknic_count:4\nlog_level:1\n" +
+                                 std::string(5000, '\n'));  // longer than what it becomes
     return host;
 }
 

@@ -41,7 +41,6 @@ TEST_F(CheckTest, TellsWhatTheServiceDoes) {
         bool notes = false;
     } cases[] = {
         {canonical(), {}, {}},
-        {"", {}, {}},
         {"#\n", {}, {}},
         {canonical("interval=120", "interval=59"), {"interval"}, {}},
         {canonical("interval=120", "interval=604801"), {"interval"}, {}},
@@ -112,6 +111,7 @@ TEST_F(CheckTest, WarnsOfAFileThatTheNextStartTakesForAnOldOne) {
     EXPECT_EQ(report.values[0].in_force, "300");
     EXPECT_EQ(report.notes.size(), 1U);
     EXPECT_FALSE(report.is_clean());
+    EXPECT_TRUE(judge("").notes.at(0).starts_with("The file is empty."));
 }
 
 TEST_F(CheckTest, ExitCodesAreThoseOfTheHelp) {
