@@ -233,7 +233,7 @@ const std::vector<Situation>& situations() {
         {"load_and_unload", [] { return make_volumes(1, 8); }, load_and_unload, true},
         {"service_stop_and_start", [] { return make_volumes(1, 8); }, start_and_stop, true},
         {"exit_while_asleep", [] { return make_volumes(1, 8); }, end_without_cleanup<10>},
-        {"exit_in_mid_pass", [] { return make_volumes(2, 3); }, end_without_cleanup<1>, false, 3},
+        {"exit_in_mid_pass", [] { return make_volumes(2, 3); }, end_without_cleanup<1>},
         {"log_rotation", make_long_logs, log_much},
         {"setvalue", make_behind_providers, [](Host&) { return providers().set_value("vol_sessions", 8); }},
         {"enumerations", make_behind_providers, [](Host&) { return providers().enumerate(); }},

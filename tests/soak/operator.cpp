@@ -125,8 +125,8 @@ std::string Operator::look(bool disturbed) const {
     if (!read_ || disturbed || !site_.host->exists(OSTREL_CONFIG_FILE) || is_whole(text)) {
         return "";
     }
-    // A file of the old format is kept for the next start, which converts it.
-    if (text.find('=') == std::string::npos && text.find("interval:") != std::string::npos) {
+    // An empty file and one of the old format are left alone until the next start.
+    if (text.empty() || (text.find('=') == std::string::npos && text.find("interval:") != std::string::npos)) {
         return "";
     }
     // What a reading finds no need to correct stays, e.g. a missing key that has a default.
