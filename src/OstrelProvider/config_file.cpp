@@ -6,9 +6,10 @@
 #include <cerrno>
 
 #include "common/descriptor.h"
+#include "common/regular_file.h"
 
 ConfigWrite write_config_file(const char* text, std::size_t length) {
-    oxr::Descriptor file(::open(OSTREL_CONFIG_FILE, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    oxr::Descriptor file(oxr::open_regular_file(OSTREL_CONFIG_FILE, O_WRONLY | O_CREAT | O_TRUNC));
     if (!file.valid()) {
         return ConfigWrite::not_opened;
     }
