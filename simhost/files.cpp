@@ -435,6 +435,12 @@ SIMHOST_INTERPOSE(int, fstat, int fd, struct stat* out) {
 SIMHOST_INTERPOSE(int, fstat64, int fd, struct stat* out) {
     return simhost_fstat(fd, out);
 }
+// Not by way of fstat: that of a thread sanitizer calls this one.
+SIMHOST_INTERPOSE(int, __fxstat, int version, int fd, struct stat* out) {
+    const Inside inside;
+    const auto fault = counted(fd, "stat");
+    return fault ? fail_with(*fault) : real::fxstat(version, fd, out);
+}
 SIMHOST_INTERPOSE(int, fstatat, int folder, const char* path, struct stat* out, int flags) {
     return on_path("stat", path, [&](const char* at) { return real::fstatat(folder, at, out, flags); });
 }

@@ -55,6 +55,7 @@ inline constinit Next<int(int, unsigned long, ...)> ioctl{"ioctl"};
 inline constinit Next<int(int, off_t)> ftruncate{"ftruncate"};
 inline constinit Next<int(const char*, off_t)> truncate{"truncate"};
 inline constinit Next<int(int, struct stat*)> fstat{"fstat"};
+inline constinit Next<int(int, int, struct stat*)> fxstat{"__fxstat"};
 inline constinit Next<int(int, const char*, struct stat*, int)> fstatat{"fstatat"};
 inline constinit Next<int(int, const char*, int, unsigned, struct statx*)> statx{"statx"};
 inline constinit Next<int(int, const char*, int, int)> faccessat{"faccessat"};

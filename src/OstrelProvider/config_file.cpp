@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "common/descriptor.h"
+#include "common/regular_file.h"
 #include "configuration/config_text.h"
 
 namespace {
@@ -16,7 +17,7 @@ namespace {
 constexpr std::size_t page_size = CONFIG_TEXT_SIZE;
 
 int open_file(int creation) {
-    return ::open(OSTREL_CONFIG_FILE, O_RDWR | O_CLOEXEC | creation, 0666);
+    return oxr::open_regular_file(OSTREL_CONFIG_FILE, O_RDWR | creation);
 }
 
 // `created`: there was neither a file nor a link to one.

@@ -1,7 +1,6 @@
 #include "OstrelProvider/log.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 #include <cstring>
 
 #include "common/descriptor.h"
+#include "common/regular_file.h"
 #include "common/text.h"
 
 std::atomic<std::uint32_t> log_level{1};
@@ -33,7 +33,7 @@ struct RotatedName {
 };
 
 int open_truncated(const char* path) {
-    return ::open(path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    return oxr::open_regular_file(path, O_RDWR | O_CREAT | O_TRUNC);
 }
 
 bool write_all(int fd, const char* text, std::size_t length) {
@@ -62,10 +62,20 @@ __attribute__((format(printf, 4, 0))) void write_message(int fd, const char* for
     }
 }
 
-// Rotates if needed and opens the log for one more message.
+int open_log(off_t& size) OXR_REQUIRES(log_file_mutex) {
+    return oxr::open_regular_file(g_log_filename, O_WRONLY | O_CREAT | O_APPEND, &size);
+}
+
+// Opens the log for one more message; rotates first if the log has outgrown its size.
 int open_for_message() OXR_REQUIRES(log_file_mutex) {
-    manage_log_files();
-    return ::open(g_log_filename, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+    off_t size = 0;
+    const int fd = open_log(size);
+    if (fd < 0 || size <= max_log_size) {
+        return fd;
+    }
+    (void)::close(fd);
+    begin_new_log();
+    return open_log(size);
 }
 
 }  // namespace
@@ -130,11 +140,7 @@ const char* get_time() {
     return text;
 }
 
-void manage_log_files() {
-    struct stat status {};
-    if (::stat(g_log_filename, &status) != 0 || status.st_size <= max_log_size) {
-        return;
-    }
+void begin_new_log() {
     for (int i = kept_log_files - 1; i >= 1; --i) {
         const RotatedName younger(g_log_filename, i);
         if (::access(younger.text, F_OK) == 0) {
@@ -146,7 +152,7 @@ void manage_log_files() {
 }
 
 int move_log_file(const char* source, const char* destination) {
-    const oxr::Descriptor from(::open(source, O_RDONLY | O_CLOEXEC));
+    const oxr::Descriptor from(oxr::open_regular_file(source, O_RDONLY));
     oxr::Descriptor to(open_truncated(destination));
     if (!to.valid()) {
         return -1;

@@ -30,8 +30,8 @@ void oxr_log_to_file(std::uint32_t level, const char* format, ...) __attribute__
 // The local time as the log has it, at most 63 characters; lives until the thread's next call.
 const char* get_time();
 
-// Begins a new log when the present one is larger than 2 MiB, and keeps six older files.
-void manage_log_files() OXR_REQUIRES(log_file_mutex);
+// Begins a new log, and keeps the present one and five older files.
+void begin_new_log() OXR_REQUIRES(log_file_mutex);
 
 // Copies one file onto another. The result of closing the destination, or -1 when there was nothing to close.
 int move_log_file(const char* source, const char* destination);

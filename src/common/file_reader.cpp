@@ -6,10 +6,11 @@
 #include <cerrno>
 
 #include "common/blank.h"
+#include "common/regular_file.h"
 
 namespace oxr {
 
-FileReader::FileReader(const char* path) : file_(::open(path, O_RDONLY | O_CLOEXEC)) {
+FileReader::FileReader(const char* path) : file_(open_regular_file(path, O_RDONLY)) {
     if (!file_.valid()) {
         error_ = errno;
     }

@@ -13,7 +13,7 @@ public:
     explicit FileReader(const char* path);
 
     bool opened() const { return file_.valid(); }
-    // errno of the failed open or read; 0 when neither failed.
+    // errno of the failed open or read; 0 when neither failed. What is no regular file is not opened.
     int error() const { return error_; }
 
     // The next byte, or -1 at the end of the file and after a failed read (see error()).

@@ -79,7 +79,7 @@ constexpr Telling tellings[] = {
     {"^psp\\.close", nullptr},     // of a device that was only asked
     {"^close", nullptr},           // of a file that was only read, or whose content is checked at the next reading
     {"^(access|mkdir)", nullptr},  // a file is made where none seems to be, but never over one
-    {"^(open|read) .*oxr\\.conf", nullptr},       // the folder of the logs is the default where it can't be read
+    {"^(open|stat|read) .*oxr\\.conf", nullptr},  // the folder of the logs is the default where it can't be read
     {"^pthread_mutex_init", nullptr},             // tried again by the initialisation that follows
     {"^sigaction", nullptr},                      // idem, or nothing to put back
     {"^IMA_VMW_GetInitiatorAuthParms", nullptr},  // only a warning hangs on it
@@ -122,7 +122,7 @@ constexpr Outcome outcomes[] = {
     {"^0 0$", "^psp\\.5", "^0 8$"},
     {"^0 0$", "^(psp\\.open|new)", "^0 [18]$"},
     {"^0 0$", "^pthread", "^0 1$"},
-    {"^0 0$", "^(open|read)", "^0 9$"},
+    {"^0 0$", "^(open|stat|read)", "^0 9$"},
     {"^0 0$", "^access", "^0 10$"},
     {"^0 0$", "^IMA_VMW_AddSession", "^0 7$"},
     {"^0 0$", "^IMA_VMW_RemoveSession", "^0 6$"},
@@ -141,10 +141,11 @@ struct Imported {
 constexpr Imported imported_operations[] = {
     {"^(IMA_.*)$", "$1"},
     {"^ioctl$", "psp.0"},
+    {"^__fxstat$", "stat"},
     {"^_Zna?[wm][jm]RKSt9nothrow_t$", "new"},
     {"^v?dprintf$", "write"},
     {"^p(read|write)$", "$1"},
-    {"^(open|read|write|close|stat|access|mkdir|unlink|ftruncate)$", "$1"},
+    {"^(open|read|write|close|access|mkdir|unlink|ftruncate)$", "$1"},
     {"^(pthread_(create|join|kill|mutex_init|mutex_destroy)|sigaction)$", "$1"},
 };
 

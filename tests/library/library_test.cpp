@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <functional>
 #include <random>
+#include <regex>
 #include <set>
 #include <sstream>
 
@@ -63,14 +64,44 @@ TEST(Library, ExportsItsFactoriesAndTheLogCallOnly) {
     EXPECT_EQ(exported, expected);
 }
 
-TEST(Library, NamesItselfAndTheHostLibraryItNeeds) {
+TEST(Library, NamesItselfAndTheHostLibrariesItNeeds) {
     const std::string dynamic = output_of("LC_ALL=C readelf -W -d " OXR_LIBRARY);
     EXPECT_NE(dynamic.find("Library soname: [libostrelprovider.so.1]"), std::string::npos) << dynamic;
     EXPECT_NE(dynamic.find("Shared library: [libvmkima.so]"), std::string::npos) << dynamic;
+    EXPECT_NE(dynamic.find("Shared library: [libpthread.so.0]"), std::string::npos) << dynamic;
     EXPECT_EQ(dynamic.find("RPATH"), std::string::npos) << dynamic;
     EXPECT_EQ(dynamic.find("RUNPATH"), std::string::npos) << dynamic;
     EXPECT_EQ(dynamic.find("TEXTREL"), std::string::npos) << dynamic;
 }
+
+#if !defined(OXR_COVERAGE) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST(Library, NeedsNoNewerSymbolThanAnOldHostHas) {
+    const struct {
+        const char* family;
+        std::vector<int> newest;
+    } known[] = {{"GLIBC", {2, 17}}, {"GLIBCXX", {3, 4, 20}}, {"CXXABI", {1, 3, 9}}, {"GCC", {3, 0}}};
+    std::istringstream symbols(output_of("nm -D --undefined-only " OXR_LIBRARY));
+    const std::regex versioned(R"(.* (\w+)@(\w+?)_([0-9.]+))");
+    std::set<std::string> families;
+    for (std::string line; std::getline(symbols, line);) {
+        std::smatch found;
+        if (!std::regex_match(line, found, versioned)) {
+            EXPECT_EQ(line.find('@'), std::string::npos) << line;
+            continue;
+        }
+        std::vector<int> version;
+        std::istringstream numbers(found[3]);
+        for (std::string number; std::getline(numbers, number, '.');) {
+            version.push_back(std::stoi(number));
+        }
+        const auto* const family =
+            std::find_if(std::begin(known), std::end(known), [&](const auto& each) { return each.family == found[2]; });
+        EXPECT_TRUE(family != std::end(known) && version <= family->newest) << line;
+        families.insert(found[2]);
+    }
+    EXPECT_EQ(families.size(), std::size(known));
+}
+#endif
 
 // The last of `times` calls of a factory.
 template <typename Mi>

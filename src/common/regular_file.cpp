@@ -1,0 +1,42 @@
+#include "common/regular_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "common/older_hosts.h"
+
+namespace oxr {
+
+namespace {
+
+// 0, or the errno for which a file that is open is refused.
+int refusal(int fd, struct stat& status) {
+    if (__fxstat(STAT_RECORD_VERSION, fd, &status) != 0) {
+        return errno;
+    }
+    return S_ISREG(status.st_mode) ? 0 : S_ISDIR(status.st_mode) ? EISDIR : ENXIO;
+}
+
+}  // namespace
+
+int open_regular_file(const char* path, int flags, off_t* size) {
+    const int fd = ::open(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0666);
+    if (fd < 0) {
+        return -1;
+    }
+    struct stat status {};
+    if (const int error = refusal(fd, status); error != 0) {
+        (void)::close(fd);
+        errno = error;
+        return -1;
+    }
+    if (size != nullptr) {
+        *size = status.st_size;
+    }
+    return fd;
+}
+
+}  // namespace oxr
