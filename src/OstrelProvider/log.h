@@ -40,20 +40,24 @@ int move_log_file(const char* source, const char* destination);
 void set_log_filename(const char* filename) OXR_EXCLUDES(log_file_mutex);
 
 // One message of a level: the text and its arguments; the line feed is added. The _IN forms print the name of
-// the operation that a shared helper logs for. Of a DEBUG message that isn't written, the arguments aren't evaluated;
-// the other levels are always on.
-#define OXR_LOG(level, word, operation, text, ...)                                                    \
-    oxr_log_to_file(level, "%s: %s: %s: %s:%d : " text "\n", get_time(), word, OXR_MODULE, operation, \
+// the operation that a shared helper logs for, the _OF form its module, too. Of a DEBUG message that isn't written, the
+// arguments aren't evaluated; the other levels are always on.
+#define OXR_LOG(level, word, module, operation, text, ...)                                        \
+    oxr_log_to_file(level, "%s: %s: %s: %s:%d : " text "\n", get_time(), word, module, operation, \
                     __LINE__ __VA_OPT__(, ) __VA_ARGS__)
 
-#define OXR_ERROR_IN(operation, text, ...) OXR_LOG(LOG_LEVEL_ERROR, "ERROR", operation, text __VA_OPT__(, ) __VA_ARGS__)
-#define OXR_WARN_IN(operation, text, ...) OXR_LOG(LOG_LEVEL_ERROR, "WARN", operation, text __VA_OPT__(, ) __VA_ARGS__)
-#define OXR_INFO_IN(operation, text, ...) OXR_LOG(LOG_LEVEL_INFO, "INFO", operation, text __VA_OPT__(, ) __VA_ARGS__)
-#define OXR_DEBUG_IN(operation, text, ...)                                                 \
-    do {                                                                                   \
-        if (log_level.load(std::memory_order_relaxed) >= LOG_LEVEL_DEBUG) {                \
-            OXR_LOG(LOG_LEVEL_DEBUG, "DEBUG", operation, text __VA_OPT__(, ) __VA_ARGS__); \
-        }                                                                                  \
+#define OXR_ERROR_IN(operation, text, ...) \
+    OXR_LOG(LOG_LEVEL_ERROR, "ERROR", OXR_MODULE, operation, text __VA_OPT__(, ) __VA_ARGS__)
+#define OXR_WARN_OF(module, operation, text, ...) \
+    OXR_LOG(LOG_LEVEL_ERROR, "WARN", module, operation, text __VA_OPT__(, ) __VA_ARGS__)
+#define OXR_WARN_IN(operation, text, ...) OXR_WARN_OF(OXR_MODULE, operation, text __VA_OPT__(, ) __VA_ARGS__)
+#define OXR_INFO_IN(operation, text, ...) \
+    OXR_LOG(LOG_LEVEL_INFO, "INFO", OXR_MODULE, operation, text __VA_OPT__(, ) __VA_ARGS__)
+#define OXR_DEBUG_IN(operation, text, ...)                                                             \
+    do {                                                                                               \
+        if (log_level.load(std::memory_order_relaxed) >= LOG_LEVEL_DEBUG) {                            \
+            OXR_LOG(LOG_LEVEL_DEBUG, "DEBUG", OXR_MODULE, operation, text __VA_OPT__(, ) __VA_ARGS__); \
+        }                                                                                              \
     } while (false)
 
 #define OXR_ERROR(text, ...) OXR_ERROR_IN(__func__, text __VA_OPT__(, ) __VA_ARGS__)

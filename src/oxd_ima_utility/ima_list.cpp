@@ -7,7 +7,7 @@ void ImaList::release() {
         return;
     }
     if (IMA_FreeMemory(list_) != IMA_STATUS_SUCCESS) {
-        OXR_WARN_IN(function_, "Could not free IMA Memory for function %s at line %d", function_, line_);
+        OXR_WARN_OF(module_, function_, "Could not free IMA Memory for function %s at line %d", function_, line_);
     }
     list_ = nullptr;
 }

@@ -7,8 +7,8 @@
 
 class ImaList {
 public:
-    // `function` and `line` name the place in the warning about a list that could not be released.
-    explicit ImaList(const char* function, int line = __builtin_LINE()) : function_(function), line_(line) {}
+    // Whom the warning about a list that could not be released is logged for.
+    ImaList(const char* module, const char* function) : module_(module), function_(function) {}
     ~ImaList() { release(); }
     ImaList(const ImaList&) = delete;
     ImaList& operator=(const ImaList&) = delete;
@@ -29,7 +29,8 @@ public:
 private:
     void release();
 
+    const char* module_;
     const char* function_;
-    int line_;  // of the call that the list came from
+    int line_ = 0;  // of the call that the list came from
     IMA_OID_LIST* list_ = nullptr;
 };

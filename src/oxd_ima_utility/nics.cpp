@@ -37,7 +37,7 @@ int count_bound_nics(const AdapterName* adapters, int num_adapters) {
                          adapter_name.c_str());
             return -1;
         }
-        ImaList nics(count_operation);
+        ImaList nics(OXR_MODULE, count_operation);
         if (const IMA_STATUS status = IMA_VMW_GetNicOidList(lhba, nics.out()); status != IMA_STATUS_SUCCESS) {
             OXR_ERROR_IN(count_operation, "Unable to get nic list. Adapter name = %s", adapter_name.c_str());
             do_print_ima_error_msg(status, __LINE__, count_operation, OXR_MODULE);

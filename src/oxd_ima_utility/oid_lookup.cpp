@@ -29,7 +29,7 @@ const IMA_OID* find_adapter(const ImaList& lhbas, const char* adapter_name) {
 }
 
 bool search_adapters(const char* operation, const char* adapter_name, IMA_OID& lhba_oid, IMA_OID* phba_oid) {
-    ImaList phbas(operation);
+    ImaList phbas(OXR_MODULE, operation);
     if (const IMA_STATUS status = IMA_GetPhbaOidList(phbas.out()); status != IMA_STATUS_SUCCESS) {
         OXR_ERROR_IN(operation, "IMA_GetPhbaOidList returned IMA error");
         do_print_ima_error_msg(status, __LINE__, operation, OXR_MODULE);
@@ -40,7 +40,7 @@ bool search_adapters(const char* operation, const char* adapter_name, IMA_OID& l
         return false;
     }
     for (const IMA_OID& phba : phbas) {
-        ImaList lhbas(operation);
+        ImaList lhbas(OXR_MODULE, operation);
         if (IMA_VMW_GetLhbaOidList(phba, lhbas.out()) != IMA_STATUS_SUCCESS) {
             continue;
         }
@@ -78,7 +78,7 @@ void copy_whole(char (&field)[N], const char* name) {
 
 // The session of the target with this ISID. Logs for `operation`.
 bool find_session(const char* operation, const IMA_OID& target, const char* isid, IMA_OID& oid) {
-    ImaList sessions(operation);
+    ImaList sessions(OXR_MODULE, operation);
     if (const IMA_STATUS status = IMA_GetSessionOidList(target, sessions.out()); status != IMA_STATUS_SUCCESS) {
         OXR_ERROR_IN(operation, "get oids : IMA_GetSessionOidList returned IMA error ");
         do_print_ima_error_msg(status, __LINE__, operation, OXR_MODULE);
@@ -112,7 +112,7 @@ bool look_up(const char* operation, const IscsiOidQuery& query, IMA_OID& oid) {
         OXR_ERROR_IN(operation, "Could not obtain logical and physical hba oid list for the args specified.");
         return false;
     }
-    ImaList targets(operation);
+    ImaList targets(OXR_MODULE, operation);
     if (const IMA_STATUS status = IMA_GetTargetOidList(lhba, targets.out()); status != IMA_STATUS_SUCCESS) {
         OXR_ERROR_IN(operation, "Could not obtain target list");
         do_print_ima_error_msg(status, __LINE__, operation, OXR_MODULE);
@@ -169,7 +169,7 @@ int iscsi_get_oids(const IscsiOidQuery& query, IMA_OID& oid, int bypass_cache) {
 }
 
 int iscsi_get_all_hba_oids(IMA_OID* oids, std::uint32_t& count) {
-    ImaList lhbas(__func__);
+    ImaList lhbas(OXR_MODULE, __func__);
     if (IMA_GetLhbaOidList(lhbas.out()) != IMA_STATUS_SUCCESS) {
         return -1;
     }

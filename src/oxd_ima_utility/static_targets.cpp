@@ -18,7 +18,7 @@ namespace {
 
 // The static targets of one adapter and which of them are removed already.
 struct AdapterTargets {
-    ImaList list{REMOVAL};
+    ImaList list{OXR_MODULE, REMOVAL};
     std::unique_ptr<bool[]> removed;
 };
 

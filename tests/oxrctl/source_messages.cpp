@@ -107,14 +107,14 @@ public:
     }
 
     void add_messages(std::vector<SourceMessage>& messages) const {
-        const std::regex call(R"(\bOXR_(ERROR|WARN|INFO|DEBUG)(_IN)?\()");
+        const std::regex call(R"(\bOXR_(ERROR|WARN|INFO|DEBUG)(_IN|_OF)?\()");
         for (std::sregex_iterator i(text_.begin(), text_.end(), call); i != std::sregex_iterator(); ++i) {
             const auto begin = static_cast<std::size_t>(i->position());
             const auto line = std::count(text_.begin(), text_.begin() + i->position(), '\n') + 1;
             const std::string place = name_ + ":" + std::to_string(line);
             std::vector<Tokens> arguments = read_arguments(text_, begin + static_cast<std::size_t>(i->length()));
             if ((*i)[2].matched) {
-                arguments.erase(arguments.begin());
+                arguments.erase(arguments.begin(), arguments.begin() + ((*i)[2] == "_OF" ? 2 : 1));
             }
             for (const std::string& format : formats_of(arguments, place)) {
                 messages.push_back({(*i)[1], format, place});

@@ -25,8 +25,7 @@ struct SessionCounts {
 };
 
 // The status of the session's first connection. False: the session is skipped.
-bool read_connection(const IMA_OID& session, IMA_VMW_CONNECTION_STATUS& connection) {
-    ImaList connections(inventory);
+bool read_connection(const IMA_OID& session, ImaList& connections, IMA_VMW_CONNECTION_STATUS& connection) {
     const IMA_STATUS listed = IMA_GetConnectionOidList(session, connections.out());
     if (listed != IMA_STATUS_SUCCESS) {
         OXR_ERROR_IN(inventory, "IMA_GetConnectionOidList failed.");
@@ -110,8 +109,9 @@ Recorded record_session(const IMA_OID& oid, const IscsiProps& props, const Adapt
     oxr::copy_field(session.target_iqn, oxr::field_view(props.target_iqn));
     format_isid(session.isid, properties.isid);
 
+    ImaList connections(OXR_MODULE, inventory);
     IMA_VMW_CONNECTION_STATUS connection{};
-    if (!read_connection(oid, connection)) {
+    if (!read_connection(oid, connections, connection)) {
         return Recorded::skipped;
     }
     session.session_state = connection.state;
@@ -150,7 +150,7 @@ Walked walk_adapter(const IscsiProps& props, int adapter_index, TargetDtls* sess
         OXR_ERROR_IN(inventory, "iscsi_get_oids returned %d", result);
         return Walked::failed;
     }
-    ImaList list(inventory);
+    ImaList list(OXR_MODULE, inventory);
     if (const IMA_STATUS status = IMA_GetSessionOidList(target, list.out()); status != IMA_STATUS_SUCCESS) {
         do_print_ima_error_msg(status, __LINE__, inventory, OXR_MODULE);
         return Walked::failed;
@@ -242,7 +242,7 @@ int get_all_system_sessions(int& num_sessions, int delay_seconds) {
     OXR_DEBUG("oid count = %d", static_cast<int>(num_adapters));
     int total = 0;
     for (std::uint32_t n = 0; n < num_adapters; ++n) {
-        ImaList sessions(__func__);
+        ImaList sessions(OXR_MODULE, __func__);
         if (const IMA_STATUS status = IMA_GetSessionOidList(adapters[n], sessions.out());
             status != IMA_STATUS_SUCCESS) {
             OXR_IMA_ERROR(status);

@@ -33,7 +33,7 @@ int isIscsiDigestEnabled(const TargetDtls& session) {
         OXR_ERROR("iscsi_get_oids returned error status %d", result);
         return result;
     }
-    ImaList connections(__func__);
+    ImaList connections(OXR_MODULE, __func__);
     if (const IMA_STATUS status = IMA_GetConnectionOidList(session_oid, connections.out());
         status != IMA_STATUS_SUCCESS) {
         OXR_ERROR("IMA_GetConnectionOidList failed.");
