@@ -11,9 +11,11 @@
 
 namespace {
 
+// An object without a name is nobody's, and a name that the comparison would cut could be another one's.
 template <std::size_t N>
 bool wide_name_equals(const wchar_t (&wide)[N], const char* name) {
-    return Iscsi_MixedCmp(wide, name, wch_len(wide, N), N) == ISCSI_CMP_EQUAL;
+    return name[0] != '\0' && strnlen(name, N) < N &&
+           Iscsi_MixedCmp(wide, name, wch_len(wide, N), N) == ISCSI_CMP_EQUAL;
 }
 
 // The first logical adapter of the list with this name.

@@ -22,7 +22,7 @@ struct IscsiOidQuery {
 };
 
 // A query as every caller builds it. The texts may be fields without a terminator; a name of more than 11
-// (adapter) or 255 (target) characters is left empty and so is not found. A null `isid` is an empty one.
+// (adapter) or 255 (target) characters is left empty, and an empty name is never found. A null `isid` is an empty one.
 void make_oid_query(IscsiOidQuery& query, const char* adapter_name, const char* target_name, const char* isid);
 
 // 0 and the OID, or -1. `bypass_cache` 0: the cache is asked first and keeps the answer; non-zero: IMA's

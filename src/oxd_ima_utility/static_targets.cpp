@@ -31,7 +31,7 @@ bool has_name(const IMA_STATIC_DISCOVERY_TARGET& target, std::string_view name) 
     const wchar_t* source = wide;
     std::mbstate_t state{};
     const std::size_t converted = std::wcsrtombs(narrow, &source, sizeof narrow - 1, &state);
-    return converted != static_cast<std::size_t>(-1) && std::string_view(narrow, converted) == name;
+    return !name.empty() && converted != static_cast<std::size_t>(-1) && std::string_view(narrow, converted) == name;
 }
 
 bool has_portal(const IMA_TARGET_ADDRESS& address, std::string_view ip, std::uint32_t port) {

@@ -183,23 +183,36 @@ TEST_F(LookupTest, EmptyAbsentAndVanishedObjectsAreNotFound) {
     EXPECT_EQ(lines.back(), "DEBUG iscsi_get_oids: get oids : No Matching Session Found");
 }
 
-TEST_F(LookupTest, NamesThatFillTheirRecordsAreReadWithinThem) {
-    host->script_ima("IMA_VMW_GetLhbaProperties", [](void* out, std::uint32_t status) {
-        for (wchar_t& c : static_cast<IMA_VMW_LHBA_PROPERTIES*>(out)->osDeviceName) {
-            c = L'v';
-        }
-        return status;
-    });
-    EXPECT_EQ(look_up("vvvvvvvvvvv", iqn.c_str(), "", 1), -1);
+// Nothing matches a name that is absent, that fills its record, or that another one begins with. A query whose name
+// doesn't fit its field has an empty one.
+TEST_F(LookupTest, NamesThatAreEmptyOrFillTheirRecordsMatchNothing) {
+    const auto repeated = [](std::size_t length) { return std::string(length, 'n'); };
+    for (const std::size_t length : {0U, 11U, 256U}) {
+        SCOPED_TRACE(length);
+        host->script_ima("IMA_VMW_GetLhbaProperties", [&](void* out, std::uint32_t status) {
+            auto& name = static_cast<IMA_VMW_LHBA_PROPERTIES*>(out)->osDeviceName;
+            std::fill_n(name, 256, L'\0');
+            std::fill_n(name, length, L'n');
+            return status;
+        });
+        EXPECT_EQ(look_up(repeated(11).c_str(), iqn.c_str(), "", 1), length == 11 ? 0 : -1);
+        EXPECT_EQ(look_up(repeated(12).c_str(), iqn.c_str(), "", 1), -1);
+        EXPECT_EQ(look_up("", iqn.c_str(), "", 1), -1);
+    }
     host->script_ima("IMA_VMW_GetLhbaProperties", {});
-    host->script_ima("IMA_GetTargetProperties", [](void* out, std::uint32_t status) {
-        auto* const properties = static_cast<IMA_TARGET_PROPERTIES*>(out);
-        std::fill(std::begin(properties->name), std::end(properties->name), L'n');
-        std::fill(std::begin(properties->alias), std::end(properties->alias), L'n');
-        return status;
-    });
-    for (const std::size_t length : {223U, 224U, 225U, 255U}) {
-        EXPECT_EQ(look_up(session.adapter.c_str(), std::string(length, 'n').c_str(), "", 1), -1) << length;
+    for (const std::size_t length : {0U, 222U, 223U, 224U}) {
+        SCOPED_TRACE(length);
+        host->script_ima("IMA_GetTargetProperties", [&](void* out, std::uint32_t status) {
+            auto* const properties = static_cast<IMA_TARGET_PROPERTIES*>(out);
+            std::fill(std::begin(properties->name), std::end(properties->name), L'\0');
+            std::fill_n(properties->name, length, L'n');
+            std::fill(std::begin(properties->alias), std::end(properties->alias), L'n');
+            return status;
+        });
+        for (const std::size_t wanted : {0U, 222U, 223U, 224U, 225U, 255U, 256U}) {
+            const bool equal = length == wanted && 0 < wanted && wanted < 224;
+            EXPECT_EQ(look_up(session.adapter.c_str(), repeated(wanted).c_str(), "", 1), equal ? 0 : -1) << wanted;
+        }
     }
 }
 

@@ -160,12 +160,13 @@ TEST_F(StaticTargetsTest, OnlyTheSameNameAddressAndPortGo) {
         {"iqn.a", "vmhba64", "10.0.9.1", 3261, false, false}, {"iqn.a", "vmhba64", "10.0.9.10", 3260, false, false},
         {"iqn.a", "vmhba64", "10.0.9.1", 3260, false, true},  {"iqn.ab", "vmhba64", "10.0.9.1", 3260, false, false},
         {"iqn.A", "vmhba64", "10.0.9.1", 3260, false, false}, {"iqn.a", "vmhba65", "10.0.9.1", 3260, false, false},
+        {"", "vmhba64", "10.0.9.1", 3260, false, false},
     };
     for (const auto& each : others) {
         host->add_static_target(each);
     }
-    EXPECT_EQ(remove({{"iqn.a", "10.0.9.1"}}), 0);
-    EXPECT_EQ(said(), Lines{not_there});
+    EXPECT_EQ(remove({{"iqn.a", "10.0.9.1"}, {"", "10.0.9.1"}}), 0);
+    EXPECT_EQ(said(), Lines(2, not_there));
     EXPECT_EQ(left(), std::size(others));
     add("iqn.a", "10.0.9.1");
     // A host name whose bytes read like the address.
