@@ -19,6 +19,7 @@
 #include "oxd_ima_utility/oid_cache.h"
 
 oxr::Mutex lock_file_mutex;
+bool cycle_under_way OXR_GUARDED_BY(lock_file_mutex) = false;
 
 // Messages of the worker's loop carry the name of its thread function.
 #define WORKER "do_work"
@@ -31,6 +32,22 @@ std::atomic<pthread_t> worker_self{0};
 // Ends the worker from a stop point. pthread_exit would do as well but for a library that is being unloaded: it may
 // want to load the unwinder and wait for the dynamic loader, which waits for the worker.
 struct WorkerStopped {};
+
+// The part of a cycle that a renewal must not run beside.
+class LockedCycle {
+public:
+    LockedCycle() {
+        const oxr::MutexLock lock(lock_file_mutex);
+        cycle_under_way = true;
+        create_lock_file();
+    }
+    ~LockedCycle() {
+        const oxr::MutexLock lock(lock_file_mutex);
+        cycle_under_way = false;
+    }
+    LockedCycle(const LockedCycle&) = delete;
+    LockedCycle& operator=(const LockedCycle&) = delete;
+};
 
 void read_configuration(ConfigValues& values) {
     const oxr::MutexLock lock(config_file_mutex);
@@ -92,11 +109,10 @@ void run_worker_cycle(ConfigValues& values) {
     read_configuration(values);
     log_configuration(values);
     {
-        const oxr::MutexLock lock(lock_file_mutex);
-        create_lock_file();
+        const LockedCycle locked;
+        run_pass_unless_held_off(values);
+        remove_lock_file();
     }
-    run_pass_unless_held_off(values);
-    remove_lock_file();
     refresh_target_oids_table();
 }
 

@@ -9,6 +9,11 @@ inline constexpr char OSTREL_LOCK_FILE[] = "/etc/ostrel/.lock";
 // Serialises creating the lock file and testing for it.
 extern oxr::Mutex lock_file_mutex;
 
+// What the lock file tells others, for this process: set before the file is made, whether or not it can be, and
+// cleared after it is removed. It ends with the worker's cycle also when the worker is stopped there, so that only
+// a file that is really left holds anybody off then.
+extern bool cycle_under_way OXR_GUARDED_BY(lock_file_mutex);
+
 // The thread's body: cycle after cycle until it is stopped at a stop point. SIGUSR1 is blocked by its creator.
 void* do_work(void*);
 

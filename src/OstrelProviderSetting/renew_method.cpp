@@ -142,11 +142,11 @@ Outcome wait_while_worker_is_stopped() {
     }
 }
 
-// True, and the worker skips its passes from now on, when no pass can be under way. A lock file that can't be
-// seen may be there all the same.
+// True, and the worker skips its passes from now on, when no pass can be under way. A worker may have failed to make
+// its lock file, and a lock file that can't be seen may be there all the same.
 bool hold_off_worker() {
     const oxr::MutexLock lock(lock_file_mutex);
-    if (::access(OSTREL_LOCK_FILE, F_OK) == 0 || errno != ENOENT) {
+    if (cycle_under_way || ::access(OSTREL_LOCK_FILE, F_OK) == 0 || errno != ENOENT) {
         return false;
     }
     renew_connections_running.store(1);

@@ -347,6 +347,10 @@ TEST_F(ServiceTest, AStopInMidPassLeavesTheLockFileAndNothingElse) {
     for (oxr::Mutex* const mutex : {&config_file_mutex, &lock_file_mutex, &start_service_mutex, &log_file_mutex}) {
         const oxr::MutexLock free(*mutex);  // would wait for ever
     }
+    {
+        const oxr::MutexLock lock(lock_file_mutex);
+        EXPECT_FALSE(cycle_under_way);  // it is the file that holds renewals off now
+    }
     EXPECT_EQ(StartService(), 0);
     run_to(100);
     EXPECT_FALSE(host->exists(OSTREL_LOCK_FILE));

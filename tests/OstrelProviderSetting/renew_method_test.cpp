@@ -4,7 +4,9 @@
 #include <cerrno>
 #include <variant>
 
+#include "OstrelConnections/psp/psp_records.h"
 #include "OstrelConnections/renewal/renewal.h"
+#include "OstrelProvider/worker.h"
 #include "OstrelProviderSetting/setting_methods.h"
 #include "cimserver/broker/objects.h"
 #include "support/host_test.h"
@@ -43,6 +45,22 @@ TEST_F(RenewMethod, ALockFileThatIsThereOrCannotBeSeenHoldsARenewalOff) {
     }
     host->write_file("/etc/ostrel/.lock", "");
     host->at(host->now() + 30, "the pass ends", [](simhost::Host& on) { on.remove_file("/etc/ostrel/.lock"); });
+    EXPECT_EQ(ask_for_renewal(), OXD_DEVICE_NOT_FOUND);
+}
+
+// A full or read-only folder.
+TEST_F(RenewMethod, APassThatCouldNotMakeItsLockFileHoldsItOffToo) {
+    simhost::Fault fault = testing_support::failing_with("open", ENOSPC, ".lock");
+    fault.persistent = true;
+    host->fail(fault);
+    std::uint64_t in_mid_pass = 0;
+    host->script_psp(OSTREL_PSP_IOCTL_GET_ALL_DEVICE_INFO, [&](void*, int result) {
+        in_mid_pass = ask_for_renewal();
+        return result;
+    });
+    ConfigValues values;
+    run_worker_cycle(values);
+    EXPECT_EQ(in_mid_pass, OXD_POLLING_PASS_TIMEOUT);
     EXPECT_EQ(ask_for_renewal(), OXD_DEVICE_NOT_FOUND);
 }
 
