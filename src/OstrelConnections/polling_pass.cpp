@@ -43,7 +43,6 @@ void carry_out_mode_change(const char* direction, ModeChange procedure, const mo
         return;
     }
     OXR_WARN_IN(pass, "%s mode change failed. Retrying once more.", direction);
-    oxr::stop_point();
     if (procedure(changes, num_changes, luns) < 0) {
         OXR_ERROR_IN(pass, "%s mode change failed twice.", direction);
     }
@@ -63,7 +62,6 @@ void carry_out_mode_changes(mode_change_info* changes, OxrLun* luns, int num_vol
                               luns);
     }
     if (automatic_to_manual != 0) {
-        oxr::stop_point();
         carry_out_mode_change("automatic to manual", handle_automatic_to_manual_mode_change, changes, num_changes,
                               luns);
     }

@@ -15,6 +15,7 @@ namespace oxr {
 namespace {
 
 thread_local void (*stop_handler)(int) = nullptr;
+thread_local bool held_off = false;
 
 // Held while a stop is asked for, so that the thread can't be gone between the request and its signal.
 Mutex request_mutex;
@@ -85,7 +86,7 @@ void wait_for_stop(long long nanoseconds) {
 }
 
 void wait_nanoseconds(long long nanoseconds) {
-    if (stop_handler == nullptr) {
+    if (stop_handler == nullptr || held_off) {
         sleep_plainly(nanoseconds);
     } else {
         wait_for_stop(nanoseconds);
@@ -113,10 +114,22 @@ void clear_stop_request() {
     requested.store(false);
 }
 
-void stop_point() {
-    if (stop_handler != nullptr && stop_is_requested()) {
+bool stop_point() {
+    if (stop_handler == nullptr || !stop_is_requested()) {
+        return false;
+    }
+    if (!held_off) {
         stop_handler(SIGUSR1);
     }
+    return true;
+}
+
+StopHold::StopHold() {
+    held_off = true;
+}
+
+StopHold::~StopHold() {
+    held_off = false;
 }
 
 void wait_seconds(long seconds) {

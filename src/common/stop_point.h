@@ -1,6 +1,8 @@
 // Stop points and waits. The worker thread is stopped by SIGUSR1, which it keeps blocked for its whole life
-// and takes only here, where it holds no shared mutex, descriptor or list: a stop can come anywhere in a pass
-// and leaves nothing locked. On any other thread a stop point does nothing and a wait only waits.
+// and takes only here, where it holds no shared mutex: a stop can come anywhere in a pass and leaves nothing
+// locked; heap records, descriptors and IMA lists are given back by their owners' destructors. A pass has one ahead of
+// every call that adds or removes a session or target, rescans or deletes. On any other thread a stop point does
+// nothing and a wait only waits.
 #pragma once
 
 #include <pthread.h>
@@ -18,8 +20,19 @@ int request_stop(pthread_t thread);
 // Withdraws a request that was carried out, before another thread with stop points is created.
 void clear_stop_request();
 
-// A look whether a stop is asked for, without waiting.
-void stop_point();
+// A look whether a stop is asked for, without waiting. True: it is, but it is held off, and the caller ends what it
+// does as soon as it may.
+bool stop_point();
+
+// Holds stops off on its thread while it lives, for steps of which the first takes away what the last gives back. Not
+// nested.
+class StopHold {
+public:
+    StopHold();
+    ~StopHold();
+    StopHold(const StopHold&) = delete;
+    StopHold& operator=(const StopHold&) = delete;
+};
 
 // Waits in one piece; on the worker the whole wait is a stop point. 0 or less: returns at once.
 void wait_seconds(long seconds);

@@ -5,6 +5,7 @@
 
 #include "OstrelProvider/log.h"
 #include "common/heap.h"
+#include "common/stop_point.h"
 #include "common/text.h"
 #include "oxd_ima_utility/ima_list.h"
 #include "oxd_ima_utility/ima_text.h"
@@ -127,6 +128,9 @@ int remove_iscsi_static_targets(const StaticTargetEntry* entries, int num_entrie
             return -1;
         }
         for (int e = 0; e < num_entries; ++e) {
+            if (oxr::stop_point()) {
+                return result;
+            }
             if (remove_entry(targets, entries[e], port) != 0) {
                 result = -1;
             }

@@ -1,17 +1,19 @@
 // The worker is stopped at any moment of its passes: nothing stays locked, open or allocated, and the next start
 // works.
 #include <gtest/gtest.h>
-#include <sched.h>
+#include <signal.h>
 
 #include <chrono>
 #include <cstdio>
+#include <initializer_list>
+#include <map>
 #include <random>
 #include <thread>
 
 #include "OstrelProvider/service.h"
+#include "OstrelProvider/worker.h"
 #include "common/stop_point.h"
 #include "support/engine.h"
-#include "support/log_lines.h"
 #include "support/site.h"
 
 using namespace testing_support;
@@ -103,49 +105,95 @@ TEST(Stops, AtRandomMomentsLeaveNothingBehind4) {
     stop_at_random_moments(std::random_device{}(), 50);
 }
 
-TEST(Stops, InMidPassLeaveTheLockFileToTheNextWorker) {
-    const auto host = make_busy_site();
-    OstrelProviderInit();
-    ASSERT_EQ(StopService(), 0);
-    host->remove_file("/etc/ostrel/.lock");
-    ASSERT_EQ(StartService(), 0);
-    // The pass waits two seconds before it counts sessions: a millisecond here.
-    while (!host->exists("/etc/ostrel/.lock")) {
-        std::this_thread::yield();
-    }
-    ASSERT_EQ(StopService(), 0);
-    const bool left = host->exists("/etc/ostrel/.lock");
-    const std::string log = host->log();
-    EXPECT_TRUE(
-        in_order(log, {"Signal 10 caught. Performing cleanup of resources allocated by polling thread.",
-                       "Polling thread exiting. Thread id = ", "do_work thread killed. pthread_join returned 0"}));
-    ASSERT_EQ(StartService(), 0);
-    for (int waited = 0; (host->exists("/etc/ostrel/.lock") || host->calls("psp.0") < 3) && waited < 10000; ++waited) {
-        let_pass(std::chrono::milliseconds(100));
-    }
-    EXPECT_FALSE(host->exists("/etc/ostrel/.lock")) << "left by the stopped worker: " << left;
-    EXPECT_EQ(StopService(), 0);
-    EXPECT_EQ(shared_mutexes_held(), Lines{});
-}
-
 // A thread sanitizer objects to asking for the stop with the host's lock held, as an observer does.
 #ifndef __SANITIZE_THREAD__
-TEST(Stops, ComeBetweenTwoVolumes) {
-    const auto host = make_site(2);
-    const auto iqns = add_volumes(*host, 2, 3);
-    host->observe([&](const simhost::Event& event) {
-        if (event.kind == simhost::Event::Kind::session_added && event.target == iqns[0]) {
-            EXPECT_EQ(oxr::request_stop(pthread_self()), 0);
-        }
-    });
-    ASSERT_EQ(StartService(), 0);
-    // Three NICs are in use, two arrays are there.
-    for (int waited = 0; count_sessions(*host, iqns[0]) < 6 && waited < 10'000'000; ++waited) {
-        sched_yield();
+namespace {
+
+std::uint64_t calls(const simhost::Host& host, std::initializer_list<const char*> operations) {
+    std::uint64_t made = 0;
+    for (const char* const operation : operations) {
+        made += host.calls(operation);
     }
-    EXPECT_EQ(StopService(), 0);
-    EXPECT_EQ(count_sessions(*host, iqns[0]), 6);
-    EXPECT_EQ(count_sessions(*host, iqns[1]), 3);
-    expect_nothing_held(*host);
+    return made;
+}
+
+std::uint64_t sessions_changed(const simhost::Host& host) {
+    return calls(host, {"IMA_VMW_AddSession", "IMA_VMW_RemoveSession", "IMA_RemoveStaticDiscoveryTarget"});
+}
+
+// Rediscoveries, rescans and deletions of dead paths.
+std::uint64_t adapters_asked(const simhost::Host& host) {
+    return calls(host, {"IMA_VMW_Rediscover", "psp.5", "psp.6"});
+}
+
+// A cycle on a thread that can be stopped as the worker can.
+void* stoppable_cycle(void*) {
+    sigset_t stop_signal;
+    sigemptyset(&stop_signal);
+    sigaddset(&stop_signal, SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &stop_signal, nullptr);
+    oxr::enable_stop_points([](int) { pthread_exit(nullptr); });
+    ConfigValues values;
+    run_worker_cycle(values);
+    return nullptr;
+}
+
+// The cycles that follow, and the sessions that each target has then.
+std::map<std::string, int> settle(simhost::Host& host) {
+    for (int cycle = 0; cycle < 4; ++cycle) {
+        ConfigValues values;
+        run_worker_cycle(values);
+        host.advance(values.interval);
+    }
+    std::map<std::string, int> sessions;
+    for (const auto& target : host.targets()) {
+        sessions[target.iqn] = count_sessions(host, target.iqn);
+    }
+    return sessions;
+}
+
+}  // namespace
+
+TEST(Stops, ComeBetweenAnyTwoChangesAndCutNoVolumeOff) {
+    for (const GroupMode now : {GroupMode::dynamic_discovery, GroupMode::static_discovery}) {
+        const auto undisturbed = settle(*make_unbalanced_site(now));
+        std::uint64_t stops = 0;
+        for (bool asked = true; asked; ++stops) {
+            SCOPED_TRACE(testing::Message() << (now == GroupMode::static_discovery) << ", change " << stops + 1);
+            const auto host = make_unbalanced_site(now);
+            asked = false;
+            bool settling = false;
+            std::uint64_t changed = 0;
+            std::uint64_t requests = 0;
+            host->observe([&](const simhost::Event&) {
+                if (!asked && !settling && sessions_changed(*host) + adapters_asked(*host) == stops + 1) {
+                    asked = true;
+                    changed = sessions_changed(*host);
+                    requests = adapters_asked(*host);
+                    EXPECT_EQ(oxr::request_stop(pthread_self()), 0);
+                }
+            });
+            host->count_allocations(true);
+            pthread_t thread{};
+            ASSERT_EQ(pthread_create(&thread, nullptr, stoppable_cycle, nullptr), 0);
+            ASSERT_EQ(pthread_join(thread, nullptr), 0);
+            host->count_allocations(false);
+            oxr::clear_stop_request();
+            if (asked) {
+                EXPECT_EQ(sessions_changed(*host), changed);
+                // A switch that has begun to remove deletes dead paths and rediscovers, on each of two adapters.
+                EXPECT_LE(adapters_asked(*host) - requests, changed > 0 && requests < 4 ? 4U - requests : 0U);
+            }
+            EXPECT_EQ(host->blocks_held(), 0);
+            EXPECT_EQ(shared_mutexes_held(), Lines{});
+            for (const auto& target : host->targets()) {
+                EXPECT_GE(target.active_paths, 2) << target.iqn;
+            }
+            settling = true;
+            EXPECT_EQ(settle(*host), undisturbed);
+            expect_nothing_held(*host);
+        }
+        EXPECT_GT(stops, 20U);
+    }
 }
 #endif

@@ -146,27 +146,9 @@ TEST(WholePasses, HostNeverExceeds2040Sessions) {
 }
 
 TEST(WholePasses, AnyFailingCallLeavesNothingHeldAndNoVolumeCutOff) {
-    // One volume lacks sessions, one has too many, a group-scoped target lacks some, one group was switched.
     const auto make = [] {
         refresh_target_oids_table();
-        auto host = make_site(2);
-        const auto iqns = add_volumes(*host, 2, 0);
-        host->connect(iqns[0], 4);
-        host->connect(iqns[1], 11);
-        host->add_group_scoped_target({"iqn.gst", "g", {"a1"}, {}});
-        host->add_group({"m", GroupMode::static_discovery, "10.0.8.100", {{"m1", {"10.0.8.1"}}, {"m2", {"10.0.8.2"}}}});
-        simhost::VolumeSpec volume;
-        volume.eui = "pe";
-        volume.group = "g";
-        volume.group_scoped_target = "iqn.gst";
-        host->add_volume(volume);
-        host->connect("iqn.gst", 4);
-        volume = {};
-        volume.eui = "switched";
-        volume.group = "m";
-        host->add_volume(volume);
-        host->connect(host->iqn_of("switched"), 0);
-        host->switch_mode("m", GroupMode::dynamic_discovery);
+        auto host = make_unbalanced_site(GroupMode::dynamic_discovery);
         host->write_file("/etc/ostrel/.lock", "");
         return host;
     };

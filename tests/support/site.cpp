@@ -46,6 +46,32 @@ std::vector<std::string> add_volumes(Host& host, int count, int connections) {
     return iqns;
 }
 
+std::unique_ptr<Host> make_unbalanced_site(simhost::GroupMode now) {
+    auto host = make_site(2);
+    const auto iqns = add_volumes(*host, 2, 0);
+    host->connect(iqns[0], 4);
+    host->connect(iqns[1], 11);
+    host->add_group_scoped_target({"iqn.gst", "g", {"a1"}, {}});
+    simhost::VolumeSpec volume;
+    volume.eui = "pe";
+    volume.group = "g";
+    volume.group_scoped_target = "iqn.gst";
+    host->add_volume(volume);
+    host->connect("iqn.gst", 4);
+    const bool to_dynamic = now == simhost::GroupMode::dynamic_discovery;
+    host->add_group({"m",
+                     to_dynamic ? simhost::GroupMode::static_discovery : simhost::GroupMode::dynamic_discovery,
+                     "10.0.8.100",
+                     {{"m1", {"10.0.8.1"}}, {"m2", {"10.0.8.2"}}}});
+    volume = {};
+    volume.eui = "switched";
+    volume.group = "m";
+    host->add_volume(volume);
+    host->connect(host->iqn_of("switched"), to_dynamic ? 0 : 8);
+    host->switch_mode("m", now);
+    return host;
+}
+
 int run_pass(const ConfigValues& values) {
     return handle_ostrel_connections(values);
 }

@@ -22,6 +22,10 @@ std::unique_ptr<simhost::Host> make_site(int num_arrays = 1,
 // Adds `count` volumes vol-0, vol-1, ... of the group "g", each with `connections` sessions; returns their IQNs.
 std::vector<std::string> add_volumes(simhost::Host& host, int count, int connections);
 
+// A site that calls for every kind of change: of the two-array group "g" vol-0 lacks sessions, vol-1 has too many and
+// the group-scoped target "iqn.gst" lacks some; the volume "switched" of the group "m" was switched to `now`.
+std::unique_ptr<simhost::Host> make_unbalanced_site(simhost::GroupMode now);
+
 // One polling pass with these values; the result of the pass.
 int run_pass(const ConfigValues& values = {});
 

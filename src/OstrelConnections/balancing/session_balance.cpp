@@ -6,6 +6,7 @@
 #include "OstrelConnections/psp/psp_client.h"
 #include "OstrelProvider/log.h"
 #include "common/heap.h"
+#include "common/stop_point.h"
 #include "common/text.h"
 #include "oxd_ima_utility/session_operations.h"
 
@@ -125,6 +126,7 @@ int add_isid_sessions(int num_to_add, const char* target_iqn, int num_records, c
     create_session_list(list.get(), num_entries, num_records, records, 1);
     int added = 0;
     while (added < num_to_add) {
+        oxr::stop_point();  // before the change is announced
         ip_session_list& entry = least_used_entry(list.get(), num_entries);
         OXR_INFO("add_isid_sessions : Duplicating session %s with IP : %s, adapter_name : %s", entry.isid[0],
                  entry.local_ip, entry.vmhba_name[0]);
@@ -153,6 +155,7 @@ int remove_isid_sessions(int num_to_remove, const char* target_iqn, int num_reco
     sort_ip_session_list(list.get(), num_entries);
     int removed = 0;
     for (int attempt = 0; attempt < num_to_remove; ++attempt) {
+        oxr::stop_point();
         ip_session_list& entry = most_used_entry(list.get(), num_entries);
         const int k = entry.count - 1;
         if (k < 0) {

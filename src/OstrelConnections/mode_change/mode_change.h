@@ -1,6 +1,7 @@
 // Switches of a group's discovery mode, carried out without cutting a volume off: sessions of the old kind are
 // thinned out, targets rediscovered and paths claimed, and only then what is left of the old kind is removed.
-// Worker thread, inside a pass; stops at stop points. Both procedures may be repeated while the PSP still
+// Worker thread, inside a pass; stops at stop points, but never between the thinning out and the rediscovery: a stop
+// ends the thinning out, and what was removed is replaced. Both procedures may be repeated while the PSP still
 // reports a switch; the one to static mode then takes static sessions for surplus as well.
 #pragma once
 
@@ -43,5 +44,6 @@ int remove_all_dynamic_mode_targets(const mode_change_info* changes, int num_cha
                                     const AdapterName* adapters, int num_adapters);
 
 // Removes every session of the target but the first two logged-in dynamic ones. -1, with nothing removed, when
-// there are fewer than two; else 0, whatever single removals did.
+// there are fewer than two; else 0, whatever single removals did. A stop that is held
+// off ends the removal.
 int remove_all_dynamic_sessions_but_two(const TargetDtls* sessions, const char* target_iqn);

@@ -9,14 +9,16 @@ namespace {
 // Messages of the procedure carry the name of its one operation.
 constexpr char procedure[] = "handle_automatic_to_manual_mode_change";
 
-// Thins out the dynamic sessions, volume by volume. -1 when the sessions of a volume can't be read; volumes
-// before it keep what was done to them.
+// Thins out the dynamic sessions, volume by volume, until a stop is asked for. -1 when the sessions of a volume can't
+// be read; volumes before it keep what was done to them.
 int remove_sessions_but_two(const mode_change_info* changes, int num_changes, OxrLun* luns, ModeChangeBatch& batch) {
     for (int c = 0; c < num_changes; ++c) {
         if (changes[c].change != AUTOMATIC_TO_MANUAL) {
             continue;
         }
-        oxr::stop_point();
+        if (oxr::stop_point()) {
+            break;
+        }
         OxrLun& lun = luns[changes[c].index];
         const oxr::FieldText target_iqn(lun.target_iqn);
         OXR_INFO_IN(procedure, "Getting session connection details for target iqn - %s", target_iqn.c_str());
@@ -57,25 +59,28 @@ void collect_dynamic_target(RemoveList& list, const TargetDtls& session, const c
 
 int handle_automatic_to_manual_mode_change(const mode_change_info* changes, int num_changes, OxrLun* luns) {
     ModeChangeBatch batch;
-    if (remove_sessions_but_two(changes, num_changes, luns, batch) != 0) {
-        return -1;
-    }
-    if (batch.count == 0) {
-        return 0;
-    }
     const UniqueAdapters& adapters = batch.adapters;
-    OXR_INFO("deleting dead paths");
-    if (delete_dead_path_ioctl(adapters.names, adapters.count, DEAD_PATH_DELAY_SECONDS) < 0) {
-        OXR_ERROR("ioctl for deleting dead paths failed.");
+    {
+        // The two sessions that a volume keeps may be on one adapter. Until rediscovery has made static ones the
+        // other has none, and no later pass could read the volume's sessions and go on: it would stay with the two.
+        const oxr::StopHold hold;
+        if (remove_sessions_but_two(changes, num_changes, luns, batch) != 0) {
+            return -1;
+        }
+        if (batch.count == 0) {
+            return 0;
+        }
+        OXR_INFO("deleting dead paths");
+        if (delete_dead_path_ioctl(adapters.names, adapters.count, DEAD_PATH_DELAY_SECONDS) < 0) {
+            OXR_ERROR("ioctl for deleting dead paths failed.");
+        }
+        rediscover_adapters(procedure, adapters, log_failed_rediscovery);
     }
-    rediscover_adapters(procedure, adapters, log_failed_rediscovery);
-    oxr::stop_point();
     OXR_INFO("rescanning all adapters");
     if (rescan_ioctl(adapters.names, adapters.count) < 0) {
         OXR_ERROR("ioctl for adapter rescan failed.");
         return -1;
     }
-    oxr::stop_point();
     OXR_INFO("removing all dynamic(automatic) targets");
     if (remove_all_dynamic_mode_targets(batch.changes, batch.count, luns, adapters.names, adapters.count) != 0) {
         OXR_ERROR("all dynamic(automatic) targets were not removed");
@@ -130,6 +135,9 @@ int remove_all_dynamic_sessions_but_two(const TargetDtls* sessions, const char* 
         return -1;
     }
     for (int s = 0; s < listed; ++s) {
+        if (oxr::stop_point()) {
+            break;
+        }
         const TargetDtls& session = sessions[s];
         if (s == kept[0] || s == kept[1]) {
             OXR_DEBUG("Not deleting sessions with isid %s and %s", sessions[kept[0]].isid, sessions[kept[1]].isid);

@@ -29,13 +29,9 @@ void collect_targets_but_busiest(const TargetDtls* sessions, const char* target_
     }
 }
 
-// Thins out the static targets. -1 when the sessions of a volume can't be read; nothing is removed then.
-int remove_targets_but_busiest(const mode_change_info* changes, int num_changes, OxrLun* luns, ModeChangeBatch& batch) {
-    RemoveList remove_list;
-    if (!remove_list.allocated()) {
-        OXR_ERROR_IN(procedure, "can not allocate memory for TargetDtls.");
-        return -1;
-    }
+// Collects the static targets to be thinned out. -1 when the sessions of a volume can't be read.
+int collect_targets(const mode_change_info* changes, int num_changes, OxrLun* luns, ModeChangeBatch& batch,
+                    RemoveList& remove_list) {
     for (int c = 0; c < num_changes; ++c) {
         if (changes[c].change != MANUAL_TO_AUTOMATIC) {
             continue;
@@ -53,18 +49,45 @@ int remove_targets_but_busiest(const mode_change_info* changes, int num_changes,
             collect_targets_but_busiest(sessions, target_iqn.c_str(), remove_list);
         }
     }
-    oxr::stop_point();
-    if (remove_list.count() > 0) {
-        OXR_INFO_IN(procedure,
-                    "Deleting all static targets other than those which have been selected to be deleted later");
-        // A target that stays is removed with the rest at the end.
-        (void)remove_list.remove_from(batch.adapters.names, batch.adapters.count);
-    }
     return 0;
 }
 
 void warn_of_failed_rediscovery() {
     OXR_WARN_IN(procedure, "rediscovery failed.");
+}
+
+// Thins out the static targets and rediscovers.
+void replace_targets(const RemoveList& remove_list, const UniqueAdapters& adapters) {
+    oxr::stop_point();
+    // Only rediscovery gives a volume paths for those that it loses here: a stop ends the removal, not the step.
+    const oxr::StopHold hold;
+    if (remove_list.count() > 0) {
+        OXR_INFO_IN(procedure,
+                    "Deleting all static targets other than those which have been selected to be deleted later");
+        // A target that stays is removed with the rest at the end.
+        (void)remove_list.remove_from(adapters.names, adapters.count);
+    }
+    if (delete_dead_path_ioctl(adapters.names, adapters.count, DEAD_PATH_DELAY_SECONDS) < 0) {
+        OXR_ERROR_IN(procedure, "ioctl for deleting dead paths failed.");
+    }
+    rediscover_adapters(procedure, adapters, warn_of_failed_rediscovery);
+}
+
+// Collects and replaces; the list is gone before the final removal needs one. -1 as collect_targets.
+int replace_targets_but_busiest(const mode_change_info* changes, int num_changes, OxrLun* luns,
+                                ModeChangeBatch& batch) {
+    RemoveList remove_list;
+    if (!remove_list.allocated()) {
+        OXR_ERROR_IN(procedure, "can not allocate memory for TargetDtls.");
+        return -1;
+    }
+    if (collect_targets(changes, num_changes, luns, batch, remove_list) != 0) {
+        return -1;
+    }
+    if (batch.count > 0) {
+        replace_targets(remove_list, batch.adapters);
+    }
+    return 0;
 }
 
 // The final removal's operation.
@@ -85,24 +108,18 @@ void collect_static_target(RemoveList& list, const TargetDtls& session, const ch
 
 int handle_manual_to_automatic_mode_change(const mode_change_info* changes, int num_changes, OxrLun* luns) {
     ModeChangeBatch batch;
-    if (remove_targets_but_busiest(changes, num_changes, luns, batch) != 0) {
+    if (replace_targets_but_busiest(changes, num_changes, luns, batch) != 0) {
         return -1;
     }
     if (batch.count == 0) {
         return 0;
     }
     const UniqueAdapters& adapters = batch.adapters;
-    if (delete_dead_path_ioctl(adapters.names, adapters.count, DEAD_PATH_DELAY_SECONDS) < 0) {
-        OXR_ERROR("ioctl for deleting dead paths failed.");
-    }
-    rediscover_adapters(procedure, adapters, warn_of_failed_rediscovery);
-    oxr::stop_point();
     OXR_INFO("rescanning all adapters");
     if (rescan_ioctl(adapters.names, adapters.count) < 0) {
         OXR_ERROR("ioctl for adapter rescan failed.");
         return -1;
     }
-    oxr::stop_point();
     OXR_INFO("removing all remaining static targets");
     if (remove_all_static_targets(batch.changes, batch.count, luns, adapters.names, adapters.count) != 0) {
         OXR_ERROR("all static targets were not removed");

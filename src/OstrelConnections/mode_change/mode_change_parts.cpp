@@ -32,7 +32,6 @@ bool ModeChangeBatch::take(const char* operation, const mode_change_info& change
 
 void rediscover_adapters(const char* operation, const UniqueAdapters& adapters, void (*on_failure)()) {
     for (int a = 0; a < adapters.count; ++a) {
-        oxr::stop_point();
         const oxr::FieldText adapter_name(adapters.names[a]);
         OXR_INFO_IN(operation, "calling rediscover on adapter %s ", adapter_name.c_str());
         if (do_rediscover_on_adapter(adapter_name.c_str()) != 0) {
@@ -68,6 +67,5 @@ std::optional<int> collect_old_kind(const FinalRemoval& removal, const mode_chan
             }
         });
     }
-    oxr::stop_point();
     return result;
 }

@@ -22,6 +22,7 @@ int rescan_ioctl(const AdapterName* adapters, int num_adapters) {
     }
     int result = 0;
     for (int i = 0; i < num_adapters; ++i) {
+        oxr::stop_point();
         oxr::copy_field(ioctl_data->adapter_name, oxr::field_view(adapters[i]));
         OXR_DEBUG("copied adapter %s to ioctl_data", oxr::FieldText(ioctl_data->adapter_name).c_str());
         const int status = device.request(OSTREL_PSP_IOCTL_RESCAN, ioctl_data.get());
@@ -52,6 +53,7 @@ int delete_dead_path_ioctl(const AdapterName* adapters, int num_adapters, int de
     }
     int result = 0;
     for (int i = 0; i < num_adapters; ++i) {
+        oxr::stop_point();
         oxr::copy_field(ioctl_data->adapter_name, oxr::field_view(adapters[i]));
         const int status = device.request(OSTREL_PSP_IOCTL_DELETE_DEAD_PATHS, ioctl_data.get());
         if (status < 0) {
