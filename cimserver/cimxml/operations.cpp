@@ -35,9 +35,10 @@ std::string class_name_of(const Message& message, std::string_view name) {
     return parameter == nullptr ? std::string() : parameter->value.attribute("NAME").value();
 }
 
+// An empty list asks for all properties, as with common servers.
 PropertyList properties_of(const Message& message) {
     const Parameter* const parameter = find_parameter(message, "PropertyList");
-    if (parameter == nullptr) {
+    if (parameter == nullptr || parameter->value.child("VALUE").empty()) {
         return std::nullopt;
     }
     PropertyList list(std::in_place);
@@ -45,6 +46,16 @@ PropertyList properties_of(const Message& message) {
         list->emplace_back(value.text().get());
     }
     return list;
+}
+
+// A provider returns its keys, asked for or not; a client finds them in the path.
+void keep_asked(Instance& instance, const PropertyList& asked) {
+    if (asked) {
+        std::erase_if(instance.properties, [&](const Named& property) {
+            return std::none_of(asked->begin(), asked->end(),
+                                [&](const std::string& name) { return same_name(name, property.name); });
+        });
+    }
 }
 
 const Class& known_class(const Broker& broker, const std::string& name, CMPIrc code) {
@@ -87,6 +98,9 @@ AssociationFilter filter_of(const Broker& broker, const Message& message) {
 ObjectPath source_of(const Broker& broker, const Message& message) {
     ObjectPath path = instance_path_of(message, "ObjectName");
     (void)known_class(broker, path.class_name, CMPI_RC_ERR_INVALID_PARAMETER);
+    if (path.keys.empty()) {
+        throw CimError{CMPI_RC_ERR_NOT_SUPPORTED, "associations of a class are not supported; name an instance"};
+    }
     return path;
 }
 
@@ -123,9 +137,11 @@ void complete(Instance& instance, const ObjectPath& asked, const std::string& ho
     }
 }
 
-void write_objects(pugi::xml_node result, Answer answer, const ObjectPath& asked, const std::string& host) {
+void write_objects(pugi::xml_node result, Answer answer, const ObjectPath& asked, const PropertyList& properties,
+                   const std::string& host) {
     throw_failure(answer);
     for (Instance& instance : answer.instances) {
+        keep_asked(instance, properties);
         complete(instance, asked, host);
         pugi::xml_node object = result.append_child("VALUE.OBJECTWITHPATH");
         write_instance_path(object, instance.path);
@@ -193,10 +209,11 @@ void enumerate_instance_names(const Call& call) {
 }
 
 void enumerate_instances(const Call& call) {
-    const Answer answer =
-        call.broker.enumerate_instances(class_path_of(call.broker, call.message), properties_of(call.message));
+    const PropertyList properties = properties_of(call.message);
+    const Answer answer = call.broker.enumerate_instances(class_path_of(call.broker, call.message), properties);
     throw_failure(answer);
     for (Instance instance : answer.instances) {
+        keep_asked(instance, properties);
         complete(instance, call.message.target, call.host);
         pugi::xml_node named = pugi::xml_node(call.result).append_child("VALUE.NAMEDINSTANCE");
         write_instance_name(named, instance.path);
@@ -207,17 +224,19 @@ void enumerate_instances(const Call& call) {
 void get_instance(const Call& call) {
     const ObjectPath path = instance_path_of(call.message, "InstanceName");
     (void)known_class(call.broker, path.class_name, CMPI_RC_ERR_INVALID_CLASS);
-    Answer answer = call.broker.get_instance(path, properties_of(call.message));
+    const PropertyList properties = properties_of(call.message);
+    Answer answer = call.broker.get_instance(path, properties);
     throw_failure(answer);
+    keep_asked(answer.instances.front(), properties);
     complete(answer.instances.front(), path, call.host);
     write_instance(call.result, answer.instances.front());
 }
 
 void associators(const Call& call) {
     const ObjectPath source = source_of(call.broker, call.message);
-    write_objects(call.result,
-                  call.broker.associators(source, filter_of(call.broker, call.message), properties_of(call.message)),
-                  source, call.host);
+    const PropertyList properties = properties_of(call.message);
+    write_objects(call.result, call.broker.associators(source, filter_of(call.broker, call.message), properties),
+                  source, properties, call.host);
 }
 
 void associator_names(const Call& call) {
@@ -228,9 +247,9 @@ void associator_names(const Call& call) {
 
 void references(const Call& call) {
     const ObjectPath source = source_of(call.broker, call.message);
-    write_objects(call.result,
-                  call.broker.references(source, filter_of(call.broker, call.message), properties_of(call.message)),
-                  source, call.host);
+    const PropertyList properties = properties_of(call.message);
+    write_objects(call.result, call.broker.references(source, filter_of(call.broker, call.message), properties), source,
+                  properties, call.host);
 }
 
 void reference_names(const Call& call) {
@@ -299,10 +318,9 @@ std::string run_method_call(const Broker& broker, const Message& message, pugi::
     }
     const Answer answer = broker.invoke_method(message.target, message.name, arguments_of(message, *method));
     throw_failure(answer);
-    // A method answers its status where the provider returned nothing: a client may take no output argument without
-    // a return value before it.
-    write_parameter(response, "RETURNVALUE",
-                    {{}, answer.return_value.is_null() ? uint32_value(0) : answer.return_value});
+    if (!answer.return_value.is_null()) {
+        write_parameter(response, "RETURNVALUE", {{}, answer.return_value});
+    }
     for (const Named& out : answer.out) {
         write_parameter(response, "PARAMVALUE", out);
     }

@@ -56,9 +56,6 @@ ObjectPath read_instance_name(const pugi::xml_node& node) {
     path.class_name = node.attribute("CLASSNAME").value();
     for (const pugi::xml_node& binding : node.children("KEYBINDING")) {
         const std::string name = binding.attribute("NAME").value();
-        if (find(path.keys, name) != nullptr) {
-            refuse("key " + name + " is given twice");
-        }
         if (const auto reference = binding.child("VALUE.REFERENCE")) {
             set(path.keys, name, read_reference(reference));
         } else if (const auto value = binding.child("KEYVALUE")) {

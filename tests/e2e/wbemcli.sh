@@ -78,7 +78,7 @@ renew() {
     shift 3
     local targets
     targets=$(printf ',"%s"' "$@")
-    cli "renewal with status $status" "oxd_status \(uint32\): $status\$" cm "$setting" \
+    cli "renewal with status $status" "oxd_status\"[^>]*><VALUE>$status</VALUE>" cmx "$setting" \
         "renewiscsiconnections.targets=${targets:1},paramname=\"$paramname\",paramvalue=\"$paramvalue\""
 }
 
@@ -103,7 +103,7 @@ cli "service" 'version="oxd:2\.0\.1 psp:1\.4\.0"' ei "$service"
 cli "service by its superclass" 'OSTREL_ConnectionService\.name' ein "$space:CIM_Service"
 cli "one service" 'version="2\.0\.1"' gi "$the_service"
 cli "settings" 'vol_sessions.*value=0,minimum=2,maximum=8' ei "$setting"
-cli "one property" 'value=120$' ei "$setting" value
+cli "one property" 'InstanceId="interval" value=120$' ei "$setting" value
 cli "one setting" 'name="interval"' gi "$interval"
 cli "unknown class" 'CIM_ERR_INVALID_CLASS' ei "$space:Nobody"
 cli "unknown namespace" 'CIM_ERR_INVALID_NAMESPACE' ei "http://localhost:$port/other/space:CIM_Service"
@@ -119,24 +119,26 @@ cli "service of a setting" 'OSTREL_ConnectionService\.name' ain "$interval"
 lines "references of the service" 2 ri "$the_service"
 lines "reference names by superclass" 2 rin -arc CIM_ElementSettingData "$the_service"
 lines "references by superclass" 0 ri -arc CIM_ElementSettingData "$the_service"
+cli "associations of a class" 'CIM_ERR_NOT_SUPPORTED' ain "$service"
+cli "method without a value" 'Parse Exception: Expecting /METHODRESPONSE' cm "$service" startservice
 cli "unknown result class" 'CIM_ERR_INVALID_PARAMETER' ai -arc Nobody "$the_service"
 
 # --- the service -----------------------------------------------------------------------------------------------
-cli "stop" 'stopservice: 0$' cm "$service" stopservice
+cli "stop" '<METHODRESPONSE NAME="stopservice"/>' cmx "$service" stopservice
 expect "log after the stop" 'do_work thread killed' "$(tail -n 20 "$log")"
-cli "start" 'StartService: 0$' cm "$service" StartService
+cli "start" '<METHODRESPONSE NAME="StartService"/>' cmx "$service" StartService
 expect "log after the start" 'Creating worker thread' "$(tail -n 20 "$log")"
 # No look at the volumes comes between what follows.
-cli "stop for what follows" 'stopservice: 0$' cm "$service" stopservice
+cli "stop for what follows" '<METHODRESPONSE NAME="stopservice"/>' cmx "$service" stopservice
 rm -f "$root/etc/ostrel/.lock"
 
 # --- settings --------------------------------------------------------------------------------------------------
 for good in interval=60 interval=604800 vol_sessions=2 vol_sessions=8 interval=300; do
-    cli "set $good" 'setvalue: 0$' cm "$setting" "setvalue.name=\"${good%=*}\",value=${good#*=}"
+    cli "set $good" '<METHODRESPONSE NAME="setvalue"/>' cmx "$setting" "setvalue.name=\"${good%=*}\",value=${good#*=}"
     expect "file after $good" "^$good\$" "$(cat "$conf")"
 done
 for bad in interval=59 interval=604801 vol_sessions=1 vol_sessions=9 vol_sessions=0; do
-    cli "set $bad" "CIM_ERR_INVALID_PARAMETER.*${bad%=*} is out of range" cm "$setting" \
+    cli "set $bad" "CODE=\"4\".*${bad%=*} is out of range" cmx "$setting" \
         "setvalue.name=\"${bad%=*}\",value=${bad#*=}"
 done
 cli "unknown setting" 'CIM_ERR_NOT_FOUND.*can be "interval" or "vol_sessions"' cm "$setting" 'setvalue.name="log_level",value=2'
