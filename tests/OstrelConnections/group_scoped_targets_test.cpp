@@ -104,6 +104,17 @@ TEST(GroupScopedTargets, StepsAndMessages) {
     expect_nothing_held(*host);
 }
 
+TEST(GroupScopedTargets, WithoutNicsNothingIsDone) {
+    const auto host = make_target({"a1"}, 4);
+    host->script_ima("IMA_VMW_GetNicOidList", [](void* list, std::uint32_t status) {
+        (*static_cast<IMA_OID_LIST**>(list))->oidCount = 0;
+        return status;
+    });
+    EXPECT_EQ(handle_group_scoped_target_connections({}, 10, 10, nullptr), 0);
+    EXPECT_EQ(messages(*host, pass).back(), "ERROR get_num_nic returned number of NICs = 0");
+    EXPECT_EQ(count_sessions(*host, "iqn.gst"), 4);
+}
+
 TEST(GroupScopedTargets, LimitsAreOneRuleEach) {
     struct Case {
         int active, total;  // four NICs: four sessions for each active array, two for each other
@@ -257,6 +268,10 @@ TEST(GroupScopedTargets, WithoutTransportAddressesNothingIsRemoved) {
     EXPECT_EQ(messages(*host, pass).back(),
               "WARN No transport addresses, so sessions with active paths can't be told from others. Not removing any "
               "session of iqn.gst in this pass.");
+    // Nor in a pass that asked for them and got no answer.
+    host->fail(errno_fault("psp.7", EIO));
+    (void)run_pass(limits(1, 4));
+    EXPECT_EQ(count_sessions(*host, "iqn.gst"), 7);
     // Adding needs none.
     EXPECT_EQ(handle_group_scoped_target_connections(limits(8, 8), 10, 10, nullptr), 0);
     EXPECT_EQ(count_sessions(*host, "iqn.gst"), 8);

@@ -204,6 +204,7 @@ TEST(Renewal, ThroughTheMethodEndsWithTheStatusOfTheStepThatFailed) {
         std::function<void(Host&)> provoke;
         std::uint32_t status;
         simhost::HostOptions options = {};
+        const char* last_retry = "";
     } cases[] = {
         {"no configuration", [](Host& host) { host.remove_file("/etc/ostrel/oxr.conf"); }, OXD_WORKER_STOP_TIMEOUT},
         {"the worker is held off",
@@ -224,16 +225,36 @@ TEST(Renewal, ThroughTheMethodEndsWithTheStatusOfTheStepThatFailed) {
         {"a duplicate isn't removed", set(fault("IMA_VMW_RemoveSession")), OXD_SESSION_REMOVAL_FAILED},
         {"the address's last one isn't removed", set(fault("IMA_VMW_RemoveSession", 2)), OXD_SESSION_REMOVAL_FAILED},
         {"the second address's isn't removed", set(fault("IMA_VMW_RemoveSession", 3)), OXD_SESSION_REMOVAL_FAILED},
-        {"a removed one stays", set(status_fault("IMA_VMW_RemoveSession", 0)), OXD_SESSION_REMOVAL_FAILED},
+        {"a removed one stays",
+         set(status_fault("IMA_VMW_RemoveSession", 0)),
+         OXD_SESSION_REMOVAL_FAILED,
+         {},
+         "retries 600"},
+        {"a removed one goes late",
+         [](Host& host) {
+             host.fail(status_fault("IMA_VMW_RemoveSession", 0));  // of the first address's other session
+             host.at(0.5, "it goes", [](Host& h) { h.drop_session(h.sessions(h.iqn_of("vol-0"))[4].oid); });
+         },
+         OXD_SUCCESS},
         {"no new session", set(fault("IMA_VMW_AddSession")), OXD_SESSION_CREATION_FAILED},
         {"no new duplicate", set(fault("IMA_VMW_AddSession", 2)), OXD_SESSION_CREATION_FAILED},
-        {"it never comes", set(status_fault("IMA_VMW_AddSession", 0)), OXD_SESSION_CREATION_FAILED},
+        {"it never comes", set(status_fault("IMA_VMW_AddSession", 0)), OXD_SESSION_CREATION_FAILED, {}, "retries 600"},
+        {"the last address's never comes",
+         set(status_fault("IMA_VMW_AddSession", 0, 7)),
+         OXD_SESSION_CREATION_FAILED,
+         {},
+         "retries 600"},
         {"it never logs in", [](Host& host) { host.fail_logins(true); }, OXD_SESSION_CREATION_FAILED},
-        {"the new sessions are unreadable", once_added(lasting(fault("IMA_GetSessionOidList"))), OXD_FAILED},
+        {"the new sessions are unreadable",
+         once_added(lasting(fault("IMA_GetSessionOidList"))),
+         OXD_FAILED,
+         {},
+         "after 6 retries"},
         {"they are unreadable once", once_added(fault("IMA_GetSessionOidList")), OXD_SUCCESS},
         {"the rescan fails", set(status_fault("psp.5", 7)), OXD_PATH_DISCOVERY_FAILED},
         {"a rescan is under way", set(status_fault("psp.5", 6)), OXD_SUCCESS},
-        {"paths come back too late", set(lasting(status_fault("psp.5", 6))), OXD_PATH_DISCOVERY_FAILED, late_paths},
+        {"paths come back too late", set(lasting(status_fault("psp.5", 6))), OXD_PATH_DISCOVERY_FAILED, late_paths,
+         "even after 600 retries"},
         {"the volume is unknown meanwhile", set(status_fault("psp.1", 3, 2)), OXD_DEVICE_NOT_FOUND},
         {"the path count is unreadable", set(status_fault("psp.1", 11, 2)), OXD_FAILED},
     };
@@ -251,6 +272,8 @@ TEST(Renewal, ThroughTheMethodEndsWithTheStatusOfTheStepThatFailed) {
         for (const auto& watch : watches) {
             EXPECT_EQ(watch->broken, 0);
         }
+        EXPECT_GT(count_lines(host->log(), "ERROR", "renew_iscsi_connections", c.last_retry),
+                  c.last_retry[0] == '\0' ? -1 : 0);
         EXPECT_EQ(renew_connections_running.load(), 0);
         expect_at_rest(*host);
         expect_repaired(*host, iqn);
@@ -262,13 +285,13 @@ TEST(Renewal, EndsWithoutMemoryAndLosesNone) {
     for (std::uint64_t nth = 1, step = 1; nth < 100000; nth += step) {
         SCOPED_TRACE(testing::Message() << "allocation " << nth);
         const auto host = make_volumes(1);
-        host->fail(fault("new", nth));
+        host->fail(nth == 1 ? errno_fault("pthread_create", EAGAIN) : fault("new", nth - 1));
         host->count_allocations(true);
         const std::uint32_t status = renew({host->iqn_of("vol-0")});
         host->count_allocations(false);
         EXPECT_EQ(host->blocks_held(), 0);
         expect_at_rest(*host);
-        EXPECT_TRUE(nth > 3 || status == OXD_FAILED) << status;
+        EXPECT_TRUE(nth > 4 || status == OXD_FAILED) << status;
         EXPECT_LE(status, OXD_PATH_DISCOVERY_FAILED);
         if (host->faults_injected() == 0) {
             EXPECT_EQ(status, OXD_SUCCESS);
@@ -278,7 +301,7 @@ TEST(Renewal, EndsWithoutMemoryAndLosesNone) {
         expect_repaired(*host, host->iqn_of("vol-0"));
         step = nth < 20 ? 1 : 7;
     }
-    EXPECT_GT(failed, 3);
+    EXPECT_GT(failed, 4);
 }
 
 TEST(Renewal, NeedsSessionsThatCarryTheVolumeMeanwhile) {
@@ -297,24 +320,34 @@ TEST(Renewal, NeedsSessionsThatCarryTheVolumeMeanwhile) {
         {{{one, failed}, {other, failed}}, OXD_SESSIONS_FAILED, OXD_SESSIONS_FAILED},
     };
     for (const auto& c : cases) {
-        const auto host = make_volumes(0);
+        const auto host = make_volumes(1);
         simhost::VolumeSpec volume;
-        volume.eui = "vol-0";
+        volume.eui = "vol-1";
         volume.group = "g";
         volume.adapters = {"vmhba64"};
         host->add_volume(volume);
-        const std::string iqn = host->iqn_of("vol-0");
+        const std::string iqn = host->iqn_of("vol-1");
         for (const auto& [address, state] : c.sessions) {
             host->add_session(session_of(iqn, address, "10.0.9.100", "10.0.9.1", state));
         }
         host->claim_paths();
         const Isids before = isids_of(*host, iqn);
         EXPECT_EQ(renew({iqn}), c.general) << before.size();
+        EXPECT_EQ(renew({host->iqn_of("vol-0"), iqn}), c.general) << "the target before it says nothing about it";
         EXPECT_EQ(renew({iqn}, Kind::enable_digests), c.digest) << before.size();
         EXPECT_EQ(isids_of(*host, iqn), before);
         EXPECT_EQ(renew({"iqn.unknown", iqn}), OXD_DEVICE_NOT_FOUND);
         expect_at_rest(*host);
     }
+}
+
+TEST(Renewal, TakesSessionsThatTheInventoryLeavesOutForFailed) {
+    const auto host = make_volumes(1);
+    host->script_ima("IMA_VMW_GetConnectionStatus", [](void* out, std::uint32_t status) {
+        static_cast<IMA_VMW_CONNECTION_STATUS*>(out)->localAddress.address.ipv4Address = 0;
+        return status;
+    });
+    EXPECT_EQ(renew({host->iqn_of("vol-0")}), OXD_SESSIONS_FAILED);
 }
 
 TEST(DigestChange, RenewsWhatNeedsItAndEndsWhereNothingDoes) {
@@ -340,6 +373,7 @@ TEST(DigestChange, RenewsWhatNeedsItAndEndsWhereNothingDoes) {
     EXPECT_EQ(isids_of(*host, later), later_before);
     EXPECT_EQ(renew({later, iqn}, Kind::enable_digests), OXD_SUCCESS);
     EXPECT_EQ(with_digests(*host, later), 8);
+    EXPECT_EQ(count_lines(host->log(), "INFO", "", "iSCSI digest change is already applied"), 2);
 
     // Off again, while one session isn't logged in: it stays as it is, and a general renewal refuses.
     host->set_digests("vmhba64", false);
@@ -383,6 +417,15 @@ TEST(DigestChange, ALookupThatFailsIsToldFromAnAnswer) {
         host->fail(fault(operation));
         EXPECT_LT(isIscsiDigestEnabled(sessions[0]), 0) << operation;
     }
+    host->script_ima("IMA_GetConnectionProperties", [](void* out, std::uint32_t status) {
+        static_cast<IMA_CONNECTION_PROPERTIES*>(out)->headerDigest = IMA_DIGEST_CRC32C;
+        return status;
+    });
+    EXPECT_EQ(isIscsiDigestEnabled(sessions[0]), 0) << "the header's alone";
+    host->script_ima("IMA_GetConnectionProperties", {});
+    host->fail(lasting(fault("IMA_GetConnectionProperties")));
+    EXPECT_EQ(renew({host->iqn_of("vol-0")}, Kind::enable_digests), OXD_SUCCESS);
+    EXPECT_EQ(with_digests(*host, host->iqn_of("vol-0")), 0) << "it counts as on";
     expect_at_rest(*host);
 }
 
@@ -404,12 +447,17 @@ TEST(Renewal, GivesAGroupScopedVolumeOneSessionAnAddress) {
         device.group = "g";
         device.group_scoped_target = "iqn.gst";
         host->add_volume(device);
+        device.eui = "pe2";
+        host->add_volume(device);
         host->connect("iqn.gst", c.connections);
         if (!c.fault.operation.empty()) {
             host->fail(c.fault);
         }
         EXPECT_EQ(renew({"iqn.gst"}), c.status);
         EXPECT_EQ(count_sessions(*host, "iqn.gst"), c.left);
+        EXPECT_EQ(count_lines(host->log(), "INFO", "",
+                              "Initial active path count to target iqn.gst is " + std::to_string(2 * c.connections)),
+                  c.status == OXD_DEVICE_NOT_FOUND ? 0 : 1);
         expect_at_rest(*host);
     }
 }

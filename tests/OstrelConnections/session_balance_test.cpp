@@ -351,6 +351,15 @@ TEST(SessionList, GroupsByLocalAddress) {
     EXPECT_EQ(with_waiting[1].count, 2);
 }
 
+TEST(SessionList, LooksAtNoMoreRecordsThanThereAre) {
+    const auto host = make_host();
+    const std::vector<TargetDtls> records(MAX_SESSIONS_PER_TARGET + 1, make_record("d", "A", "R"));
+    ip_session_list list[MAX_SESSION_LIST_ENTRIES] = {};
+    int entries = 0;
+    create_session_list(list, entries, MAX_SESSIONS_PER_TARGET + 1, records.data(), 1);
+    EXPECT_EQ(list[0].count, MAX_SESSIONS_PER_TARGET);
+}
+
 TEST(SessionList, SortPutsLoggedInFirst) {
     struct Case {
         std::vector<std::uint32_t> states;

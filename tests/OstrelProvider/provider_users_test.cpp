@@ -135,6 +135,10 @@ TEST_F(UsersTest, FailedDestructionsAreTold) {
               (Lines{destroy + "pthread_mutex_destroy returned 16", destroy + "pthread_mutex_destroy returned 16",
                      destroy + "pthread_mutex_destroy returned 16", destroy + "lock_file_mutex destroy returned 16",
                      destroy + "conn_renew_mutex destroy returned 16"}));
+    host->clear_faults();
+    hand_out(ProviderMi::service_instance);  // whoever holds one still has it
+    EXPECT_EQ(host->calls("pthread_mutex_init"), 5U);
+    give_back(ProviderMi::service_instance);
 }
 
 // A signal may come a moment later: from the worker that gives it back, or held up by a sanitizer.
@@ -153,6 +157,7 @@ TEST_F(UsersTest, ASignalToTheProcessReachesTheHostsOwnHandler) {
             own.sa_flags = SA_SIGINFO;
             own.sa_sigaction = [](int signal, siginfo_t* info, void*) {
                 host_infos += info != nullptr && info->si_signo == signal ? 1 : 1000;
+                errno = EINVAL;
             };
         } else {
             own.sa_handler = [](int signal) { host_signals += signal == SIGUSR1 ? 1 : 1000; };
@@ -162,7 +167,10 @@ TEST_F(UsersTest, ASignalToTheProcessReachesTheHostsOwnHandler) {
         init(ProviderMi::service_method);  // our own handler is not taken for the host's
         wait_for_worker();
         std::atomic<int>& count = with_info ? host_infos : host_signals;
+        errno = EBUSY;
         kill(getpid(), SIGUSR1);
+        const int error = errno;
+        EXPECT_EQ(error, EBUSY) << "of what the signal interrupted";
         EXPECT_EQ(settled(count, 1), 1);
 
         // With every other thread blocking it, the signal finds the sleeping worker.

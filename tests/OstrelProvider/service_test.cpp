@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <thread>
 
 #include "OstrelConnections/renewal/renewal_state.h"
@@ -155,6 +156,38 @@ TEST_F(ServiceTest, AStopThatComesWhileAWorkerIsCreatedEndsIt) {
     EXPECT_EQ(testing_support::count_lines(host->log(), "INFO", "StopService", "No worker thread exists"), 0);
 }
 
+TEST_F(ServiceTest, WhoeverSharesADatumWaitsForItsMutex) {
+    const auto cycle = [] {
+        ConfigValues values;
+        run_worker_cycle(values);
+    };
+    const struct {
+        const char* what;
+        oxr::Mutex& mutex;
+        std::function<void()> operate;
+    } cases[] = {
+        {"a start", start_service_mutex, [] { (void)StartService(); }},
+        {"the lock file of a cycle", lock_file_mutex, cycle},
+        {"the configuration of a cycle", config_file_mutex, cycle},
+        {"a message", log_file_mutex, [] { oxr_log_to_file(LOG_LEVEL_ERROR, "x\n"); }},
+        {"the log's name", log_file_mutex, [] { set_log_filename("/var/log/ostrel/oxr.log"); }},
+    };
+    for (const auto& each : cases) {
+        std::atomic<bool> done{false};
+        std::thread operating;
+        {
+            const oxr::MutexLock held(each.mutex);
+            operating = std::thread([&] {
+                each.operate();
+                done = true;
+            });
+            poll(nullptr, 0, 50);
+            EXPECT_FALSE(done) << each.what;
+        }
+        operating.join();
+    }
+}
+
 TEST_F(ServiceTest, AStopWaitsForARenewalButNotForEver) {
     for (const auto& [has_worker, seconds] : {std::pair{false, 3}, {false, 1000}, {true, 3}, {true, 1000}}) {
         SCOPED_TRACE(testing::Message() << has_worker << " " << seconds);
@@ -273,6 +306,7 @@ TEST_F(ServiceTest, APassIsSkippedWhileToldSoButNothingElse) {
         const char* message;  // null: a pass is run
     } cases[] = {
         {"worker_stop=1\n", 0, "INFO do_work: worker_stop = 1 continue to sleep."},
+        {"worker_stop=2\n", 0, "INFO do_work: worker_stop = 2 continue to sleep."},
         {"worker_stop=1\n", 1, "INFO do_work: worker_stop = 1 continue to sleep."},
         {"worker_stop=0\n", 1, "INFO do_work: renewal connections(iscsi digest) in progress continue to sleep"},
         {"worker_stop=0\n", 0, nullptr},

@@ -39,7 +39,9 @@ TEST_F(RenewMethod, ALockFileThatIsThereOrCannotBeSeenHoldsARenewalOff) {
         simhost::Fault fault = testing_support::failing_with("access", error, ".lock");
         fault.persistent = true;
         host->fail(fault);
+        const double slept = host->slept();
         EXPECT_EQ(ask_for_renewal(), OXD_POLLING_PASS_TIMEOUT) << error;
+        EXPECT_EQ(host->slept() - slept, 59);
         host->clear_faults();
         EXPECT_EQ(ask_for_renewal(), OXD_DEVICE_NOT_FOUND);
     }

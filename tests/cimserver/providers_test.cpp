@@ -176,6 +176,26 @@ TEST_F(Providers, TheAssociationIsWalkedBothWays) {
     }
 }
 
+TEST_F(Providers, AnswersOfTheAssociationNameItsEndsAndWhatTheyAre) {
+    const auto properties = [](const Instance& instance) {
+        std::string text;
+        for (const Named& property : instance.properties) {
+            text += property.name + "=" + value_text(property.value) + " ";
+        }
+        return text;
+    };
+    const ObjectPath interval = named(SETTING, "interval");
+    EXPECT_EQ(properties(broker->associators(service(), {}, {}).instances.at(0)),
+              "name=interval InstanceId=interval value=120 "
+              "description=Period between which the current iSCSI connections are examined. ");
+    const std::string ends = "ManagedElement=" + value_text(path_value(service())) +
+                             " SettingData=" + value_text(path_value(interval)) + " ";
+    for (const ObjectPath& source : {service(), interval}) {
+        EXPECT_EQ(properties(broker->references(source, {}, {}).instances.at(0)), ends);
+        EXPECT_EQ(properties({{}, broker->reference_names(source, {}).paths.at(0).keys, {}}), ends);
+    }
+}
+
 TEST_F(Providers, SetValueAnswersForEveryArgument) {
     const Value interval = text_value("interval");
     const std::string no_name = "4 SetValue parameter \"name\" not specified";
@@ -423,20 +443,27 @@ TEST_F(Providers, AssociationOperationsEndWellEvenWhereNothingIsTaken) {
             CMNewObjectPath(broker->handle(), "ostrel/cimv2", c.source.class_name.c_str(), nullptr);
         const std::string name = value_text(*find(c.source.keys, "name"));
         CMAddKey(path, "name", name.c_str(), CMPI_chars);
-        const std::function<CMPIStatus(const CMPIResult*)> operations[] = {
-            [&](const CMPIResult* to) {
-                return table.associators(mi, nullptr, to, path, nullptr, nullptr, nullptr, nullptr, nullptr);
-            },
-            [&](const CMPIResult* to) {
-                return table.associatorNames(mi, nullptr, to, path, nullptr, nullptr, nullptr, nullptr);
-            },
-            [&](const CMPIResult* to) { return table.references(mi, nullptr, to, path, nullptr, nullptr, nullptr); },
-            [&](const CMPIResult* to) { return table.referenceNames(mi, nullptr, to, path, nullptr, nullptr); }};
+        using Operation = std::function<CMPIStatus(const CMPIResult*, const char*)>;
+        const Operation operations[] = {[&](const CMPIResult* to, const char* any) {
+                                            return table.associators(mi, nullptr, to, path, any, any, any, any,
+                                                                     nullptr);
+                                        },
+                                        [&](const CMPIResult* to, const char* any) {
+                                            return table.associatorNames(mi, nullptr, to, path, any, any, any, any);
+                                        },
+                                        [&](const CMPIResult* to, const char* any) {
+                                            return table.references(mi, nullptr, to, path, any, any, nullptr);
+                                        },
+                                        [&](const CMPIResult* to, const char* any) {
+                                            return table.referenceNames(mi, nullptr, to, path, any, any);
+                                        }};
         for (const auto& operation : operations) {
-            Refusing result;
-            EXPECT_EQ(operation(&result).rc, CMPI_RC_OK);
-            EXPECT_EQ(result.offered, c.answers);
-            EXPECT_EQ(result.done, 1);
+            for (const char* const no_filter : {static_cast<const char*>(nullptr), ""}) {
+                Refusing result;
+                EXPECT_EQ(operation(&result, no_filter).rc, CMPI_RC_OK);
+                EXPECT_EQ(result.offered, c.answers);
+                EXPECT_EQ(result.done, 1);
+            }
         }
     }
 }

@@ -325,6 +325,11 @@ TEST_F(PspTest, PathsAreSummedOverRecordsInUse) {
                               "lun->num_of_mem_array=4, lun->group_mode=1, lun->mode_changed=2, "
                               "lun->num_dead_paths=2, lun->num_active_paths=3, ",
                      prefix + "lun->vmhba_name_array[0]= vmhba64", prefix + "lun->vmhba_name_array[1]= vmhba65"}));
+    luns[0] = luns[1];
+    luns[0].num_total_paths = INT32_MAX;  // beyond any limit, and so is the sum
+    get_host_total_scsiPaths(luns.get(), 2, total);
+    EXPECT_EQ(total, INT32_MAX);
+    (void)said();
     total = 77;
     get_host_total_scsiPaths(luns.get(), 0, total);
     get_host_total_scsiPaths(luns.get(), -1, total);
