@@ -263,7 +263,7 @@ public:
 
     // --- time -----------------------------------------------------------------------------------------
     double now() const;            // simulated seconds since the start
-    void advance(double seconds);  // instant clock: move on, running what is due, whatever the horizon
+    void advance(double seconds);  // moves on, running what is due, whatever the horizon
     void at(double seconds, const std::string& name, std::function<void(Host&)> action);  // a timed action
     double slept() const;  // simulated seconds of all sleeps of the process so far
     std::uint64_t sleeps() const;

@@ -252,11 +252,13 @@ double Host::now() const {
 
 void Host::advance(double seconds) {
     const Entered entered(*impl_);
-    if (impl_->options.clock != ClockMode::instant) {
-        throw std::logic_error("simhost: only an instant clock is advanced");
-    }
     impl_->started = true;
-    impl_->advance_to(impl_->now() + seconds);
+    if (impl_->options.clock == ClockMode::instant) {
+        impl_->advance_to(impl_->now() + seconds);
+    } else {
+        impl_->real_start_ns -= static_cast<std::int64_t>(seconds / impl_->factor() * 1e9);
+        impl_->run_due();
+    }
 }
 
 void Host::at(double seconds, const std::string& name, std::function<void(Host&)> action) {

@@ -1,7 +1,9 @@
 #include "OstrelProvider/service.h"
 
+#include <poll.h>
 #include <signal.h>
 
+#include <cerrno>
 #include <cinttypes>
 
 #include "OstrelConnections/renewal/renewal_state.h"
@@ -17,15 +19,21 @@ std::atomic<std::int64_t> tid{0};
 oxr::Mutex start_service_mutex;
 oxr::Mutex config_file_mutex;
 
+// Messages of the steps of a stop carry its name.
+#define STOP "StopService"
+
 namespace {
 
 constexpr int max_renewal_waits = 60;
+constexpr int look_milliseconds = 10;
+constexpr int looks_of_a_minute = 60000 / look_milliseconds;
 
 oxr::Mutex version_mutex;
 ServiceVersions versions OXR_GUARDED_BY(version_mutex){};
 
 // Held while a worker is signalled and joined, so that no worker is joined twice. The worker never takes it.
 oxr::Mutex stop_mutex;
+std::atomic<bool> stopping{false};
 
 void read_versions() {
     ServiceVersions read{};
@@ -46,21 +54,65 @@ int create_worker() {
     sigemptyset(&stop_signal);
     sigaddset(&stop_signal, SIGUSR1);
     pthread_sigmask(SIG_BLOCK, &stop_signal, &before);
+    worker_ended.store(false);
     const int result = oxr::create_thread(oxr_thread, do_work, nullptr);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return result;
 }
 
-void wait_for_renewal(const char* operation) {
+void wait_for_renewal() {
     for (int waits = 0; oxr::running_thread(conn_renew_thread) != 0; ++waits) {
         if (waits == max_renewal_waits) {
-            OXR_ERROR_IN(operation, "looks like conn_renew_thread is hung even after 60 seconds, continuing with stop");
+            OXR_ERROR_IN(STOP, "looks like conn_renew_thread is hung even after 60 seconds, continuing with stop");
             return;
         }
-        OXR_INFO_IN(operation, "iscsi connection renew thread is running, waiting to complete : retries %d", waits);
+        OXR_INFO_IN(STOP, "iscsi connection renew thread is running, waiting to complete : retries %d", waits);
         oxr::wait_seconds(1);
     }
 }
+
+// Looks until `flag` has the value. False after a minute.
+bool becomes(const std::atomic<bool>& flag, bool value) {
+    for (int looks = 0; flag.load() != value; ++looks) {
+        if (looks == looks_of_a_minute) {
+            return false;
+        }
+        (void)poll(nullptr, 0, look_milliseconds);
+    }
+    return true;
+}
+
+int join(pthread_t worker) {
+    return pthread_join(worker, nullptr);
+}
+
+// An exit must not hang because the worker does, in a call of the host.
+int join_within_a_minute(pthread_t worker) {
+    return becomes(worker_ended, true) ? join(worker) : ETIMEDOUT;
+}
+
+int stop_worker(pthread_t worker, int (*join_it)(pthread_t)) OXR_REQUIRES(stop_mutex) {
+    OXR_INFO_IN(STOP, "Killing the worker thread - threadid = %" PRId64 ".", tid.load());
+    if (const int result = oxr::request_stop(worker); result != 0) {
+        OXR_ERROR_IN(STOP, "%s, pthread_kill failed", oxr::error_text(result));
+        return -1;
+    }
+    if (const int result = join_it(worker); result != 0) {
+        OXR_ERROR_IN(STOP, "%s, pthread_join returned %d", oxr::error_text(result), result);
+        return -1;
+    }
+    oxr::clear_stop_request();
+    OXR_INFO_IN(STOP, "do_work thread killed. pthread_join returned %d", 0);
+    return 0;
+}
+
+// Marks a stop for as long as it takes.
+struct Stopping {
+    Stopping() { stopping.store(true); }
+    ~Stopping() { stopping.store(false); }
+    Stopping(const Stopping&) = delete;
+    Stopping& operator=(const Stopping&) = delete;
+};
 
 }  // namespace
 
@@ -71,7 +123,7 @@ ServiceVersions service_versions() {
 
 int StartService() {
     const oxr::MutexLock lock(start_service_mutex);
-    if (oxr_thread.load() != 0) {
+    if (oxr::running_thread(oxr_thread) != 0) {
         OXR_INFO("Worker thread exists; no need to create.");
         return 0;
     }
@@ -90,24 +142,30 @@ int StartService() {
 
 int StopService() {
     const oxr::MutexLock lock(stop_mutex);
+    const Stopping mark;
     const pthread_t worker = oxr::running_thread(oxr_thread);
     if (worker == 0) {
         OXR_INFO("No worker thread exists; nothing to stop.");
-        wait_for_renewal(__func__);
+        wait_for_renewal();
         return 0;
     }
-    OXR_INFO("Killing the worker thread - threadid = %" PRId64 ".", tid.load());
-    if (const int result = oxr::request_stop(worker); result != 0) {
-        OXR_ERROR("%s, pthread_kill failed", oxr::error_text(result));
+    if (stop_worker(worker, join) != 0) {
         return -1;
     }
-    if (const int result = pthread_join(worker, nullptr); result != 0) {
-        OXR_ERROR("%s, pthread_join returned %d", oxr::error_text(result), result);
-        return -1;
-    }
-    oxr::clear_stop_request();
-    OXR_INFO("do_work thread killed. pthread_join returned %d", 0);
-    wait_for_renewal(__func__);
+    wait_for_renewal();
     oxr_thread.store(0);
     return 0;
+}
+
+void EndService() {
+    if (!becomes(stopping, false)) {
+        return;
+    }
+    const oxr::MutexLock lock(stop_mutex);
+    const pthread_t worker = oxr::running_thread(oxr_thread);
+    const bool stopped = worker != 0 && stop_worker(worker, join_within_a_minute) == 0;
+    wait_for_renewal();
+    if (stopped) {
+        oxr_thread.store(0);
+    }
 }

@@ -5,9 +5,13 @@
 #include "OstrelConnections/renewal/renewal_state.h"
 #include "OstrelProvider/service.h"
 #include "OstrelProvider/stop_signal.h"
+#include "common/mutex.h"
+#include "common/stop_point.h"
 #include "common/threads.h"
 
 namespace {
+
+constexpr int max_renewal_waits = 60;
 
 // A CIM server may end or unload the library after the cleanup of one class only, or of none. What was there before
 // the library was loaded still works when this is destroyed.
@@ -21,15 +25,28 @@ struct EndOfLibrary {
 
 const EndOfLibrary end_of_library;
 
+bool is_this_thread(const std::atomic<pthread_t>& shown) {
+    return pthread_equal(shown.load(), pthread_self()) != 0;
+}
+
+// Takes no lock and logs nothing, since this thread may hold any lock.
+void let_renewal_finish() {
+    oxr::enable_stop_points(nullptr);
+    for (int waits = 0; renewals_at_work.load() != 0 && waits < max_renewal_waits; ++waits) {
+        oxr::wait_seconds(1);
+    }
+}
+
 }  // namespace
 
 void end_what_runs() {
     oxr::end_threads();
-    const pthread_t worker = oxr::running_thread(oxr_thread);
-    const pthread_t renewal = oxr::running_thread(conn_renew_thread);
-    // One of our threads that itself ends the process can't be waited for.
-    const bool is_ours = pthread_equal(worker, pthread_self()) != 0 || pthread_equal(renewal, pthread_self()) != 0;
-    if ((worker != 0 || renewal != 0) && !is_ours) {
-        (void)StopService();  // it has logged its failure, and there is nobody left to tell
+    if (oxr::is_a_forked_child() || is_this_thread(conn_renew_thread)) {
+        return;
     }
+    if (oxr::mutexes_held != 0 || is_this_thread(oxr_thread)) {
+        let_renewal_finish();
+        return;
+    }
+    EndService();
 }

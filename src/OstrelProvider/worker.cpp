@@ -20,6 +20,7 @@
 
 oxr::Mutex lock_file_mutex;
 bool cycle_under_way OXR_GUARDED_BY(lock_file_mutex) = false;
+std::atomic<bool> worker_ended{false};
 
 // Messages of the worker's loop carry the name of its thread function.
 #define WORKER "do_work"
@@ -101,8 +102,9 @@ void* do_work(void*) {
             sleep_until_next_cycle(values);
         }
     } catch (const WorkerStopped&) {
-        return nullptr;
     }
+    worker_ended.store(true);
+    return nullptr;
 }
 
 void run_worker_cycle(ConfigValues& values) {

@@ -1,6 +1,8 @@
 // The one worker thread and the lock file that tells others a polling pass may be under way.
 #pragma once
 
+#include <atomic>
+
 #include "OstrelProvider/config.h"
 #include "common/mutex.h"
 
@@ -13,6 +15,9 @@ extern oxr::Mutex lock_file_mutex;
 // cleared after it is removed. It ends with the worker's cycle also when the worker is stopped there, so that only
 // a file that is really left holds anybody off then.
 extern bool cycle_under_way OXR_GUARDED_BY(lock_file_mutex);
+
+// Set when nothing is left of the worker but its thread; whoever creates one clears it before.
+extern std::atomic<bool> worker_ended;
 
 // The thread's body: cycle after cycle until it is stopped at a stop point. SIGUSR1 is blocked by its creator.
 void* do_work(void*);

@@ -18,14 +18,24 @@
 
 namespace oxr {
 
+// How many mutexes the calling thread holds or waits for. A signal handler of the host that ends the process may run
+// on top of our code.
+extern constinit thread_local int mutexes_held;
+
 class OXR_CAPABILITY Mutex {
 public:
     constexpr Mutex() = default;
     Mutex(const Mutex&) = delete;
     Mutex& operator=(const Mutex&) = delete;
 
-    void lock() OXR_ACQUIRE() { pthread_mutex_lock(&mutex_); }
-    void unlock() OXR_RELEASE() { pthread_mutex_unlock(&mutex_); }
+    void lock() OXR_ACQUIRE() {
+        ++mutexes_held;
+        pthread_mutex_lock(&mutex_);
+    }
+    void unlock() OXR_RELEASE() {
+        pthread_mutex_unlock(&mutex_);
+        --mutexes_held;
+    }
 
     // pthread results. A mutex can be locked from the start and after destroy too, as one that was never
     // initialised explicitly: the last messages of a shutdown still find their lock.

@@ -1,5 +1,6 @@
 #include "common/threads.h"
 
+#include <cxxabi.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -11,19 +12,26 @@ namespace oxr {
 namespace {
 
 Mutex creation_mutex;
-bool ended OXR_GUARDED_BY(creation_mutex) = false;
+std::atomic<bool> ended{false};
 
 // Set and read before the lock is taken: in a forked child it may be locked by a thread of the parent.
 std::atomic<pid_t> creator{0};
+
+// The first thread that throws may have to wait for the dynamic loader, to learn where its exceptions are kept. The
+// loader waits for the worker when it unloads the library, so this is learned before there is a worker.
+void settle_exceptions() {
+    [[maybe_unused]] void* const volatile settled = abi::__cxa_get_globals();
+}
+
+}  // namespace
 
 bool is_a_forked_child() {
     const pid_t process = creator.load();
     return process != 0 && process != getpid();
 }
 
-}  // namespace
-
 int create_thread(std::atomic<pthread_t>& shown, void* (*body)(void*), void* argument) {
+    settle_exceptions();
     creator.store(getpid());
     const MutexLock lock(creation_mutex);
     if (ended) {
@@ -46,11 +54,7 @@ pthread_t running_thread(const std::atomic<pthread_t>& shown) {
 }
 
 void end_threads() {
-    if (is_a_forked_child()) {
-        return;
-    }
-    const MutexLock lock(creation_mutex);
-    ended = true;
+    ended.store(true);
 }
 
 }  // namespace oxr

@@ -12,6 +12,9 @@ namespace oxr {
 // thread.
 int create_thread(std::atomic<pthread_t>& shown, void* (*body)(void*), void* argument);
 
+// Whether threads were created by the process that this one was forked from, and none by this one.
+bool is_a_forked_child();
+
 // The thread that `shown` names, 0: none. Waits for a creation under way, so that no running thread is missed. 0 too in
 // a child of the process that created it: a fork copies the handle, not the thread.
 pthread_t running_thread(const std::atomic<pthread_t>& shown);

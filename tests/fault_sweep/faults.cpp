@@ -157,8 +157,8 @@ constexpr const char* without_failure[] = {
     "^(inet_ntop|asctime_r)$",           // idem, into buffers that are large enough
     "^(f?puts|fprintf|perror|stderr)$",  // for a person at the standard error output
     "^(time|clock_gettime|localtime_r|strftime)$",
-    "^(getenv|getp?pid|kill|raise)$",  // of and to the process itself
-    "^(nanosleep|sigtimedwait)$",      // ended early they are begun anew for the rest
+    "^(getenv|getp?pid|kill|raise)$",   // of and to the process itself
+    "^(nanosleep|poll|sigtimedwait)$",  // ended early they are begun anew for the rest
     "^sig(addset|emptyset)$",
     "^lseek$",  // of a file that was opened
     "^pthread_(self|exit|sigmask)$",

@@ -1,10 +1,13 @@
 // The process ends, or the library is unloaded, after the cleanup of one class only or of none.
 #include <dlfcn.h>
+#include <pthread.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <cstdlib>
 #include <functional>
 #include <iostream>
@@ -24,7 +27,7 @@ using namespace testing_support;
 using Loaded = void*;
 using Make = void* (*)(const CMPIBroker*, const CMPIContext*, CMPIStatus*);
 
-enum class End { exit, exit_after_one_cleanup, unload };
+enum class End { exit, exit_after_one_cleanup, exit_after_all_cleanups, unload };
 
 simhost::Host* host = nullptr;
 std::function<void()> check_at_exit;
@@ -92,24 +95,29 @@ TEST(Exit, EndsTheWorkerWhicheverClassWasLoadedLast) {
         orders.push_back(all);
     } while (std::next_permutation(all.begin(), all.end()));
     for (const auto& order : orders) {
-        for (const End end : {End::exit, End::exit_after_one_cleanup, End::unload}) {
+        for (const End end : {End::exit, End::exit_after_one_cleanup, End::exit_after_all_cleanups, End::unload}) {
             const bool in_mid_pass = order.front() < order.back();
             SCOPED_TRACE(order.front() + " to " + order.back() + ", " + std::to_string(static_cast<int>(end)));
             in_a_process(
                 [&] {
                     make_busy_host();
                     const Loaded library = load();
-                    CMPIInstanceMI* last = nullptr;
+                    std::vector<CMPIInstanceMI*> loaded;
                     for (const std::string& name : order) {
                         const auto make = reinterpret_cast<Make>(dlsym(library, (name + "_Create_InstanceMI").c_str()));
-                        last = static_cast<CMPIInstanceMI*>(make(&broker, nullptr, nullptr));
+                        loaded.push_back(static_cast<CMPIInstanceMI*>(make(&broker, nullptr, nullptr)));
                     }
                     if (host->log().find("Creating worker") != std::string::npos) {
                         host->set_horizon(in_mid_pass ? 1 : 10);
                         (void)host->wait_for_horizon(10);
                     }
                     if (end == End::exit_after_one_cleanup) {
-                        (void)last->ft->cleanup(last, nullptr, 1);
+                        loaded = {loaded.back()};
+                    }
+                    if (end == End::exit_after_one_cleanup || end == End::exit_after_all_cleanups) {
+                        for (CMPIInstanceMI* const each : loaded) {
+                            (void)each->ft->cleanup(each, nullptr, 1);
+                        }
                     } else if (end == End::unload) {
                         (void)dlclose(library);
                     }
@@ -119,40 +127,83 @@ TEST(Exit, EndsTheWorkerWhicheverClassWasLoadedLast) {
     }
 }
 
+// Who ends the process while a renewal runs; but for another thread it is a signal handler of the server, in the midst
+// of the library.
+enum class Who { another_thread, the_client_of_the_renewal, a_client_that_stops_the_service };
+
+// Empty, or what is wrong after an exit during the renewal of the first of some targets.
+std::string check_renewal(const std::map<std::string, int>& sessions) {
+    const std::string log = host->log();
+    for (const auto& [iqn, count] : sessions) {
+        if (count_sessions(*host, iqn) != count) {
+            return "a session of " + iqn + " is logged out:\n" + log;
+        }
+    }
+    const auto lines = [&](const char* text) { return count_lines(log, "INFO", "renew_iscsi_connections", text); };
+    return lines("thread started") == 1 && lines("Exiting connection renewal thread") == 1 ? "" : log;
+}
+
 TEST(Exit, WaitsForARenewalAndBeginsNoOther) {
-    std::atomic<bool> logged_out{false};
-    std::map<std::string, int> before;
-    in_a_process(
-        [&] {
-            simhost::HostOptions options;
-            options.clock = simhost::ClockMode::scaled;
-            options.factor = 100;
-            options.login_seconds = 2;
-            host = make_site(1, simhost::GroupMode::dynamic_discovery, options).release();
-            host->write_file("/etc/ostrel/oxr.conf", "#\nworker_stop=0\n");
-            const auto iqns = add_volumes(*host, 3, 4);
-            for (const std::string& iqn : iqns) {
-                before[iqn] = count_sessions(*host, iqn);
-            }
-            host->observe([&](const simhost::Event& event) {
-                logged_out = logged_out || event.kind == simhost::Event::Kind::session_removed;
-            });
-            std::string error;
-            static auto broker = cimserver::make_broker(load(), OXR_SOURCE_DIR "/cim", error);
-            std::thread([iqns] { (void)renew(*broker, iqns); }).detach();
-            while (!logged_out) {
-                std::this_thread::yield();
-            }
-        },
-        [&] {
-            for (const auto& [iqn, count] : before) {
-                if (count_sessions(*host, iqn) != count) {
-                    return "a session of " + iqn + " is logged out:\n" + host->log();
+    for (const Who who : {Who::another_thread, Who::the_client_of_the_renewal, Who::a_client_that_stops_the_service}) {
+        SCOPED_TRACE(static_cast<int>(who));
+        std::atomic<bool> logged_out{false};
+        std::map<std::string, int> before;
+        in_a_process(
+            [&] {
+                simhost::HostOptions options;
+                options.clock = simhost::ClockMode::scaled;
+                options.factor = 100;
+                options.login_seconds = 2;
+                host = make_site(1, simhost::GroupMode::dynamic_discovery, options).release();
+                host->write_file("/etc/ostrel/oxr.conf", "#\nworker_stop=0\n");
+                const auto iqns = add_volumes(*host, 3, 4);
+                for (const std::string& iqn : iqns) {
+                    before[iqn] = count_sessions(*host, iqn);
                 }
-            }
-            const bool waited = host->log().find("renew thread is running, waiting to complete") != std::string::npos;
-            return waited ? std::string() : "the renewal was not waited for:\n" + host->log();
-        });
+                host->observe([&](const simhost::Event& event) {
+                    logged_out = logged_out || event.kind == simhost::Event::Kind::session_removed;
+                });
+                std::string error;
+                cimserver::Broker* const broker =
+                    cimserver::make_broker(load(), OXR_SOURCE_DIR "/cim", error).release();
+                (void)std::signal(SIGUSR2, [](int) { std::exit(0); });
+                std::thread renewing([=] { (void)renew(*broker, iqns); });
+                while (!logged_out) {
+                    std::this_thread::yield();
+                }
+                if (who == Who::the_client_of_the_renewal) {
+                    pthread_kill(renewing.native_handle(), SIGUSR2);
+                    renewing.join();
+                } else if (who == Who::a_client_that_stops_the_service) {
+                    std::thread stopping([=] { (void)broker->invoke_method(service(), "stopservice", {}); });
+                    while (host->log().find("waiting to complete") == std::string::npos) {
+                        std::this_thread::yield();
+                    }
+                    pthread_kill(stopping.native_handle(), SIGUSR2);
+                    stopping.join();
+                }
+                renewing.detach();
+            },
+            [&] { return check_renewal(before); });
+    }
+}
+
+TEST(Exit, OnTheWorkerItselfWaitsForNothing) {
+    in_a_process(
+        [] {
+            make_busy_host();
+            host->observe([](const simhost::Event& event) {
+                if (event.kind == simhost::Event::Kind::sleep_begun) {
+                    std::exit(0);
+                }
+            });
+            const CMPIBroker broker{};
+            const auto make = reinterpret_cast<Make>(dlsym(load(), "OstrelProvider_Create_InstanceMI"));
+            (void)make(&broker, nullptr, nullptr);
+            host->set_horizon(10);
+            pause();
+        },
+        [] { return host->log().find("StopService") == std::string::npos ? "" : host->log(); });
 }
 
 TEST(Exit, OfAForkedChildLeavesTheWorkerOfItsParentAlone) {

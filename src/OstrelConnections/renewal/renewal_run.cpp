@@ -21,6 +21,7 @@ void drop(RenewalRun* run) {
 void* renewal_thread(void* argument) {
     RenewalRun* const run = static_cast<RenewalRun*>(argument);
     renew_iscsi_connections(run->request);
+    renewals_at_work.fetch_sub(1);
     drop(run);
     return nullptr;
 }
@@ -41,7 +42,9 @@ RenewalRunPtr make_renewal_run() {
 
 bool run_renewal_thread(const char* operation, RenewalRun& run) {
     run.owners.fetch_add(1);
+    renewals_at_work.fetch_add(1);
     if (const int result = oxr::create_thread(conn_renew_thread, renewal_thread, &run); result != 0) {
+        renewals_at_work.fetch_sub(1);
         run.owners.fetch_sub(1);
         OXR_ERROR_IN(operation, "pthread_create failed for connection renewal thread : returned %d", result);
         return false;

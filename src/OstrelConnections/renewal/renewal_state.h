@@ -17,3 +17,6 @@ extern std::atomic<std::int32_t> renew_connections_running;
 
 // The renewal thread from its creation until it has been joined, else 0.
 extern std::atomic<pthread_t> conn_renew_thread;
+
+// How many renewal threads are at work, joined or not.
+extern std::atomic<int> renewals_at_work;
