@@ -127,9 +127,14 @@ TEST(Exit, EndsTheWorkerWhicheverClassWasLoadedLast) {
     }
 }
 
-// Who ends the process while a renewal runs; but for another thread it is a signal handler of the server, in the midst
-// of the library.
-enum class Who { another_thread, the_client_of_the_renewal, a_client_that_stops_the_service };
+// Who ends the process while a renewal runs: another thread, or a signal handler of the server on top of the call that
+// waits for the renewal. A thread sanitizer refuses what the simulated host does below a handler.
+enum class Who { another_thread, the_client_of_the_renewal };
+#ifdef __SANITIZE_THREAD__
+constexpr Who everyone[] = {Who::another_thread};
+#else
+constexpr Who everyone[] = {Who::another_thread, Who::the_client_of_the_renewal};
+#endif
 
 // Empty, or what is wrong after an exit during the renewal of the first of some targets.
 std::string check_renewal(const std::map<std::string, int>& sessions) {
@@ -144,7 +149,7 @@ std::string check_renewal(const std::map<std::string, int>& sessions) {
 }
 
 TEST(Exit, WaitsForARenewalAndBeginsNoOther) {
-    for (const Who who : {Who::another_thread, Who::the_client_of_the_renewal, Who::a_client_that_stops_the_service}) {
+    for (const Who who : everyone) {
         SCOPED_TRACE(static_cast<int>(who));
         std::atomic<bool> logged_out{false};
         std::map<std::string, int> before;
@@ -174,13 +179,6 @@ TEST(Exit, WaitsForARenewalAndBeginsNoOther) {
                 if (who == Who::the_client_of_the_renewal) {
                     pthread_kill(renewing.native_handle(), SIGUSR2);
                     renewing.join();
-                } else if (who == Who::a_client_that_stops_the_service) {
-                    std::thread stopping([=] { (void)broker->invoke_method(service(), "stopservice", {}); });
-                    while (host->log().find("waiting to complete") == std::string::npos) {
-                        std::this_thread::yield();
-                    }
-                    pthread_kill(stopping.native_handle(), SIGUSR2);
-                    stopping.join();
                 }
                 renewing.detach();
             },
