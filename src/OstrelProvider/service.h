@@ -39,8 +39,9 @@ int StartService();
 // worker only the renewal is waited for. 0, or -1 when the worker could not be signalled or joined.
 int StopService();
 
-// Ends what runs as StopService does, when the process ends: it waits for the worker, or for a stop that another thread
-// is at, no longer than a minute each, and logs nothing when nothing runs.
+// Ends what runs as StopService does, when the process ends, and logs nothing when nothing runs. It waits a minute for
+// the worker, and a minute for a stop that another thread is seen at; one that begins at that moment is waited for to
+// its end.
 void EndService();
 
 // The first word of a version file into `buffer` (VERSION_TEXT_SIZE bytes, zeroed by the caller). 1, or -1.
