@@ -10,7 +10,9 @@ failures=0
 fail() { echo "FAILED $*"; failures=$((failures + 1)); }
 
 cmake --install "$build" --prefix "$folder/installed" >"$folder/log" || fail "install: $(cat "$folder/log")"
-cpack --config "$build/CPackConfig.cmake" -G DEB -D CPACK_OUTPUT_FILE_PREFIX="$folder/package" >"$folder/log" 2>&1 || fail "package: $(cat "$folder/log")"
+# cpack works in the folder that it is called from.
+(cd "$folder" && cpack --config "$build/CPackConfig.cmake" -G DEB -D CPACK_OUTPUT_FILE_PREFIX="$folder/package") \
+    >"$folder/log" 2>&1 || fail "package: $(cat "$folder/log")"
 dpkg-deb -x "$folder"/package/*.deb "$folder/unpacked" || fail "the package can't be unpacked"
 
 for prefix in "$folder/installed" "$folder/unpacked/usr"; do
