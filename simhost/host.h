@@ -268,7 +268,8 @@ public:
     double slept() const;  // simulated seconds of all sleeps of the process so far
     std::uint64_t sleeps() const;
     // Instant clock with threads: the clock never passes the horizon; a thread whose sleep would pass it
-    // waits for a real signal. wait_for_horizon blocks the caller until some thread waits so.
+    // waits for a real signal; while a thread is joined, a sleep that no signal is to end goes on. wait_for_horizon
+    // blocks the caller until some thread waits so.
     void set_horizon(double seconds);
     bool wait_for_horizon(double real_seconds);  // false: not reached within real_seconds
 

@@ -298,6 +298,7 @@ struct Host::Impl {
     std::atomic<double> due_now{-1};  // scaled and real: moment of the timer that runs
     double horizon = NEVER;
     std::uint64_t horizon_generation = 0;
+    std::atomic<int> joins{0};  // threads that wait for the end of another one
     struct Sleeper {
         double until = 0;
         std::uint64_t blocked_at = 0;  // generation of the horizon that it was seen to wait for

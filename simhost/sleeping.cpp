@@ -82,7 +82,8 @@ void wait_instant(Host::Impl& impl, std::unique_lock<HostMutex>& lock, double un
     Registered me(impl, until);
     while (!impl.gone && impl.now() < until) {
         // Another sleeper that is due before goes first.
-        double limit = std::min(until, impl.horizon);
+        const bool to_its_end = set == nullptr && impl.joins > 0;
+        double limit = to_its_end ? until : std::min(until, impl.horizon);
         bool behind_another = false;
         for (const Host::Impl::Sleeper* other : impl.sleepers) {
             if (other != &me.sleeper && other->until < limit) {

@@ -59,7 +59,14 @@ SIMHOST_INTERPOSE(int, pthread_create, pthread_t* thread, const pthread_attr_t* 
 }
 SIMHOST_INTERPOSE(int, pthread_join, pthread_t thread, void** result) {
     const int error = !host_exists() ? 0 : counted("pthread_join", EINVAL);
-    return error != 0 ? error : real::pthread_join(thread, result);
+    const auto impl = current_impl();
+    if (error != 0 || impl == nullptr) {
+        return error != 0 ? error : real::pthread_join(thread, result);
+    }
+    ++impl->joins;
+    const int joined = real::pthread_join(thread, result);
+    --impl->joins;
+    return joined;
 }
 SIMHOST_INTERPOSE(int, pthread_kill, pthread_t thread, int signal) {
     const int error = !host_exists() ? 0 : counted("pthread_kill", ESRCH);
