@@ -40,8 +40,7 @@ int StartService();
 int StopService();
 
 // Ends what runs as StopService does, when the process ends, and logs nothing when nothing runs. It waits a minute for
-// the worker, and a minute for a stop that another thread is seen at; one that begins at that moment is waited for to
-// its end.
+// a stop that another thread is at, a minute for the worker and a minute for a renewal, at most.
 void EndService();
 
 // The first word of a version file into `buffer` (VERSION_TEXT_SIZE bytes, zeroed by the caller). 1, or -1.

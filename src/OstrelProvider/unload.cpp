@@ -11,8 +11,6 @@
 
 namespace {
 
-constexpr int max_renewal_waits = 60;
-
 // A CIM server may end or unload the library after the cleanup of one class only, or of none. What was there before
 // the library was loaded still works when this is destroyed.
 struct EndOfLibrary {

@@ -34,7 +34,8 @@ public:
     StopHold& operator=(const StopHold&) = delete;
 };
 
-// Waits in one piece; on the worker the whole wait is a stop point. 0 or less: returns at once.
+// Waits in one piece; on the worker the whole wait is a stop point, and ends at once when a stop is asked for but held
+// off. 0 or less: returns at once.
 void wait_seconds(long seconds);
 void wait_milliseconds(long milliseconds);
 

@@ -36,6 +36,7 @@ protected:
 // A file whose values aren't known, or that can't be written whole, is left alone, and the log says so.
 TEST_F(Setting, AFailedSetValueLosesNothing) {
     const std::string by_hand = std::string("# by hand\nworker_stop=1\n") + COMPLETE;
+    const std::string unread = "ERROR SetValue: Failed to get values from the config file. Using default values.";
     const std::string failed = "ERROR SetValue: failed to set values in oxr.conf";
     const std::string full = "ERROR set_value_in_file: No space left on device, writing oxr.conf failed";
     const std::string empty =
@@ -50,10 +51,10 @@ TEST_F(Setting, AFailedSetValueLosesNothing) {
         simhost::Fault fault;
         Lines errors;
     } cases[] = {
-        {"interval:300\nworker_stop:1\n", {}, {old, failed}},
-        {"", {}, {empty, failed}},
-        {by_hand, testing_support::failing_with("open", EIO, "oxr.conf"), {closed, failed}},
-        {by_hand, testing_support::failing_with("read", EIO, "oxr.conf"), {broken, failed}},
+        {"interval:300\nworker_stop:1\n", {}, {old, unread, failed}},
+        {"", {}, {empty, unread, failed}},
+        {by_hand, testing_support::failing_with("open", EIO, "oxr.conf"), {closed, unread, failed}},
+        {by_hand, testing_support::failing_with("read", EIO, "oxr.conf"), {broken, unread, failed}},
         {by_hand, testing_support::failing_with("write", ENOSPC, "oxr.conf"), {full}},
         {by_hand + std::string(5000, '#'), testing_support::failing_with("ftruncate", ENOSPC, "oxr.conf"), {full}},
     };

@@ -86,6 +86,26 @@ TEST_F(StopPointTest, AStopEndsAWaitAtOnce) {
     EXPECT_LT(Clock::now() - begun, 10s);
 }
 
+TEST_F(StopPointTest, AStopThatIsHeldOffEndsWaitsAndComesAfterwards) {
+    const auto begun = Clock::now();
+    const pthread_t thread = run([](void*) -> void* {
+        oxr::enable_stop_points(exit_as_stopped);
+        {
+            const oxr::StopHold hold;
+            oxr::wait_seconds(600);
+            oxr::wait_seconds(600);
+            EXPECT_TRUE(oxr::stop_point());
+        }
+        oxr::wait_seconds(600);
+        return nullptr;
+    });
+    usleep(2000);
+    EXPECT_EQ(oxr::request_stop(thread), 0);
+    EXPECT_TRUE(stopped(thread));
+    EXPECT_LT(Clock::now() - begun, 10s);
+    oxr::clear_stop_request();
+}
+
 TEST_F(StopPointTest, ASignalToTheProcessNeitherStopsNorIsLost) {
     kill(getpid(), SIGUSR1);
     EXPECT_FALSE(stopped(run([](void*) -> void* {

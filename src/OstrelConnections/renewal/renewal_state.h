@@ -18,5 +18,8 @@ extern std::atomic<std::int32_t> renew_connections_running;
 // The renewal thread from its creation until it has been joined, else 0.
 extern std::atomic<pthread_t> conn_renew_thread;
 
+// How long the end of the service waits for a renewal, in seconds.
+inline constexpr int max_renewal_waits = 60;
+
 // How many renewal threads are at work, joined or not.
 extern std::atomic<int> renewals_at_work;
