@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "OstrelConnections/polling_pass.h"
+#include "OstrelProvider/log.h"
 
 namespace testing_support {
 
@@ -10,6 +11,7 @@ using simhost::Host;
 
 std::unique_ptr<Host> make_host(simhost::HostOptions options) {
     auto host = std::make_unique<Host>(std::move(options));
+    log_level = 1;
     host->write_file("/var/log/ostrel/oxr.log", "");
     host->write_file("/etc/ostrel/oxdversion.txt", "3.5.0\n");
     host->write_file("/etc/ostrel/pspversion.txt", "1.7.2\n");

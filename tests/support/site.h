@@ -10,7 +10,7 @@
 
 namespace testing_support {
 
-// A host with the folders that a running service has, on the instant clock.
+// A host with the folders that a running service has, on the instant clock; the log's level is the service's default.
 std::unique_ptr<simhost::Host> make_host(simhost::HostOptions options = {});
 
 // Two adapters (vmhba64, vmhba65), each with two NICs, and the group "g" of `num_arrays` arrays (a1, a2, ...)
