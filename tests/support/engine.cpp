@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <sstream>
 
 #include "OstrelConnections/psp/psp_client.h"
 #include "OstrelConnections/renewal/renewal_state.h"
@@ -13,6 +14,7 @@
 #include "OstrelProvider/worker.h"
 #include "common/text.h"
 #include "support/log_lines.h"
+#include "support/site.h"
 
 namespace testing_support {
 
@@ -73,6 +75,17 @@ simhost::SessionView session_of(const std::string& iqn, const std::string& local
     session.state = state;
     session.made_dynamic = first_remote_ip != current_remote_ip;
     return session;
+}
+
+// Dead paths are left out: a deletion that failed is asked for again only when sessions go the next time.
+std::string describe(const Host& host) {
+    std::ostringstream text;
+    for (const auto& target : host.targets()) {
+        text << target.iqn << ": " << count_sessions(host, target.iqn) << " sessions, "
+             << count_dynamic(host, target.iqn) << " dynamic, " << target.active_paths << " paths"
+             << (target.mode_changed ? ", switched" : "") << '\n';
+    }
+    return text.str();
 }
 
 std::string request_text(const Event& event) {
