@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "oxd_ima_utility/oid_cache.h"
 #include "support/engine.h"
 #include "support/site.h"
 
@@ -32,8 +31,9 @@ std::uint32_t type_of(char letter) {
     return letter == 's' ? SESSION_STATIC : letter == 'p' ? SESSION_LOGIN_PENDING : SESSION_DYNAMIC;
 }
 
-LetteredTarget::LetteredTarget(std::string_view letters) : host(make_site()), iqn(add_volumes(*host, 1, 0)[0]) {
-    refresh_target_oids_table();
+LetteredTarget::LetteredTarget(std::string_view letters, const simhost::Fault& fault) : host(make_site()) {
+    const bool on_both = letters.find_first_of("34") != letters.npos;
+    iqn = add_volume(*host, "vol-0", -1, on_both ? Lines{} : Lines{"vmhba64"});
     std::string nic(nics[0]);
     for (const char letter : letters) {
         if (letter >= '1' && letter <= '4') {
@@ -46,6 +46,9 @@ LetteredTarget::LetteredTarget(std::string_view letters) : host(make_site()), iq
         records[before.size()] =
             make_record(made.isid, nic, made.current_remote_ip, made.state, type_of(letter), made.adapter);
         before.push_back(made);
+    }
+    if (!fault.operation.empty()) {
+        host->fail(fault);
     }
 }
 

@@ -1,4 +1,4 @@
-// A target of make_site() whose sessions are written as letters, with their records.
+// A target of make_site() whose sessions are written as letters, with their records. It is seen by the adapters named.
 //   d dynamic, b the same in FREE, x in XPT_WAIT, i in IN_LOGIN; s static; p login pending
 //   1 and 2 (vmhba64), 3 and 4 (vmhba65): the NIC of the sessions behind it; before any it is 1.
 #pragma once
@@ -21,7 +21,7 @@ struct LetteredTarget {
     std::vector<simhost::SessionView> before;
     TargetDtls records[MAX_SESSIONS_PER_TARGET] = {};
 
-    explicit LetteredTarget(std::string_view letters);
+    explicit LetteredTarget(std::string_view letters, const simhost::Fault& fault = {});
     // Records of one type.
     int count(std::uint32_t type) const;
     // Which of the sessions are gone, by position: "02".

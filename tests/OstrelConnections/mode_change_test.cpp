@@ -6,7 +6,6 @@
 
 #include "OstrelConnections/mode_change/mode_change_parts.h"
 #include "lettered_target.h"
-#include "oxd_ima_utility/oid_cache.h"
 #include "support/engine.h"
 #include "support/golden.h"
 #include "support/host_test.h"
@@ -17,30 +16,14 @@ using namespace testing_support;
 using simhost::GroupMode;
 using simhost::Host;
 
-namespace {
-
-// Adds a volume that one adapter sees; its IQN.
-std::string add_volume(Host& host, const std::string& eui, const std::string& adapter, int sessions) {
-    simhost::VolumeSpec volume;
-    volume.eui = eui;
-    volume.group = "g";
-    volume.adapters = {adapter};
-    host.add_volume(volume);
-    host.connect(host.iqn_of(eui), sessions);
-    return host.iqn_of(eui);
-}
-
-}  // namespace
-
 TEST(ManualToAutomatic, KeepsTheBusiestPortalUntilTheEnd) {
     const struct {
         const char* broken;  // a portal whose first session isn't logged in
         Lines removed_first;
     } cases[] = {{"", {"10.0.9.2", "10.0.9.3"}}, {"10.0.9.1", {"10.0.9.1", "10.0.9.3"}}, {"10.0.9.3", {"10.0.9.2"}}};
     for (const auto& c : cases) {
-        refresh_target_oids_table();
         const auto host = make_site(3, GroupMode::static_discovery);
-        const std::string iqn = add_volume(*host, "vol", "vmhba64", 0);  // one session for each portal
+        const std::string iqn = add_volume(*host, "vol", 0, {"vmhba64"});  // one session for each portal
         for (const char* const portal : {"10.0.9.1", "10.0.9.1", "10.0.9.2", "10.0.9.2"}) {
             host->add_session(session_of(iqn, "10.0.1.1", portal, portal));
         }
@@ -115,11 +98,8 @@ TEST(SessionsButTwo, KeepTheFirstTwoLoggedInDynamicOnes) {
     };
     Golden golden("OstrelConnections", "but_two");
     for (const auto& c : cases) {
-        LetteredTarget target(c.sessions);
+        LetteredTarget target(c.sessions, c.fault);
         target.host->switch_mode("g", GroupMode::static_discovery);
-        if (!c.fault.operation.empty()) {
-            target.host->fail(c.fault);
-        }
         log_level = 2;
         EXPECT_EQ(remove_all_dynamic_sessions_but_two(target.records, target.iqn.c_str()), c.result);
         EXPECT_EQ(target.gone(), c.gone) << c.sessions;
@@ -156,7 +136,6 @@ TEST(Rediscovery, OutcomeDecides) {
 
 TEST(ModeChanges, BeyondEightAdaptersAreLeftToTheNextPass) {
     for (const GroupMode now : {GroupMode::dynamic_discovery, GroupMode::static_discovery}) {
-        refresh_target_oids_table();
         const bool dynamic = now == GroupMode::dynamic_discovery;
         const auto host = make_host();
         host->add_group({"g",
@@ -167,7 +146,7 @@ TEST(ModeChanges, BeyondEightAdaptersAreLeftToTheNextPass) {
         for (int v = 0; v < 9; ++v) {
             const std::string number = std::to_string(v);
             host->add_adapter("vmhba" + number, {"10.0.1." + number, "10.0.2." + number});
-            last = add_volume(*host, "vol-" + number, "vmhba" + number, 3);
+            last = add_volume(*host, "vol-" + number, 3, {"vmhba" + number});
         }
         host->switch_mode("g", now);
         run_pass();

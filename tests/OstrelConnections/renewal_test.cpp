@@ -13,12 +13,9 @@
 #include <memory>
 #include <set>
 
-#include "OstrelProviderSetting/setting_class.h"
-#include "cimserver/mof/reader.h"
 #include "common/text.h"
+#include "ima/ima.h"
 #include "lettered_target.h"
-#include "oxd_ima_utility/oid_cache.h"
-#include "support/cim.h"
 #include "support/engine.h"
 #include "support/golden.h"
 #include "support/host_test.h"
@@ -48,30 +45,8 @@ std::uint32_t renew(const Lines& iqns, Kind kind = Kind::general) {
                                  : handleChangeIscsiDigest(targets, count, kind == Kind::enable_digests);
 }
 
-// The setting class behind a broker, as clients reach it.
-std::unique_ptr<cimserver::Broker> make_setting_broker(Host& host) {
-    host.write_file("/etc/ostrel/oxr.conf", "#\nuse_ostrel_timeouts=1\nostrel_logs_path=/var/log/ostrel\n");
-    std::string error;
-    cimserver::Schema schema;
-    for (const char* const file : {"cim_schema_minimal.mof", "ostrel.mof"}) {
-        EXPECT_TRUE(read_mof_file(OXR_SOURCE_DIR "/cim/" + std::string(file), schema, error)) << error;
-    }
-    auto broker = std::make_unique<cimserver::Broker>(std::move(schema));
-    cimserver::Registration registration;
-    registration.class_name = SETTING;
-    registration.provider = "OstrelProviderSetting";
-    registration.name_space = "ostrel/cimv2";
-    registration.method = true;
-    const auto factory = [](const std::string&) {
-        return reinterpret_cast<void*>(OstrelProviderSetting_Create_MethodMI);
-    };
-    EXPECT_TRUE(broker->load({registration}, factory, error)) << error;
-    return broker;
-}
-
 // Four NICs and two arrays, so eight sessions are what a volume has: two over each local address.
 std::unique_ptr<Host> make_volumes(int count, simhost::HostOptions options = {}, int connections = 8) {
-    refresh_target_oids_table();  // those of an earlier host
     auto host = make_site(2, simhost::GroupMode::dynamic_discovery, options);
     add_volumes(*host, count, connections);
     return host;
@@ -140,30 +115,8 @@ void expect_at_rest(const Host& host) {
     }
     EXPECT_EQ(conn_renew_thread.load(), pthread_t{0});
     EXPECT_EQ(shared_mutexes_held(), Lines{});
+    EXPECT_EQ(host.blocks_held(), 0);
     expect_nothing_held(host);
-}
-
-// What passes make of the volume once nothing fails any more.
-void expect_repaired(Host& host, const std::string& iqn) {
-    host.clear_faults();
-    host.fail_logins(false);
-    for (int pass = 0; pass < 4; ++pass) {
-        host.advance(120);
-        EXPECT_EQ(run_pass(), 0);
-    }
-    EXPECT_EQ(count_sessions(host, iqn), 8);
-    EXPECT_EQ(host.target(iqn).active_paths, 8);
-    expect_nothing_held(host);
-}
-
-// The fault comes with the first session that is added again.
-void fail_once_added(Host& host, const simhost::Fault& made) {
-    host.observe([&host, made, set = std::make_shared<bool>(false)](const Event& event) {
-        if (event.kind == Event::Kind::session_added && !*set) {
-            *set = true;
-            host.fail(made);
-        }
-    });
 }
 
 }  // namespace
@@ -175,20 +128,16 @@ TEST(Renewal, LogIsAsItWas) {
     for (const char* const kind : {"general", "digests", "group_scoped"}) {
         Golden golden("OstrelConnections", std::string("renewal_") + kind);
         const auto host = make_volumes(0, options);
-        simhost::VolumeSpec volume;
-        volume.eui = "vol";
-        volume.group = "g";
-        volume.adapters = {"vmhba64"};
-        if (*kind == 'g' && kind[1] == 'r') {
-            volume.group_scoped_target = "iqn.gst";
+        const bool group_scoped = kind == std::string("group_scoped");
+        if (group_scoped) {
             host->add_group_scoped_target({"iqn.gst", "g", {}, {"vmhba64"}});
         }
-        host->add_volume(volume);
-        host->connect(host->iqn_of("vol"), volume.group_scoped_target.empty() ? 4 : 2);
+        const std::string iqn =
+            add_volume(*host, "vol", group_scoped ? 2 : 4, {"vmhba64"}, "g", group_scoped ? "iqn.gst" : "");
         host->set_digests("vmhba64", *kind == 'd');
         log_level = 2;
         golden.follow(*host);
-        EXPECT_EQ(renew({host->iqn_of("vol")}, *kind == 'd' ? Kind::enable_digests : Kind::general), OXD_SUCCESS);
+        EXPECT_EQ(renew({iqn}, *kind == 'd' ? Kind::enable_digests : Kind::general), OXD_SUCCESS);
         golden.add_log(*host);
         golden.heading(std::to_string(host->now()) + " s\n" + describe(*host));
         expect_at_rest(*host);
@@ -211,54 +160,40 @@ TEST(Renewal, ReplacesEverySessionOneAddressAtATime) {
     expect_at_rest(*host);
 }
 
-TEST(Renewal, ThroughTheMethodEndsWithTheStatusOfTheStepThatFailed) {
-    const auto set = [](const simhost::Fault& made) { return [made](Host& host) { host.fail(made); }; };
-    const auto once_added = [](const simhost::Fault& made) {
-        return [made](Host& host) { fail_once_added(host, made); };
-    };
-    const auto status = status_fault;
+TEST(Renewal, EndsWithTheStatusOfTheStepThatFailed) {
+    // The session lists are read on two adapters, then in two searches for each of the first address's two sessions.
+    constexpr std::uint64_t first_reading_anew = 7;
     const struct {
         const char* what;
-        std::function<void(Host&)> provoke;
+        simhost::Fault fault;
         std::uint32_t status;
         const char* last_retry = "";
         double claim_seconds = 30;
     } cases[] = {
-        {"no configuration", [](Host& h) { h.remove_file("/etc/ostrel/oxr.conf"); }, OXD_WORKER_STOP_TIMEOUT},
-        {"the worker is held off", [](Host& h) { h.write_file("/etc/ostrel/oxr.conf", "worker_stop=1\n"); },
-         OXD_WORKER_STOP_TIMEOUT},
-        {"a pass never ends", [](Host& h) { h.write_file("/etc/ostrel/.lock", ""); }, OXD_POLLING_PASS_TIMEOUT},
-        {"the volume is unknown", set(status("psp.1", 3, 1)), OXD_DEVICE_NOT_FOUND},
-        {"its record is refused", set(status("psp.1", 2, 1)), OXD_FAILED},
-        {"its record is unreadable", set(errno_fault("psp.1", EIO)), OXD_FAILED},
-        {"no sessions to read", set(lasting(failing("IMA_GetSessionOidList"))), OXD_FAILED},
-        {"no thread", set(errno_fault("pthread_create", EAGAIN)), OXD_FAILED},
+        {"the volume is unknown", status_fault("psp.1", 3), OXD_DEVICE_NOT_FOUND},
+        {"its record is refused", status_fault("psp.1", 2), OXD_FAILED},
+        {"its record is unreadable", errno_fault("psp.1", EIO), OXD_FAILED},
+        {"no sessions to read", lasting(failing("IMA_GetSessionOidList")), OXD_FAILED},
+        {"no thread", errno_fault("pthread_create", EAGAIN), OXD_FAILED},
 #ifndef __SANITIZE_THREAD__  // which takes the thread for one never joined when the call fails
-        {"no end of the thread", set(errno_fault("pthread_join", EINVAL)), OXD_FAILED},
+        {"no end of the thread", errno_fault("pthread_join", EINVAL), OXD_FAILED},
 #endif
-        {"a duplicate isn't removed", set(failing("IMA_VMW_RemoveSession")), OXD_SESSION_REMOVAL_FAILED},
-        {"the last one isn't removed", set(failing("IMA_VMW_RemoveSession", 2)), OXD_SESSION_REMOVAL_FAILED},
-        {"the second address's isn't", set(failing("IMA_VMW_RemoveSession", 3)), OXD_SESSION_REMOVAL_FAILED},
-        {"a removed one stays", set(status("IMA_VMW_RemoveSession", 0, 1)), OXD_SESSION_REMOVAL_FAILED, "retries 600"},
-        {"a removed one goes late",
-         [](Host& host) {
-             host.fail(status_fault("IMA_VMW_RemoveSession", 0));  // of the first address's other session
-             host.at(0.5, "it goes", [](Host& h) { h.drop_session(h.sessions(h.iqn_of("vol-0"))[4].oid); });
-         },
-         OXD_SUCCESS},
-        {"no new session", set(failing("IMA_VMW_AddSession")), OXD_SESSION_CREATION_FAILED},
-        {"no new duplicate", set(failing("IMA_VMW_AddSession", 2)), OXD_SESSION_CREATION_FAILED},
-        {"it never comes", set(status("IMA_VMW_AddSession", 0, 1)), OXD_SESSION_CREATION_FAILED, "retries 600"},
-        {"the last one never comes", set(status("IMA_VMW_AddSession", 0, 7)), OXD_SESSION_CREATION_FAILED,
-         "retries 600"},
-        {"it never logs in", [](Host& h) { h.fail_logins(true); }, OXD_SESSION_CREATION_FAILED},
-        {"they are unreadable", once_added(lasting(failing("IMA_GetSessionOidList"))), OXD_FAILED, "after 6 retries"},
-        {"they are unreadable once", once_added(failing("IMA_GetSessionOidList")), OXD_SUCCESS},
-        {"the rescan fails", set(status("psp.5", 7, 1)), OXD_PATH_DISCOVERY_FAILED},
-        {"a rescan is under way", set(status("psp.5", 6, 1)), OXD_SUCCESS},
-        {"paths are late", set(lasting(status("psp.5", 6, 1))), OXD_PATH_DISCOVERY_FAILED, "after 600 retries", 90},
-        {"the volume is unknown meanwhile", set(status("psp.1", 3, 2)), OXD_DEVICE_NOT_FOUND},
-        {"the path count is unreadable", set(status("psp.1", 11, 2)), OXD_FAILED},
+        {"a duplicate isn't removed", failing("IMA_VMW_RemoveSession"), OXD_SESSION_REMOVAL_FAILED},
+        {"the last one isn't removed", failing("IMA_VMW_RemoveSession", 2), OXD_SESSION_REMOVAL_FAILED},
+        {"the second address's isn't", failing("IMA_VMW_RemoveSession", 3), OXD_SESSION_REMOVAL_FAILED},
+        {"a removed one stays", status_fault("IMA_VMW_RemoveSession", 0), OXD_SESSION_REMOVAL_FAILED, "retries 600"},
+        {"no new session", failing("IMA_VMW_AddSession"), OXD_SESSION_CREATION_FAILED},
+        {"no new duplicate", failing("IMA_VMW_AddSession", 2), OXD_SESSION_CREATION_FAILED},
+        {"it never comes", status_fault("IMA_VMW_AddSession", 0), OXD_SESSION_CREATION_FAILED, "retries 600"},
+        {"the last never comes", status_fault("IMA_VMW_AddSession", 0, 7), OXD_SESSION_CREATION_FAILED, "retries 600"},
+        {"they are unreadable", lasting(failing("IMA_GetSessionOidList", first_reading_anew)), OXD_FAILED,
+         "after 6 retries"},
+        {"they are unreadable once", failing("IMA_GetSessionOidList", first_reading_anew), OXD_SUCCESS},
+        {"the rescan fails", status_fault("psp.5", 7), OXD_PATH_DISCOVERY_FAILED},
+        {"a rescan is under way", status_fault("psp.5", 6), OXD_SUCCESS},
+        {"paths are late", lasting(status_fault("psp.5", 6)), OXD_PATH_DISCOVERY_FAILED, "after 600 retries", 90},
+        {"the volume is unknown meanwhile", status_fault("psp.1", 3, 2), OXD_DEVICE_NOT_FOUND},
+        {"the path count is unreadable", status_fault("psp.1", 11, 2), OXD_FAILED},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
@@ -268,34 +203,38 @@ TEST(Renewal, ThroughTheMethodEndsWithTheStatusOfTheStepThatFailed) {
         const std::string iqn = host->iqn_of("vol-0");
         const std::string later = host->iqn_of("vol-1");
         const Isids of_later = isids_of(*host, later);
-        const auto broker = make_setting_broker(*host);
-        const auto watches = {watch_addresses(*host, iqn), watch_addresses(*host, later)};
-        c.provoke(*host);
-        EXPECT_EQ(renew(*broker, {iqn, later}), std::to_string(c.status));
+        const auto watch = watch_addresses(*host, iqn);
+        host->fail(c.fault);
+        host->count_allocations(true);
+        EXPECT_EQ(renew({iqn, later}), c.status);
+        host->count_allocations(false);
         EXPECT_EQ(isids_of(*host, later) == of_later, c.status != OXD_SUCCESS);
-        for (const auto& watch : watches) {
-            EXPECT_EQ(watch->broken, 0);
-        }
+        EXPECT_EQ(watch->broken, 0);
         EXPECT_GT(count_lines(host->log(), "ERROR", "renew_iscsi_connections", c.last_retry),
                   c.last_retry[0] == '\0' ? -1 : 0);
-        EXPECT_EQ(renew_connections_running.load(), 0);
         expect_at_rest(*host);
-        expect_repaired(*host, iqn);
     }
 }
 
+TEST(Renewal, WaitsForASessionToGoAndForOneToLogIn) {
+    auto host = make_volumes(1);
+    host->fail(status_fault("IMA_VMW_RemoveSession", 0));  // of the first address's other session
+    host->at(0.5, "it goes", [](Host& h) { h.drop_session(h.sessions(h.iqn_of("vol-0"))[4].oid); });
+    EXPECT_EQ(renew({host->iqn_of("vol-0")}), OXD_SUCCESS);
+    host.reset();
+    host = make_volumes(1);
+    host->fail_logins(true);
+    EXPECT_EQ(renew({host->iqn_of("vol-0")}), OXD_SESSION_CREATION_FAILED);
+}
+
 TEST(Renewal, EndsWithoutMemoryAndLosesNone) {
-    for (const simhost::Fault& each : {errno_fault("pthread_create", EAGAIN), failing("new", 1), failing("new", 2),
-                                       failing("new", 3), failing("new", 4), failing("new", 5)}) {
+    for (const std::uint64_t nth : {1U, 2U, 3U, 4U, 5U}) {
         const auto host = make_volumes(1);
-        host->fail(each);
+        host->fail(failing("new", nth));
         host->count_allocations(true);
-        const std::uint32_t status = renew({host->iqn_of("vol-0")});
+        EXPECT_EQ(renew({host->iqn_of("vol-0")}), nth < 5 ? OXD_FAILED : OXD_PATH_DISCOVERY_FAILED) << nth;
         host->count_allocations(false);
-        EXPECT_EQ(host->blocks_held(), 0);
-        EXPECT_EQ(status, each.nth < 5 ? OXD_FAILED : OXD_PATH_DISCOVERY_FAILED) << each.nth;
         expect_at_rest(*host);
-        expect_repaired(*host, host->iqn_of("vol-0"));
     }
 }
 
@@ -312,20 +251,12 @@ TEST(Renewal, NeedsSessionsThatCarryTheVolumeMeanwhile) {
     for (const auto& c : cases) {
         golden.heading(c.sessions);
         LetteredTarget target(c.sessions);
-        simhost::VolumeSpec volume;
-        volume.eui = "full";
-        volume.group = "g";
-        target.host->add_volume(volume);
-        target.host->connect(target.host->iqn_of("full"), 8);
-        target.host->script_psp(1, [](void* buffer, int result) {  // one adapter has no session
-            static_cast<OxrLun*>(buffer)->num_adapters = static_cast<OxrLun*>(buffer)->device_eui[0] == 'f' ? 2 : 1;
-            return result;
-        });
+        const std::string full = add_volume(*target.host, "full", 8);
         EXPECT_EQ(renew({target.iqn}), c.general);
         EXPECT_EQ(renew({target.iqn}, Kind::enable_digests), c.digest);
         EXPECT_EQ(renew({"iqn.unknown", target.iqn}), OXD_DEVICE_NOT_FOUND);
         golden.add_log(*target.host, "E");
-        EXPECT_EQ(renew({target.host->iqn_of("full"), target.iqn}), c.general) << "the target before it is forgotten";
+        EXPECT_EQ(renew({full, target.iqn}), c.general) << "the target before it is forgotten";
         EXPECT_EQ(target.gone() + target.added(), "");
         expect_at_rest(*target.host);
     }
@@ -381,10 +312,6 @@ TEST(DigestChange, RenewsWhatNeedsItAndEndsWhereNothingDoes) {
 TEST(DigestChange, TakesTheOnlyAddressThatIsLoggedIn) {
     LetteredTarget target("dd2ii");
     target.host->allow("digest change");
-    target.host->script_psp(1, [](void* buffer, int result) {  // the adapter that has sessions
-        static_cast<OxrLun*>(buffer)->num_adapters = 1;
-        return result;
-    });
     target.host->set_digests("vmhba64", true);
     (void)renew({target.iqn}, Kind::enable_digests);
     EXPECT_EQ(target.gone(), "01");
@@ -425,15 +352,7 @@ TEST(Renewal, GivesAGroupScopedVolumeOneSessionAnAddress) {
                  {4, 4, OXD_FAILED, status_fault("psp.4", 11, 2)}};
     for (const auto& c : cases) {
         const auto host = make_volumes(0);
-        host->add_group_scoped_target({"iqn.gst", "g", {}, {}});
-        simhost::VolumeSpec device;
-        device.group = "g";
-        device.group_scoped_target = "iqn.gst";
-        for (const char* const eui : {"pe", "pe2"}) {
-            device.eui = eui;
-            host->add_volume(device);
-        }
-        host->connect("iqn.gst", c.connections);
+        add_target(*host, "iqn.gst", {}, c.connections, 2);
         if (!c.fault.operation.empty()) {
             host->fail(c.fault);
         }

@@ -99,12 +99,9 @@ TEST(SessionBalance, AddsAndRemovesWhatIsMissingOrTooMuch) {
         const std::string name = std::string(c.sessions) + ", required " + std::to_string(c.required) + " of " +
                                  std::to_string(c.host_sessions) + " " + c.fault.operation;
         SCOPED_TRACE(name);
-        LetteredTarget target(c.sessions);
+        LetteredTarget target(c.sessions, c.fault);
         int host_sessions = c.host_sessions;
         std::int32_t ioctl_required = 0;
-        if (!c.fault.operation.empty()) {
-            target.host->fail(c.fault);
-        }
         target.host->count_allocations(true);
         const int result = handle_num_sessions(target.iqn.c_str(), target.records, c.required, host_sessions,
                                                c.dynamic < 0 ? target.count(SESSION_DYNAMIC) : c.dynamic,
@@ -125,35 +122,12 @@ TEST(SessionBalance, AddsAndRemovesWhatIsMissingOrTooMuch) {
     }
 }
 
-TEST_F(HostTest, SessionsAreGroupedByLocalAddress) {
-    log_level = 2;
-    TargetDtls records[MAX_SESSIONS_PER_TARGET + 1] = {};
-    int count = 0;
-    for (const auto& [letter, local_ip] :
-         {std::pair('s', "A"), {'d', "B"}, {'x', "A"}, {'d', ""}, {'p', "A"}, {'d', "B"}, {'d', "-"}, {'d', "-"}}) {
-        const std::string isid = letter + std::to_string(count);
-        const std::string local = local_ip[0] == '-' ? "" : local_ip;  // none
-        records[count++] = make_record(isid, local, local_ip[0] == '\0' ? "" : "R",
-                                       letter == 'p' ? SESSION_STATE_IN_LOGIN : state_of(letter), type_of(letter));
-    }
-    for (const int ignore_waiting : {1, 0}) {
-        ip_session_list list[MAX_SESSION_LIST_ENTRIES] = {};
-        int entries = 0;
-        create_session_list(list, entries, count, records, ignore_waiting);
-        std::string text;
-        for (int e = 0; e < entries; ++e) {
-            text += "[" + std::string(list[e].local_ip) + "]";
-            for (int k = 0; k < list[e].count; ++k) {
-                text += std::string(" ") + list[e].isid[k];
-            }
-        }
-        EXPECT_EQ(text, ignore_waiting == 1 ? "[B] d1 d5[A] p4[] d6 d7" : "[B] d1 d5[A] x2 p4[] d6 d7");
-        Golden("OstrelConnections", ignore_waiting == 1 ? "grouping" : "grouping_with_waiting").add_log(*host);
-    }
-    // At most as many records as there are.
-    std::fill(std::begin(records), std::end(records), make_record("d", "A", "R"));
+TEST(SessionList, LooksAtNoMoreRecordsThanThereAre) {
+    const auto host = make_host();
+    const std::vector<TargetDtls> records(MAX_SESSIONS_PER_TARGET + 1, make_record("d", "A", "R"));
     ip_session_list list[MAX_SESSION_LIST_ENTRIES] = {};
-    create_session_list(list, count, MAX_SESSIONS_PER_TARGET + 1, records, 1);
+    int entries = 0;
+    create_session_list(list, entries, MAX_SESSIONS_PER_TARGET + 1, records.data(), 1);
     EXPECT_EQ(list[0].count, MAX_SESSIONS_PER_TARGET);
 }
 

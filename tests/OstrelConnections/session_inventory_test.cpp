@@ -7,7 +7,6 @@
 
 #include "common/text.h"
 #include "ima/ima.h"
-#include "oxd_ima_utility/oid_cache.h"
 #include "support/engine.h"
 #include "support/golden.h"
 #include "support/site.h"
@@ -18,18 +17,12 @@ using simhost::Host;
 namespace {
 
 // A volume "vol" that these adapters see, with sessions on the first NIC of each.
-std::string add_volume(Host& host, const std::vector<std::string>& adapters, int sessions, int on_second = 0) {
-    refresh_target_oids_table();
-    simhost::VolumeSpec volume;
-    volume.eui = "vol";
-    volume.group = "g";
-    volume.adapters = adapters;
-    host.add_volume(volume);
+std::string add_sessions(Host& host, const Lines& adapters, int sessions, int on_second = 0) {
+    const std::string iqn = add_volume(host, "vol", -1, adapters);
     for (int i = 0; i < sessions + on_second; ++i) {
-        host.add_session(
-            session_of(host.iqn_of("vol"), i < sessions ? "10.0.1.1" : "10.0.2.1", "10.0.9.100", "10.0.9.1"));
+        host.add_session(session_of(iqn, i < sessions ? "10.0.1.1" : "10.0.2.1", "10.0.9.100", "10.0.9.1"));
     }
-    return host.iqn_of("vol");
+    return iqn;
 }
 
 // What the inventory records of a volume: "ISID type" of each session.
@@ -60,7 +53,7 @@ std::function<void(Host&, OxrLun&)> flag_at(std::size_t offset, std::uint32_t fl
 
 TEST(SessionInventory, KindFollowsFromAddressesAndState) {
     const auto host = make_site();
-    const std::string iqn = add_volume(*host, {"vmhba64"}, 0);
+    const std::string iqn = add_sessions(*host, {"vmhba64"}, 0);
     for (std::uint32_t state = 0; state <= 8; ++state) {
         host->add_session(session_of(iqn, "10.0.1.1", "10.0.9.100", "10.0.9.1", state));
         host->add_session(session_of(iqn, "10.0.1.2", "10.0.9.7", "10.0.9.7", state));
@@ -88,7 +81,7 @@ TEST(SessionInventory, AtMost32SessionsAreRecorded) {
         SCOPED_TRACE(std::to_string(c.on_first) + " + " + std::to_string(c.on_second));
         const auto host = make_site();
         const std::string iqn =
-            add_volume(*host, c.on_second == 0 ? Lines{"vmhba64"} : Lines{}, c.on_first, c.on_second);
+            add_sessions(*host, c.on_second == 0 ? Lines{"vmhba64"} : Lines{}, c.on_first, c.on_second);
         OxrLun lun = read_lun(iqn);
         const Lines taken = take(lun);
         ASSERT_EQ(taken.size(), 32U);
@@ -125,7 +118,7 @@ TEST(SessionInventory, FailureOnAnyAdapterVoidsItAll) {
         golden.heading(c.name);
         SCOPED_TRACE(c.name);
         const auto host = make_site();
-        OxrLun lun = read_lun(add_volume(*host, {}, 2, 2));
+        OxrLun lun = read_lun(add_sessions(*host, {}, 2, 2));
         lun.num_sessions = 7;
         lun.num_dynamic_sessions = 5;
         lun.num_login_pending_sessions = 1;
@@ -173,7 +166,7 @@ TEST(SessionInventory, UnreadableSessionIsSkippedWithoutGap) {
         for (const int sessions : {3, 2}) {
             golden.heading(std::string(c.operation) + ", the second of " + std::to_string(sessions));
             const auto host = make_site();
-            OxrLun lun = read_lun(add_volume(*host, {"vmhba64"}, sessions));
+            OxrLun lun = read_lun(add_sessions(*host, {"vmhba64"}, sessions));
             const Lines all = take(lun);
             int calls = 0;
             host->script_ima(c.operation, [&](void* out, std::uint32_t status) {
@@ -190,7 +183,7 @@ TEST(SessionInventory, UnreadableSessionIsSkippedWithoutGap) {
 
 TEST(SessionInventory, ListThatCannotBeReleasedIsOnlyWarnedAbout) {
     const auto host = make_site();
-    OxrLun lun = read_lun(add_volume(*host, {"vmhba64"}, 1));
+    OxrLun lun = read_lun(add_sessions(*host, {"vmhba64"}, 1));
     host->fail(lasting(fault("IMA_FreeMemory")));
     log_level = 2;
     EXPECT_EQ(take(lun).size(), 1U);
@@ -220,7 +213,7 @@ TEST(HostSessions, AreCountedOverAdaptersUpTo32) {
     for (int a = 1; a <= 3; ++a) {
         host->add_adapter("vmhba" + std::to_string(a), {"10.0." + std::to_string(a) + ".1"});
     }
-    add_volume(*host, {}, 4, 3);
+    add_sessions(*host, {}, 4, 3);
     log_level = 2;
     Golden golden("OstrelConnections", "host_sessions");
     int count = 99;
