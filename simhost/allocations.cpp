@@ -31,7 +31,7 @@ struct MallocAllocator {
     bool operator==(const MallocAllocator&) const { return true; }
 };
 
-struct Armed {
+struct AllocationFault {
     std::uint64_t nth = 1;
     bool persistent = false;
     std::uint64_t seen = 0;
@@ -39,7 +39,7 @@ struct Armed {
 
 struct Book {
     std::unordered_set<const void*, std::hash<const void*>, std::equal_to<>, MallocAllocator<const void*>> blocks;
-    std::vector<Armed, MallocAllocator<Armed>> faults;
+    std::vector<AllocationFault, MallocAllocator<AllocationFault>> faults;
     std::uint64_t allocations = 0;
     std::uint64_t bytes = 0;
     std::uint64_t failable = 0;
@@ -60,7 +60,7 @@ Book& book() {
 bool fault_hits(Book& of) {
     bool hits = false;
     for (std::size_t i = 0; i < of.faults.size();) {
-        Armed& armed = of.faults[i];
+        AllocationFault& armed = of.faults[i];
         ++armed.seen;
         const bool fires = armed.persistent ? armed.seen >= armed.nth : armed.seen == armed.nth;
         hits = hits || fires;

@@ -1,4 +1,4 @@
-// ostrel-simhost: shows what the connection manager does on a host that is described as text.
+// ostrel-simhost: runs the connection manager on a host that a text file describes.
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -23,53 +23,52 @@ constexpr std::uintmax_t LARGEST_SCENARIO_BYTES = 4U << 20;
 
 constexpr char DESCRIPTION[] =
     "Simulates a host with iSCSI adapters, NICs, array groups and volumes, runs the Ostrel connection manager\n"
-    "on it and shows, pass by pass, what it does there.";
+    "on it and shows what each pass does.";
 
 constexpr char EXAMPLES[] = R"(
-SCENARIO is a file in TOML, or the name of a shipped one: demo (the default), cim, full, paths-limit,
+SCENARIO is a TOML file or the name of an installed scenario: demo (the default), cim, full, paths-limit,
 upgrade, hazards/NAME. {}
-lists all keys and events.
+describes all keys and events.
 
 Examples:
-  ostrel-simhost                         a host, a few events, the whole story
-  ostrel-simhost full                    256 volumes that want more than the host allows
-  ostrel-simhost my-site.toml --for 4h   four hours of a site of your own
+  ostrel-simhost                         the demo: one host, a few events
+  ostrel-simhost full                    256 volumes that need more sessions than the host allows
+  ostrel-simhost my-site.toml --for 4h   four hours of your own site
   ostrel-simhost --set interval=300 --set 'db-##=48'
                                          the demo with a longer interval and 48 volumes db-01 to db-48
-  ostrel-simhost demo --speed 60         a minute of the host in a second; --speed real: as slow as life
-  ostrel-simhost --speed 60 --cim        serves it to WBEM clients, and says what to type
-  ostrel-simhost --speed 10 --events     what you type happens: array_down = "prod/p1"
-  ostrel-simhost demo --plot demo.svg    and a picture of it
+  ostrel-simhost demo --speed 60         one minute per second; --speed real: in real time
+  ostrel-simhost --speed 60 --cim        serve the host to WBEM clients; prints example commands
+  ostrel-simhost --speed 10 --events     type events while it runs: array_down = "prod/p1"
+  ostrel-simhost demo --plot demo.svg    also draw a diagram
   ostrel-simhost demo --json | jq 'select(.type == "verdict")'
 
-The table, one line per volume or group-scoped target (alike ones share a line):
-  mode                    discovery mode of the array group; * while a switch is under way
-  NICs                    host addresses that carry paths, of those that are up
+The table has one line per volume or group-scoped target (identical ones share a line):
+  mode                    discovery mode of the array group; * while it changes
+  NICs                    NICs that are up and carry paths
   arrays                  member arrays that are up, of all
-  need                    sessions required by the configuration in force
+  need                    required sessions with the current configuration
   dyn, sta, pend          sessions: dynamic, static, still logging in
-  paths, dead             paths, active and dead
-  sessions per address    one column per NIC; x: the NIC is lost; .: not an adapter of this target
+  paths, dead             active paths, dead paths
+  sessions per address    one column per NIC; x: the NIC is down; .: not an adapter of this target
 
-Exit code: 0 the run is complete; 1 an invariant of the host was broken or the connection manager came to a
-halt; 2 the scenario or the command line has a mistake, or the output can't be written; 3 the connection
-manager could not be loaded, or the picture could not be drawn.
-A folder that stands for the host's root is kept and named at the end: look there for its log and
-configuration.)";
+Exit code: 0 the run is complete; 1 an invariant of the host was broken or the connection manager hung;
+2 the scenario or the command line is wrong, or the output cannot be written; 3 the connection manager could
+not be loaded, or the diagram could not be drawn.
+The root folder of the simulated host, with its log and configuration, is kept and printed at the end.)";
 
 std::filesystem::path own_folder() {
     std::error_code ignored;
     return std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
 }
 
-// The folder of the shipped scenarios: that of the installation, or of the source tree.
+// The folder of the scenarios: of the installation, or else of the source tree.
 std::filesystem::path shipped_scenarios() {
     std::error_code ignored;
     auto installed = (own_folder() / "../share/ostrel/scenarios").lexically_normal();
     return std::filesystem::is_directory(installed, ignored) ? installed : std::filesystem::path(OXR_SCENARIOS_FOLDER);
 }
 
-// The scenario as given, or of that name among the shipped ones; empty when there is none.
+// The given file, or the installed scenario of that name; empty if there is neither.
 std::filesystem::path find_scenario(const std::string& name) {
     const auto folder = shipped_scenarios();
     for (const auto& candidate : {std::filesystem::path(name), folder / (name + ".toml"), folder / name}) {
@@ -93,7 +92,7 @@ bool read_text(const std::filesystem::path& file, std::string& text, std::string
     if (!stream || !all) {
         // An empty file sets the fail bit of `all` and is no error.
         if (!stream.is_open()) {
-            error = "it can't be read";
+            error = "cannot be read";
             return false;
         }
     }
@@ -121,7 +120,7 @@ bool read_speed(const std::string& word, program::RunOptions& options) {
     return true;
 }
 
-// A reader of the output that went away ends the run, and is told.
+// The reader of the output is gone.
 int refuse_lost_output() {
     fmt::print(stderr, "ostrel-simhost: standard output: {}\n", std::strerror(errno));
     return program::EXIT_BAD_INPUT;
@@ -147,44 +146,43 @@ int main(int argc, char** argv) {
     CLI::App app(DESCRIPTION, "ostrel-simhost");
     app.set_version_flag("--version", OXR_VERSION, "Print the version");
     app.footer(fmt::format(EXAMPLES, (shipped_scenarios() / "README.md").string()));
-    app.add_option("SCENARIO", scenario_name, "Scenario file or the name of a shipped one [demo]");
-    app.add_option("--for", for_text, "Simulated time to run, such as 90s, 45m, 2h30m [the scenario's own]")
+    app.add_option("SCENARIO", scenario_name, "Scenario file or the name of an installed scenario [demo]");
+    app.add_option("--for", for_text, "How much simulated time to run, such as 90s, 45m or 2h30m [as in the scenario]")
         ->type_name("DURATION");
     app.add_option("--set", overrides,
-                   "Override something of the scenario: a configuration key, the number of volumes of a [[volumes]] "
-                   "entry (db-##=48), its first connections (NAME.sessions=2), login_seconds, claim_seconds or "
-                   "discovery_seconds; may be given several times")
+                   "Change the scenario: a configuration key, the number of volumes of a [[volumes]] entry "
+                   "(db-##=48), its number of initial connections (NAME.sessions=2), login_seconds, claim_seconds or "
+                   "discovery_seconds; can be repeated")
         ->type_name("KEY=VALUE")
         ->expected(1)
         ->take_all();
     app.add_option("--speed", speed,
                    "Simulated seconds per second: a number, real, or instant [instant; with --cim or --events real]")
         ->type_name("N|real|instant");
-    app.add_option("--root", options.root,
-                   "Folder that stands for the host's root [a new one under the temporary folder]")
+    app.add_option("--root", options.root, "Root folder of the simulated host [a new folder in the temporary folder]")
         ->type_name("DIR");
     app.add_option("--log-level", options.log_level,
-                   "Lines of the connection manager's log to show: 0 errors and warnings, 1 information too, "
-                   "2 everything [0]")
+                   "Lines of the connection manager's log to show: 0 errors and warnings, 1 also information, "
+                   "2 all [0]")
         ->type_name("0..2")
         ->check(CLI::Range(0, 2).description(""));
     app.add_option("--library", options.library,
-                   "Connection manager to load [libostrelprovider.so.1 beside this program]")
+                   "Connection manager to load [the libostrelprovider.so.1 of this program]")
         ->type_name("FILE");
     auto* const cim = app.add_option("--cim", cim_address,
-                                     "Serve the connection manager over CIM, until interrupted or for the time of "
-                                     "--for [127.0.0.1:5988]")
+                                     "Serve the connection manager over CIM until interrupted or until the time of "
+                                     "--for is over [127.0.0.1:5988]")
                           ->type_name("ADDRESS:PORT")
                           ->expected(0, 1);
     app.add_flag("--events", options.events,
-                 "Read events from standard input too, one a line, which happen at once: the keys of an [[event]] "
-                 "without `at`, such as nic_down = \"10.1.1.12\"");
+                 "Also read events from standard input, one per line; they happen at once. An event has the keys of "
+                 "an [[event]] without `at`, such as nic_down = \"10.1.1.12\"");
     auto* const plot =
         app.add_option("--plot", options.plot,
-                       "Draw sessions and active paths over time into this file, a .svg or .png (needs gnuplot)")
+                       "Draw a diagram of sessions and active paths over time; a .svg or .png file (needs gnuplot)")
             ->type_name("FILE");
-    app.add_flag("--json", options.json, "One JSON object per line: begin, serving, events, passes, verdict");
-    app.add_flag("--check", check_only, "Only read the scenario and tell its mistakes");
+    app.add_flag("--json", options.json, "Print one JSON object per line: begin, serving, events, passes, verdict");
+    app.add_flag("--check", check_only, "Only check the scenario and report its errors");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -17,7 +17,7 @@ struct RunHead {
     std::string root;
     std::string library;
     double for_seconds = 0;
-    std::string speed;  // "instant", "real", "10 times"
+    std::string speed;  // "instant", "real", "10-fold"
 };
 
 class View {

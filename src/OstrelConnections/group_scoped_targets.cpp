@@ -15,8 +15,7 @@
 
 namespace {
 
-// Messages of this pass carry the name of its one operation.
-constexpr char pass[] = "handle_group_scoped_target_connections";
+constexpr LogOperation pass = "handle_group_scoped_target_connections";
 constexpr PspRequestTexts request_texts{pass, "targets", "target"};
 
 // What one call works with from target to target.

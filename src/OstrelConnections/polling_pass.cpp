@@ -16,8 +16,7 @@
 
 namespace {
 
-// Messages of the pass carry the name of its one operation.
-constexpr char pass[] = "handle_ostrel_connections";
+constexpr LogOperation pass = "handle_ostrel_connections";
 constexpr PspRequestTexts request_texts{pass, "volumes", "volumes"};
 constexpr int session_count_delay_seconds = 2;
 

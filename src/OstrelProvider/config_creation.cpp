@@ -10,21 +10,20 @@
 #include "common/text.h"
 #include "configuration/config_text.h"
 
-// Messages of the creation carry the name of its one operation.
-#define CREATION "OSTREL_CreateConfigFile"
-
 namespace {
+
+constexpr LogOperation creation = "OSTREL_CreateConfigFile";
 
 void create_config_dir() {
     if (::access(OSTREL_CONFIG_DIR, F_OK) == 0) {
-        OXR_INFO_IN(CREATION, "Config dir exists. No need to create.");
+        OXR_INFO_IN(creation, "Config dir exists. No need to create.");
         return;
     }
-    OXR_INFO_IN(CREATION, "Creating config dir. %s", OSTREL_CONFIG_DIR);
+    OXR_INFO_IN(creation, "Creating config dir. %s", OSTREL_CONFIG_DIR);
     if (::mkdir(OSTREL_CONFIG_DIR, 0777) == 0) {
-        OXR_INFO_IN(CREATION, "Config dir has been created.");
+        OXR_INFO_IN(creation, "Config dir has been created.");
     } else {
-        OXR_ERROR_IN(CREATION, "%s, Config dir was not created", oxr::error_text(errno));
+        OXR_ERROR_IN(creation, "%s, Config dir was not created", oxr::error_text(errno));
     }
 }
 
@@ -40,10 +39,10 @@ void create_default_file() OXR_REQUIRES(config_file_mutex) {
         case ConfigWrite::written:
             return;
         case ConfigWrite::not_opened:
-            OXR_ERROR_IN(CREATION, "%s, fopen() failed", oxr::error_text(errno));
+            OXR_ERROR_IN(creation, "%s, fopen() failed", oxr::error_text(errno));
             return;
         case ConfigWrite::not_written:
-            OXR_ERROR_IN(CREATION, "%s, writing oxr.conf failed", oxr::error_text(errno));
+            OXR_ERROR_IN(creation, "%s, writing oxr.conf failed", oxr::error_text(errno));
             return;
     }
 }
@@ -63,9 +62,9 @@ bool has_comment_line() {
 void convert_old_file() OXR_REQUIRES(config_file_mutex) {
     ConfigValues values;
     if (OSTREL_GetConfigValues(&values, CONFIG_CONVERT) == 0) {
-        OXR_INFO_IN(CREATION, "Converted existing oxr.conf to new format.");
+        OXR_INFO_IN(creation, "Converted existing oxr.conf to new format.");
     } else {
-        OXR_ERROR_IN(CREATION, "Failed to convert oxr.conf to new format, using internal defaults.");
+        OXR_ERROR_IN(creation, "Failed to convert oxr.conf to new format, using internal defaults.");
     }
 }
 

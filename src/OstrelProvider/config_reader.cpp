@@ -8,26 +8,25 @@
 #include "common/text.h"
 #include "configuration/config_judge.h"
 
-// Messages of the reader carry the name of its one operation.
-#define READER "OSTREL_GetConfigValues"
-
 namespace {
+
+constexpr LogOperation reading = "OSTREL_GetConfigValues";
 
 // Logs what is wrong with the file's values.
 class LoggingObserver final : public ConfigObserver {
 public:
     void value_read(const ConfigKey& key, std::uint32_t found, std::uint32_t used, bool accepted) override {
         if (!accepted && key.warned_as != nullptr) {
-            OXR_WARN_IN(READER, "Invalid value - %s = %d in oxr.conf.Changing to default value of %d.", key.warned_as,
+            OXR_WARN_IN(reading, "Invalid value - %s = %d in oxr.conf.Changing to default value of %d.", key.warned_as,
                         static_cast<int>(found), static_cast<int>(used));
         }
         if (key.field == &ConfigValues::vmknic_count) {
-            OXR_INFO_IN(READER, "vmknic count read from oxr.conf file = %u", used);
+            OXR_INFO_IN(reading, "vmknic count read from oxr.conf file = %u", used);
         }
     }
 
     void minimum_above_maximum(const ConfigValues& values, std::uint32_t default_minimum) override {
-        OXR_WARN_IN(READER,
+        OXR_WARN_IN(reading,
                     "Invalid value - min_vol_sessions = %d, max_volsessions = %d  in oxr.conf.Changing "
                     "min_vol_sesions to default value of %d.",
                     static_cast<int>(values.min_vol_sessions), static_cast<int>(values.max_vol_sessions),
@@ -35,7 +34,7 @@ public:
     }
 
     void vol_sessions_outside(const ConfigValues& values) override {
-        OXR_WARN_IN(READER,
+        OXR_WARN_IN(reading,
                     "Invalid value - vol_sessions should be between min_vol_sessions and max_vol_sessions.Changing "
                     "to min_vol_sessions value of %d.",
                     static_cast<int>(values.min_vol_sessions));
@@ -47,17 +46,17 @@ public:
 bool is_fit(ConfigFitness fitness, int error) {
     // Half a file must not be taken for the whole one and rewritten without the other half.
     if (error != 0) {
-        OXR_ERROR_IN(READER, "%s, reading oxr.conf failed. Keeping the previous values.", oxr::error_text(error));
+        OXR_ERROR_IN(reading, "%s, reading oxr.conf failed. Keeping the previous values.", oxr::error_text(error));
         return false;
     }
     switch (fitness) {
         case ConfigFitness::fit:
             return true;
         case ConfigFitness::has_comments:
-            OXR_ERROR_IN(READER, "oxr.conf has comment lines, so it is not in the old format. Not converting it.");
+            OXR_ERROR_IN(reading, "oxr.conf has comment lines, so it is not in the old format. Not converting it.");
             return false;
         case ConfigFitness::not_converted:
-            OXR_ERROR_IN(READER, "oxr.conf is in the old format and has not been converted. Leaving it as it is.");
+            OXR_ERROR_IN(reading, "oxr.conf is in the old format and has not been converted. Leaving it as it is.");
             return false;
     }
     return false;
@@ -80,7 +79,7 @@ int judge_lines(oxr::FileReader& file, ConfigJudge& judge) {
 ConfigRead read_config_file(ConfigValues& values, std::uint32_t conversion) {
     oxr::FileReader file(OSTREL_CONFIG_FILE);
     if (!file.opened()) {
-        OXR_ERROR_IN(READER, "%s, fopen() failed on oxr.conf.", oxr::error_text(file.error()));
+        OXR_ERROR_IN(reading, "%s, fopen() failed on oxr.conf.", oxr::error_text(file.error()));
         return file.error() == ENOENT ? ConfigRead::absent : ConfigRead::refused;
     }
     const bool converting = conversion != CONFIG_NORMAL;
@@ -98,7 +97,7 @@ ConfigRead read_config_file(ConfigValues& values, std::uint32_t conversion) {
     log_level.store(values.log_level, std::memory_order_relaxed);
 
     if (judge.wants_rewrite() && set_value_in_file(&values) != 0) {
-        OXR_ERROR_IN(READER, "%s", "failed to set values in oxr.conf");
+        OXR_ERROR_IN(reading, "%s", "failed to set values in oxr.conf");
         return ConfigRead::not_rewritten;
     }
     return ConfigRead::read;

@@ -39,9 +39,12 @@ int move_log_file(const char* source, const char* destination);
 // Replaces the log file's name. At most 99 characters.
 void set_log_filename(const char* filename) OXR_EXCLUDES(log_file_mutex);
 
+// The name of an operation in messages. Steps of one operation share its name as a constant.
+using LogOperation = const char*;
+
 // One message of a level: the text and its arguments; the line feed is added. The _IN forms print the name of
-// the operation that a shared helper logs for, the _OF form its module, too. Of a DEBUG message that isn't written, the
-// arguments aren't evaluated; the other levels are always on.
+// the operation that a step or a shared helper logs for, the _OF form its module, too. Of a DEBUG message that isn't
+// written, the arguments aren't evaluated; the other levels are always on.
 #define OXR_LOG(level, word, module, operation, text, ...)                                        \
     oxr_log_to_file(level, "%s: %s: %s: %s:%d : " text "\n", get_time(), word, module, operation, \
                     __LINE__ __VA_OPT__(, ) __VA_ARGS__)

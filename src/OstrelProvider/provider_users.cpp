@@ -15,6 +15,9 @@
 
 namespace {
 
+constexpr LogOperation start = "OstrelProviderInit";
+constexpr LogOperation cleanup = "OstrelProviderCleanup";
+
 // Guards the set of users and what is initialised for them. Taken before every shared mutex.
 oxr::Mutex users_mutex;
 
@@ -64,7 +67,7 @@ int destroy(SharedMutex& shared) {
 }
 
 // Steps of OstrelProviderInit up to the start of the service. False when one failed.
-bool prepare_shared_state(const char* operation) OXR_REQUIRES(users_mutex) {
+bool prepare_shared_state() OXR_REQUIRES(users_mutex) {
     init_shared_mutexes();
     {
         const oxr::MutexLock config_lock(config_file_mutex);
@@ -72,34 +75,33 @@ bool prepare_shared_state(const char* operation) OXR_REQUIRES(users_mutex) {
         set_log_filename(get_log_filename(filename));
     }
     if (!shared_log.initialised) {
-        OXR_ERROR_IN(operation, "pthread_mutex_init returned %d", shared_log.result);
+        OXR_ERROR_IN(start, "pthread_mutex_init returned %d", shared_log.result);
         return false;
     }
     OSTREL_CreateLogDir();
-    OXR_INFO_IN(operation, "Initializing the provider.");
+    OXR_INFO_IN(start, "Initializing the provider.");
     for (SharedMutex* const shared : {&shared_config, &shared_lock_file, &shared_conn_renew, &shared_start}) {
         if (!shared->initialised) {
-            OXR_ERROR_IN(operation, "pthread_mutex_init returned %d for %s", shared->result, shared->name);
+            OXR_ERROR_IN(start, "pthread_mutex_init returned %d for %s", shared->result, shared->name);
             return false;
         }
     }
     if (const int result = install_stop_signal(); result != 0) {
-        OXR_ERROR_IN(operation, "sigaction returned %d, %s", result, oxr::error_text(errno));
+        OXR_ERROR_IN(start, "sigaction returned %d, %s", result, oxr::error_text(errno));
         return false;
     }
     return true;
 }
 
 void destroy_shared_mutexes() OXR_REQUIRES(users_mutex) {
-    static constexpr char operation[] = "OstrelProviderCleanup";
     for (SharedMutex* const shared : {&shared_config, &shared_log, &shared_start}) {
         if (const int result = destroy(*shared); result != 0) {
-            OXR_ERROR_IN(operation, "pthread_mutex_destroy returned %d", result);
+            OXR_ERROR_IN(cleanup, "pthread_mutex_destroy returned %d", result);
         }
     }
     for (SharedMutex* const shared : {&shared_lock_file, &shared_conn_renew}) {
         if (const int result = destroy(*shared); result != 0) {
-            OXR_ERROR_IN(operation, "%s destroy returned %d", shared->name, result);
+            OXR_ERROR_IN(cleanup, "%s destroy returned %d", shared->name, result);
         }
     }
 }
@@ -114,7 +116,7 @@ bool is_last_user(ProviderMi mi) {
 void OstrelProviderInit() {
     {
         const oxr::MutexLock lock(users_mutex);
-        if (!prepare_shared_state(__func__)) {
+        if (!prepare_shared_state()) {
             return;
         }
     }

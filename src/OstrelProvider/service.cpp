@@ -19,10 +19,9 @@ std::atomic<std::int64_t> tid{0};
 oxr::Mutex start_service_mutex;
 oxr::Mutex config_file_mutex;
 
-// Messages of the steps of a stop carry its name.
-#define STOP "StopService"
-
 namespace {
+
+constexpr LogOperation stop = "StopService";
 
 constexpr int attempt_milliseconds = 10;
 constexpr int attempts_of_a_minute = 60000 / attempt_milliseconds;
@@ -61,10 +60,10 @@ int create_worker() {
 void wait_for_renewal() {
     for (int waits = 0; oxr::running_thread(conn_renew_thread) != 0; ++waits) {
         if (waits == max_renewal_waits) {
-            OXR_ERROR_IN(STOP, "looks like conn_renew_thread is hung even after 60 seconds, continuing with stop");
+            OXR_ERROR_IN(stop, "looks like conn_renew_thread is hung even after 60 seconds, continuing with stop");
             return;
         }
-        OXR_INFO_IN(STOP, "iscsi connection renew thread is running, waiting to complete : retries %d", waits);
+        OXR_INFO_IN(stop, "iscsi connection renew thread is running, waiting to complete : retries %d", waits);
         oxr::wait_seconds(1);
     }
 }
@@ -105,17 +104,17 @@ int join_within_a_minute(pthread_t worker) {
 }
 
 int stop_worker(pthread_t worker, int (*join_it)(pthread_t)) OXR_REQUIRES(stop_mutex) {
-    OXR_INFO_IN(STOP, "Killing the worker thread - threadid = %" PRId64 ".", tid.load());
+    OXR_INFO_IN(stop, "Killing the worker thread - threadid = %" PRId64 ".", tid.load());
     if (const int result = oxr::request_stop(worker); result != 0) {
-        OXR_ERROR_IN(STOP, "%s, pthread_kill failed", oxr::error_text(result));
+        OXR_ERROR_IN(stop, "%s, pthread_kill failed", oxr::error_text(result));
         return -1;
     }
     if (const int result = join_it(worker); result != 0) {
-        OXR_ERROR_IN(STOP, "%s, pthread_join returned %d", oxr::error_text(result), result);
+        OXR_ERROR_IN(stop, "%s, pthread_join returned %d", oxr::error_text(result), result);
         return -1;
     }
     oxr::clear_stop_request();
-    OXR_INFO_IN(STOP, "do_work thread killed. pthread_join returned %d", 0);
+    OXR_INFO_IN(stop, "do_work thread killed. pthread_join returned %d", 0);
     return 0;
 }
 

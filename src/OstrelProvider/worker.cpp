@@ -22,10 +22,9 @@ oxr::Mutex lock_file_mutex;
 bool cycle_under_way OXR_GUARDED_BY(lock_file_mutex) = false;
 std::atomic<bool> worker_ended{false};
 
-// Messages of the worker's loop carry the name of its thread function.
-#define WORKER "do_work"
-
 namespace {
+
+constexpr LogOperation work = "do_work";
 
 // Who the worker is, for the signal handler.
 std::atomic<pthread_t> worker_self{0};
@@ -53,14 +52,14 @@ public:
 void read_configuration(ConfigValues& values) {
     const oxr::MutexLock lock(config_file_mutex);
     if (OSTREL_GetConfigValues(&values, CONFIG_NORMAL) < 0) {
-        OXR_ERROR_IN(WORKER, "Failed to get values from the config file. Using default value.");
+        OXR_ERROR_IN(work, "Failed to get values from the config file. Using default value.");
     }
     char filename[LOG_FILENAME_SIZE];
     set_log_filename(get_log_filename(filename));
 }
 
 void log_configuration(const ConfigValues& values) {
-    OXR_INFO_IN(WORKER,
+    OXR_INFO_IN(work,
                 "interval = %d, vol_sessions = %d, min_vol_sessions = %d, max_vol_sessions = %d worker_stop = %d "
                 "log_level = %d vmknic_count = %d, min_pe_sessions = %d, max_pe_sessions = %d, use_ostrel_timeouts = "
                 "%d, logs_path = %s.",
@@ -74,18 +73,18 @@ void log_configuration(const ConfigValues& values) {
 
 void run_pass_unless_held_off(const ConfigValues& values) {
     if (values.worker_stop != 0) {
-        OXR_INFO_IN(WORKER, "worker_stop = %d continue to sleep.", static_cast<int>(values.worker_stop));
+        OXR_INFO_IN(work, "worker_stop = %d continue to sleep.", static_cast<int>(values.worker_stop));
     } else if (renew_connections_running.load() != 0) {
-        OXR_INFO_IN(WORKER, "renewal connections(iscsi digest) in progress continue to sleep");
+        OXR_INFO_IN(work, "renewal connections(iscsi digest) in progress continue to sleep");
     } else {
         (void)handle_ostrel_connections(values);  // a failed pass is not retried early
     }
 }
 
 void sleep_until_next_cycle(const ConfigValues& values) {
-    OXR_INFO_IN(WORKER, "About to sleep for interval = %d seconds", static_cast<int>(values.interval));
+    OXR_INFO_IN(work, "About to sleep for interval = %d seconds", static_cast<int>(values.interval));
     oxr::wait_seconds(static_cast<long>(values.interval));
-    OXR_INFO_IN(WORKER, "Waking up after interval = %d seconds to poll Ostrel array connection",
+    OXR_INFO_IN(work, "Waking up after interval = %d seconds to poll Ostrel array connection",
                 static_cast<int>(values.interval));
 }
 

@@ -16,10 +16,9 @@
 #include "common/stop_point.h"
 #include "common/text.h"
 
-// Messages of the steps carry the name of the one operation they belong to.
-#define RENEWAL "OstrelHandleRenewIscsiConnections"
-
 namespace {
+
+constexpr LogOperation request = "OstrelHandleRenewIscsiConnections";
 
 constexpr int max_worker_stop_looks = 12;
 constexpr int seconds_between_worker_stop_looks = 5;
@@ -65,21 +64,21 @@ bool is_iqn(const char* text) {
 const char* check_targets(const CMPIArgs* in, RenewalArguments& arguments) {
     const CMPIData argument = oxr::get_argument(in, "targets");
     if (!is_string_array(argument)) {
-        OXR_ERROR_IN(RENEWAL, "%s - invalid parameter or missing attribute targets\n", "renew_iscsi_connections");
+        OXR_ERROR_IN(request, "%s - invalid parameter or missing attribute targets\n", "renew_iscsi_connections");
         return "renewIscsiConnections parameter \"targets\" missing or no targets specified";
     }
     arguments.targets = argument.value.array;
     arguments.num_targets = oxr::array_size(argument.value.array);
-    OXR_INFO_IN(RENEWAL, "target array size is %d", static_cast<int>(arguments.num_targets));
+    OXR_INFO_IN(request, "target array size is %d", static_cast<int>(arguments.num_targets));
     if (arguments.num_targets < 1) {
-        OXR_ERROR_IN(RENEWAL, "NULL target IQN list passed for changeIscsiDigest method");
+        OXR_ERROR_IN(request, "NULL target IQN list passed for changeIscsiDigest method");
         return "NULL target IQN list passed";
     }
     for (CMPICount i = 0; i < arguments.num_targets; ++i) {
         const char* const target = oxr::element_text(arguments.targets, i);
-        OXR_INFO_IN(RENEWAL, "target at index %d is %s", static_cast<int>(i), target != nullptr ? target : "(null)");
+        OXR_INFO_IN(request, "target at index %d is %s", static_cast<int>(i), target != nullptr ? target : "(null)");
         if (!is_iqn(target)) {
-            OXR_ERROR_IN(RENEWAL, "Invalid IQN passed for changeIscsiDigest method");
+            OXR_ERROR_IN(request, "Invalid IQN passed for changeIscsiDigest method");
             return "Invalid target IQN passed";
         }
     }
@@ -90,7 +89,7 @@ const char* check_targets(const CMPIArgs* in, RenewalArguments& arguments) {
 bool read_optional_text(const CMPIArgs* in, const char* name, const char*& text) {
     const CMPIData argument = oxr::get_argument(in, name);
     if (argument.type != CMPI_string) {
-        OXR_ERROR_IN(RENEWAL, "%s - invalid parameter or missing attribute devices\n", "RenewIscsiConnections");
+        OXR_ERROR_IN(request, "%s - invalid parameter or missing attribute devices\n", "RenewIscsiConnections");
         return false;
     }
     text = oxr::text_of(argument);
@@ -102,13 +101,13 @@ const char* check_parameter(const CMPIArgs* in, RenewalArguments& arguments) {
         return "RenewIscsiConnections parameter \"paramname\" missing or no targets specified";
     }
     if (arguments.paramname != nullptr) {
-        OXR_DEBUG_IN(RENEWAL, "got paramname %s", arguments.paramname);
+        OXR_DEBUG_IN(request, "got paramname %s", arguments.paramname);
     }
     if (!read_optional_text(in, "paramvalue", arguments.paramvalue)) {
         return "RenewIscsiConnections parameter \"paramValue\" missing or no targets specified";
     }
     if (arguments.paramvalue != nullptr) {
-        OXR_DEBUG_IN(RENEWAL, "got paramvalue %s", arguments.paramvalue);
+        OXR_DEBUG_IN(request, "got paramvalue %s", arguments.paramvalue);
     }
     return nullptr;
 }
@@ -119,7 +118,7 @@ bool read_worker_stop(std::uint32_t& worker_stop) {
     ConfigValues values;
     const oxr::MutexLock lock(config_file_mutex);
     if (OSTREL_GetConfigValues(&values, CONFIG_NORMAL) != 0) {
-        OXR_ERROR_IN(RENEWAL, "Failed to get values from the config file");
+        OXR_ERROR_IN(request, "Failed to get values from the config file");
         return false;
     }
     worker_stop = values.worker_stop;
@@ -166,7 +165,7 @@ Outcome wait_for_running_pass() {
 Outcome renew_targets(const RenewalArguments& arguments) OXR_REQUIRES(conn_renew_mutex) {
     const auto targets = oxr::make_zeroed_array<TargetIqn>(arguments.num_targets);
     if (targets == nullptr) {
-        OXR_ERROR_IN(RENEWAL, "can not allocate memory for %u targets", arguments.num_targets);
+        OXR_ERROR_IN(request, "can not allocate memory for %u targets", arguments.num_targets);
         return outcome_of(OXD_FAILED);
     }
     for (CMPICount i = 0; i < arguments.num_targets; ++i) {
@@ -199,7 +198,7 @@ void return_oxd_status(const CMPIArgs* out, std::uint32_t oxd_status) {
     if (out != nullptr) {
         (void)CMAddArg(out, "oxd_status", &oxd_status, CMPI_uint32);  // the log has the status too
     }
-    OXR_INFO_IN(RENEWAL, "returning oxd status %d", static_cast<int>(oxd_status));
+    OXR_INFO_IN(request, "returning oxd status %d", static_cast<int>(oxd_status));
 }
 
 }  // namespace

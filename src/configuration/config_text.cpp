@@ -8,26 +8,26 @@
 namespace {
 
 // One line of the file: its text in either form (null: no line there), and for a key's line the value's field.
-struct Line {
+struct ConfigLine {
     const char* created;
     const char* rewritten;
     std::uint32_t ConfigValues::*value = nullptr;
     bool is_path = false;
 };
 
-constexpr Line same(const char* text) {
+constexpr ConfigLine same(const char* text) {
     return {text, text};
 }
 
-constexpr Line value_line(const char* key, std::uint32_t ConfigValues::*value) {
+constexpr ConfigLine value_line(const char* key, std::uint32_t ConfigValues::*value) {
     return {key, key, value};
 }
 
-constexpr Line path_line(const char* key) {
+constexpr ConfigLine path_line(const char* key) {
     return {key, key, nullptr, true};
 }
 
-constexpr Line lines[] = {
+constexpr ConfigLine lines[] = {
     same("# interval: Interval at which OXR will poll for iSCSI connection updates"),
     same("# Minimum value: 60 seconds"),
     same("# Default value: 120 seconds"),
@@ -95,7 +95,8 @@ constexpr Line lines[] = {
     same(""),
 };
 
-int print_line(char* text, std::size_t capacity, const Line& line, const char* words, const ConfigValues& values) {
+int print_line(char* text, std::size_t capacity, const ConfigLine& line, const char* words,
+               const ConfigValues& values) {
     if (line.value != nullptr) {
         return std::snprintf(text, capacity, "%s=%u\n", words, values.*line.value);
     }
@@ -109,7 +110,7 @@ int print_line(char* text, std::size_t capacity, const Line& line, const char* w
 
 std::size_t compose_config(char (&text)[CONFIG_TEXT_SIZE], ConfigForm form, const ConfigValues& values) {
     std::size_t length = 0;
-    for (const Line& line : lines) {
+    for (const ConfigLine& line : lines) {
         const char* const words = form == ConfigForm::created ? line.created : line.rewritten;
         if (words != nullptr) {
             const int printed = print_line(text + length, sizeof text - length, line, words, values);

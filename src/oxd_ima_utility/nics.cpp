@@ -9,8 +9,7 @@
 
 namespace {
 
-// Messages of the count carry the name of its one operation.
-constexpr char count_operation[] = "get_num_nic";
+constexpr LogOperation counting = "get_num_nic";
 
 int count_local_addresses(const OstrelPspTransportAddrs& device) {
     UniqueIpAddress addresses[MAX_UNIQUE_IPS];
@@ -18,11 +17,11 @@ int count_local_addresses(const OstrelPspTransportAddrs& device) {
     for (std::int32_t i = 0; i < device.num_paths; ++i) {
         const OstrelPspTransportPath& path = device.paths[i];
         const oxr::FieldText initiator_addr(path.initiator_addr);
-        OXR_DEBUG_IN(count_operation, "path_name = %s, initiator_addr = %s", oxr::FieldText(path.path_name).c_str(),
+        OXR_DEBUG_IN(counting, "path_name = %s, initiator_addr = %s", oxr::FieldText(path.path_name).c_str(),
                      initiator_addr.c_str());
         add_to_unique_ip_address_list(addresses, initiator_addr.c_str(), count);
     }
-    OXR_INFO_IN(count_operation, "Found %d vmknics by looking at the initiator ips.", count);
+    OXR_INFO_IN(counting, "Found %d vmknics by looking at the initiator ips.", count);
     return count;
 }
 
@@ -33,19 +32,18 @@ int count_bound_nics(const AdapterName* adapters, int num_adapters) {
         const oxr::FieldText adapter_name(adapters[a]);
         IMA_OID lhba{};
         if (const int rv = iscsi_get_hba_oids(adapter_name.c_str(), &lhba, nullptr); rv != 0) {
-            OXR_ERROR_IN(count_operation, "iscsi_get_hba_oids returned rv = %d. adapter_name = %s", rv,
-                         adapter_name.c_str());
+            OXR_ERROR_IN(counting, "iscsi_get_hba_oids returned rv = %d. adapter_name = %s", rv, adapter_name.c_str());
             return -1;
         }
-        ImaList nics(OXR_MODULE, count_operation);
+        ImaList nics(OXR_MODULE, counting);
         if (const IMA_STATUS status = IMA_VMW_GetNicOidList(lhba, nics.out()); status != IMA_STATUS_SUCCESS) {
-            OXR_ERROR_IN(count_operation, "Unable to get nic list. Adapter name = %s", adapter_name.c_str());
-            do_print_ima_error_msg(status, __LINE__, count_operation, OXR_MODULE);
+            OXR_ERROR_IN(counting, "Unable to get nic list. Adapter name = %s", adapter_name.c_str());
+            do_print_ima_error_msg(status, __LINE__, counting, OXR_MODULE);
             return -1;
         }
         count += static_cast<int>(nics.size());
     }
-    OXR_INFO_IN(count_operation, "Found %d vmknics bound to the iSCSI adapters.", count);
+    OXR_INFO_IN(counting, "Found %d vmknics bound to the iSCSI adapters.", count);
     return count;
 }
 

@@ -12,14 +12,13 @@
 #include "oxd_ima_utility/oid_cache.h"
 #include "oxd_ima_utility/oid_lookup.h"
 
-// Messages of the removal carry the name of its one operation.
-#define REMOVAL "remove_iscsi_static_targets"
-
 namespace {
+
+constexpr LogOperation removal = "remove_iscsi_static_targets";
 
 // The static targets of one adapter and which of them are removed already.
 struct AdapterTargets {
-    ImaList list{OXR_MODULE, REMOVAL};
+    ImaList list{OXR_MODULE, removal};
     std::unique_ptr<bool[]> removed;
 };
 
@@ -52,7 +51,7 @@ void warn_of_lost_credentials(const IMA_OID& target, const StaticTargetEntry& en
     IMA_INITIATOR_AUTHPARMS parms{};
     if (IMA_VMW_GetInitiatorAuthParms(target, IMA_AUTHMETHOD_CHAP, &parms) == IMA_STATUS_SUCCESS &&
         parms.chapNameLength != 0) {
-        OXR_WARN_IN(REMOVAL,
+        OXR_WARN_IN(removal,
                     "CHAP is set for this static target name:%s, portal_ip:%s. It is going to be deleted and "
                     "credentials will be lost.",
                     oxr::FieldText(entry.target_iqn).c_str(), oxr::FieldText(entry.target_ip).c_str());
@@ -63,12 +62,12 @@ void warn_of_lost_credentials(const IMA_OID& target, const StaticTargetEntry& en
 int remove_matched(const IMA_OID& target, const StaticTargetEntry& entry, std::uint32_t port, bool& removed) {
     warn_of_lost_credentials(target, entry);
     if (const IMA_STATUS status = IMA_RemoveStaticDiscoveryTarget(target); status != IMA_STATUS_SUCCESS) {
-        OXR_ERROR_IN(REMOVAL, "Unable to remove the static target");
-        do_print_ima_error_msg(status, __LINE__, REMOVAL, OXR_MODULE);
+        OXR_ERROR_IN(removal, "Unable to remove the static target");
+        do_print_ima_error_msg(status, __LINE__, removal, OXR_MODULE);
         return -1;
     }
     removed = true;
-    OXR_INFO_IN(REMOVAL, "Successfully removed static target %s, ip = %s, port = %d",
+    OXR_INFO_IN(removal, "Successfully removed static target %s, ip = %s, port = %d",
                 oxr::FieldText(entry.target_iqn).c_str(), oxr::FieldText(entry.target_ip).c_str(),
                 static_cast<int>(port));
     invalidate_oid_record(target);
@@ -85,15 +84,14 @@ int remove_entry(AdapterTargets& targets, const StaticTargetEntry& entry, std::u
         IMA_STATIC_DISCOVERY_TARGET_PROPERTIES properties{};
         const IMA_STATUS status = IMA_VMW_GetStaticDiscoveryTargetProperties(targets.list[i], &properties);
         if (status != IMA_STATUS_SUCCESS) {
-            OXR_ERROR_IN(REMOVAL, "Unable to get the static target properties");
-            do_print_ima_error_msg(status, __LINE__, REMOVAL, OXR_MODULE);
+            OXR_ERROR_IN(removal, "Unable to get the static target properties");
+            do_print_ima_error_msg(status, __LINE__, removal, OXR_MODULE);
             result = -1;
         } else if (matches(properties.staticTarget, entry, port)) {
-            const int removal = remove_matched(targets.list[i], entry, port, targets.removed[i]);
-            return removal != 0 ? removal : result;
+            return remove_matched(targets.list[i], entry, port, targets.removed[i]) != 0 ? -1 : result;
         }
     }
-    OXR_WARN_IN(REMOVAL, "Static target to be removed not found");
+    OXR_WARN_IN(removal, "Static target to be removed not found");
     return result;
 }
 
@@ -101,16 +99,16 @@ int remove_entry(AdapterTargets& targets, const StaticTargetEntry& entry, std::u
 bool list_adapter_targets(const char* adapter_name, AdapterTargets& targets) {
     IMA_OID lhba{};
     if (const int rv = iscsi_get_hba_oids(adapter_name, &lhba, nullptr); rv != 0) {
-        OXR_ERROR_IN(REMOVAL, "iscsi_get_hba_oids returned rv = %d. adapter_name = %s", rv, adapter_name);
+        OXR_ERROR_IN(removal, "iscsi_get_hba_oids returned rv = %d. adapter_name = %s", rv, adapter_name);
         return false;
     }
     if (IMA_VMW_GetStaticDiscoveryTargetOidList(lhba, targets.list.out()) != IMA_STATUS_SUCCESS) {
-        OXR_ERROR_IN(REMOVAL, "Unable to get static target list.");
+        OXR_ERROR_IN(removal, "Unable to get static target list.");
         return false;
     }
     targets.removed = oxr::make_zeroed_array<bool>(targets.list.size());
     if (targets.removed == nullptr) {
-        OXR_ERROR_IN(REMOVAL, "can not allocate memory for the removed flags of %zu static targets.",
+        OXR_ERROR_IN(removal, "can not allocate memory for the removed flags of %zu static targets.",
                      static_cast<std::size_t>(targets.list.size()));
         return false;
     }

@@ -8,32 +8,23 @@
 #include <atomic>
 #include <cerrno>
 
-#include "OstrelConnections/renewal/renewal_state.h"
-#include "OstrelProvider/config.h"
 #include "OstrelProvider/worker.h"
-#include "support/log_lines.h"
+#include "support/engine.h"
 #include "support/service_test.h"
 
 namespace {
 
+using testing_support::errno_fault;
+using testing_support::lasting;
 using testing_support::Lines;
 
 std::atomic<int> host_signals{0};
-std::atomic<int> host_infos{0};
 
 class UsersTest : public testing_support::ServiceTest {
 protected:
     void init(ProviderMi mi = ProviderMi::service_instance) {
         hand_out(mi);
         OstrelProviderInit();
-    }
-    void wait_for_worker() { ASSERT_TRUE(host->wait_for_horizon(10)); }
-    // Blocks or unblocks SIGUSR1 in this thread.
-    static void block(int how) {
-        sigset_t signals;
-        sigemptyset(&signals);
-        sigaddset(&signals, SIGUSR1);
-        pthread_sigmask(how, &signals, nullptr);
     }
     static struct sigaction installed() {
         struct sigaction action {};
@@ -42,155 +33,90 @@ protected:
     }
 };
 
-TEST_F(UsersTest, EachFactoryPreparesAndOneWorkerRuns) {
-    init();
-    wait_for_worker();
-    const Lines first = said();
-    ASSERT_GE(first.size(), 3U);
-    EXPECT_EQ(first[0], "INFO OSTREL_CreateLogDir: Log dir exists. No need to create.");
-    EXPECT_EQ(first[1], "INFO OstrelProviderInit: Initializing the provider.");
-    EXPECT_EQ(first[2], "INFO OstrelProviderInit: Calling StartService.");
-    EXPECT_EQ(host->calls("pthread_mutex_init"), 5U);
-    init(ProviderMi::service_method);
-    EXPECT_EQ(said(), (Lines{"INFO OSTREL_CreateLogDir: Log dir exists. No need to create.",
-                             "INFO OstrelProviderInit: Initializing the provider.",
-                             "INFO OstrelProviderInit: Calling StartService.",
-                             "INFO StartService: Worker thread exists; no need to create."}));
-    EXPECT_EQ(host->calls("pthread_mutex_init"), 5U);
-    EXPECT_EQ(host->calls("pthread_create"), 1U);
+TEST_F(UsersTest, TheFirstOneStartsTheWorkerAndTheLastOneStopsIt) {
+    const struct sigaction before = installed();
+    for (const std::uint64_t round : {1, 2}) {
+        SCOPED_TRACE(round);
+        init(ProviderMi::setting_instance);
+        init();
+        init();  // handed out twice, one user all the same
+        ASSERT_TRUE(host->wait_for_horizon(10));
+        EXPECT_EQ(host->calls("pthread_create"), round);
+        give_back(ProviderMi::service_instance);
+        give_back(ProviderMi::profile_instance);  // no user
+        EXPECT_NE(oxr_thread, 0U);
+        EXPECT_EQ(host->calls("pthread_mutex_destroy"), 5 * (round - 1));
+        give_back(ProviderMi::setting_instance);
+        give_back(ProviderMi::setting_instance);  // again: nothing left to do
+        EXPECT_EQ(oxr_thread, 0U);
+        EXPECT_EQ(host->calls("pthread_mutex_destroy"), 5 * round);
+        EXPECT_EQ(host->calls("pthread_mutex_init"), 5 * round);
+        EXPECT_EQ(installed().sa_handler, before.sa_handler);
+    }
 }
 
 TEST_F(UsersTest, AFailedPreparationStartsNothingAndCanBeTriedAgain) {
-    const std::string mutex = "ERROR OstrelProviderInit: pthread_mutex_init returned 12";
     const struct {
-        simhost::Fault fault;
-        std::string message;
+        const char* operation;
+        std::uint64_t nth;  // fails, and every later one
+        std::string error;
     } cases[] = {
-        {testing_support::failing_with("pthread_mutex_init", ENOMEM), mutex},
-        {testing_support::failing_with("pthread_mutex_init", ENOMEM), mutex + " for config_file_mutex"},
-        {testing_support::failing_with("pthread_mutex_init", ENOMEM), mutex + " for lock_file_mutex"},
-        {testing_support::failing_with("pthread_mutex_init", ENOMEM), mutex + " for conn_renew_mutex"},
-        {testing_support::failing_with("pthread_mutex_init", ENOMEM), mutex + " for start_service_mutex"},
-        {testing_support::failing_with("sigaction", EINVAL),
-         "ERROR OstrelProviderInit: sigaction returned -1, Invalid argument"},
-        {testing_support::failing("pthread_create"),
-         "ERROR OstrelProviderInit: Could not create worker thread in StartService()."},
+        {"pthread_mutex_init", 1, "pthread_mutex_init returned 12"},
+        {"pthread_mutex_init", 2, "pthread_mutex_init returned 12 for config_file_mutex"},
+        {"pthread_mutex_init", 3, "pthread_mutex_init returned 12 for lock_file_mutex"},
+        {"pthread_mutex_init", 4, "pthread_mutex_init returned 12 for conn_renew_mutex"},
+        {"pthread_mutex_init", 5, "pthread_mutex_init returned 12 for start_service_mutex"},
+        {"sigaction", 1, "sigaction returned -1, Cannot allocate memory"},
     };
-    host->write_file(OSTREL_CONFIG_FILE, "#\nostrel_logs_path=/var/log/ostrel\n");
-    std::uint64_t nth = 1;
-    for (auto each : cases) {
-        SCOPED_TRACE(each.message);
-        if (each.fault.operation == "pthread_mutex_init") {
-            each.fault.nth = nth++;
-            host->fail(each.fault);
-            each.fault.nth = 6;  // a failed one is tried once more
-        }
-        host->fail(each.fault);
+    for (const auto& each : cases) {
+        host->fail(lasting(errno_fault(each.operation, ENOMEM, each.nth)));
         init();
-        EXPECT_EQ(oxr_thread, 0U);
-        EXPECT_EQ(said("ERROR").back(), each.message);
-        give_back(ProviderMi::service_instance);
         host->clear_faults();
-        (void)said();
+        give_back(ProviderMi::service_instance);
+        EXPECT_EQ(said("ERROR"), Lines{"ERROR OstrelProviderInit: " + each.error});
+        EXPECT_EQ(host->calls("pthread_create"), 0U);
     }
     init();
     EXPECT_NE(oxr_thread, 0U);
 }
 
-TEST_F(UsersTest, TheLastUserStopsTheWorkerAndDestroysTheMutexes) {
-    const struct sigaction before = installed();
-    for (int round = 1; round <= 3; ++round) {
-        SCOPED_TRACE(round);
-        hand_out(ProviderMi::setting_instance);
-        init();
-        init();  // handed out twice, one user all the same
-        wait_for_worker();
-        give_back(ProviderMi::service_instance);
-        EXPECT_NE(oxr_thread, 0U);
-        EXPECT_EQ(host->calls("pthread_mutex_destroy"), 5U * static_cast<unsigned>(round - 1));
-        give_back(ProviderMi::profile_instance);  // no user
-        EXPECT_NE(oxr_thread, 0U);
-        give_back(ProviderMi::setting_instance);
-        EXPECT_EQ(oxr_thread, 0U);
-        EXPECT_EQ(host->calls("pthread_mutex_destroy"), 5U * static_cast<unsigned>(round));
-        EXPECT_EQ(host->calls("pthread_mutex_init"), 5U * static_cast<unsigned>(round));
-        EXPECT_EQ(installed().sa_handler, before.sa_handler);
-        give_back(ProviderMi::setting_instance);  // again: nothing left to do
-        EXPECT_EQ(host->calls("pthread_mutex_destroy"), 5U * static_cast<unsigned>(round));
-    }
-}
-
-TEST_F(UsersTest, FailedDestructionsAreTold) {
+TEST_F(UsersTest, AMutexThatCannotBeDestroyedStaysAsItIs) {
     hand_out(ProviderMi::service_instance);
-    OstrelProviderInit();
-    wait_for_worker();
-    EXPECT_EQ(StopService(), 0);
-    (void)said();
-    simhost::Fault fault = testing_support::failing_with("pthread_mutex_destroy", EBUSY);
-    fault.persistent = true;
-    host->fail(fault);
+    host->fail(lasting(errno_fault("pthread_mutex_destroy", EBUSY)));
     give_back(ProviderMi::service_instance);
-    const std::string destroy = "ERROR OstrelProviderCleanup: ";
-    EXPECT_EQ(said(),
-              (Lines{destroy + "pthread_mutex_destroy returned 16", destroy + "pthread_mutex_destroy returned 16",
-                     destroy + "pthread_mutex_destroy returned 16", destroy + "lock_file_mutex destroy returned 16",
-                     destroy + "conn_renew_mutex destroy returned 16"}));
+    EXPECT_EQ(said("ERROR OstrelProviderCleanup").size(), 5U);
     host->clear_faults();
     hand_out(ProviderMi::service_instance);  // whoever holds one still has it
     EXPECT_EQ(host->calls("pthread_mutex_init"), 5U);
     give_back(ProviderMi::service_instance);
 }
 
-// A signal may come a moment later: from the worker that gives it back, or held up by a sanitizer.
-int settled(const std::atomic<int>& count, int expected) {
-    for (int waits = 0; count < expected && waits < 5000; ++waits) {
+// A signal may come a moment later, held up by a sanitizer.
+int signals_after(int expected) {
+    for (int waits = 0; host_signals < expected && waits < 5000; ++waits) {
         poll(nullptr, 0, 1);
     }
-    return count;
+    return host_signals;
 }
 
 TEST_F(UsersTest, ASignalToTheProcessReachesTheHostsOwnHandler) {
     struct sigaction own {};
-    for (const bool with_info : {false, true}) {
-        SCOPED_TRACE(with_info);
-        if (with_info) {
-            own.sa_flags = SA_SIGINFO;
-            own.sa_sigaction = [](int signal, siginfo_t* info, void*) {
-                host_infos += info != nullptr && info->si_signo == signal ? 1 : 1000;
-                errno = EINVAL;
-            };
-        } else {
-            own.sa_handler = [](int signal) { host_signals += signal == SIGUSR1 ? 1 : 1000; };
-        }
-        sigaction(SIGUSR1, &own, nullptr);
-        init();
-        init(ProviderMi::service_method);  // our own handler is not taken for the host's
-        wait_for_worker();
-        std::atomic<int>& count = with_info ? host_infos : host_signals;
-        errno = EBUSY;
-        kill(getpid(), SIGUSR1);
-        const int error = errno;
-        EXPECT_EQ(error, EBUSY) << "of what the signal interrupted";
-        EXPECT_EQ(settled(count, 1), 1);
-
-        // With every other thread blocking it, the signal finds the sleeping worker.
-        block(SIG_BLOCK);
-        kill(getpid(), SIGUSR1);
-        poll(nullptr, 0, 5);
-        block(SIG_UNBLOCK);
-        EXPECT_EQ(settled(count, 2), 2);
-        EXPECT_NE(oxr_thread, 0U);
-        EXPECT_EQ(testing_support::count_lines(host->log(), "", "sigusr1_handler", ""), 0);
-        host->set_horizon(host->now() + 1e6);
-        EXPECT_EQ(StopService(), 0);
-        host->set_horizon(host->now());
-        EXPECT_EQ(count, 2);
-        give_back(ProviderMi::service_instance);
-        give_back(ProviderMi::service_method);
-        kill(getpid(), SIGUSR1);
-        EXPECT_EQ(settled(count, 3), 3);
-        (void)said();
-    }
+    own.sa_flags = SA_SIGINFO;
+    own.sa_sigaction = [](int signal, siginfo_t* info, void*) {
+        host_signals += info != nullptr && info->si_signo == signal ? 1 : 1000;
+        errno = EINVAL;
+    };
+    sigaction(SIGUSR1, &own, nullptr);
+    init();
+    init();  // our own handler is not taken for the host's
+    errno = EBUSY;
+    kill(getpid(), SIGUSR1);
+    const int error = errno;
+    EXPECT_EQ(error, EBUSY) << "of what the signal interrupted";
+    EXPECT_EQ(signals_after(1), 1);
+    give_back(ProviderMi::service_instance);
+    kill(getpid(), SIGUSR1);
+    EXPECT_EQ(signals_after(2), 2);
 }
 
 TEST_F(UsersTest, ASignalThatTheHostIgnoresOrDiesOfDoesTheSame) {
@@ -205,10 +131,7 @@ TEST_F(UsersTest, ASignalThatTheHostIgnoresOrDiesOfDoesTheSame) {
         }
         int status = 0;
         ASSERT_EQ(waitpid(child, &status, 0), child);
-        EXPECT_EQ(ignored ? WIFEXITED(status) && WEXITSTATUS(status) == 7
-                          : WIFSIGNALED(status) && WTERMSIG(status) == SIGUSR1,
-                  true)
-            << ignored << ' ' << status;
+        EXPECT_EQ(status, ignored ? W_EXITCODE(7, 0) : W_EXITCODE(0, SIGUSR1));
     }
 }
 

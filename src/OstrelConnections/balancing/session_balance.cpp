@@ -12,9 +12,8 @@
 
 namespace {
 
-// Messages of balancing and of the protection carry the names of their operations.
-constexpr char balancing[] = "handle_num_sessions";
-constexpr char protection[] = "exclude_active_array_sessions_from_remove";
+constexpr LogOperation balancing = "handle_num_sessions";
+constexpr LogOperation protection = "exclude_active_array_sessions_from_remove";
 
 int add_missing_sessions(const char* target_iqn, const TargetDtls* records, int num_records, int num_missing, int room,
                          int& num_system_sessions, std::int32_t& ioctl_required) {

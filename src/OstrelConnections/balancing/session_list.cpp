@@ -9,8 +9,7 @@
 
 namespace {
 
-// Messages of the grouping carry the name of its one operation.
-constexpr char grouping[] = "create_session_list";
+constexpr LogOperation grouping = "create_session_list";
 
 bool is_left_out(const TargetDtls& record, int ignore_xpt_wait) {
     if (record.session_type == SESSION_STATIC ||

@@ -12,8 +12,7 @@
 
 namespace {
 
-// Messages of the inventory carry the name of its one operation.
-constexpr char inventory[] = "populate_oxr_sessions";
+constexpr LogOperation inventory = "populate_oxr_sessions";
 
 // What became of one session of the list.
 enum class Recorded { yes, skipped, void_inventory };

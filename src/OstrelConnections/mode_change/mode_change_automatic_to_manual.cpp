@@ -6,8 +6,7 @@
 
 namespace {
 
-// Messages of the procedure carry the name of its one operation.
-constexpr char procedure[] = "handle_automatic_to_manual_mode_change";
+constexpr LogOperation procedure = "handle_automatic_to_manual_mode_change";
 
 // Thins out the dynamic sessions, volume by volume, until a stop is asked for. -1 when the sessions of a volume can't
 // be read; volumes before it keep what was done to them.
@@ -40,8 +39,7 @@ void log_failed_rediscovery() {
     OXR_ERROR_IN(procedure, "rediscover failed.");
 }
 
-// The final removal's operation.
-constexpr char removal[] = "remove_all_dynamic_mode_targets";
+constexpr LogOperation removal = "remove_all_dynamic_mode_targets";
 
 void log_missing_static_session(const char*) {
     OXR_ERROR_IN(removal, "no static(manual) sessions exist for this lun. Will not delete the target");

@@ -5,8 +5,7 @@
 
 namespace {
 
-// Messages of the procedure carry the name of its one operation.
-constexpr char procedure[] = "handle_manual_to_automatic_mode_change";
+constexpr LogOperation procedure = "handle_manual_to_automatic_mode_change";
 
 // Puts all target addresses but the busiest into the remove list: the volume keeps its static paths over that
 // one until dynamic ones exist.
@@ -90,8 +89,7 @@ int replace_targets_but_busiest(const mode_change_info* changes, int num_changes
     return 0;
 }
 
-// The final removal's operation.
-constexpr char removal[] = "remove_all_static_targets";
+constexpr LogOperation removal = "remove_all_static_targets";
 
 void log_missing_dynamic_session(const char* target_iqn) {
     OXR_ERROR_IN(removal, "no dynamic(automatic) session present for target %s", target_iqn);

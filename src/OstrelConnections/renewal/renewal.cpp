@@ -84,19 +84,19 @@ std::uint32_t status_of_renewal(const char* operation, const char* target_iqn, c
 
 // --- general renewal --------------------------------------------------------------------------------------
 
-#define GENERAL_RENEWAL "handleGeneralConnectionRenewal"
+constexpr LogOperation general_renewal = "handleGeneralConnectionRenewal";
 
 std::uint32_t renew_all_sessions(const char* target_iqn, RenewalBuffers& buffers) OXR_REQUIRES(conn_renew_mutex) {
     RenewalRequest& request = buffers.run->request;
     request = {};
     OxrLun& lun = request.lun;
     const TargetDtls* const details = buffers.details.get();
-    if (const std::uint32_t status = read_target(GENERAL_RENEWAL, target_iqn, lun, buffers.details.get());
+    if (const std::uint32_t status = read_target(general_renewal, target_iqn, lun, buffers.details.get());
         status != OXD_SUCCESS) {
         return status;
     }
     if (lun.num_sessions == 1) {
-        return refuse_single_session(GENERAL_RENEWAL, target_iqn);
+        return refuse_single_session(general_renewal, target_iqn);
     }
     for (int i = 0; i < lun.num_sessions; ++i) {
         if (is_logged_in(details[i])) {
@@ -104,25 +104,25 @@ std::uint32_t renew_all_sessions(const char* target_iqn, RenewalBuffers& buffers
         }
     }
     if (request.session_count < lun.num_sessions || request.session_count == 0) {
-        return refuse_failed_sessions(GENERAL_RENEWAL, lun);
+        return refuse_failed_sessions(general_renewal, lun);
     }
     if (get_unique_ip_from_session_list(request.sessions, request.session_count, "local") < 2) {
-        return refuse_single_vmknic(GENERAL_RENEWAL);
+        return refuse_single_vmknic(general_renewal);
     }
-    OXR_DEBUG_IN(GENERAL_RENEWAL, "calling thread renew_iscsi_connections");
-    if (!run_renewal_thread(GENERAL_RENEWAL, *buffers.run)) {
+    OXR_DEBUG_IN(general_renewal, "calling thread renew_iscsi_connections");
+    if (!run_renewal_thread(general_renewal, *buffers.run)) {
         return OXD_FAILED;
     }
-    const std::uint32_t status = status_of_renewal(GENERAL_RENEWAL, target_iqn, request);
+    const std::uint32_t status = status_of_renewal(general_renewal, target_iqn, request);
     if (status == OXD_SUCCESS) {
-        OXR_INFO_IN(GENERAL_RENEWAL, "Connections renewed successfully for target %s", target_iqn);
+        OXR_INFO_IN(general_renewal, "Connections renewed successfully for target %s", target_iqn);
     }
     return status;
 }
 
 // --- digest change ----------------------------------------------------------------------------------------
 
-#define DIGEST_CHANGE "handleChangeIscsiDigest"
+constexpr LogOperation digest_change = "handleChangeIscsiDigest";
 
 // A failed lookup counts as on.
 bool has_digests(const TargetDtls& session) {
@@ -145,7 +145,7 @@ int select_sessions_to_change(const TargetDtls* details, bool enable, RenewalReq
 }
 
 std::uint32_t check_digests(const char* target_iqn, bool enable, OxrLun& lun, TargetDtls* details) {
-    if (const std::uint32_t status = read_sessions(DIGEST_CHANGE, target_iqn, lun, details); status != OXD_SUCCESS) {
+    if (const std::uint32_t status = read_sessions(digest_change, target_iqn, lun, details); status != OXD_SUCCESS) {
         return status;
     }
     for (int i = 0; i < lun.num_sessions; ++i) {
@@ -153,10 +153,10 @@ std::uint32_t check_digests(const char* target_iqn, bool enable, OxrLun& lun, Ta
             continue;
         }
         if (enable) {
-            OXR_ERROR_IN(DIGEST_CHANGE, "iSCSI digest not enabled for target %s even after connection renewal",
+            OXR_ERROR_IN(digest_change, "iSCSI digest not enabled for target %s even after connection renewal",
                          target_iqn);
         } else {
-            OXR_ERROR_IN(DIGEST_CHANGE, "iSCSI digest not disabled for target %s even after connection renewal",
+            OXR_ERROR_IN(digest_change, "iSCSI digest not disabled for target %s even after connection renewal",
                          target_iqn);
         }
         return OXD_FAILED;
@@ -171,40 +171,40 @@ std::uint32_t change_digests(const char* target_iqn, bool enable, RenewalBuffers
     request = {};
     OxrLun& lun = request.lun;
     TargetDtls* const details = buffers.details.get();
-    if (const std::uint32_t status = read_target(DIGEST_CHANGE, target_iqn, lun, details); status != OXD_SUCCESS) {
+    if (const std::uint32_t status = read_target(digest_change, target_iqn, lun, details); status != OXD_SUCCESS) {
         return status;
     }
     if (lun.num_sessions == 1) {
-        return refuse_single_session(DIGEST_CHANGE, target_iqn);
+        return refuse_single_session(digest_change, target_iqn);
     }
     const int logged_in = select_sessions_to_change(details, enable, request);
     if (logged_in == 0) {
-        return refuse_failed_sessions(DIGEST_CHANGE, lun);
+        return refuse_failed_sessions(digest_change, lun);
     }
     if (request.session_count == 0) {
-        OXR_INFO_IN(DIGEST_CHANGE, "iSCSI digest change is already applied for device %s",
+        OXR_INFO_IN(digest_change, "iSCSI digest change is already applied for device %s",
                     oxr::FieldText(lun.device_eui).c_str());
         unchanged = true;
         return OXD_SUCCESS;
     }
     if (logged_in == 1) {
-        return refuse_single_session(DIGEST_CHANGE, target_iqn);
+        return refuse_single_session(digest_change, target_iqn);
     }
     if (get_unique_ip_from_session_list(details, lun.num_sessions, "local") < 2) {
-        return refuse_single_vmknic(DIGEST_CHANGE);
+        return refuse_single_vmknic(digest_change);
     }
-    OXR_DEBUG_IN(DIGEST_CHANGE, "create thread for renewing connections");
-    if (!run_renewal_thread(DIGEST_CHANGE, *buffers.run)) {
+    OXR_DEBUG_IN(digest_change, "create thread for renewing connections");
+    if (!run_renewal_thread(digest_change, *buffers.run)) {
         return OXD_FAILED;
     }
-    OXR_INFO_IN(DIGEST_CHANGE, "renew_iscsi_connections completed for target_iqn %s", target_iqn);
-    if (const std::uint32_t status = status_of_renewal(DIGEST_CHANGE, target_iqn, request); status != OXD_SUCCESS) {
+    OXR_INFO_IN(digest_change, "renew_iscsi_connections completed for target_iqn %s", target_iqn);
+    if (const std::uint32_t status = status_of_renewal(digest_change, target_iqn, request); status != OXD_SUCCESS) {
         return status;
     }
     if (const std::uint32_t status = check_digests(target_iqn, enable, lun, details); status != OXD_SUCCESS) {
         return status;
     }
-    OXR_INFO_IN(DIGEST_CHANGE, "iSCSI digest successfully %s for target %s", enable ? "enabled" : "disabled",
+    OXR_INFO_IN(digest_change, "iSCSI digest successfully %s for target %s", enable ? "enabled" : "disabled",
                 target_iqn);
     return OXD_SUCCESS;
 }

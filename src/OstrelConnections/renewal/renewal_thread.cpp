@@ -12,10 +12,9 @@
 #include "common/text.h"
 #include "oxd_ima_utility/session_operations.h"
 
-// Messages of the steps carry the name of the one operation they belong to.
-#define RENEWAL "renew_iscsi_connections"
-
 namespace {
+
+constexpr LogOperation renewing = "renew_iscsi_connections";
 
 constexpr long poll_milliseconds = 100;
 constexpr int max_session_checks = 601;
@@ -48,29 +47,29 @@ std::uint32_t read_initial_path_count(Renewal& renewal) {
     if (renewal.group_scoped) {
         renewal.group_scoped_target = oxr::make_zeroed<OstrelPspGroupScopedTarget>();
         if (renewal.group_scoped_target == nullptr) {
-            OXR_ERROR_IN(RENEWAL, "Allocation failed for get group scoped target info data");
+            OXR_ERROR_IN(renewing, "Allocation failed for get group scoped target info data");
             return OXD_FAILED;
         }
         const int result = getGroupScopedTargetInfoByIqn(*renewal.group_scoped_target, renewal.iqn());
         if (result != 0) {
-            OXR_ERROR_IN(RENEWAL, "Unable to get device information with target_iqn %s", renewal.iqn());
+            OXR_ERROR_IN(renewing, "Unable to get device information with target_iqn %s", renewal.iqn());
             return oxd_status_of_lookup(result);
         }
         renewal.initial_paths = renewal.group_scoped_target->total_active_paths;
     }
-    OXR_INFO_IN(RENEWAL, "Initial active path count to target %s is %d", renewal.iqn(), renewal.initial_paths);
+    OXR_INFO_IN(renewing, "Initial active path count to target %s is %d", renewal.iqn(), renewal.initial_paths);
     return OXD_SUCCESS;
 }
 
 std::uint32_t allocate_buffers(Renewal& renewal) {
     renewal.volume = oxr::make_zeroed<OxrLun>();
     if (renewal.volume == nullptr) {
-        OXR_ERROR_IN(RENEWAL, "Allocation failed for get device info data");
+        OXR_ERROR_IN(renewing, "Allocation failed for get device info data");
         return OXD_FAILED;
     }
     renewal.details = oxr::make_zeroed_array<TargetDtls>(MAX_SESSIONS_PER_TARGET);
     if (renewal.details == nullptr) {
-        OXR_ERROR_IN(RENEWAL, "Allocation failed for session details");
+        OXR_ERROR_IN(renewing, "Allocation failed for session details");
         return OXD_FAILED;
     }
     return OXD_SUCCESS;
@@ -83,7 +82,7 @@ std::uint32_t wait_until_gone(const Renewal& renewal, const char* adapter, const
         if (isSessionStillPresent(adapter, renewal.iqn(), isid) == 0) {
             return OXD_SUCCESS;
         }
-        OXR_ERROR_IN(RENEWAL, "session still present after removal, vmhba %s target %s isid %s : retries %d", adapter,
+        OXR_ERROR_IN(renewing, "session still present after removal, vmhba %s target %s isid %s : retries %d", adapter,
                      renewal.iqn(), isid, retries);
         wait_for_next_poll();
     }
@@ -95,7 +94,7 @@ std::uint32_t log_session_out(const Renewal& renewal, TargetDtls& session) {
     const oxr::FieldText adapter(session.vmhba_name);
     const oxr::FieldText isid(session.isid);
     if (remove_session(adapter.c_str(), renewal.iqn(), isid.c_str()) != 0) {
-        OXR_ERROR_IN(RENEWAL, "unable to remove sessions for adapter %s target %s isid %s", adapter.c_str(),
+        OXR_ERROR_IN(renewing, "unable to remove sessions for adapter %s target %s isid %s", adapter.c_str(),
                      renewal.iqn(), isid.c_str());
         return OXD_SESSION_REMOVAL_FAILED;
     }
@@ -130,7 +129,7 @@ std::uint32_t log_duplicates_out(const Renewal& renewal, int first, int& removed
 std::uint32_t create_session(const Renewal& renewal, const TargetDtls& model, const char* isid) {
     const oxr::FieldText adapter(model.vmhba_name);
     if (create_sessions(adapter.c_str(), renewal.iqn(), isid) != 0) {
-        OXR_ERROR_IN(RENEWAL, "unable to create sessions for adapter %s target %s", adapter.c_str(), renewal.iqn());
+        OXR_ERROR_IN(renewing, "unable to create sessions for adapter %s target %s", adapter.c_str(), renewal.iqn());
         return OXD_SESSION_CREATION_FAILED;
     }
     return OXD_SUCCESS;
@@ -145,13 +144,13 @@ int read_details(Renewal& renewal) {
 std::uint32_t read_details_with_retries(Renewal& renewal) {
     for (int attempt = 1; read_details(renewal) != 0; ++attempt) {
         if (attempt == max_inventory_attempts) {
-            OXR_ERROR_IN(RENEWAL, "unable to obtain sessions for target %s after %d retries", renewal.iqn(), attempt);
+            OXR_ERROR_IN(renewing, "unable to obtain sessions for target %s after %d retries", renewal.iqn(), attempt);
             return OXD_FAILED;
         }
-        OXR_ERROR_IN(RENEWAL, "Failed to obtain sessions for target %s, retry %d", renewal.iqn(), attempt);
+        OXR_ERROR_IN(renewing, "Failed to obtain sessions for target %s, retry %d", renewal.iqn(), attempt);
         wait_for_next_poll();
     }
-    OXR_DEBUG_IN(RENEWAL, "obtained lun sessions");
+    OXR_DEBUG_IN(renewing, "obtained lun sessions");
     return OXD_SUCCESS;
 }
 
@@ -175,7 +174,7 @@ std::uint32_t wait_for_new_session(Renewal& renewal, const TargetDtls& renewed, 
         if (parent != nullptr) {
             return OXD_SUCCESS;
         }
-        OXR_ERROR_IN(RENEWAL,
+        OXR_ERROR_IN(renewing,
                      "Either parent session with local_ip %s not appeared after creation or still not in logged_in "
                      "state: retries %d",
                      oxr::FieldText(renewed.current_local_ip).c_str(), retries);
@@ -209,7 +208,7 @@ std::uint32_t log_in_again(Renewal& renewal, const TargetDtls& renewed, int dupl
             return status;
         }
     }
-    OXR_DEBUG_IN(RENEWAL, "created duplicate sessions");
+    OXR_DEBUG_IN(renewing, "created duplicate sessions");
     return OXD_SUCCESS;
 }
 
@@ -218,12 +217,12 @@ std::uint32_t log_in_again(Renewal& renewal, const TargetDtls& renewed, int dupl
 std::uint32_t rescan_adapter(const TargetDtls& renewed) {
     const int result = rescan_ioctl(&renewed.vmhba_name, 1);
     if (result == OSTREL_PSP_IOCTL_ERROR_RESCAN_ADAPTER_BUSY) {
-        OXR_ERROR_IN(RENEWAL, "Adapter rescan is already in progress on %s, continue..",
+        OXR_ERROR_IN(renewing, "Adapter rescan is already in progress on %s, continue..",
                      oxr::FieldText(renewed.vmhba_name).c_str());
     } else if (result != 0) {
         return OXD_PATH_DISCOVERY_FAILED;
     }
-    OXR_INFO_IN(RENEWAL, "path rescan complete after session addition");
+    OXR_INFO_IN(renewing, "path rescan complete after session addition");
     return OXD_SUCCESS;
 }
 
@@ -231,19 +230,19 @@ std::uint32_t read_path_count(Renewal& renewal, int& paths) {
     if (renewal.group_scoped) {
         const int result = getGroupScopedTargetInfoByIqn(*renewal.group_scoped_target, renewal.iqn());
         if (result != 0) {
-            OXR_ERROR_IN(RENEWAL, "Unable to get device information with group scoped target_iqn %s", renewal.iqn());
+            OXR_ERROR_IN(renewing, "Unable to get device information with group scoped target_iqn %s", renewal.iqn());
             return oxd_status_of_lookup(result);
         }
         paths = renewal.group_scoped_target->total_active_paths;
     } else {
         const int result = getDeviceInfoByTargetIqn(*renewal.volume, renewal.iqn());
         if (result != 0) {
-            OXR_ERROR_IN(RENEWAL, "Unable to get device information with target_iqn %s", renewal.iqn());
+            OXR_ERROR_IN(renewing, "Unable to get device information with target_iqn %s", renewal.iqn());
             return oxd_status_of_lookup(result);
         }
         paths = renewal.volume->num_active_paths;
     }
-    OXR_INFO_IN(RENEWAL, "PSP returned active path count after renewal is %d", paths);
+    OXR_INFO_IN(renewing, "PSP returned active path count after renewal is %d", paths);
     return OXD_SUCCESS;
 }
 
@@ -257,13 +256,13 @@ std::uint32_t wait_for_paths(Renewal& renewal) {
             return OXD_SUCCESS;
         }
         if (retries == max_path_retries) {
-            OXR_ERROR_IN(RENEWAL,
+            OXR_ERROR_IN(renewing,
                          "path did not get added even after %d retries, aborting the connection renewal for target %s",
                          retries, renewal.iqn());
             return OXD_PATH_DISCOVERY_FAILED;
         }
         wait_for_next_poll();
-        OXR_INFO_IN(RENEWAL, "path did not get added after create_session : retry %d", retries);
+        OXR_INFO_IN(renewing, "path did not get added after create_session : retry %d", retries);
     }
 }
 
@@ -287,7 +286,7 @@ std::uint32_t renew_local_address(Renewal& renewal, int first) {
         status = wait_for_paths(renewal);
     }
     if (status == OXD_SUCCESS) {
-        OXR_DEBUG_IN(RENEWAL, "done renewal with local_ip %s, continuing to next local ip",
+        OXR_DEBUG_IN(renewing, "done renewal with local_ip %s, continuing to next local ip",
                      oxr::FieldText(session.current_local_ip).c_str());
     }
     return status;
@@ -303,7 +302,7 @@ std::uint32_t renew_every_local_address(Renewal& renewal) {
             return status;
         }
     }
-    OXR_INFO_IN(RENEWAL, "connection renewal is successful for device %s target %s",
+    OXR_INFO_IN(renewing, "connection renewal is successful for device %s target %s",
                 oxr::FieldText(request.lun.device_eui).c_str(), renewal.iqn());
     return OXD_SUCCESS;
 }
