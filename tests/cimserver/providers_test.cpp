@@ -265,6 +265,7 @@ TEST_F(Providers, MethodsOfASettingAnswerForEveryArgument) {
         {RENEW, renew_all(array(CMPI_uint32A, {number})), no_targets},
         {RENEW, renew_all(array(CMPI_stringA, {})), "4 NULL target IQN list passed"},
         {RENEW, renew_all(array(CMPI_instanceA, {})), "4 NULL target IQN list passed"},
+        {RENEW, renew_all(array(CMPI_ARRAY, {})), "4 NULL target IQN list passed"},
         {RENEW, renew_all(text_list({"IQN.a"})), no_iqn},
         {RENEW, renew_all(text_list({"iqn.a", ""})), no_iqn},
         {RENEW, renew_all(array(CMPI_stringA, {null_text})), no_iqn},
