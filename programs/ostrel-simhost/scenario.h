@@ -25,7 +25,7 @@
 #include <variant>
 #include <vector>
 
-#include "config_values.h"
+#include "config_file.h"
 #include "fields.h"
 #include "simhost/host.h"
 

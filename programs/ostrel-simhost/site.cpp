@@ -200,7 +200,7 @@ void Site::run(simhost::Host& host, const Action& action) {
                        }
                        for (const auto& [key, value] : a.changes) {
                            text = with_config_value(text, key, value);
-                           if (key == CONFIG_LOGS_PATH_KEY) {
+                           if (key == LOGS_PATH_KEY) {
                                host.write_file(value + "/.folder", "");
                            }
                        }
