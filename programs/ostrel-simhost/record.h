@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "config_values.h"
+#include "config_file.h"
 #include "simhost/host.h"
 
 namespace program {

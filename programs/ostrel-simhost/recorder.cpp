@@ -13,6 +13,10 @@ namespace {
 constexpr std::array<std::string_view, 4> LEVEL_WORDS = {"ERROR", "WARN", "INFO", "DEBUG"};
 constexpr std::array<int, 4> LEVEL_NUMBERS = {0, 0, 1, 2};
 
+std::string log_file_in(std::string_view folder) {
+    return fmt::format("{}/oxr.log", folder);
+}
+
 void add_once(std::vector<std::string>& list, const std::string& text) {
     if (!text.empty() && std::find(list.begin(), list.end(), text) == list.end()) {
         list.push_back(text);
@@ -58,7 +62,7 @@ std::vector<LogLine> log_lines(std::string_view text, int level) {
 void Recorder::watch(simhost::Host& host) {
     host_ = &host;
     config_text_ = host.read_file(CONFIG_FILE);
-    log_path_ = fmt::format("{}/oxr.log", DEFAULT_LOGS_PATH);
+    log_path_ = log_file_in(DEFAULT_LOG_DIR);
     note_totals();
     host.observe([this](const simhost::Event& event) { see(event); });
 }
@@ -157,9 +161,7 @@ void Recorder::event_refused(double time, const Problem& problem) {
 void Recorder::begin_pass(double time) {
     flush();
     compare_configuration(time);
-    if (host_->exists(CONFIG_FILE)) {
-        config_ = config_in_force(config_text_);
-    }
+    config_ = config_at_cycle(*host_).value_or(config_);
     pass_ = PassRecord{};
     pass_.number = ++pass_number_;
     pass_.began = time;
@@ -203,7 +205,7 @@ void Recorder::compare_configuration(double time) {
 }
 
 void Recorder::read_log() {
-    const std::string path = config_.logs_path + "/oxr.log";
+    const std::string path = log_file_in(config_.ostrel_logs_path);
     if (path != log_path_) {
         log_path_ = path;
         log_read_ = 0;

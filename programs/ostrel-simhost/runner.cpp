@@ -206,7 +206,7 @@ int run_on(simhost::Host& host, const Scenario& scenario, const RunOptions& opti
 
     std::string plot_failure;
     const auto view = make_view(options, plot_failure);
-    const ConfigValues config = config_in_force(host.read_file(CONFIG_FILE));
+    const ConfigValues config = config_at_start(host);
     view->begin({options.scenario_file, scenario.title, host.root(), options.library, end, speed_text(options)},
                 site.rows(host, config), host.nics(), host.totals(), balanced_paths(host));
 

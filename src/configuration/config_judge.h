@@ -2,30 +2,18 @@
 // is to be rewritten. Nothing is read, logged or written here: the reader does that, and whoever else wants to know.
 #pragma once
 
+#include <bitset>
 #include <cstdint>
+#include <iterator>
 #include <string_view>
 
+#include "configuration/config_keys.h"
 #include "configuration/config_values.h"
-
-// A key with a number. A new key: a row in the table (config_judge.cpp), a field in ConfigValues, and its lines in the
-// canonical file (config_text.cpp).
-struct ConfigKey {
-    std::string_view name;
-    std::string_view old_name;  // the second accepted spelling, or empty
-    std::uint32_t ConfigValues::*field;
-    std::uint32_t low;
-    std::uint32_t high;
-    const char* warned_as;  // the name in the warning about a value out of range; null: no warning
-    bool rewrites;          // whether such a value is reason enough to rewrite the file
-};
-
-// Without regard to case, in either spelling; null for any other name.
-const ConfigKey* find_config_key(std::string_view name);
 
 // What is noticed on the way, in the order of the judging; whoever watches takes what concerns it.
 class ConfigObserver {
 public:
-    // A key's line: the number in it, and what is used instead of it when it isn't accepted.
+    // The line of a key with a number: the one in it, and what is used instead when that isn't accepted.
     virtual void value_read(const ConfigKey& /*key*/, std::uint32_t /*found*/, std::uint32_t /*used*/,
                             bool /*accepted*/) {}
     // A line that is neither comment nor key of the file's format. `name`: what stands before the delimiter; without
@@ -64,10 +52,11 @@ public:
 
     // The logs path in it is the default: it has a rule of its own (logs_path_rule.h).
     const ConfigValues& values() const { return values_; }
-    bool has_logs_path() const { return has_logs_path_; }
+    bool has_logs_path() const { return has(*find_config_key(LOGS_PATH_KEY)); }
     bool wants_rewrite() const { return rewrite_; }
 
 private:
+    bool has(const ConfigKey& key) const { return seen_[static_cast<std::size_t>(&key - config_keys)]; }
     void take_value(const ConfigKey& key, std::uint32_t found);
     void take_line_without_delimiter(std::string_view line);
 
@@ -75,8 +64,7 @@ private:
     const bool converting_;
     bool rewrite_;
     ConfigValues values_;
-    bool has_use_ostrel_timeouts_ = false;
-    bool has_logs_path_ = false;
+    std::bitset<std::size(config_keys)> seen_;
     bool has_comment_ = false;
     bool has_key_ = false;
     bool has_old_key_ = false;  // in the other format

@@ -6,13 +6,11 @@
 
 #include "common/file_reader.h"
 
-// The key as a logs-path line begins with it, exact case, "=" directly behind it.
-inline constexpr char LOGS_PATH_KEY[] = "ostrel_logs_path";
-
 // Longest directory whose log file name fits LOG_FILENAME_SIZE; a longer one counts as not found.
 inline constexpr std::size_t MAX_LOGS_PATH = 91;
 
-// The value of a logs-path line, a part of `line`; false when the line is none.
+// The value of a logs-path line, a part of `line`; false when the line is none. It begins with the key in exact case,
+// "=" directly behind it.
 bool logs_path_value(std::string_view line, std::string_view& value);
 
 // The value of the file's last logs-path line, as much of it as a line holds; empty: it has none.

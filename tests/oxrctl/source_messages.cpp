@@ -8,6 +8,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "configuration/config_text.h"
+
 namespace {
 
 const std::filesystem::path SOURCE = OXR_SOURCE_DIR "/src";
@@ -145,7 +147,11 @@ private:
         }
         std::vector<std::string> texts;
         for (const Token& token : arguments.at(1)) {
-            if (token.kind == Token::literal) {
+            if (token.text == "config_line") {
+                char line[CONFIG_LINE_SIZE];
+                compose_config_line(line, nullptr);
+                texts.emplace_back(line);
+            } else if (token.kind == Token::literal) {
                 texts.push_back(token.text);
             } else if (token.kind == Token::name) {
                 // A member that is set from one of several constants is named like the beginning of theirs.

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "common/text.h"
+#include "configuration/config_keys.h"
 #include "configuration/config_text.h"
 
 namespace soak {
@@ -19,10 +20,8 @@ std::string text_of(const ConfigValues& values) {
 
 // Whether the file has every key once, and so all that a reader needs.
 bool is_whole(const std::string& text) {
-    for (const char* key :
-         {"interval", "min_vol_sessions", "max_vol_sessions", "vol_sessions", "min_pe_sessions", "max_pe_sessions",
-          "log_level", "vmknic_count", "worker_stop", "use_ostrel_timeouts", "ostrel_logs_path"}) {
-        const std::string line = "\n" + std::string(key) + "=";
+    for (const ConfigKey& key : config_keys) {
+        const std::string line = "\n" + std::string(key.name) + "=";
         const std::size_t found = text.find(line);
         if (found == std::string::npos || text.find(line, found + 1) != std::string::npos) {
             return false;
