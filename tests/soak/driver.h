@@ -39,7 +39,7 @@ public:
     void set_value(const std::string& name, std::uint32_t value);
 
 protected:
-    Driver(Site& site, Dice& dice, Watch& watch) : host_(*site.host), dice_(dice), watch_(watch) {}
+    Driver(Site& site, Dice& dice, Watch& watch) : host_(site.host()), dice_(dice), watch_(watch) {}
     std::uint32_t call_renewal(const RenewalCall& call);
 
     simhost::Host& host_;
