@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <memory>
+#include <optional>
 #include <set>
 
 #include "OstrelConnections/psp/psp_client.h"
@@ -37,7 +37,7 @@ public:
             trace(host());
         }
         prepare_library();
-        driver_ = seed % 4 == 3 ? make_worker_driver(site_, dice_, watch_) : make_direct_driver(site_, dice_, watch_);
+        driver_.emplace(site_, dice_, watch_);
         passes_ = static_cast<std::uint64_t>(site_.large() ? options.passes / 4 : options.passes);
     }
 
@@ -74,7 +74,7 @@ private:
     Operator operator_{site_, dice_};
     Happenings happenings_{site_, dice_, operator_, tally_};
     Watch watch_;
-    std::unique_ptr<Driver> driver_;
+    std::optional<Driver> driver_;
     std::string written_;
     bool eventful_ = false;
     std::uint64_t passes_ = 0;
@@ -175,7 +175,7 @@ private:
         int settled_after = 0;
         int sessions_settled_after = 0;
         for (int pass = 1; pass <= passes_looked_at && !watch_.broken(); ++pass) {
-            driver_->run_cycles(1);
+            driver_->run_cycle();
             const Changes now = changes();
             settled_after = now.sessions != before.sessions || now.requests != before.requests ? pass : settled_after;
             sessions_settled_after = now.sessions != before.sessions ? pass : sessions_settled_after;
