@@ -152,6 +152,17 @@ struct NicView {
     bool up = true;
 };
 
+struct ArrayView {
+    std::string name;
+    bool up = true;
+};
+
+struct GroupView {
+    std::string name;
+    GroupMode mode = GroupMode::dynamic_discovery;
+    std::vector<ArrayView> arrays;
+};
+
 struct VolumeView {
     std::string eui;
     bool supported = true;  // by the connection manager; a protocol endpoint always is
@@ -293,6 +304,7 @@ public:
     std::vector<SessionView> sessions() const;
     std::vector<SessionView> sessions(const std::string& iqn) const;
     std::vector<NicView> nics() const;  // by adapter, in order of their creation
+    std::vector<GroupView> groups() const;
     VolumeView volume(const std::string& eui) const;
     std::vector<PathView> paths(const std::string& eui) const;
     std::vector<StaticTargetView> static_targets() const;  // configured ones, in order of their creation
