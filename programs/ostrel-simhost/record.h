@@ -6,12 +6,13 @@
 #include <vector>
 
 #include "config_file.h"
+#include "shared/host_limits.h"
 #include "simhost/host.h"
 
 namespace program {
 
-inline constexpr int MOST_HOST_SESSIONS = 2040;
-inline constexpr int MOST_HOST_PATHS = 2048;
+using shared::MOST_HOST_PATHS;
+using shared::MOST_HOST_SESSIONS;
 
 struct TargetRow {
     std::string name;
@@ -37,6 +38,8 @@ struct TargetRow {
 
     bool same_state(const TargetRow& other) const;  // everything but the names
     int sessions() const { return dynamic_sessions + static_sessions + pending_sessions; }
+    bool is_balanced() const { return !static_mode && supported; }
+    int short_by() const { return is_balanced() && sessions() < required ? required - sessions() : 0; }
 };
 
 struct Address {

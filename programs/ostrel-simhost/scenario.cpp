@@ -24,7 +24,7 @@ constexpr std::array HAZARDS = std::to_array<std::string_view>(
      "static renewal", "digest change", "switch in mid-pass", "repeated switch", "stuck logins", "nics by paths",
      "active paths protected", "two volumes on a target"});
 
-constexpr std::array<std::string_view, 8> SESSION_STATES = {
+const std::initializer_list<std::string_view> SESSION_STATES = {
     "FREE", "XPT_WAIT", "XPT_UP", "IN_LOGIN", "LOGGED_IN", "IN_LOGOUT", "LOGOUT_REQUESTED", "CLEANUP_WAIT"};
 
 bool is_plain_name(std::string_view name) {
@@ -346,13 +346,12 @@ simhost::GroupMode read_mode(Fields& fields, std::string_view key) {
 }
 
 std::optional<std::uint32_t> read_session_state(Fields& fields, std::string_view key) {
-    const auto choice = fields.choice(
-        key, {"FREE", "XPT_WAIT", "XPT_UP", "IN_LOGIN", "LOGGED_IN", "IN_LOGOUT", "LOGOUT_REQUESTED", "CLEANUP_WAIT"});
+    const auto choice = fields.choice(key, SESSION_STATES);
     return choice ? std::optional(static_cast<std::uint32_t>(*choice)) : std::nullopt;
 }
 
 std::string_view session_state_word(std::uint32_t state) {
-    return state < SESSION_STATES.size() ? SESSION_STATES[state] : "INVALID_STATE";
+    return state < SESSION_STATES.size() ? SESSION_STATES.begin()[state] : "INVALID_STATE";
 }
 
 ScenarioOrProblems read_scenario(std::string_view text, const std::vector<std::string>& overrides) {

@@ -69,9 +69,13 @@ TEST(Catalogue, HasEachCodeOfTheSourceAndNoOther) {
 
 TEST(Catalogue, HasTheTextsThatClientsGetWithACode) {
     const auto texts = source_case_texts("OstrelConnections/renewal/renewal_status.cpp");
+    std::ifstream file(OXR_SOURCE_DIR "/docs/cim.md");
+    const std::string page(std::istreambuf_iterator<char>(file), {});
     for (const CodeEntry& code : catalogue().codes) {
         if (code.kind == "OXD" && code.code != 0) {
             EXPECT_EQ(code.text, texts.contains(code.name) ? texts.at(code.name) : texts.at("default")) << code.name;
+            const std::string row = "\n| " + std::to_string(code.code) + " | " + code.text + " ";
+            EXPECT_NE(page.find(row), std::string::npos) << row;
         }
     }
 }
