@@ -74,6 +74,17 @@ void Recorder::note_totals() {
     most_paths_ = std::max(most_paths_, site_.paths(*host_));
 }
 
+// Paths are claimed and sessions made many at a time; once all of one moment are there, their number is looked at.
+void Recorder::note_growth() {
+    if (!growth_noted_) {
+        growth_noted_ = true;
+        host_->at(host_->now(), "count", [this](simhost::Host&) {
+            growth_noted_ = false;
+            note_totals();
+        });
+    }
+}
+
 void Recorder::gather(double time, Happening::Kind kind, const std::string& where) {
     if (gathered_count_ > 0 && (gathered_.kind != kind || gathered_.time != time)) {
         flush();
@@ -226,6 +237,7 @@ void Recorder::see(const simhost::Event& event) {
             }
             break;
         case Kind::session_added:
+            note_growth();
             if (in_pass_) {
                 ++pass_.added;
             } else {
@@ -243,6 +255,7 @@ void Recorder::see(const simhost::Event& event) {
             }
             break;
         case Kind::path_claimed:
+            note_growth();
             ++pass_.paths_claimed;
             break;
         case Kind::dead_path_deleted:

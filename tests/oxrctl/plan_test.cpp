@@ -94,6 +94,11 @@ TEST_F(PlanTest, TellsSessionsPassesAndRoom) {
     EXPECT_EQ(one["phases"][0]["end"], "settled");
     EXPECT_EQ(one["phases"][0]["passes"], 1);
     EXPECT_EQ(one["phases"][1]["time"], 540.0);
+
+    // The paths of a pass's sessions are claimed after it.
+    const Json paths = json_of({options.scenarios, {}, "60s", false})["plans"][0]["paths"];
+    EXPECT_EQ(paths["at_end"], 12);
+    EXPECT_EQ(paths["at_worst"], 12);
 }
 
 TEST_F(PlanTest, ComparesAScenarioWithWhatItMightBe) {
