@@ -37,15 +37,13 @@
 #include <string_view>
 #include <vector>
 
+#include "simhost/limits.h"
+
 namespace simhost {
 
 // instant: a sleep only moves the clock (several threads may sleep; each moves it). scaled: a sleep lasts its
 // time divided by `factor`. real: as it says.
 enum class ClockMode { instant, scaled, real };
-
-// What the host bears. By itself it stops there.
-inline constexpr int MAX_SESSIONS = 2040;
-inline constexpr int MAX_PATHS = 2048;
 
 // The hazards of the prescribed procedures. One that is let pass excuses exactly its case; a pass begins here with
 // request 0 of the PSP.

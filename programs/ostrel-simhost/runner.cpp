@@ -241,8 +241,8 @@ int run_on(simhost::Host& host, const Scenario& scenario, const RunOptions& opti
     outcome.passes_after_last_action = recorder.passes_after_last_happening();
     outcome.last_action_at = recorder.last_action_at();
     outcome.next_action_at = next_action_after(scenario, outcome.ended_at);
-    outcome.most_sessions = recorder.most_sessions();
-    outcome.most_paths = recorder.most_paths();
+    outcome.most_sessions = std::max(recorder.most_sessions(), outcome.totals.sessions);
+    outcome.most_paths = std::max(recorder.most_paths(), outcome.paths);
     outcome.violations = host.violations();
     outcome.root = host.root();
     outcome.let_pass = scenario.allowed_hazards;

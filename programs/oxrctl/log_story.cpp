@@ -6,12 +6,14 @@
 #include "configuration/config_keys.h"
 #include "oxrctl/catalogue.h"
 #include "oxrctl/message_format.h"
+#include "shared/log_line.h"
 
 namespace oxrctl {
 
 namespace {
 
 using Arguments = std::vector<std::string_view>;
+using shared::LogLine;
 
 int number(std::string_view text) {
     int value = TargetStory::unknown;
@@ -356,7 +358,7 @@ Story read_story(const std::vector<LogFile>& files) {
         while (!rest.empty()) {
             const std::string_view line = rest.substr(0, rest.find('\n'));
             rest.remove_prefix(std::min(line.size() + 1, rest.size()));
-            if (parse_log_line(line, parsed)) {
+            if (shared::parse_log_line(line, parsed)) {
                 reader.take(parsed);
             } else if (!line.empty()) {
                 ++unreadable;
