@@ -15,9 +15,8 @@ namespace {
 // --- parameters of operations -----------------------------------------------------------------------------
 
 const Parameter* find_parameter(const Message& message, std::string_view name) {
-    const auto found = std::find_if(message.parameters.begin(), message.parameters.end(),
-                                    [&](const Parameter& p) { return same_name(p.name, name); });
-    return found == message.parameters.end() || !found->value ? nullptr : &*found;
+    const Parameter* const found = find_named(message.parameters, name);
+    return found == nullptr || !found->value ? nullptr : found;
 }
 
 std::string text_of(const Message& message, std::string_view name) {
@@ -264,13 +263,12 @@ void check_name_space(const Broker& broker, const Message& message) {
 NamedList arguments_of(const Message& message, const Method& method) {
     NamedList arguments;
     for (const Parameter& parameter : message.parameters) {
-        const auto definition = std::find_if(method.parameters.begin(), method.parameters.end(),
-                                             [&](const Element& e) { return same_name(e.name, parameter.name); });
-        if (definition == method.parameters.end()) {
+        const Element* const definition = find_named(method.parameters, parameter.name);
+        if (definition == nullptr) {
             throw CimError{CMPI_RC_ERR_INVALID_PARAMETER,
                            "method " + method.name + " has no parameter " + parameter.name};
         }
-        arguments.push_back({definition->name, read_argument(parameter, &*definition)});
+        arguments.push_back({definition->name, read_argument(parameter, *definition)});
     }
     return arguments;
 }

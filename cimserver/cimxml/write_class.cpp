@@ -90,11 +90,8 @@ void write_class(pugi::xml_node parent, const Schema& schema, const Class& defin
         node.append_attribute("SUPERCLASS").set_value(definition.superclass.c_str());
     }
     write_qualifiers(node, definition.qualifiers, options);
-    std::vector<const Class*> classes = {&definition};
-    if (!options.local_only) {
-        const auto above = schema.ancestors(definition.name);
-        classes.insert(classes.end(), above.begin(), above.end());
-    }
+    std::vector<const Class*> classes = schema.lineage(definition.name);
+    classes.resize(options.local_only ? 1 : classes.size());
     for_each_feature(classes, &Class::properties, [&](const Class& owner, const Element& property) {
         if (!options.properties || contains_name(*options.properties, property.name)) {
             write_property(node, owner, definition, property, options);
