@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "cimserver/cimxml/read_values.h"
-#include "cimserver/cimxml/status_text.h"
 #include "cimserver/cimxml/write_values.h"
 
 namespace cimserver {
@@ -103,6 +102,31 @@ ObjectPath source_of(const Broker& broker, const Message& message) {
 
 // --- results ----------------------------------------------------------------------------------------------
 
+// What a CIM status says by itself (DSP0200), for answers to which the provider gave no text.
+std::string_view status_text(CMPIrc code) {
+    constexpr std::string_view texts[] = {
+        "success",
+        "failed",
+        "access denied",
+        "invalid namespace",
+        "invalid parameter",
+        "invalid class",
+        "not found",
+        "not supported",
+        "class has children",
+        "class has instances",
+        "invalid superclass",
+        "already exists",
+        "no such property",
+        "type mismatch",
+        "query language not supported",
+        "invalid query",
+        "method not available",
+        "method not found",
+    };
+    return code < std::size(texts) ? texts[code] : "the provider failed";
+}
+
 void throw_failure(const Answer& answer) {
     if (answer.code != CMPI_RC_OK) {
         throw CimError{answer.code, answer.message.empty() ? std::string(status_text(answer.code)) : answer.message};
@@ -172,10 +196,7 @@ std::vector<const Class*> classes_below(const Call& call) {
 
 void enumerate_class_names(const Call& call) {
     for (const Class* const definition : classes_below(call)) {
-        pugi::xml_node(call.result)
-            .append_child("CLASSNAME")
-            .append_attribute("NAME")
-            .set_value(definition->name.c_str());
+        put_attribute(pugi::xml_node(call.result).append_child("CLASSNAME"), "NAME", definition->name);
     }
 }
 
