@@ -18,7 +18,6 @@
 #include "lettered_target.h"
 #include "support/engine.h"
 #include "support/golden.h"
-#include "support/host_test.h"
 #include "support/log_lines.h"
 #include "support/site.h"
 
