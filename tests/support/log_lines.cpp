@@ -6,15 +6,6 @@
 
 namespace testing_support {
 
-namespace {
-
-bool matches(const LogLine& line, std::string_view level, std::string_view operation, std::string_view text) {
-    return (level.empty() || line.level == level) && (operation.empty() || line.operation == operation) &&
-           line.text.find(text) != std::string::npos;
-}
-
-}  // namespace
-
 std::vector<LogLine> parse_log(std::string_view log) {
     std::vector<LogLine> lines;
     shared::LogLine parsed;
@@ -44,7 +35,9 @@ std::vector<std::string> short_lines(std::string_view log) {
 int count_lines(std::string_view log, std::string_view level, std::string_view operation, std::string_view text) {
     int count = 0;
     for (const LogLine& line : parse_log(log)) {
-        count += matches(line, level, operation, text) ? 1 : 0;
+        const bool counts =
+            (level.empty() || line.level == level) && (operation.empty() || line.operation == operation);
+        count += counts && line.text.find(text) != std::string::npos ? 1 : 0;
     }
     return count;
 }
