@@ -30,7 +30,7 @@ constexpr int looks_of_a_minute = 60000 / look_milliseconds;
 oxr::Mutex version_mutex;
 ServiceVersions versions OXR_GUARDED_BY(version_mutex){};
 
-// Held while a worker is signalled and joined, so that no worker is joined twice. The worker never takes it.
+// Held while a worker is signalled and joined, so that it is joined only once. The worker never takes it.
 oxr::Mutex stop_mutex;
 std::atomic<bool> stopping{false};
 
@@ -46,7 +46,7 @@ void read_versions() {
     versions = read;
 }
 
-// SIGUSR1 is blocked around the creation, so that the worker has it blocked from its first instruction.
+// Blocks SIGUSR1 during the creation, so that the worker blocks it from the start.
 int create_worker() {
     sigset_t stop_signal;
     sigset_t before;
@@ -70,7 +70,7 @@ void wait_for_renewal() {
     }
 }
 
-// Looks until `flag` has the value. False after a minute.
+// Polls until `flag` has the value. False after a minute.
 bool becomes(const std::atomic<bool>& flag, bool value) {
     for (int looks = 0; flag.load() != value; ++looks) {
         if (looks == looks_of_a_minute) {
@@ -85,7 +85,7 @@ int join(pthread_t worker) {
     return pthread_join(worker, nullptr);
 }
 
-// An exit must not hang because the worker does, in a call of the host.
+// If the worker hangs in a call of the host, the exit must not hang, too.
 int join_within_a_minute(pthread_t worker) {
     return becomes(worker_ended, true) ? join(worker) : ETIMEDOUT;
 }
@@ -105,7 +105,7 @@ int stop_worker(pthread_t worker, int (*join_it)(pthread_t)) OXR_REQUIRES(stop_m
     return 0;
 }
 
-// Marks a stop for as long as it takes.
+// Set during a stop.
 struct Stopping {
     Stopping() { stopping.store(true); }
     ~Stopping() { stopping.store(false); }

@@ -9,7 +9,7 @@
 
 namespace {
 
-// Written by the factories, always with the same broker.
+// Set by the factories, always to the same broker.
 std::atomic<const CMPIBroker*> OstrelProviderSettingbroker{nullptr};
 
 CMPIStatus OstrelProviderSettingCleanup(CMPIInstanceMI*, const CMPIContext*, CMPIBoolean) {

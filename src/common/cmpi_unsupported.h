@@ -1,4 +1,4 @@
-// Instance operations that no class of this system has: entries for the providers' tables.
+// Instance operations that no class of this library supports: entries for the providers' tables.
 #pragma once
 
 #include "cmpi/cmpi.h"

@@ -53,7 +53,7 @@ void ConfigJudge::take_line(std::string_view line) {
     }
     has_key_ = true;
     const std::string_view name = line.substr(0, delimiter);
-    // The path has a rule of its own, over the whole file; here it is only seen to be there.
+    // The path has its own rule for the whole file (logs_path_rule.h); here only its presence counts.
     if (oxr::equal_ignoring_case(name, LOGS_PATH_KEY)) {
         has_logs_path_ = true;
     } else if (const ConfigKey* const key = find_config_key(name)) {
@@ -70,7 +70,7 @@ void ConfigJudge::take_line_without_delimiter(std::string_view line) {
     observer_.line_ignored(line, false);
 }
 
-// The old format's interval is given up, and its NIC count meant something else.
+// The interval of the old format is not kept, and its NIC count had another meaning.
 void ConfigJudge::take_value(const ConfigKey& key, std::uint32_t found) {
     const ConfigValues defaults;
     if (converting_ && key.field == &ConfigValues::vmknic_count) {
@@ -86,8 +86,8 @@ void ConfigJudge::take_value(const ConfigKey& key, std::uint32_t found) {
 }
 
 ConfigFitness ConfigJudge::fitness() const {
-    // A file of the current format, found unreadable a moment ago, must not lose its values to a conversion, and
-    // one that could not be converted must keep them for the next one.
+    // A file of the current format that could not be read a moment ago must not lose its values to a conversion. A file
+    // that could not be converted must keep them for the next attempt.
     if (converting_ && has_comment_) {
         return ConfigFitness::has_comments;
     }

@@ -7,7 +7,7 @@
 
 namespace {
 
-// One line of the file: its text in either form (null: no line there), and for a key's line the value's field.
+// One line of the file: its text in both forms (null: no such line) and, for a key, the field of its value.
 struct ConfigLine {
     const char* created;
     const char* rewritten;

@@ -5,11 +5,11 @@
 
 #include "configuration/config_values.h"
 
-// Room for the file with the longest values.
+// Size of the file with the longest values.
 inline constexpr std::size_t CONFIG_TEXT_SIZE = 4096;
 
 // The two forms differ in the wording of some comment lines.
 enum class ConfigForm { created, rewritten };
 
-// Fills `text` with the file that holds the record's values; returns its length.
+// Writes the file with the record's values into `text`; returns its length.
 std::size_t compose_config(char (&text)[CONFIG_TEXT_SIZE], ConfigForm form, const ConfigValues& values);
