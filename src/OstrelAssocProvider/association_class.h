@@ -1,6 +1,6 @@
-// The class OSTREL_ConnectionServiceAssocSetting: ties the connection service (role ManagedElement) to its
-// settings (role SettingData). Nothing is kept; every answer is built per call from the broker's upcalls and
-// the lookups of the two classes. Operations run on the CIM server's threads, several at once.
+// The class OSTREL_ConnectionServiceAssocSetting associates the connection service (role ManagedElement) with its
+// settings (role SettingData). It has no state: each call builds its answer from upcalls to the broker and lookups in
+// the two classes. Operations run concurrently on the CIM server's threads.
 #pragma once
 
 #include "cmpi/cmpi.h"
@@ -14,14 +14,14 @@ inline constexpr char SETTING_DATA[] = "SettingData";
 // Broker of both interfaces of the association provider; null before its first factory call.
 const CMPIBroker* association_broker();
 
-// A path, and an instance on it, with the two references. `properties`: the client's property list, may be
-// null; `keys` are always kept. Null when the broker can't make one.
+// A path, and an instance on it, with the two references. `properties`, the client's property list, may be null;
+// `keys` are always kept. Null if the broker cannot create one.
 CMPIObjectPath* new_association_path(const CMPIBroker* broker, const CMPIObjectPath* service,
                                      const CMPIObjectPath* setting);
 CMPIInstance* new_association_instance(const CMPIBroker* broker, const CMPIObjectPath* service,
                                        const CMPIObjectPath* setting, const char** properties, const char** keys);
 
-// Instance operations. A class that isn't ours gets OK and nothing.
+// Instance operations. For a foreign class they return OK and no objects.
 CMPIStatus OstrelAssocProviderEnumInstanceNames(CMPIInstanceMI*, const CMPIContext* context, const CMPIResult* result,
                                                 const CMPIObjectPath* path);
 CMPIStatus OstrelAssocProviderEnumInstances(CMPIInstanceMI*, const CMPIContext* context, const CMPIResult* result,
@@ -29,8 +29,8 @@ CMPIStatus OstrelAssocProviderEnumInstances(CMPIInstanceMI*, const CMPIContext* 
 CMPIStatus OstrelAssocProviderGetInstance(CMPIInstanceMI*, const CMPIContext*, const CMPIResult* result,
                                           const CMPIObjectPath* path, const char** properties);
 
-// Association operations. A source of another class, an argument that excludes every answer, a malformed key
-// and a name that nobody has get OK and nothing, without a completion call.
+// Association operations. For a source of another class, an argument that excludes every answer, a malformed key or an
+// unknown name they return OK and no objects, without a completion call.
 CMPIStatus OstrelAssocProviderAssociators(CMPIAssociationMI*, const CMPIContext*, const CMPIResult* result,
                                           const CMPIObjectPath* path, const char* assoc_class, const char* result_class,
                                           const char* role, const char* result_role, const char** properties);
@@ -43,8 +43,8 @@ CMPIStatus OstrelAssocProviderReferences(CMPIAssociationMI*, const CMPIContext*,
 CMPIStatus OstrelAssocProviderReferenceNames(CMPIAssociationMI*, const CMPIContext*, const CMPIResult* result,
                                              const CMPIObjectPath* path, const char* result_class, const char* role);
 
-// Factories of the association provider. Each makes its interface a user of the library; the interfaces live
-// for ever. `context` and `status` are not used.
+// Factories of the association provider. Each registers its interface as a user of the library; the interfaces are
+// static. `context` and `status` are not used.
 extern "C" {
 __attribute__((visibility("default"))) CMPIInstanceMI* OstrelAssocProvider_Create_InstanceMI(const CMPIBroker* broker,
                                                                                              const CMPIContext* context,

@@ -17,7 +17,7 @@ bool names(const char* argument, const char* class_name) {
     return is_given(argument) && oxr::equal_ignoring_case(argument, class_name);
 }
 
-// A path of the named class in the namespace of the request.
+// A path of this class in the namespace of the request.
 CMPIObjectPath* new_path_beside(const AssociationRequest& request, const char* class_name) {
     const CMPIString* const name_space = CMGetNameSpace(request.path, nullptr);
     const char* const text = name_space != nullptr ? CMGetCharPtr(name_space) : nullptr;

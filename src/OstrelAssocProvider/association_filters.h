@@ -1,13 +1,13 @@
-// Which end of the association a request starts from, and the arguments that can exclude every answer.
+// The end of the association from which a request starts, and the arguments that can exclude every answer.
 #pragma once
 
 #include "cmpi/cmpi.h"
 
 enum class SourceSide { service, setting, other };
 
-// One association operation's arguments. Absent ones are null; an empty text counts as absent.
+// The arguments of one association operation. Absent ones are null; an empty text counts as absent.
 struct AssociationRequest {
-    const char* operation;  // logged for
+    const char* operation;  // in messages
     const CMPIBroker* broker;
     const CMPIResult* result;
     const CMPIObjectPath* path;
@@ -18,10 +18,10 @@ struct AssociationRequest {
     SourceSide side;
 };
 
-// The source's side by its class.
+// The source's end, by its class.
 SourceSide side_of(const CMPIBroker* broker, const CMPIObjectPath* path);
 
-// False when an argument of the request excludes every answer, which is logged at WARN.
+// False if an argument of the request excludes every answer; logs it at WARN.
 bool passes_associator_filters(const AssociationRequest& request);
 bool passes_reference_filters(const AssociationRequest& request);
 bool passes_reference_name_filters(const AssociationRequest& request);

@@ -1,4 +1,4 @@
-// Enumerating and getting association instances.
+// Enumerates and gets association instances.
 #include "OstrelAssocProvider/association_class.h"
 #include "OstrelProvider/log.h"
 #include "OstrelProvider/service_class.h"
@@ -14,7 +14,7 @@ CMPIEnumeration* enumerate_names(const CMPIBroker* broker, const CMPIContext* co
     return path == nullptr ? nullptr : CBEnumInstanceNames(broker, context, path, nullptr);
 }
 
-// The next path of an enumeration, which may be null; null at its end.
+// The next path of an enumeration, which may be null; null at the end.
 CMPIObjectPath* next_path(const CMPIEnumeration* names) {
     while (names != nullptr && CMHasNext(names, nullptr) != 0) {
         const CMPIData name = CMGetNext(names, nullptr);
@@ -25,7 +25,7 @@ CMPIObjectPath* next_path(const CMPIEnumeration* names) {
     return nullptr;
 }
 
-// What the broker can't make or take is left out of an answer, which is OK all the same.
+// An object that the broker cannot create or accept is omitted; the status is still OK.
 using ReturnAssociation = void (*)(const CMPIBroker* broker, const CMPIResult* result, const CMPIObjectPath* service,
                                    const CMPIObjectPath* setting, const char** properties);
 
@@ -39,7 +39,7 @@ void return_association_instance(const CMPIBroker* broker, const CMPIResult* res
     (void)oxr::return_instance(result, new_association_instance(broker, service, setting, properties, reference_keys));
 }
 
-// The first service, with every setting in the order that the broker gives.
+// The first service, with every setting in the broker's order.
 CMPIStatus enumerate(const CMPIContext* context, const CMPIResult* result, const CMPIObjectPath* path,
                      const char** properties, ReturnAssociation return_association) {
     const CMPIBroker* const broker = association_broker();

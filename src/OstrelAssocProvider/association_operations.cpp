@@ -1,4 +1,4 @@
-// The four association operations: one procedure, told apart by a row of a table each.
+// The four association operations: one procedure, with one table row for each operation.
 #include "OstrelAssocProvider/association_class.h"
 #include "OstrelAssocProvider/association_filters.h"
 #include "OstrelProvider/log.h"
@@ -15,7 +15,7 @@ constexpr char malformed_service_key[] = "OSTREL_ConnectionService Key is malfor
 constexpr char malformed_setting_key_value[] = "OSTREL_ConnectionServiceSetting Key value is malformed.";
 constexpr char malformed_setting_key[] = "OSTREL_ConnectionServiceSetting Key is malformed.";
 
-// A path that names an object by its key `name` alone.
+// A path that identifies an object by its key `name` alone.
 CMPIObjectPath* new_name_path(const CMPIBroker* broker, const char* class_name, const char* name) {
     CMPIObjectPath* const path = oxr::new_path(broker, class_name);
     oxr::add_text_key(path, "name", name);
@@ -74,7 +74,7 @@ void return_with_service(const AssociationRequest& request, const char* source_n
 
 // --- the procedure ------------------------------------------------------------------------------------------
 
-// What an operation does at the points where it differs from the others. `source_name` is the source's key.
+// Where an operation differs from the others. `source_name` is the source's key.
 struct Operation {
     const char* malformed_service;
     const char* malformed_setting;

@@ -18,7 +18,7 @@ namespace {
 constexpr LogOperation pass = "handle_group_scoped_target_connections";
 constexpr PspRequestTexts request_texts{pass, "targets", "target"};
 
-// What one call works with from target to target.
+// The state of one call, shared by its targets.
 struct TargetPass {
     const ConfigValues& values;
     const int total_vol_paths;
@@ -28,7 +28,7 @@ struct TargetPass {
     int request_status = 0;
 };
 
-// A target's sessions as last seen.
+// A target's sessions in the last inventory.
 struct TargetSessions {
     TargetDtls records[MAX_SESSIONS_PER_TARGET] = {};
     int num_dynamic = 0;
@@ -65,7 +65,7 @@ bool has_usable_array_counts(const OstrelPspGroupScopedTarget& target) {
     return true;
 }
 
-// The required number within the configured limits; the minimum wins.
+// Applies the configured limits to the required number; the minimum takes precedence.
 int limit_required(const ConfigValues& values, int required) {
     const auto unsigned_required = static_cast<std::uint32_t>(required);
     if (values.min_pe_sessions > unsigned_required) {

@@ -22,7 +22,7 @@ constexpr int session_count_delay_seconds = 2;
 
 using TransportAddrs = std::unique_ptr<OstrelPspIoctlGetTransportAddrsData>;
 
-// What one pass works with from volume to volume.
+// The state of one pass, shared by its volumes.
 struct VolumePass {
     const ConfigValues& values;
     int num_volumes = 0;
@@ -35,7 +35,7 @@ struct VolumePass {
 
 using ModeChange = int (*)(const mode_change_info* changes, int num_changes, OxrLun* luns);
 
-// A failed procedure is repeated once. `direction` names it in the messages.
+// Repeats a failed procedure once. `direction` names it in the messages.
 void carry_out_mode_change(const char* direction, ModeChange procedure, const mode_change_info* changes,
                            int num_changes, OxrLun* luns) {
     if (procedure(changes, num_changes, luns) >= 0) {
@@ -73,7 +73,7 @@ void count_host_sessions(VolumePass& state) {
     }
 }
 
-// False when memory is short: the pass ends. Without an answer of the PSP it goes on without addresses.
+// False if memory is short: the pass ends. If the PSP fails, the pass continues without addresses.
 bool fetch_transport_addrs(VolumePass& state) {
     TransportAddrs addrs = oxr::make_zeroed<OstrelPspIoctlGetTransportAddrsData>();
     if (addrs == nullptr) {
@@ -90,7 +90,7 @@ bool fetch_transport_addrs(VolumePass& state) {
 }
 
 void balance_volume(VolumePass& state, OxrLun& lun, std::uint32_t required) {
-    // Records of another target must not stand in for those that can't be read.
+    // If the inventory fails, no record of another target may be used instead.
     TargetDtls sessions[MAX_SESSIONS_PER_TARGET] = {};
     state.status = obtain_oxr_lun_sessions(lun, sessions);
     if (state.status < 0) {
@@ -104,7 +104,7 @@ void balance_volume(VolumePass& state, OxrLun& lun, std::uint32_t required) {
                      state.status);
 }
 
-// Whether the volume is balanced here at all; logs why not.
+// Whether the volume is balanced here; logs the reason if not.
 bool is_balanced_here(int i, const OxrLun& lun) {
     if (lun.isGstVolume != 0) {
         OXR_INFO_IN(pass, "vol-%d: device_eui=%s target_iqn=%s isVvolPE=%d total_current_paths=%d", i,
@@ -178,7 +178,7 @@ int handle_ostrel_connections(const ConfigValues& values) {
             return -1;
         }
     }
-    // Its result has been logged, and the volumes are balanced all the same.
+    // The result is ignored: it is logged, and the volumes are balanced in any case.
     (void)handle_group_scoped_target_connections(values, state.total_vol_paths, state.num_system_sessions,
                                                  state.transport_addrs.get());
     for (int i = 0; i < state.num_volumes; ++i) {

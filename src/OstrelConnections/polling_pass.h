@@ -1,8 +1,8 @@
-// One polling pass: every volume and group-scoped target brought to the sessions it should have.
+// One polling pass: adjusts the number of sessions of every volume and group-scoped target.
 #pragma once
 
 #include "OstrelProvider/config.h"
 
-// Worker thread only, between creating and removing the lock file; takes no lock and stops at stop points.
-// Returns the status of the pass: -1 when it ended early, else the result of the last request that tells.
+// Worker thread only, while the lock file exists. Takes no lock; stops at stop points. Returns the status of the pass:
+// -1 if it ended early, otherwise the result of its last request that reports one.
 int handle_ostrel_connections(const ConfigValues& values);

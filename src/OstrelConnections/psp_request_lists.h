@@ -1,5 +1,5 @@
-// The adapters that one pass asks the PSP for: dead-path deletion where sessions were removed, a rescan where
-// sessions were added. Deletion always comes first.
+// The adapters for which one pass sends requests to the PSP: deletion of dead paths after sessions were removed, a
+// rescan after sessions were added. Deletion always comes first.
 #pragma once
 
 #include <cstdint>
@@ -11,18 +11,17 @@ struct PspRequestLists {
     UniqueAdapters rescan;
 };
 
-// The wording of the two requests' announcements differs from pass to pass.
+// The log texts of the two requests differ between the passes.
 struct PspRequestTexts {
-    const char* operation;     // for whom it is logged
+    const char* operation;     // in messages
     const char* removed_from;  // "Sessions were removed for some ..."
     const char* added_to;      // "Sessions were added for some ..."
 };
 
-// Notes the adapters of a target for what its balancing asked for (DELETE_DEAD_PATHS or RESCAN). When an array
-// can't hold them, what both hold is sent first. Writes `status` when something was sent.
+// Adds a target's adapters to the list for the request that balancing needs (DELETE_DEAD_PATHS or RESCAN). If they do
+// not fit, both lists are sent first. Writes `status` only if something was sent.
 void note_psp_request(PspRequestLists& lists, const PspRequestTexts& texts, std::int32_t ioctl_required,
                       const AdapterName* adapters, int num_adapters, int& status);
 
-// Sends what the lists hold and empties them. `status` becomes the result of the last request sent; without
-// one it stays.
+// Sends both lists and empties them. `status` becomes the result of the last request; without one it is unchanged.
 void send_psp_requests(PspRequestLists& lists, const PspRequestTexts& texts, int& status);

@@ -1,4 +1,4 @@
-// The configuration file: reading with correction, creation and conversion.
+// The configuration file: read and correct, create, convert.
 #pragma once
 
 #include <cstdint>
@@ -9,30 +9,30 @@
 inline constexpr char OSTREL_CONFIG_DIR[] = "/etc/ostrel";
 inline constexpr char OSTREL_CONFIG_FILE[] = "/etc/ostrel/oxr.conf";
 
-// Serialises reading and writing the configuration file. Taken by the callers of OSTREL_GetConfigValues and
-// set_value_in_file, and by the creation or conversion at service start.
+// Serialises reads and writes of the configuration file. Taken by the callers of OSTREL_GetConfigValues and
+// set_value_in_file, and for the creation or conversion at service start.
 extern oxr::Mutex config_file_mutex;
 
-// How the file is read: lines of key=value, or the old format's key:value, which is then rewritten.
+// The format to read: key=value, or the old key:value, after which the file is rewritten.
 inline constexpr std::uint32_t CONFIG_NORMAL = 0;
 inline constexpr std::uint32_t CONFIG_CONVERT = 1;
 
-// Reads the file into `values`, replaces what is out of range, sets the global log level, and rewrites the
-// file when something had to be corrected or was missing. 0: read (and rewritten if needed). -1: the file
-// can't be opened or read (`values` untouched), or the rewrite failed (`values` filled).
+// Reads the file into `values`, replaces values out of range, sets the global log level, and rewrites the file if a
+// value was corrected or missing. 0: read (and rewritten if needed). -1: the file cannot be opened or read (`values`
+// unchanged), or the rewrite failed (`values` set).
 int OSTREL_GetConfigValues(ConfigValues* values, std::uint32_t conversion) OXR_REQUIRES(config_file_mutex);
 
-// What a reading came to. `values` are filled by the first two only.
+// The result of a read. Only the first two set `values`.
 enum class ConfigRead {
     read,
     not_rewritten,
-    absent,   // there is no file
-    refused,  // it can't be opened or read to its end, or its text isn't to be taken for values
+    absent,   // the file does not exist
+    refused,  // it cannot be opened or read completely, or its text must not be used
 };
 
-// OSTREL_GetConfigValues for who must know what failed: a file that was refused must not be written over.
+// OSTREL_GetConfigValues with a detailed result: a refused file must not be overwritten.
 ConfigRead read_config_file(ConfigValues& values, std::uint32_t conversion) OXR_REQUIRES(config_file_mutex);
 
-// Makes the configuration directory and file when absent and converts a file of the old format. Failures are
-// logged; the worker then goes by its own defaults.
+// Creates the configuration directory and file if they are absent, and converts a file of the old format. Logs
+// failures; the worker then uses the defaults.
 void OSTREL_CreateConfigFile() OXR_REQUIRES(config_file_mutex);

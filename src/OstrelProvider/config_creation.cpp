@@ -27,7 +27,7 @@ void create_config_dir() {
     }
 }
 
-// A file that can't be seen may be there all the same, and must not be overwritten.
+// If access() fails for another reason, the file may exist and must not be overwritten.
 bool config_file_is_absent() {
     return ::access(OSTREL_CONFIG_FILE, F_OK) != 0 && errno == ENOENT;
 }

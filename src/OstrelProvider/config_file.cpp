@@ -13,7 +13,7 @@
 
 namespace {
 
-// The first part of a file is rewritten with one write inside a page, which a kill doesn't tear.
+// A kill cannot interrupt a single write within one page; the first page is rewritten with one.
 constexpr std::size_t page_size = CONFIG_TEXT_SIZE;
 
 int open_file(int creation) {
@@ -31,7 +31,7 @@ int open_or_create(bool& created) {
     return created || errno != EEXIST ? fd : open_file(O_CREAT);
 }
 
-// True when all of it is written. A short write is a full disk's.
+// True if everything is written. A short write means a full disk.
 bool write_whole(int fd, const char* text, std::size_t length, off_t at) {
     ssize_t written;
     do {
@@ -43,7 +43,7 @@ bool write_whole(int fd, const char* text, std::size_t length, off_t at) {
     return written == static_cast<ssize_t>(length);
 }
 
-// What a rewrite that fails puts back.
+// The old content, which a failed rewrite restores.
 struct OldText {
     off_t size = 0;
     std::size_t head_length = 0;
@@ -73,7 +73,7 @@ void put_back(int fd, const OldText& old) {
     errno = error;
 }
 
-// Gets a longer text its room before the old one is touched: line feeds behind that change none of its values.
+// Reserves disk space for a longer text before the old text is changed: appended line feeds change no value.
 bool make_room(int fd, std::size_t length, const OldText& old) {
     if (static_cast<off_t>(length) <= old.size) {
         return true;
@@ -83,8 +83,8 @@ bool make_room(int fd, std::size_t length, const OldText& old) {
     return write_whole(fd, line_feeds, length - static_cast<std::size_t>(old.size), old.size);
 }
 
-// Writes first and cuts what is left of the old text afterwards. In between, line feeds stand in for that; on a file
-// longer than a page, its rest begins in a comment line.
+// Writes the new text first, then truncates the rest of the old one. In between, line feeds replace that rest; in a
+// file longer than a page, the remaining text begins inside a comment line.
 bool write_over(int fd, const char* text, std::size_t length, const OldText& old) {
     char page[page_size];
     std::memset(page, '\n', sizeof page);

@@ -12,7 +12,7 @@ namespace {
 
 constexpr LogOperation reading = "OSTREL_GetConfigValues";
 
-// Logs what is wrong with the file's values.
+// Logs wrong values of the file.
 class LoggingObserver final : public ConfigObserver {
 public:
     void value_read(const ConfigKey& key, std::uint32_t found, std::uint32_t used, bool accepted) override {
@@ -41,10 +41,9 @@ public:
     }
 };
 
-// Whether what was read may be taken for the file's values, and written over them; logs why not. `error`: of
-// reading the lines.
+// Whether the values may be used and the file may be rewritten; logs the reason if not. `error`: errno of the read.
 bool is_fit(ConfigFitness fitness, int error) {
-    // Half a file must not be taken for the whole one and rewritten without the other half.
+    // A file that was read only partly must not be rewritten without the rest.
     if (error != 0) {
         OXR_ERROR_IN(reading, "%s, reading oxr.conf failed. Keeping the previous values.", oxr::error_text(error));
         return false;
@@ -62,7 +61,7 @@ bool is_fit(ConfigFitness fitness, int error) {
     return false;
 }
 
-// Gives the file's lines to the judge. 0, or the errno of reading them. An empty file has no values: somebody is about
+// Passes the file's lines to the judge. 0, or the errno of the read. An empty file has no values: somebody is about
 // to write it, or a full disk has cut it. Neither must make the defaults of what it held.
 int judge_lines(oxr::FileReader& file, ConfigJudge& judge) {
     std::string_view line;

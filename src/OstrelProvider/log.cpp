@@ -23,7 +23,7 @@ constexpr off_t max_log_size = 2097152;
 constexpr int kept_log_files = 6;
 constexpr int message_capacity = 2048;
 
-// Room for the name with a rotation suffix, which may be longer than the name's own field.
+// The name with a rotation suffix; it can be longer than the name's own field.
 struct RotatedName {
     char text[LOG_FILENAME_SIZE + 12];
 
@@ -51,8 +51,8 @@ bool write_all(int fd, const char* text, std::size_t length) {
     return true;
 }
 
-// A message as it was formatted ahead of the lock or, when it is longer than that buffer, formatted again. What
-// can't be written is lost: a full disk loses it as a missing folder does.
+// Writes the message that was formatted before the lock was taken or, if it does not fit that buffer, formats it again.
+// A message that cannot be written is lost, for example on a full disk.
 __attribute__((format(printf, 4, 0))) void write_message(int fd, const char* formatted, int length, const char* format,
                                                          va_list arguments) {
     if (length >= 0 && length < message_capacity) {
@@ -124,7 +124,7 @@ void oxr_log(int level, const char* format, ...) {
 }
 
 const char* get_time() {
-    // Callers name errno beside this call in one argument list.
+    // Callers use errno in the same argument list.
     const int error = errno;
     thread_local time_t formatted_at = -1;
     thread_local char text[64] = "";

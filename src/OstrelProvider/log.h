@@ -1,5 +1,5 @@
-// The log: one plain-text file, one line (or more) a message, written at once. Any thread may log; a message
-// never interleaves with another. No function here reports a failure: a message that can't be written is lost.
+// The log: one plain-text file with one or more lines per message, each message written immediately. Any thread may
+// log; messages never interleave. No function here reports a failure: a message that cannot be written is lost.
 #pragma once
 
 #include <atomic>
@@ -10,30 +10,30 @@
 #include "common/mutex.h"
 #include "ostrel/oxr_log.h"  // the log call for other components of the host
 
-// Messages of a level up to this one are written. 1 at load, then 1 or 2 as the configuration file says.
+// Messages up to this level are written. 1 at load, then 1 or 2 as the configuration file says.
 extern std::atomic<std::uint32_t> log_level;
 
 inline constexpr std::uint32_t LOG_LEVEL_ERROR = 0;
 inline constexpr std::uint32_t LOG_LEVEL_INFO = 1;
 inline constexpr std::uint32_t LOG_LEVEL_DEBUG = 2;
 
-// Held for each write and rotation and for the replacement of the log file's name; taken last of all locks.
+// Held during each write, each rotation and each change of the log file's name. Always the last lock taken.
 extern oxr::Mutex log_file_mutex;
 
 // Full path of the current log file.
 extern char g_log_filename[LOG_FILENAME_SIZE] OXR_GUARDED_BY(log_file_mutex);
 
-// Writes the message when `level` is at most log_level, rotating first when the file has outgrown 2 MiB.
-// `format` begins with the standard prefix; the macros below give it. Nothing is allocated.
+// Writes the message if `level` is at most log_level. Rotates first if the file is larger than 2 MiB. `format` must
+// begin with the standard prefix, which the macros below add. Allocates nothing.
 void oxr_log_to_file(std::uint32_t level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-// The local time as the log has it, at most 63 characters; lives until the thread's next call.
+// The local time in the log's format, at most 63 characters. Valid until the thread's next call.
 const char* get_time();
 
-// Begins a new log, and keeps the present one and five older files.
+// Starts a new log and keeps the current one and five older files.
 void begin_new_log() OXR_REQUIRES(log_file_mutex);
 
-// Copies one file onto another. The result of closing the destination, or -1 when there was nothing to close.
+// Copies one file over another. Returns the result of closing the destination, or -1 if it could not be opened.
 int move_log_file(const char* source, const char* destination);
 
 // Replaces the log file's name. At most 99 characters.
@@ -42,9 +42,9 @@ void set_log_filename(const char* filename) OXR_EXCLUDES(log_file_mutex);
 // The name of an operation in messages. Steps of one operation share its name as a constant.
 using LogOperation = const char*;
 
-// One message of a level: the text and its arguments; the line feed is added. The _IN forms print the name of
-// the operation that a step or a shared helper logs for, the _OF form its module, too. Of a DEBUG message that isn't
-// written, the arguments aren't evaluated; the other levels are always on.
+// Log one message: text and arguments, without the final line feed. The _IN forms print the name of the operation for
+// which a step or a shared helper logs; the _OF form also prints its module. The arguments of a DEBUG message are
+// evaluated only if it is written; the other levels are always on.
 #define OXR_LOG(level, word, module, operation, text, ...)                                        \
     oxr_log_to_file(level, "%s: %s: %s: %s:%d : " text "\n", get_time(), word, module, operation, \
                     __LINE__ __VA_OPT__(, ) __VA_ARGS__)

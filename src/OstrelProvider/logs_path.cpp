@@ -24,7 +24,7 @@ void get_logs_path(char* result) {
         oxr::copy_field(result, LOG_FILENAME_SIZE, DEFAULT_LOG_DIR);
         return;
     }
-    // As long as a line, so that a path of any length can be named in the message.
+    // As long as a line, so that the message can contain a path of any length.
     char found[256];
     read_logs_path(file, found);
     if (!is_usable_logs_path(found)) {

@@ -18,18 +18,18 @@ namespace {
 constexpr LogOperation start = "OstrelProviderInit";
 constexpr LogOperation cleanup = "OstrelProviderCleanup";
 
-// Guards the set of users and what is initialised for them. Taken before every shared mutex.
+// Guards the set of users and the shared state. Taken before every shared mutex.
 oxr::Mutex users_mutex;
 
-// One bit a management interface that is handed out.
+// One bit for each management interface in use.
 std::uint32_t users OXR_GUARDED_BY(users_mutex) = 0;
 
-// A shared mutex and its name in messages. It is initialised when nobody can hold it, and only once.
+// A shared mutex and its name in messages. It is initialised only once, before anybody can hold it.
 struct SharedMutex {
     oxr::Mutex& mutex;
     const char* name;
     bool initialised;
-    int result;  // of its last initialisation
+    int result;  // of the last initialisation
 };
 
 SharedMutex shared_log{log_file_mutex, "log_file_mutex", false, 0};
@@ -56,7 +56,7 @@ void init_shared_mutexes() OXR_REQUIRES(users_mutex) {
     }
 }
 
-// One that somebody still holds stays as it is, for whoever holds it.
+// A mutex that is still held is not destroyed.
 int destroy(SharedMutex& shared) {
     if (!shared.initialised) {
         return 0;
@@ -66,7 +66,7 @@ int destroy(SharedMutex& shared) {
     return result;
 }
 
-// Steps of OstrelProviderInit up to the start of the service. False when one failed.
+// The steps of OstrelProviderInit before the service starts. False if one failed.
 bool prepare_shared_state() OXR_REQUIRES(users_mutex) {
     init_shared_mutexes();
     {
@@ -135,10 +135,10 @@ void hand_out(ProviderMi mi) {
 }
 
 void give_back(ProviderMi mi) {
-    // A worker that another provider started must not outlive the library; stopping it may take long, so it is
-    // not done under the lock.
+    // A worker that another provider started must not outlive the library. Stopping it can take long, so the lock is
+    // not held.
     if (is_last_user(mi) && oxr::running_thread(oxr_thread) != 0) {
-        (void)StopService();  // it has logged its failure, and there is nobody left to tell
+        (void)StopService();  // logs its failure
     }
     const oxr::MutexLock lock(users_mutex);
     const std::uint32_t before = users;

@@ -1,6 +1,5 @@
-// Who uses the library. Each management interface that a factory has handed out and no cleanup has taken back
-// is a user, however often it is handed out. The shared mutexes, the stop signal's handler and the worker live
-// until the last user is gone.
+// The users of the library: each management interface from its factory call to its cleanup, however often it is handed
+// out. The shared mutexes, the stop signal's handler and the worker exist until the last user is gone.
 #pragma once
 
 enum class ProviderMi : unsigned {
@@ -16,6 +15,6 @@ enum class ProviderMi : unsigned {
 // Called first by every factory.
 void hand_out(ProviderMi mi);
 
-// Called last by every cleanup. With the last user it stops a worker that still runs, destroys the shared
-// mutexes and puts the host's own SIGUSR1 action back.
+// Called last by every cleanup. For the last user it stops a running worker, destroys the shared mutexes and restores
+// the host's SIGUSR1 action.
 void give_back(ProviderMi mi);

@@ -29,7 +29,7 @@ constexpr int attempts_of_a_minute = 60000 / attempt_milliseconds;
 oxr::Mutex version_mutex;
 ServiceVersions versions OXR_GUARDED_BY(version_mutex){};
 
-// Held while a worker is signalled and joined, so that no worker is joined twice. The worker never takes it.
+// Held while a worker is signalled and joined, so that it is joined only once. The worker never takes it.
 oxr::Mutex stop_mutex;
 
 void read_versions() {
@@ -44,7 +44,7 @@ void read_versions() {
     versions = read;
 }
 
-// SIGUSR1 is blocked around the creation, so that the worker has it blocked from its first instruction.
+// Blocks SIGUSR1 during the creation, so that the worker blocks it from the start.
 int create_worker() {
     sigset_t stop_signal;
     sigset_t before;

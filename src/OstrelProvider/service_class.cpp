@@ -22,10 +22,10 @@ const ServiceInfo current_info = {
 
 namespace {
 
-// Written by the factories, always with the same broker.
+// Set by the factories, always to the same broker.
 std::atomic<const CMPIBroker*> OstrelProviderbroker{nullptr};
 
-// Cleared by a debugger that has attached.
+// An attached debugger clears it.
 std::atomic<std::int32_t> waitDebug{0};
 
 const char* filterKeys[] = {"name", nullptr};
@@ -72,7 +72,7 @@ CMPIStatus OstrelProviderEnumInstances(CMPIInstanceMI*, const CMPIContext*, cons
     return oxr::end_results(result, oxr::return_instance(result, instance));
 }
 
-// Whatever is asked for: there is only one.
+// Ignores the requested keys: there is only one instance.
 CMPIStatus OstrelProviderGetInstance(CMPIInstanceMI*, const CMPIContext*, const CMPIResult* result,
                                      const CMPIObjectPath*, const char** properties) {
     CMPIInstance* const instance =
@@ -89,7 +89,7 @@ CMPIStatus OstrelProviderMethodCleanup(CMPIMethodMI*, const CMPIContext*, CMPIBo
     return CMReturn(CMPI_RC_OK);
 }
 
-// Neither arguments nor results: failures are in the log only.
+// No arguments, no results: only the log reports failures.
 CMPIStatus OstrelProviderInvokeMethod(CMPIMethodMI*, const CMPIContext*, const CMPIResult*, const CMPIObjectPath*,
                                       const char* method, const CMPIArgs*, CMPIArgs*) {
     const char* const name = method != nullptr ? method : "";

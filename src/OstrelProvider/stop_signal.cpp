@@ -13,12 +13,12 @@ namespace {
 // The action installed for SIGUSR1.
 struct sigaction sig_actions;
 
-// The handler may read the kept action while another factory call replaces it, so a replacement is written
-// into the place that is not in use.
+// The handler may read the kept action while another factory call replaces it, so the replacement is written to the
+// unused place.
 struct sigaction kept_places[2];
 std::atomic<const struct sigaction*> kept_action{nullptr};
 
-// The thread that is giving a signal to the kept action: a host's handler installed over ours may call ours.
+// The thread that currently calls the kept action. A handler that the host installed over ours may call ours again.
 std::atomic<pthread_t> passing_on{0};
 
 bool is_ours(const struct sigaction& action) {
@@ -38,7 +38,7 @@ void call(const struct sigaction& action, int signal) {
         info.si_code = SI_USER;
         action.sa_sigaction(signal, &info, nullptr);
     } else if (action.sa_handler == SIG_DFL) {
-        // The host would have ended by it; so it does, as soon as the handler returns.
+        // The default action ends the process, as soon as this handler returns.
         (void)sigaction(SIGUSR1, &action, nullptr);
         (void)raise(signal);
     } else if (action.sa_handler != SIG_IGN) {
@@ -53,7 +53,7 @@ int install_stop_signal() {
     sig_actions.sa_handler = sigusr1_handler;
     sigemptyset(&sig_actions.sa_mask);
     sig_actions.sa_flags = 0;
-    // Kept first: a signal may come as soon as ours is installed.
+    // Keep it first: a signal can arrive as soon as our action is installed.
     struct sigaction found {};
     if (const int result = sigaction(SIGUSR1, nullptr, &found); result != 0) {
         return result;
@@ -68,7 +68,7 @@ void remove_stop_signal() {
     struct sigaction installed {};
     const struct sigaction* const kept = kept_action.load();
     if (kept != nullptr && sigaction(SIGUSR1, nullptr, &installed) == 0 && is_ours(installed)) {
-        (void)sigaction(SIGUSR1, kept, nullptr);  // with a valid signal and action it can't fail
+        (void)sigaction(SIGUSR1, kept, nullptr);  // cannot fail for a valid signal and action
     }
 }
 

@@ -1,11 +1,11 @@
-// The action installed for SIGUSR1 and the host's own one that it replaced.
+// Our action for SIGUSR1 and the host's action that it replaces.
 #pragma once
 
-// Keeps the action found, unless it is ours, and installs sigusr1_handler. Result of sigaction.
+// Keeps the current action unless it is ours, and installs sigusr1_handler. Returns the result of sigaction.
 int install_stop_signal();
 
-// Puts the kept action back when ours is still installed.
+// Restores the kept action if ours is still installed.
 void remove_stop_signal();
 
-// Gives a SIGUSR1 that is not meant for the worker to the kept action. Runs in a signal handler.
+// Passes a SIGUSR1 that was not sent to the worker to the kept action. Runs in a signal handler.
 void pass_on_signal(int signal);

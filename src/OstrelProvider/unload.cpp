@@ -11,8 +11,8 @@
 
 namespace {
 
-// A CIM server may end or unload the library after the cleanup of one class only, or of none. What was there before
-// the library was loaded still works when this is destroyed.
+// A CIM server may exit or unload the library after the cleanup of only one class, or of none. Everything that existed
+// before the library was loaded still works when this is destroyed.
 struct EndOfLibrary {
     constexpr EndOfLibrary() = default;
     ~EndOfLibrary() {
@@ -27,7 +27,7 @@ bool is_this_thread(const std::atomic<pthread_t>& shown) {
     return pthread_equal(shown.load(), pthread_self()) != 0;
 }
 
-// Takes no lock and logs nothing, since this thread may hold any lock.
+// Takes no lock and logs nothing, because this thread may hold any lock.
 void let_renewal_finish() {
     oxr::enable_stop_points(nullptr);
     for (int waits = 0; renewals_at_work.load() != 0 && waits < max_renewal_waits; ++waits) {

@@ -6,7 +6,7 @@
 
 namespace {
 
-// The first word, cut to what fits. `operation` is the caller, for whom it logs.
+// The first word, cut to the buffer's size. `operation` is the caller's name in messages.
 int read_version_word(const char* operation, const char* path, char* buffer) {
     oxr::FileReader file(path);
     if (!file.opened()) {

@@ -27,14 +27,14 @@ namespace {
 
 constexpr LogOperation work = "do_work";
 
-// Who the worker is, for the signal handler.
+// The worker's thread, for the signal handler.
 std::atomic<pthread_t> worker_self{0};
 
-// Ends the worker from a stop point. pthread_exit would do as well but for a library that is being unloaded: it may
-// want to load the unwinder and wait for the dynamic loader, which waits for the worker.
+// Thrown at a stop point to end the worker. pthread_exit is not usable while the library is unloaded: it may load the
+// unwinder and wait for the dynamic loader, which waits for the worker.
 struct WorkerStopped {};
 
-// The part of a cycle that a renewal must not run beside.
+// The part of a cycle during which no renewal may run.
 class LockedCycle {
 public:
     LockedCycle() {
@@ -71,7 +71,7 @@ void run_pass_unless_held_off(const ConfigValues& values) {
     } else if (renew_connections_running.load() != 0) {
         OXR_INFO_IN(work, "renewal connections(iscsi digest) in progress continue to sleep");
     } else {
-        (void)handle_ostrel_connections(values);  // a failed pass is not retried early
+        (void)handle_ostrel_connections(values);  // a failed pass is repeated only in the next cycle
     }
 }
 

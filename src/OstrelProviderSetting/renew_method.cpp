@@ -25,7 +25,7 @@ constexpr int seconds_between_worker_stop_looks = 5;
 constexpr int max_lock_file_looks = 60;
 constexpr int seconds_between_lock_file_looks = 1;
 
-// The arguments, each checked. Texts and array are the broker's and live through the call.
+// The checked arguments. The broker owns the texts and the array; they are valid during the call.
 struct RenewalArguments {
     const CMPIArray* targets = nullptr;
     CMPICount num_targets = 0;
@@ -33,7 +33,7 @@ struct RenewalArguments {
     const char* paramvalue = nullptr;  // null: no value
 };
 
-// What a request ended with, and the text for the client; null: none.
+// The result of a request and the text for the client (null: none).
 struct Outcome {
     std::uint32_t oxd_status;
     const char* message;
@@ -48,7 +48,7 @@ Outcome outcome_of(std::uint32_t oxd_status) {
 
 // --- arguments: each step gives null, or the message of the failure that ends the call ---------------------
 
-// CIM servers have no type for the elements of an empty array and may hand it on as one of instances.
+// An empty array has no element type; CIM servers may pass it as an array of instances.
 bool is_string_array(const CMPIData& argument) {
     if ((argument.type & CMPI_ARRAY) == 0 || !oxr::has_value(argument) || argument.value.array == nullptr) {
         return false;
@@ -85,7 +85,7 @@ const char* check_targets(const CMPIArgs* in, RenewalArguments& arguments) {
     return nullptr;
 }
 
-// A string that may have no value. False when the argument is absent or of another type.
+// A string that may be null. False if the argument is absent or has another type.
 bool read_optional_text(const CMPIArgs* in, const char* name, const char*& text) {
     const CMPIData argument = oxr::get_argument(in, name);
     if (argument.type != CMPI_string) {
@@ -141,8 +141,8 @@ Outcome wait_while_worker_is_stopped() {
     }
 }
 
-// True, and the worker skips its passes from now on, when no pass can be under way. A worker may have failed to make
-// its lock file, and a lock file that can't be seen may be there all the same.
+// If no pass can be running: makes the worker skip its passes and returns true. A worker may have failed to create its
+// lock file, and if access() fails, the lock file may still exist.
 bool hold_off_worker() {
     const oxr::MutexLock lock(lock_file_mutex);
     if (cycle_under_way || ::access(OSTREL_LOCK_FILE, F_OK) == 0 || errno != ENOENT) {
@@ -180,7 +180,7 @@ Outcome renew_targets(const RenewalArguments& arguments) OXR_REQUIRES(conn_renew
     return outcome_of(handleChangeIscsiDigest(targets.get(), count, enable));
 }
 
-// One request at a time, from its waits to the moment the worker is free again.
+// One request at a time, from its waits until the worker may run passes again.
 Outcome serve_request(const RenewalArguments& arguments) {
     const oxr::MutexLock lock(conn_renew_mutex);
     Outcome outcome = wait_while_worker_is_stopped();
@@ -196,7 +196,7 @@ Outcome serve_request(const RenewalArguments& arguments) {
 
 void return_oxd_status(const CMPIArgs* out, std::uint32_t oxd_status) {
     if (out != nullptr) {
-        (void)CMAddArg(out, "oxd_status", &oxd_status, CMPI_uint32);  // the log has the status too
+        (void)CMAddArg(out, "oxd_status", &oxd_status, CMPI_uint32);  // the status is also logged
     }
     OXR_INFO_IN(request, "returning oxd status %d", static_cast<int>(oxd_status));
 }

@@ -9,11 +9,11 @@
 
 namespace {
 
-// What may be set: fixed, whatever limits the file has.
+// The range that clients may set, whatever limits the file has.
 constexpr std::uint32_t min_settable_sessions = 2;
 constexpr std::uint32_t max_settable_sessions = 8;
 
-// The outcome of checking an argument: OK, or the code and message that the client gets.
+// The result of checking an argument: OK, or the code and message for the client.
 struct Check {
     CMPIrc code;
     const char* message;
@@ -75,8 +75,8 @@ Check check_arguments(const char* operation, const CMPIArgs* in, int& index, std
     return check;
 }
 
-// Writes the setting into the file, whose other values stay. The client isn't told of a failure, the log is. A file
-// that is there but was not taken for values is not written over: its values would be lost.
+// Writes the setting to the file and keeps its other values. Only the log reports a failure, not the method. A file
+// that exists but was refused is not overwritten: its values would be lost.
 void write_value(const char* operation, int index, std::uint32_t value) {
     ConfigValues values;
     const oxr::MutexLock lock(config_file_mutex);
@@ -90,7 +90,7 @@ void write_value(const char* operation, int index, std::uint32_t value) {
         return;
     }
     (index == SETTING_INTERVAL ? values.interval : values.vol_sessions) = value;
-    (void)set_value_in_file(&values);  // it has logged its failure
+    (void)set_value_in_file(&values);  // logs its failure
 }
 
 }  // namespace

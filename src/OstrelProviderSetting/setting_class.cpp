@@ -10,13 +10,13 @@
 
 namespace {
 
-// Cleared by a debugger that has attached.
+// An attached debugger clears it.
 std::atomic<std::int32_t> waitDebug{0};
 
 const char* filterKeys[] = {"name", nullptr};
 
-// The settings with the file's values, or the defaults when it can't be read: all of one reading, whatever others
-// read or set in the meantime.
+// The settings with the file's values, or with the defaults if it cannot be read. All values are from one read,
+// whatever other threads read or set meanwhile.
 void read_settings(const char* operation, SettingEntry (&settings)[NUM_SETTINGS]) {
     ConfigValues values;
     const oxr::MutexLock lock(config_file_mutex);
@@ -80,7 +80,8 @@ CMPIStatus OstrelProviderSettingEnumInstances(CMPIInstanceMI*, const CMPIContext
     return oxr::end_results(result, all_returned);
 }
 
-// Whatever is asked for: "interval", as last seen. Clients know the second key by this spelling here.
+// Ignores the requested keys: always "interval", with its last known value. Here clients expect the second key in this
+// spelling.
 CMPIStatus OstrelProviderSettingGetInstance(CMPIInstanceMI*, const CMPIContext*, const CMPIResult* result,
                                             const CMPIObjectPath*, const char** properties) {
     const CMPIBroker* const broker = setting_broker();

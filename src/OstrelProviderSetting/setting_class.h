@@ -1,5 +1,5 @@
-// The class OSTREL_ConnectionServiceSetting: one instance a setting. Operations run on the CIM server's
-// threads, several at once.
+// The class OSTREL_ConnectionServiceSetting: one instance per setting. Operations run concurrently on the CIM server's
+// threads.
 #pragma once
 
 #include "OstrelProviderSetting/setting_table.h"
@@ -7,8 +7,8 @@
 
 inline constexpr char SETTING_CLASS[] = "OSTREL_ConnectionServiceSetting";
 
-// The setting's path with its two keys. `id_key` is how the second key is spelled. Null when the broker can't
-// make one.
+// The setting's path with its two keys. `id_key` is the spelling of the second key. Null if the broker cannot create
+// one.
 CMPIObjectPath* new_setting_path(const CMPIBroker* broker, const SettingEntry& setting,
                                  const char* id_key = "InstanceId");
 
@@ -23,8 +23,8 @@ CMPIStatus OstrelProviderSettingEnumInstances(CMPIInstanceMI*, const CMPIContext
 CMPIStatus OstrelProviderSettingGetInstance(CMPIInstanceMI*, const CMPIContext*, const CMPIResult* result,
                                             const CMPIObjectPath*, const char** properties);
 
-// Factories of the setting provider. Each makes its interface a user of the library; the interfaces live for
-// ever. `context` and `status` are not used.
+// Factories of the setting provider. Each registers its interface as a user of the library; the interfaces are static.
+// `context` and `status` are not used.
 extern "C" {
 __attribute__((visibility("default"))) CMPIInstanceMI* OstrelProviderSetting_Create_InstanceMI(
     const CMPIBroker* broker, const CMPIContext* context, CMPIStatus* status);

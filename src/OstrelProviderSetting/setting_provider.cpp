@@ -8,7 +8,7 @@
 
 namespace {
 
-// Written by the factories, always with the same broker.
+// Set by the factories, always to the same broker.
 std::atomic<const CMPIBroker*> OstrelProviderSettingbroker{nullptr};
 
 constexpr CMPIInstanceMIFT instance_table = make_instance_table(

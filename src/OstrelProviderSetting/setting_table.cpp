@@ -8,7 +8,7 @@
 
 namespace {
 
-// The 32-bit fields are reached through the functions below only.
+// Access the 32-bit fields only through the functions below.
 SettingEntry nps[NUM_SETTINGS] = {
     {
         .name = "interval",

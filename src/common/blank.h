@@ -1,4 +1,4 @@
-// Character classes of the files that are read, independent of the host's locale.
+// Character classes for the files that the library reads, independent of the host's locale.
 #pragma once
 
 #include <string_view>

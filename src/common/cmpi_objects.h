@@ -1,6 +1,6 @@
-// What every provider does with the broker's objects: build paths and instances, read texts, return results.
-// A null from the broker is carried through here: the functions take null objects, do nothing with them and
-// give null back, and the return functions then tell that nothing was returned.
+// Helpers for the broker's objects: build paths and instances, read texts, return results. If the broker returns
+// null, the null is passed on: the functions accept null objects, do nothing with them and return null, and the
+// return functions then report that nothing was returned.
 #pragma once
 
 #include <cstdint>
@@ -11,12 +11,12 @@ namespace oxr {
 
 inline constexpr char CIM_NAMESPACE[] = "ostrel/cimv2";
 
-// The value is there; its type is not looked at.
+// Whether the value is present. Its type is not checked.
 inline bool has_value(const CMPIData& data) {
     return (data.state & (CMPI_nullValue | CMPI_notFound | CMPI_badValue)) == 0;
 }
 
-// The text of a string value, or null when it is of another type or has no value. Lives as long as the value.
+// The text of a string value, or null if it has another type or no value. Valid as long as the value.
 inline const char* text_of(const CMPIData& data) {
     if (data.type != CMPI_string || !has_value(data) || data.value.string == nullptr) {
         return nullptr;
@@ -24,7 +24,7 @@ inline const char* text_of(const CMPIData& data) {
     return CMGetCharPtr(data.value.string);
 }
 
-// The path is of the class or of one derived from it. False too when the broker can't tell.
+// Whether the path's class is this class or derived from it. Also false if the broker cannot tell.
 inline bool is_a(const CMPIBroker* broker, const CMPIObjectPath* path, const char* class_name) {
     if (broker == nullptr || path == nullptr) {
         return false;
@@ -43,7 +43,7 @@ inline CMPIObjectPath* new_path(const CMPIBroker* broker, const char* class_name
 
 inline void add_text_key(CMPIObjectPath* path, const char* name, const char* text) {
     if (path != nullptr) {
-        (void)CMAddKey(path, name, text, CMPI_chars);  // a path without the key names nothing: the broker tells
+        (void)CMAddKey(path, name, text, CMPI_chars);  // the broker reports a path without its key
     }
 }
 
@@ -53,7 +53,7 @@ inline void add_reference_key(CMPIObjectPath* path, const char* name, const CMPI
     }
 }
 
-// A key's value; without one when the path or the key is absent.
+// A key's value; it has no value if the path or the key is absent.
 inline CMPIData get_key(const CMPIObjectPath* path, const char* name) {
     CMPIData key{CMPI_null, CMPI_notFound, {}};
     if (path != nullptr) {
@@ -66,7 +66,7 @@ inline CMPIData get_key(const CMPIObjectPath* path, const char* name) {
     return key;
 }
 
-// A reference key's path, or null when it is absent or of another type.
+// A reference key's path, or null if it is absent or has another type.
 inline CMPIObjectPath* get_reference_key(const CMPIObjectPath* path, const char* name) {
     const CMPIData key = get_key(path, name);
     return key.type == CMPI_ref && has_value(key) ? key.value.ref : nullptr;
@@ -74,8 +74,8 @@ inline CMPIObjectPath* get_reference_key(const CMPIObjectPath* path, const char*
 
 // --- instances --------------------------------------------------------------------------------------------
 
-// An instance on the path that carries the listed properties; `keys` are always kept. Both lists end with a
-// null pointer; a null `properties`: all of them.
+// An instance on the path with the listed properties; `keys` are always kept. Both lists end with a null pointer.
+// If `properties` is null: all properties.
 inline CMPIInstance* new_instance(const CMPIBroker* broker, const CMPIObjectPath* path, const char** properties,
                                   const char** keys) {
     if (broker == nullptr || path == nullptr) {
@@ -83,12 +83,12 @@ inline CMPIInstance* new_instance(const CMPIBroker* broker, const CMPIObjectPath
     }
     CMPIInstance* const instance = CMNewInstance(broker, path, nullptr);
     if (instance != nullptr) {
-        (void)CMSetPropertyFilter(instance, properties, keys);  // unfiltered is more than was asked for, not less
+        (void)CMSetPropertyFilter(instance, properties, keys);  // if it fails, the client gets all properties
     }
     return instance;
 }
 
-// A property outside the filter is refused by the broker, so the result says nothing.
+// The result is ignored: the broker refuses a property that the filter excludes.
 inline void set_text(const CMPIInstance* instance, const char* name, const char* text) {
     if (instance != nullptr) {
         (void)CMSetProperty(instance, name, text, CMPI_chars);
@@ -109,7 +109,7 @@ inline void set_reference(const CMPIInstance* instance, const char* name, const 
 
 // --- results ----------------------------------------------------------------------------------------------
 
-// False when there was nothing to return or nowhere to return it to.
+// False if the object or the result is null, or if the broker refuses it.
 inline bool return_path(const CMPIResult* result, const CMPIObjectPath* path) {
     return result != nullptr && path != nullptr && CMReturnObjectPath(result, path).rc == CMPI_RC_OK;
 }
@@ -118,7 +118,7 @@ inline bool return_instance(const CMPIResult* result, const CMPIInstance* instan
     return result != nullptr && instance != nullptr && CMReturnInstance(result, instance).rc == CMPI_RC_OK;
 }
 
-// Ends an answer, with OK in any case.
+// Completes the results with OK.
 inline CMPIStatus end_results(const CMPIResult* result) {
     if (result != nullptr) {
         (void)CMReturnDone(result);
@@ -126,7 +126,7 @@ inline CMPIStatus end_results(const CMPIResult* result) {
     return CMReturn(CMPI_RC_OK);
 }
 
-// Ends an answer: OK, or FAILED when one of its objects could not be made or returned.
+// Completes the results: OK, or FAILED if an object could not be created or returned.
 inline CMPIStatus end_results(const CMPIResult* result, bool all_returned) {
     return result != nullptr && all_returned ? end_results(result) : CMReturn(CMPI_RC_ERR_FAILED);
 }

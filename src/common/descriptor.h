@@ -10,7 +10,7 @@ namespace oxr {
 class Descriptor {
 public:
     explicit Descriptor(int fd) : fd_(fd) {}
-    // Whoever must know whether a file was written in full calls close().
+    // Ignores the result; call close() to learn whether the file was written completely.
     ~Descriptor() {
         if (fd_ >= 0) {
             const int error = errno;
@@ -23,7 +23,7 @@ public:
 
     bool valid() const { return fd_ >= 0; }
     int get() const { return fd_; }
-    // Closes now; the result of close(2).
+    // Closes now. Returns the result of close(2).
     int close() {
         const int fd = fd_;
         fd_ = -1;

@@ -1,4 +1,4 @@
-// Reading text files of any size and content with a fixed buffer.
+// Reads text files of any size and content through a fixed buffer.
 #pragma once
 
 #include <cstddef>
@@ -16,14 +16,14 @@ public:
     explicit FileReader(const char* path);
 
     bool opened() const { return file_.valid(); }
-    // errno of the failed open or read; 0 when neither failed. What is no regular file is not opened.
+    // errno of the failed open or read, or 0. Only regular files are opened.
     int error() const { return error_; }
 
     // The next byte, or -1 at the end of the file and after a failed read (see error()).
     int next();
 
-    // The next line cut to its first 255 characters, line feed included in text and length; the rest of a
-    // longer line is skipped. False at the end. The text lives until the next call.
+    // The next line, with its line feed, at most 255 characters; the rest of a longer line is skipped. False at
+    // the end. The text is valid until the next call.
     bool next_line(std::string_view& line);
 
 private:
@@ -35,7 +35,7 @@ private:
     char buffer_[4096];
 };
 
-// True when the first non-blank character of the line is "#".
+// Whether the first non-blank character of the line is "#".
 bool is_comment_line(std::string_view line);
 
 }  // namespace oxr

@@ -1,4 +1,4 @@
-// Heap records whose allocation may fail without throwing.
+// Heap allocation that returns null instead of throwing.
 #pragma once
 
 #include <cstddef>
@@ -14,7 +14,7 @@ std::unique_ptr<T> make_zeroed() {
     return std::unique_ptr<T>(new (std::nothrow) T());
 }
 
-// `count` T whose content is left to be written, or null: for records of which only those filled are read.
+// `count` T with undefined content, or null: for records that are written before they are read.
 template <typename T>
 std::unique_ptr<T[]> make_unset_array(std::size_t count) {
     if (count > PTRDIFF_MAX / sizeof(T)) {

@@ -1,4 +1,4 @@
-// Where the log stands and how long its name may be; shared by the log and by the configuration, which can move it.
+// The default folder of the log and the maximum length of its name; used by the log and by the configuration.
 #pragma once
 
 #include <cstddef>

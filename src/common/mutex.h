@@ -1,4 +1,4 @@
-// Mutexes in static storage, with the annotations that clang checks lock rules by.
+// Mutexes in static storage, with annotations for clang's thread-safety analysis.
 #pragma once
 
 #include <pthread.h>
@@ -19,8 +19,8 @@
 
 namespace oxr {
 
-// How many mutexes the calling thread holds or waits for. A signal handler of the host that ends the process may run
-// on top of our code.
+// How many mutexes the calling thread holds or waits for. Needed if a signal handler of the host interrupts our code
+// and ends the process.
 extern constinit thread_local int mutexes_held;
 
 class OXR_CAPABILITY Mutex {
@@ -44,8 +44,8 @@ public:
         --mutexes_held;
     }
 
-    // pthread results. A mutex can be locked from the start and after destroy too, as one that was never
-    // initialised explicitly: the last messages of a shutdown still find their lock.
+    // Return pthread results. A mutex can also be locked before init() and after destroy(): it then has its static
+    // initialiser. The last messages of a shutdown need that.
     int init() { return pthread_mutex_init(&mutex_, nullptr); }
     int destroy() {
         const int result = pthread_mutex_destroy(&mutex_);

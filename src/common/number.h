@@ -1,4 +1,4 @@
-// Decimal numbers as the configuration file has them.
+// Decimal numbers in the configuration file.
 #pragma once
 
 #include <cstdint>
@@ -6,9 +6,9 @@
 
 namespace oxr {
 
-// Leading blanks, an optional sign, digits; reading stops at the first other character; no digits give 0. A
-// negative number becomes a very large one, and what was written from that reads as the same again. A number that
-// fits 32 bits neither way is taken as the largest or smallest signed one, so that it stays out of every range.
+// Reads blanks, an optional sign and digits up to the first other character; 0 without digits. A negative number is
+// returned as a very large one, and reads the same after it was written. A number beyond both 32-bit ranges becomes the
+// largest or smallest signed number, so it stays out of every range.
 std::uint32_t read_number(std::string_view text);
 
 }  // namespace oxr

@@ -12,7 +12,7 @@ namespace oxr {
 
 namespace {
 
-// 0, or the errno for which a file that is open is refused.
+// 0, or the errno for refusing the open file.
 int refusal(int fd, struct stat& status) {
     if (__fxstat(STAT_RECORD_VERSION, fd, &status) != 0) {
         return errno;

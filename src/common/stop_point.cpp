@@ -17,7 +17,7 @@ namespace {
 thread_local void (*stop_handler)(int) = nullptr;
 thread_local bool held_off = false;
 
-// Held while a stop is asked for, so that the thread can't be gone between the request and its signal.
+// Held during a request, so that the thread cannot end between the request and its signal.
 Mutex request_mutex;
 std::atomic<bool> requested{false};
 
@@ -51,7 +51,7 @@ void sleep_plainly(long long nanoseconds) {
     }
 }
 
-// Waits without taking signals, looking for a request now and then.
+// Waits without accepting signals and checks for a request from time to time.
 void sleep_in_slices(long long nanoseconds) {
     while (nanoseconds > 0) {
         const long long slice = std::min(nanoseconds, slice_nanoseconds);
@@ -63,9 +63,8 @@ void sleep_in_slices(long long nanoseconds) {
     }
 }
 
-// The worker's wait. A SIGUSR1 that nobody sent to the worker was sent to the process, and this wait has
-// taken it from a thread that waits for it as well or will unblock it: it is given back, and for the rest of
-// the wait the worker keeps off.
+// The worker's wait. A SIGUSR1 that no request sent was sent to the process, for a thread that also waits for it or
+// will unblock it. The worker sends it to the process again and does not accept the signal for the rest of the wait.
 void wait_for_stop(long long nanoseconds) {
     sigset_t signals;
     sigemptyset(&signals);
@@ -81,7 +80,7 @@ void wait_for_stop(long long nanoseconds) {
             break;
         }
         if (signal == SIGUSR1 && !stop_is_requested()) {
-            (void)kill(getpid(), SIGUSR1);  // to one's own process it can't fail
+            (void)kill(getpid(), SIGUSR1);  // cannot fail for the own process
             sleep_in_slices(end - monotonic_nanoseconds());
             break;
         }

@@ -1,31 +1,30 @@
-// Stop points and waits. The worker thread is stopped by SIGUSR1, which it keeps blocked for its whole life
-// and takes only here, where it holds no shared mutex: a stop can come anywhere in a pass and leaves nothing
-// locked; heap records, descriptors and IMA lists are given back by their owners' destructors. A pass has one ahead of
-// every call that adds or removes a session or target, rescans or deletes. On any other thread a stop point does
-// nothing and a wait only waits.
+// Stop points and waits. SIGUSR1 stops the worker thread. The worker always blocks the signal and accepts it only at
+// stop points, where it holds no shared mutex; destructors release heap records, descriptors and IMA lists. A pass has
+// a stop point before every call that adds or removes a session or target, rescans, or deletes dead paths. On any other
+// thread a stop point does nothing and a wait only waits.
 #pragma once
 
 #include <pthread.h>
 
 namespace oxr {
 
-// Makes the calling thread one that stops at stop points. SIGUSR1 must be blocked in it. `on_stop` is called
-// there, as an ordinary function, with the signal's number; it does not return.
+// Makes the calling thread stop at stop points. The thread must block SIGUSR1. A stop point calls `on_stop`, as an
+// ordinary function, with the signal's number; it must not return.
 void enable_stop_points(void (*on_stop)(int signal));
 
-// Asks a thread with stop points to stop and sends it SIGUSR1. Result of pthread_kill; when it fails the
+// Asks a thread with stop points to stop and sends it SIGUSR1. Returns the result of pthread_kill; if it fails, the
 // request is withdrawn. One request at a time.
 int request_stop(pthread_t thread);
 
-// Withdraws a request that was carried out, before another thread with stop points is created.
+// Clears a completed request. Call it before you create another thread with stop points.
 void clear_stop_request();
 
-// A look whether a stop is asked for, without waiting. True: it is, but it is held off, and the caller ends what it
-// does as soon as it may.
+// Stops the thread if a stop is requested; does not wait. Returns true if a stop is requested but held off: the caller
+// should then end its work as soon as it can.
 bool stop_point();
 
-// Holds stops off on its thread while it lives, for steps of which the first takes away what the last gives back. Not
-// nested.
+// Holds stops off on its thread during its lifetime, for a series of steps of which the last restores what the first
+// removes. Cannot be nested.
 class StopHold {
 public:
     StopHold();
@@ -34,8 +33,8 @@ public:
     StopHold& operator=(const StopHold&) = delete;
 };
 
-// Waits in one piece; on the worker the whole wait is a stop point, and ends at once when a stop is asked for but held
-// off. 0 or less: returns at once.
+// Waits. On the worker the whole wait is a stop point; it ends at once if a stop is requested but held off. Returns
+// immediately for 0 or less.
 void wait_seconds(long seconds);
 void wait_milliseconds(long milliseconds);
 

@@ -1,5 +1,5 @@
-// Text in fixed fields. A field holds at most its width in characters and is terminated only when shorter;
-// these helpers are the only way in and out of such fields.
+// Text in fixed-size fields. A field holds as many characters as it is wide, and is terminated only if its text is
+// shorter. Use only these helpers to read and write such fields.
 #pragma once
 
 #include <cstddef>
@@ -18,7 +18,7 @@ std::string_view field_view(const char (&field)[N]) {
     return field_view(field, N);
 }
 
-// Copies at most `capacity` characters and zeroes the rest; a text that fills the field stays unterminated.
+// Copies at most `capacity` characters and zeroes the rest. A text that fills the field is not terminated.
 inline void copy_field(char* field, std::size_t capacity, std::string_view text) {
     const std::size_t length = text.size() < capacity ? text.size() : capacity;
     std::memcpy(field, text.data(), length);
@@ -37,7 +37,7 @@ void copy_text(char (&field)[N], std::string_view text) {
     field[N - 1] = '\0';
 }
 
-// A terminated copy of a field for logging and for calls that want a C string.
+// A terminated copy of a field, for logging and for calls that need a C string.
 template <std::size_t N>
 class FieldText {
 public:
@@ -52,7 +52,7 @@ private:
     char text_[N + 1];
 };
 
-// The system's text for an errno or pthread result. Lives until the thread's next call.
+// The system's text for an errno or pthread result. Valid until the thread's next call.
 const char* error_text(int error);
 
 }  // namespace oxr

@@ -14,11 +14,11 @@ namespace {
 Mutex creation_mutex;
 std::atomic<bool> ended{false};
 
-// Set and read before the lock is taken: in a forked child it may be locked by a thread of the parent.
+// Accessed without the lock: in a forked child, a thread of the parent may have locked it.
 std::atomic<pid_t> creator{0};
 
-// The first thread that throws may have to wait for the dynamic loader, to learn where its exceptions are kept. The
-// loader waits for the worker when it unloads the library, so this is learned before there is a worker.
+// The first thread that throws may have to wait for the dynamic loader, which resolves the thread's exception storage.
+// When it unloads the library, the loader waits for the worker. So this is resolved before the worker exists.
 void settle_exceptions() {
     [[maybe_unused]] void* const volatile settled = abi::__cxa_get_globals();
 }

@@ -55,8 +55,8 @@ void ConfigJudge::take_value(const ConfigKey& key, std::uint32_t found) {
 }
 
 ConfigFitness ConfigJudge::fitness() const {
-    // A file of the current format, found unreadable a moment ago, must not lose its values to a conversion, and
-    // one that could not be converted must keep them for the next one.
+    // A file of the current format that could not be read a moment ago must not lose its values to a conversion. A file
+    // that could not be converted must keep them for the next attempt.
     if (converting_ && has_comment_) {
         return ConfigFitness::has_comments;
     }

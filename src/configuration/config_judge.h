@@ -1,5 +1,5 @@
-// Judges the text of a configuration file: which values it puts in force, what of it is wrong, and whether the file
-// is to be rewritten. Nothing is read, logged or written here: the reader does that, and whoever else wants to know.
+// Validates the text of a configuration file: which values are in force, what is wrong, and whether the file must be
+// rewritten. Reads, logs and writes nothing: that is up to the caller.
 #pragma once
 
 #include <bitset>
@@ -10,47 +10,47 @@
 #include "configuration/config_keys.h"
 #include "configuration/config_values.h"
 
-// What is noticed on the way, in the order of the judging; whoever watches takes what concerns it.
+// Receives the findings in the order of validation. Override only what you need.
 class ConfigObserver {
 public:
-    // The line of a key with a number: the one in it, and what is used instead when that isn't accepted.
+    // The line of a key with a number: the number in the line and the number that is used. They differ if it is not
+    // accepted.
     virtual void value_read(const ConfigKey& /*key*/, std::uint32_t /*found*/, std::uint32_t /*used*/,
                             bool /*accepted*/) {}
-    // A line that is neither comment nor key of the file's format. `name`: what stands before the delimiter; without
-    // one `has_delimiter` is false and the name is the line.
+    // A line that is neither a comment nor a key of the file's format. `name` is the text before the delimiter, or the
+    // whole line if `has_delimiter` is false.
     virtual void line_ignored(std::string_view /*name*/, bool /*has_delimiter*/) {}
-    // The relations between the values, with those that are about to be corrected.
+    // Values that contradict each other, before their correction.
     virtual void minimum_above_maximum(const ConfigValues& /*values*/, std::uint32_t /*default_minimum*/) {}
     virtual void vol_sessions_outside(const ConfigValues& /*values*/) {}
-    // A key that every rewritten file has isn't there.
+    // A key that every rewritten file has is missing.
     virtual void key_missing(std::string_view /*name*/) {}
 
 protected:
     ~ConfigObserver() = default;
 };
 
-// Whether what was judged may be taken for the file's values and written over them.
+// Whether the values may be used and the file may be rewritten with them.
 enum class ConfigFitness {
     fit,
-    has_comments,   // it was to be converted, but only a file of the current format has comment lines
-    not_converted,  // it holds keys in the old format only
+    has_comments,   // cannot be converted: only files of the current format have comment lines
+    not_converted,  // contains keys in the old format only
 };
 
-// Takes the file's lines one by one, then finish(). `observer` must outlive it.
+// Pass it the file's lines one by one, then call finish(). `observer` must outlive it.
 class ConfigJudge {
 public:
-    // `converting`: the lines are a key, ":" and a value, the old format.
+    // `converting`: the lines have the old format (key, ":", value).
     ConfigJudge(bool converting, ConfigObserver& observer)
         : observer_(observer), converting_(converting), rewrite_(converting) {}
 
-    // A line as the file has it, with or without its line feed; at most 255 characters are looked at by the caller's
-    // choice.
+    // A line of the file, with or without its line feed. The caller cuts lines at 255 characters.
     void take_line(std::string_view line);
     ConfigFitness fitness() const;
-    // Corrects the relations between the values; once, after the last line.
+    // Corrects values that contradict each other. Call it once, after the last line.
     void finish();
 
-    // The logs path in it is the default: it has a rule of its own (logs_path_rule.h).
+    // The logs path in them is the default: it has its own rule (logs_path_rule.h).
     const ConfigValues& values() const { return values_; }
     bool has_logs_path() const { return has(*find_config_key(LOGS_PATH_KEY)); }
     bool wants_rewrite() const { return rewrite_; }

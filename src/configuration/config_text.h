@@ -12,7 +12,7 @@ inline constexpr std::size_t CONFIG_LINE_SIZE = 512;
 // The two forms differ in the wording of some comment lines.
 enum class ConfigForm { created, rewritten };
 
-// Fills `text` with the file that holds the record's values; returns its length.
+// Writes the file with the record's values into `text`; returns its length.
 std::size_t compose_config(char (&text)[CONFIG_TEXT_SIZE], ConfigForm form, const ConfigValues& values);
 
 // Fills `text` with what the log tells of the values in force: "interval = 120, vol_sessions = 0, ...". Without

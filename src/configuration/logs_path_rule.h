@@ -1,4 +1,4 @@
-// The rule for the key ostrel_logs_path: which line is one, and which folder can take the log.
+// The rule for the key ostrel_logs_path: which lines set it and which folders are usable.
 #pragma once
 
 #include <cstddef>
@@ -13,8 +13,8 @@ inline constexpr std::size_t MAX_LOGS_PATH = 91;
 // "=" directly behind it.
 bool logs_path_value(std::string_view line, std::string_view& value);
 
-// The value of the file's last logs-path line, as much of it as a line holds; empty: it has none.
+// The value of the file's last logs-path line, cut like every line; empty if there is none.
 void read_logs_path(oxr::FileReader& file, char (&path)[256]);
 
-// Whether the path names something that exists and leaves room for the log file's name.
+// Whether the path exists and leaves room for the log file's name.
 bool is_usable_logs_path(const char* path);

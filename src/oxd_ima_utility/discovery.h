@@ -1,4 +1,4 @@
-// Discovery on an adapter, restarted and its outcome read. Any thread; no lock needs to be held.
+// Restarts discovery on an adapter and reads its result. Any thread; needs no lock.
 #pragma once
 
 enum : int {
@@ -6,7 +6,7 @@ enum : int {
     ISCSI_DISCOVERY_FAILURE = 1,
     ISCSI_DISCOVERY_TIMEOUT = 2,
     ISCSI_DISCOVERY_UNKNOWN = 3,
-    ISCSI_DISCOVERY_NO_STATUS = 4,  // could not be read; ask again
+    ISCSI_DISCOVERY_NO_STATUS = 4,  // could not be read; try again
 };
 
 // Starts discovery. 0 or -1.

@@ -1,4 +1,4 @@
-// An IMA list that gives itself back.
+// An IMA list that releases itself.
 #pragma once
 
 #include <cstdint>
@@ -7,13 +7,13 @@
 
 class ImaList {
 public:
-    // Whom the warning about a list that could not be released is logged for.
+    // Module and operation for the warning about a list that could not be released.
     ImaList(const char* module, const char* function) : module_(module), function_(function) {}
     ~ImaList() { release(); }
     ImaList(const ImaList&) = delete;
     ImaList& operator=(const ImaList&) = delete;
 
-    // Where an IMA call stores its list; one held before is released.
+    // Pass this to an IMA call that stores a list; a list held before is released.
     IMA_OID_LIST** out(int line = __builtin_LINE()) {
         release();
         line_ = line;

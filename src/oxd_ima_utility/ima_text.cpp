@@ -17,7 +17,7 @@ struct ImaMessage {
     const char* text;
 };
 
-// Each text ends with a line feed: its log line is followed by an empty one.
+// Each text ends with a line feed, so an empty line follows its log line.
 constexpr ImaMessage ima_messages[] = {
     {0x00000001, "Reboot needed for the changes to take effect\n"},
     {0x00000003, "Reset needed for the changes to take effect\n"},
@@ -50,7 +50,7 @@ const char* ima_message(IMA_STATUS status) {
     return oxr::error_text(static_cast<int>(status));
 }
 
-// The longest names compared need no allocation.
+// Long enough for all names, so nothing is allocated.
 constexpr std::size_t usual_maximum = IMA_DEVICE_NAME_CHARACTERS;
 
 std::uint32_t compare_converted(wchar_t* converted, const wchar_t* wide, const char* narrow, std::size_t wide_length,
@@ -59,7 +59,7 @@ std::uint32_t compare_converted(wchar_t* converted, const wchar_t* wide, const c
         return ISCSI_CMP_NOT_CONVERTIBLE;
     }
     const std::size_t length = wch_len(converted, maximum);
-    // A wide name that fills its field has no terminator to compare, so the lengths are compared instead.
+    // A wide name that fills its field has no terminator, so the lengths are compared instead.
     if (length != wide_length) {
         return ISCSI_CMP_DIFFERENT;
     }

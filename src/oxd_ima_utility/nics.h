@@ -1,4 +1,4 @@
-// How many host NICs carry iSCSI for a volume.
+// The number of host NICs that carry iSCSI for a volume.
 #pragma once
 
 #include <cstdint>
@@ -8,10 +8,10 @@
 inline constexpr int MAX_UNIQUE_IPS = 32;
 using UniqueIpAddress = char[26];  // as wide as OstrelPspTransportPath::initiator_addr
 
-// `vmknic_count` when it is set; else the distinct local addresses of the device's paths when
-// `transport_addrs` (may be null) has the device; else the NICs bound to the adapters. 0 or more, or -1.
+// `vmknic_count` if it is set; else the number of distinct local addresses of the device's paths if `transport_addrs`
+// (may be null) has the device; else the number of NICs bound to the adapters. -1 on failure.
 int get_num_nic(const char (&device_eui)[OSTREL_EUI_SIZE], const AdapterName* adapters, int num_adapters,
                 std::uint32_t vmknic_count, const OstrelPspIoctlGetTransportAddrsData* transport_addrs);
 
-// Appends the address unless an equal one is there. The caller has room for every address it may add.
+// Appends the address unless the list contains it. The caller provides room for every address.
 void add_to_unique_ip_address_list(UniqueIpAddress* list, const char* ip_address, int& count);

@@ -1,5 +1,5 @@
-// The target OID cache: answers of one worker interval, by adapter, target and ISID. One mutex inside every
-// operation, so that the worker, the renewal and the CIM server's threads may use it at once.
+// The target OID cache: the lookups of one worker interval, by adapter, target and ISID. Every operation takes its
+// mutex, so the worker, the renewal and the CIM server's threads can use it concurrently.
 #pragma once
 
 #include <cstdint>
@@ -20,15 +20,15 @@ struct TargetOidEntry {
 // 1 and the OID on a hit, else 0.
 int fetch_target_oid(const char* adapter, const char* target, const char* isid, IMA_OID& oid);
 
-// Keeps an answer: appended, or in the place of the first invalidated entry when the table is full. With
-// 1024 valid entries it is not kept.
+// Stores a lookup: appends it or, if the table is full, replaces the first invalidated entry. With 1024 valid entries
+// it is not stored.
 void add_target_oid(const IscsiOidQuery& query, const IMA_OID& oid);
 
-// Forgets the first entry that holds this OID.
+// Invalidates the first entry with this OID.
 void invalidate_oid_record(const IMA_OID& oid);
 
 // Empties the cache.
 void refresh_target_oids_table();
 
-// Logs every appended entry at ERROR: a diagnostic for a debugger to call.
+// Logs every entry at ERROR; meant to be called from a debugger.
 void dump_target_oids();

@@ -11,7 +11,7 @@
 
 namespace {
 
-// An object without a name is nobody's, and a name that the comparison would cut could be another one's.
+// An object without a name never matches. A name that the comparison would cut could be another object's.
 template <std::size_t N>
 bool wide_name_equals(const wchar_t (&wide)[N], const char* name) {
     return name[0] != '\0' && strnlen(name, N) < N &&
@@ -69,7 +69,7 @@ const IMA_OID* find_target(const ImaList& targets, const char* target_name) {
     return nullptr;
 }
 
-// A name that would have to be cut could be another one's.
+// A name that would have to be cut could be another object's.
 template <std::size_t N>
 void copy_whole(char (&field)[N], const char* name) {
     const std::string_view text = oxr::field_view(name, N);
@@ -107,7 +107,7 @@ bool find_session(const char* operation, const IMA_OID& target, const char* isid
     return false;
 }
 
-// The answer of IMA. Its lists are released before it is kept.
+// The lookup in IMA. Its lists are released before the result is stored.
 bool look_up(const char* operation, const IscsiOidQuery& query, IMA_OID& oid) {
     IMA_OID lhba{};
     if (iscsi_get_hba_oids(query.adapter_name, &lhba, nullptr) != 0) {

@@ -41,7 +41,7 @@ int create_sessions(const char* adapter_name, const char* target_iqn, const char
 }
 
 int remove_session(const char* adapter_name, const char* target_iqn, const char* isid) {
-    // Without an ISID the lookup would give the target itself.
+    // Without an ISID the lookup would find the target itself.
     if (is_empty(adapter_name) || is_empty(target_iqn) || is_empty(isid)) {
         OXR_ERROR("Missing arguments. Target or adapter name not specified.");
         return -1;

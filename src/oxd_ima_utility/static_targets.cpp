@@ -16,7 +16,7 @@ namespace {
 
 constexpr LogOperation removal = "remove_iscsi_static_targets";
 
-// The static targets of one adapter and which of them are removed already.
+// The static targets of one adapter, and which of them are already removed.
 struct AdapterTargets {
     ImaList list{OXR_MODULE, removal};
     std::unique_ptr<bool[]> removed;
@@ -58,7 +58,7 @@ void warn_of_lost_credentials(const IMA_OID& target, const StaticTargetEntry& en
     }
 }
 
-// Removes the static target that an entry was matched with. 0 or -1.
+// Removes the static target that matches an entry. 0 or -1.
 int remove_matched(const IMA_OID& target, const StaticTargetEntry& entry, std::uint32_t port, bool& removed) {
     warn_of_lost_credentials(target, entry);
     if (const IMA_STATUS status = IMA_RemoveStaticDiscoveryTarget(target); status != IMA_STATUS_SUCCESS) {
@@ -95,7 +95,7 @@ int remove_entry(AdapterTargets& targets, const StaticTargetEntry& entry, std::u
     return result;
 }
 
-// False when the adapter or its static targets can't be had.
+// False if the adapter or its static targets cannot be read.
 bool list_adapter_targets(const char* adapter_name, AdapterTargets& targets) {
     IMA_OID lhba{};
     if (const int rv = iscsi_get_hba_oids(adapter_name, &lhba, nullptr); rv != 0) {

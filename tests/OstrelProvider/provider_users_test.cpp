@@ -53,6 +53,8 @@ TEST_F(UsersTest, TheFirstOneStartsTheWorkerAndTheLastOneStopsIt) {
         EXPECT_EQ(host->calls("pthread_mutex_init"), 5 * round);
         EXPECT_EQ(installed().sa_handler, before.sa_handler);
     }
+    const oxr::MutexLock lock(log_file_mutex);  // for the last messages
+    EXPECT_EQ(testing_support::shared_mutexes_held(), Lines{"log_file_mutex"});
 }
 
 TEST_F(UsersTest, AFailedPreparationStartsNothingAndCanBeTriedAgain) {

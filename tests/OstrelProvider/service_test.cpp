@@ -27,7 +27,6 @@ using testing_support::ServiceTest;
 TEST_F(ServiceTest, OneWorkerRunsFromAStartToAStop) {
     start();
     EXPECT_EQ(StartService(), 0);
-    EXPECT_STREQ(service_versions().psp_version, "1.7.2");
     sigset_t blocked;
     pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
     EXPECT_EQ(sigismember(&blocked, SIGUSR1), 0);
@@ -244,7 +243,6 @@ TEST_F(ServiceTest, TheDebuggerWaitEndsWhenItsFlagIsCleared) {
     wait_for_debugger(flag);
     const std::string line = "Waiting for vmkgdbd attach:" + ids;
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "Current process:" + ids + line + line + line);
-    EXPECT_DOUBLE_EQ(host->now(), 3.0);
 }
 
 }  // namespace

@@ -8,7 +8,7 @@ constexpr int min_sessions_per_active_array = 4;
 constexpr int sessions_per_other_array = 2;
 constexpr int sessions_per_array_with_one_nic = 2;
 
-// Without what is beyond 32 bits.
+// Limits the number to 32 bits.
 int to_int(std::int64_t required) {
     return static_cast<int>(std::clamp<std::int64_t>(required, INT32_MIN, INT32_MAX));
 }

@@ -100,14 +100,14 @@ int handle_num_sessions(const char* target_iqn, const TargetDtls* records, int n
         OXR_WARN("No dynamic(automatic) sessions present for %s", target_iqn);
         return 0;
     }
-    // Counts that came with a PSP reply may be anything.
+    // Counts from a PSP reply can have any value.
     const std::int64_t num_missing = std::int64_t{num_required} - num_dynamic - num_login_pending;
     if (num_missing > 0) {
         return add_missing_sessions(target_iqn, records, num_total,
                                     static_cast<int>(std::min<std::int64_t>(num_missing, INT32_MAX)), room,
                                     num_system_sessions, ioctl_required);
     }
-    // Sessions that are still logging in block any removal until they have settled.
+    // While sessions log in, none is removed.
     if (num_login_pending == 0 && num_dynamic > num_required) {
         return remove_surplus_sessions(target_iqn, records, num_total, num_dynamic - num_required, num_system_sessions,
                                        ioctl_required);
@@ -125,7 +125,7 @@ int add_isid_sessions(int num_to_add, const char* target_iqn, int num_records, c
     create_session_list(list.get(), num_entries, num_records, records, 1);
     int added = 0;
     while (added < num_to_add) {
-        oxr::stop_point();  // before the change is announced
+        oxr::stop_point();  // before the change is logged
         ip_session_list& entry = least_used_entry(list.get(), num_entries);
         OXR_INFO("add_isid_sessions : Duplicating session %s with IP : %s, adapter_name : %s", entry.isid[0],
                  entry.local_ip, entry.vmhba_name[0]);

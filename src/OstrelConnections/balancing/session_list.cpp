@@ -107,6 +107,6 @@ ip_session_list& least_used_entry(ip_session_list* list, int num_entries) {
 }
 
 ip_session_list& most_used_entry(ip_session_list* list, int num_entries) {
-    // max_element gives the first of equal ones, too.
+    // max_element also returns the first of equal entries.
     return num_entries > 0 ? *std::max_element(list, list + num_entries, has_fewer_sessions) : list[0];
 }

@@ -14,7 +14,7 @@ namespace {
 
 constexpr LogOperation inventory = "populate_oxr_sessions";
 
-// What became of one session of the list.
+// The result for one session of the list.
 enum class Recorded { yes, skipped, void_inventory };
 
 struct SessionCounts {
@@ -23,7 +23,7 @@ struct SessionCounts {
     int& login_pending;
 };
 
-// The status of the session's first connection. False: the session is skipped.
+// Reads the status of the session's first connection. False: skip the session.
 bool read_connection(const IMA_OID& session, ImaList& connections, IMA_VMW_CONNECTION_STATUS& connection) {
     const IMA_STATUS listed = IMA_GetConnectionOidList(session, connections.out());
     if (listed != IMA_STATUS_SUCCESS) {
@@ -44,7 +44,7 @@ bool read_connection(const IMA_OID& session, ImaList& connections, IMA_VMW_CONNE
     return true;
 }
 
-// One address into its field, which holds IPv4 texts. Any other address leaves the session out.
+// Writes one address into its field, which holds IPv4 texts. A session with any other address is skipped.
 template <std::size_t N>
 Recorded record_address(const IMA_VMW_ADDRESS_SLOT& slot, const char* name, const char* isid, char (&field)[N]) {
     if (slot.present != 1) {
@@ -73,7 +73,7 @@ Recorded record_addresses(const IMA_VMW_CONNECTION_STATUS& connection, TargetDtl
     return recorded;
 }
 
-// A dynamic session is redirected at login, so its first and its present remote address differ.
+// A dynamic session is redirected at login, so its initial and its current remote address differ.
 void classify(TargetDtls& session, const SessionCounts& counts) {
     if (std::strcmp(session.initial_remote_ip, session.current_remote_ip) != 0) {
         session.session_type = SESSION_DYNAMIC;
@@ -96,7 +96,7 @@ void classify(TargetDtls& session, const SessionCounts& counts) {
     }
 }
 
-// Records one session at the output's next place; it is overwritten when the session is skipped.
+// Records one session in the next output record, which the next session overwrites if this one is skipped.
 Recorded record_session(const IMA_OID& oid, const IscsiProps& props, const AdapterName& adapter, TargetDtls& session,
                         const SessionCounts& counts) {
     IMA_SESSION_PROPERTIES properties{};
@@ -119,7 +119,7 @@ Recorded record_session(const IMA_OID& oid, const IscsiProps& props, const Adapt
     }
     const Recorded recorded = record_addresses(connection, session);
     if (recorded == Recorded::skipped) {
-        // Readers that look for the end of the records must not find this one.
+        // The remaining addresses must not look like a record to code that searches for the last one.
         oxr::copy_text(session.initial_remote_ip, "");
         oxr::copy_text(session.current_remote_ip, "");
         oxr::copy_text(session.current_local_ip, "");

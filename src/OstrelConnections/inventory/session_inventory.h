@@ -1,5 +1,5 @@
-// The inventory: which iSCSI sessions a target has at this moment, of what kind and state, asked of IMA anew
-// each time. Worker and renewal thread; no lock needs to be held.
+// The inventory: the iSCSI sessions of a target with their kinds and states, read from IMA each time. Worker and
+// renewal thread; needs no lock.
 #pragma once
 
 #include <cstdint>
@@ -21,8 +21,8 @@ enum : std::uint32_t {
 };
 
 enum : std::uint32_t {
-    SESSION_DYNAMIC = 0,        // made by dynamic (automatic) discovery
-    SESSION_STATIC = 1,         // made for a static (manual) target
+    SESSION_DYNAMIC = 0,        // created by dynamic (automatic) discovery
+    SESSION_STATIC = 1,         // created for a static (manual) target
     SESSION_LOGIN_PENDING = 2,  // dynamic, still logging in
 };
 
@@ -30,7 +30,7 @@ enum : std::uint32_t {
 struct TargetDtls {
     char target_iqn[256];
     char isid[24];
-    char initial_remote_ip[16];  // what the first connection was made to
+    char initial_remote_ip[16];  // the address of the first connection
     char current_remote_ip[16];
     char current_local_ip[16];
     std::uint32_t session_state;
@@ -39,7 +39,7 @@ struct TargetDtls {
     std::uint32_t handled;  // the renewal's mark; the inventory never writes it
 };
 
-// One target and the adapters to look on. Callers pass its first field on as the target's name.
+// One target and the adapters to search. Callers also use the first field as the target's name.
 struct IscsiProps {
     char target_iqn[256];
     std::int32_t num_adapters;
@@ -48,18 +48,18 @@ struct IscsiProps {
 
 const char* OxrSessionStateStr(std::uint32_t state);
 
-// Zeroes the query and fills it; at most OSTREL_MAX_ADAPTERS names are taken.
+// Zeroes and fills the query; uses at most OSTREL_MAX_ADAPTERS names.
 void create_iscsi_props(const char (&target_iqn)[OSTREL_IQN_SIZE], int num_adapters, const AdapterName* adapters,
                         IscsiProps& props);
 
-// The target's sessions, adapter by adapter, in IMA's order, without gaps; at most 32, the rest is left out
-// with a WARN and result 0. The caller zeroes the login-pending count. 0, or -1; what was recorded before a
-// failure stays in the outputs.
+// The target's sessions, adapter by adapter, in IMA's order, without gaps. At most 32; more are skipped with a WARN and
+// result 0. The caller must zero the login-pending count. 0, or -1; the outputs keep what was recorded before a
+// failure.
 int populate_oxr_sessions(const IscsiProps& props, TargetDtls* sessions, int& num_dynamic, int& num_total,
                           int& num_login_pending);
 
-// The same for a volume, whose three session counts are updated when the result is 0.
+// The same for a volume; updates its three session counts if the result is 0.
 int obtain_oxr_lun_sessions(OxrLun& lun, TargetDtls* sessions);
 
-// Counts all sessions of the host after `delay_seconds`. 0, or -1 with the output untouched.
+// Counts all sessions of the host after `delay_seconds`. 0, or -1 with the output unchanged.
 int get_all_system_sessions(int& num_sessions, int delay_seconds);

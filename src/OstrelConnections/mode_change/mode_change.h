@@ -1,8 +1,8 @@
-// Switches of a group's discovery mode, carried out without cutting a volume off: sessions of the old kind are
-// thinned out, targets rediscovered and paths claimed, and only then what is left of the old kind is removed.
-// Worker thread, inside a pass; stops at stop points, but never between the thinning out and the rediscovery: a stop
-// ends the thinning out, and what was removed is replaced. Both procedures may be repeated while the PSP still
-// reports a switch; the one to static mode then takes static sessions for surplus as well.
+// Changes of a group's discovery mode without disconnecting a volume: most sessions of the old kind are removed,
+// targets rediscovered and paths claimed, and only then the rest of the old kind is removed. Worker thread, inside a
+// pass; stops at stop points, but never between the thinning out and the rediscovery: a stop ends the thinning out, and
+// what was removed is replaced. Both procedures may be repeated while the PSP still reports a switch; the one to static
+// mode then takes static sessions for surplus as well.
 #pragma once
 
 #include "OstrelConnections/inventory/session_inventory.h"

@@ -14,7 +14,7 @@ bool contains(const AdapterName* adapters, const AdapterName& adapter_name, int 
     return false;
 }
 
-// Whether all names fit, counting a name that stands twice among them once.
+// Whether all names fit; a name that occurs twice counts once.
 bool all_fit(UniqueAdapters adapters, const AdapterName* names, int num_names) {
     for (int i = 0; i < num_names; ++i) {
         if (contains(adapters.names, names[i], adapters.count)) {

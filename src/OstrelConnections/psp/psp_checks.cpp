@@ -40,7 +40,7 @@ bool has_possible_counts(const char* operation, const OxrLun& lun) {
                          {"num_login_pending_sessions", lun.num_login_pending_sessions, unlimited}});
 }
 
-// The total of arrays has a check, and messages, of its own where it is used.
+// The total number of arrays is checked, with its own messages, where it is used.
 bool has_possible_counts(const char* operation, const OstrelPspGroupScopedTarget& target) {
     return all_possible(operation, oxr::FieldText(target.target_iqn).c_str(),
                         {{"num_adapters", target.num_adapters, OSTREL_MAX_ADAPTERS},

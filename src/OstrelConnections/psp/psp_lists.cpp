@@ -1,4 +1,4 @@
-// The list requests and what is derived from their replies.
+// The list requests and the evaluation of their replies.
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
@@ -13,7 +13,7 @@
 
 namespace {
 
-// A list's count against its capacity. A longer list than 256 devices has a message of its own.
+// Checks a list's count. More than 256 devices have their own message.
 bool is_possible_length(const char* operation, const char* list, std::int32_t count, std::int32_t capacity) {
     if (count < 0 || count > capacity) {
         OXR_ERROR_IN(operation, "Impossible number of %s = %d returned by psp. Not using this list.", list, count);
@@ -54,8 +54,7 @@ void log_device(const char* operation, const OxrLun& lun) {
     }
 }
 
-// Sessions are told from others by these entries before any is removed, so a list with an impossible entry is
-// no list.
+// These entries decide which sessions may be removed, so a list with an impossible entry is refused as a whole.
 bool all_entries_possible(const char* operation, const OstrelPspIoctlGetTransportAddrsData& data) {
     return std::all_of(data.devices, data.devices + data.num_devices,
                        [&](const OstrelPspTransportAddrs& device) { return has_possible_counts(operation, device); });
@@ -123,7 +122,7 @@ void get_host_total_scsiPaths(const OxrLun* luns, int num_luns, int& total_paths
             total += lun.num_total_paths;
         }
     }
-    // Far beyond any limit is beyond it all the same.
+    // The limit is exceeded anyway, so the exact number does not matter.
     total_paths = static_cast<int>(total < INT32_MAX ? total : INT32_MAX);
 }
 

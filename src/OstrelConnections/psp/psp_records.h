@@ -42,8 +42,8 @@ inline constexpr std::size_t OSTREL_ADAPTER_NAME_SIZE = 12;
 inline constexpr std::size_t OSTREL_IQN_SIZE = 256;
 inline constexpr std::size_t OSTREL_EUI_SIZE = 40;
 
-inline constexpr std::int32_t OSTREL_GROUP_MODE_STATIC = 1;  // any other group_mode is dynamic
-inline constexpr std::int32_t OSTREL_MODE_CHANGED = 1;       // any other mode_changed is no change
+inline constexpr std::int32_t OSTREL_GROUP_MODE_STATIC = 1;  // any other value is dynamic
+inline constexpr std::int32_t OSTREL_MODE_CHANGED = 1;       // any other value is no change
 
 using AdapterName = char[OSTREL_ADAPTER_NAME_SIZE];
 
@@ -57,8 +57,8 @@ struct OstrelPspIoctlDeleteDeadPathsData {
 };
 static_assert(sizeof(OstrelPspIoctlDeleteDeadPathsData) == 12);
 
-// The volume record: the PSP's device information, kept as it came. The engine writes the three session
-// counts and nothing else.
+// The volume record: the PSP's device information, unchanged except for the three session counts, which the inventory
+// writes.
 struct OxrLun {
     char device_eui[OSTREL_EUI_SIZE];  // empty: record unused
     char target_iqn[OSTREL_IQN_SIZE];
@@ -126,7 +126,7 @@ static_assert(offsetof(OstrelPspGroupScopedTarget, total_active_paths) == 53608 
 static_assert(offsetof(OstrelPspGroupScopedTarget, group_mode) == 53624 &&
               offsetof(OstrelPspGroupScopedTarget, mode_changed) == 53628);
 
-// The count stands behind the records.
+// The count comes after the records.
 struct OstrelPspIoctlGetAllGroupScopedTargetsData {
     OstrelPspGroupScopedTarget targets[OSTREL_MAX_GROUP_SCOPED_TARGETS];
     std::int32_t num_targets;

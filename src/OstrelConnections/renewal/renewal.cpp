@@ -13,7 +13,7 @@
 
 namespace {
 
-// One request's buffers, used for target after target. The session details are those of the last reading.
+// One request's buffers, reused for each target. The session details are from the last inventory.
 struct RenewalBuffers {
     RenewalRunPtr run = make_renewal_run();
     std::unique_ptr<TargetDtls[]> details = oxr::make_zeroed_array<TargetDtls>(MAX_SESSIONS_PER_TARGET);
@@ -31,7 +31,7 @@ bool is_logged_in(const TargetDtls& session) {
     return session.session_state == SESSION_STATE_LOGGED_IN;
 }
 
-// --- steps that both kinds of request take; each logs for the operation it is called by --------------------
+// --- steps of both kinds of request; each logs for its calling operation ------------------------------------
 
 std::uint32_t read_sessions(const char* operation, const char* target_iqn, OxrLun& lun, TargetDtls* details) {
     if (obtain_oxr_lun_sessions(lun, details) != 0) {
@@ -129,8 +129,7 @@ bool has_digests(const TargetDtls& session) {
     return isIscsiDigestEnabled(session) != 0;
 }
 
-// Looks at every logged-in session; those whose digests aren't as wanted go into the request. The number of
-// logged-in sessions.
+// Adds the logged-in sessions whose digests must change to the request. Returns the number of logged-in sessions.
 int select_sessions_to_change(const TargetDtls* details, bool enable, RenewalRequest& request) {
     int logged_in = 0;
     for (int i = 0; i < request.lun.num_sessions; ++i) {
@@ -164,7 +163,7 @@ std::uint32_t check_digests(const char* target_iqn, bool enable, OxrLun& lun, Ta
     return OXD_SUCCESS;
 }
 
-// `unchanged` is set when the target had nothing to change.
+// Sets `unchanged` if nothing had to change.
 std::uint32_t change_digests(const char* target_iqn, bool enable, RenewalBuffers& buffers, bool& unchanged)
     OXR_REQUIRES(conn_renew_mutex) {
     RenewalRequest& request = buffers.run->request;

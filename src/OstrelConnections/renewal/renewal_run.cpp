@@ -10,7 +10,7 @@ void drop(RenewalRun* run) {
     if (run->owners.fetch_sub(1) > 1) {
         return;
     }
-    // Only a thread that was never joined is still shown here.
+    // A handle that is still set belongs to a thread that could not be joined.
     pthread_t shown = run->thread;
     if (shown != 0) {
         (void)conn_renew_thread.compare_exchange_strong(shown, 0);

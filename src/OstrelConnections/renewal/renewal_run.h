@@ -1,4 +1,4 @@
-// A run of the renewal thread over one request: started, waited for, and what outlives a failed wait.
+// Runs the renewal thread for one request. The request outlives a failed join.
 #pragma once
 
 #include <pthread.h>
@@ -9,8 +9,8 @@
 
 #include "OstrelConnections/renewal/renewal.h"
 
-// A request and who uses it: its maker, and the thread while it runs. The last one deletes it, so a thread
-// that could not be joined still has its request.
+// A request and its users: its creator, and the thread while it runs. The last one deletes it, so a thread that could
+// not be joined still has its request.
 struct RenewalRun {
     RenewalRequest request;
     pthread_t thread;
@@ -22,11 +22,11 @@ struct DropRenewalRun {
 };
 using RenewalRunPtr = std::unique_ptr<RenewalRun, DropRenewalRun>;
 
-// A run with a cleared request, or null without memory.
+// A run with a zeroed request, or null if memory is short.
 RenewalRunPtr make_renewal_run();
 
-// Runs the renewal thread on the request and joins it; conn_renew_thread has its handle meanwhile. False when
-// it could not be created or joined, which is logged for `operation`; the request must not be touched then.
+// Runs the renewal thread on the request and joins it; conn_renew_thread holds its handle meanwhile. False if it could
+// not be created or joined, which is logged for `operation`; the caller must not use the request then.
 bool run_renewal_thread(const char* operation, RenewalRun& run) OXR_REQUIRES(conn_renew_mutex);
 
 // The OXD status of a PSP lookup that failed with `result`.

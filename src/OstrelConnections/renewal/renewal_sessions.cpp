@@ -1,4 +1,4 @@
-// What the renewal asks IMA about one session.
+// The renewal's IMA queries about one session.
 #include "OstrelConnections/renewal/renewal.h"
 #include "OstrelProvider/log.h"
 #include "common/text.h"

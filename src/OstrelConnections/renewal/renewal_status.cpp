@@ -22,7 +22,7 @@ const char* ostrel_oxd_status_to_string(std::uint32_t status) {
             return "ostrel-mode.sh script running : wait timed out";
         case OXD_POLLING_PASS_TIMEOUT:
             return "oxd connection handler running: wait timed out";
-        default:  // OXD_DEVICE_NOT_FOUND has no text of its own
+        default:  // including OXD_DEVICE_NOT_FOUND
             return "Unknown status";
     }
 }

@@ -31,7 +31,7 @@ struct Renewal {
     int initial_paths = 0;
     std::unique_ptr<OstrelPspGroupScopedTarget> group_scoped_target;
     std::unique_ptr<OxrLun> volume;
-    std::unique_ptr<TargetDtls[]> details;  // the target's sessions as last read
+    std::unique_ptr<TargetDtls[]> details;  // the target's sessions in the last inventory
 
     const char* iqn() const { return target_iqn.c_str(); }
 };
@@ -89,7 +89,7 @@ std::uint32_t wait_until_gone(const Renewal& renewal, const char* adapter, const
     return OXD_SESSION_REMOVAL_FAILED;
 }
 
-// Removes the session, waits until IMA has it no more, and marks it handled.
+// Removes the session, waits until IMA no longer has it, and marks it as handled.
 std::uint32_t log_session_out(const Renewal& renewal, TargetDtls& session) {
     const oxr::FieldText adapter(session.vmhba_name);
     const oxr::FieldText isid(session.isid);
@@ -109,7 +109,7 @@ bool same_local_address(const TargetDtls& a, const TargetDtls& b) {
     return oxr::field_view(a.current_local_ip) == oxr::field_view(b.current_local_ip);
 }
 
-// The other sessions over the first one's address. `removed` counts them.
+// Logs out the other sessions over the address of the session at `first` and counts them in `removed`.
 std::uint32_t log_duplicates_out(const Renewal& renewal, int first, int& removed) {
     RenewalRequest& request = renewal.request;
     for (int i = first + 1; i < request.session_count; ++i) {
@@ -125,7 +125,7 @@ std::uint32_t log_duplicates_out(const Renewal& renewal, int first, int& removed
 
 // --- creating ----------------------------------------------------------------------------------------------
 
-// On the model's adapter: modelled on the session with the ISID, or with a null one on none.
+// Creates a session on the model's adapter, as a copy of the session with the ISID unless it is null.
 std::uint32_t create_session(const Renewal& renewal, const TargetDtls& model, const char* isid) {
     const oxr::FieldText adapter(model.vmhba_name);
     if (create_sessions(adapter.c_str(), renewal.iqn(), isid) != 0) {
@@ -135,7 +135,7 @@ std::uint32_t create_session(const Renewal& renewal, const TargetDtls& model, co
     return OXD_SUCCESS;
 }
 
-// A session of an earlier reading must not be found again, so every reading starts from empty records.
+// Starts with empty records, so that no session of an earlier inventory is found again.
 int read_details(Renewal& renewal) {
     std::fill_n(renewal.details.get(), MAX_SESSIONS_PER_TARGET, TargetDtls{});
     return obtain_oxr_lun_sessions(renewal.request.lun, renewal.details.get());
@@ -154,7 +154,7 @@ std::uint32_t read_details_with_retries(Renewal& renewal) {
     return OXD_SUCCESS;
 }
 
-// A logged-in session over the renewed one's address among those last read, or null.
+// A logged-in session over the renewed one's address in the last inventory, or null.
 const TargetDtls* find_logged_in(const Renewal& renewal, const TargetDtls& renewed) {
     const TargetDtls* const begin = renewal.details.get();
     const TargetDtls* const end = begin + MAX_SESSIONS_PER_TARGET;
@@ -164,7 +164,7 @@ const TargetDtls* find_logged_in(const Renewal& renewal, const TargetDtls& renew
     return found != end ? found : nullptr;
 }
 
-// `parent` is valid until the details are read again.
+// `parent` is valid until the next inventory.
 std::uint32_t wait_for_new_session(Renewal& renewal, const TargetDtls& renewed, const TargetDtls*& parent) {
     for (int retries = 0; retries < max_session_checks; ++retries) {
         if (const std::uint32_t status = read_details_with_retries(renewal); status != OXD_SUCCESS) {
@@ -194,7 +194,7 @@ std::uint32_t create_duplicates(const Renewal& renewal, const TargetDtls& parent
     return OXD_SUCCESS;
 }
 
-// A group-scoped volume comes back with one session over the address: its own pass adds the others.
+// A group-scoped target gets one session over the address; the next pass adds the others.
 std::uint32_t log_in_again(Renewal& renewal, const TargetDtls& renewed, int duplicates) {
     if (const std::uint32_t status = create_session(renewal, renewed, nullptr); status != OXD_SUCCESS) {
         return status;
@@ -268,7 +268,7 @@ std::uint32_t wait_for_paths(Renewal& renewal) {
 
 // --- the procedure ------------------------------------------------------------------------------------------
 
-// The address of the session at `first` and every session over it.
+// Renews the address of the session at `first`, with every session over it.
 std::uint32_t renew_local_address(Renewal& renewal, int first) {
     TargetDtls& session = renewal.request.sessions[first];
     int duplicates = 0;
