@@ -298,6 +298,17 @@ TEST_F(Providers, MethodsOfASettingAnswerForEveryArgument) {
     }
 }
 
+TEST_F(Providers, TheProfileAloneStartsTheServiceAndIsAUserOfTheLibrary) {
+    const Schema schema = broker->schema();
+    broker.reset();
+    std::string error;
+    broker = std::make_unique<Broker>(schema);
+    const Registration profile{"OSTREL_RegisteredProfile", "OstrelProfileProvider", "", "n/s", true, false, false};
+    EXPECT_TRUE(broker->load(
+        {profile}, [&](const std::string& name) { return dlsym(library, name.c_str()); }, error));
+    EXPECT_TRUE(host.wait_for_horizon(10));
+}
+
 TEST_F(Providers, TheClassesAndThePageTellTheRangesAndTheStatusesOfTheLibrary) {
     const std::string page = text_of_file(OXR_SOURCE_DIR "/docs/cim.md");
     const std::string mof = text_of_file(OXR_SOURCE_DIR "/cim/ostrel.mof");
@@ -341,27 +352,40 @@ CMPIStatus refuse(const CMPIResult*, const Given*) {
     return {CMPI_RC_ERR_FAILED, nullptr};
 }
 
-TEST_F(Providers, AssociationOperationsEndWellEvenWhereNothingIsTaken) {
+TEST_F(Providers, AssociationOperationsEndWellEvenWhereNothingIsTakenOrTold) {
     CMPIResultFT refusing_table = {};
     refusing_table.returnInstance = refuse<CMPIInstance>;
     refusing_table.returnObjectPath = refuse<CMPIObjectPath>;
     refusing_table.returnDone = [](const CMPIResult*) { return CMPIStatus{static_cast<CMPIrc>(++done), nullptr}; };
     const CMPIResult to{nullptr, &refusing_table};
+    CMPIBroker untelling = *broker->handle();
+    CMPIBrokerEncFT untelling_table = *untelling.eft;
+    untelling_table.classPathIsA = [](const CMPIBroker*, const CMPIObjectPath*, const char*,
+                                      CMPIStatus* status) -> CMPIBoolean {
+        status->rc = CMPI_RC_ERR_FAILED;
+        return 1;
+    };
+    untelling.eft = &untelling_table;
     using Factory = CMPIAssociationMI* (*)(const CMPIBroker*, const CMPIContext*, CMPIStatus*);
     const auto factory = reinterpret_cast<Factory>(dlsym(library, "OstrelAssocProvider_Create_AssociationMI"));
     ASSERT_NE(factory, nullptr);
-    CMPIAssociationMI* const mi = factory(broker->handle(), nullptr, nullptr);
     const Request request;
     CMPIObjectPath* const path = CMNewObjectPath(broker->handle(), "ostrel/cimv2", SERVICE, nullptr);
     CMAddKey(path, "name", "OSTREL Connection Service", CMPI_chars);
-    for (const char* const any : {static_cast<const char*>(nullptr), ""}) {
+    const struct {
+        const CMPIBroker* broker;
+        const char* any;
+        int offered, done;
+    } cases[] = {{&untelling, nullptr, 0, 0}, {broker->handle(), nullptr, 8, 4}, {broker->handle(), "", 8, 4}};
+    for (const auto& [from, any, expected_offered, expected_done] : cases) {
         offered = done = 0;
+        CMPIAssociationMI* const mi = factory(from, nullptr, nullptr);
         EXPECT_EQ(mi->ft->associators(mi, nullptr, &to, path, any, any, any, any, nullptr).rc, CMPI_RC_OK);
         EXPECT_EQ(mi->ft->associatorNames(mi, nullptr, &to, path, any, any, any, any).rc, CMPI_RC_OK);
         EXPECT_EQ(mi->ft->references(mi, nullptr, &to, path, any, any, nullptr).rc, CMPI_RC_OK);
         EXPECT_EQ(mi->ft->referenceNames(mi, nullptr, &to, path, any, any).rc, CMPI_RC_OK);
-        EXPECT_EQ(offered, 4 * 2);
-        EXPECT_EQ(done, 4);
+        EXPECT_EQ(offered, expected_offered);
+        EXPECT_EQ(done, expected_done);
     }
 }
 
