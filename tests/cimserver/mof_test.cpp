@@ -64,23 +64,25 @@ TEST(Values, AreReadWithinTheirTypesOnly) {
         CMPIType type;
         const char* text;
         const char* read;  // null: refused
-    } cases[] = {{CMPI_uint32, "4294967295", "4294967295"},
-                 {CMPI_uint32, "4294967296", nullptr},
-                 {CMPI_uint32, "-1", nullptr},
-                 {CMPI_uint32, "", nullptr},
-                 {CMPI_uint32, " 7 ", "7"},
-                 {CMPI_uint32, "7 8", nullptr},
-                 {CMPI_uint32, "0x3c", "60"},
-                 {CMPI_uint64, "18446744073709551616", nullptr},
-                 {CMPI_sint8, "-128", "-128"},
-                 {CMPI_sint8, "-129", nullptr},
-                 {CMPI_sint64, "-9223372036854775808", "-9223372036854775808"},
-                 {CMPI_sint64, "9223372036854775808", nullptr},
-                 {CMPI_boolean, "True", "TRUE"},
-                 {CMPI_boolean, "1", nullptr},
-                 {CMPI_real64, "1e999", nullptr},
-                 {CMPI_string, " 7 ", " 7 "},
-                 {CMPI_ref, "x", nullptr}};
+    } cases[] = {
+        {CMPI_uint32, "4294967295", "4294967295"},
+        {CMPI_uint32, "4294967296", nullptr},
+        {CMPI_uint32, "-1", nullptr},
+        {CMPI_uint32, "", nullptr},
+        {CMPI_uint32, " 7 ", "7"},
+        {CMPI_uint32, "7 8", nullptr},
+        {CMPI_uint32, "0x3c", "60"},
+        {CMPI_uint64, "18446744073709551616", nullptr},
+        {CMPI_sint8, "-128", "-128"},
+        {CMPI_sint8, "-129", nullptr},
+        {CMPI_sint64, "-9223372036854775808", "-9223372036854775808"},
+        {CMPI_sint64, "9223372036854775808", nullptr},
+        {CMPI_boolean, "True", "TRUE"},
+        {CMPI_boolean, "1", nullptr},
+        {CMPI_real64, "1e999", nullptr},
+        {CMPI_string, " 7 ", " 7 "},
+        {CMPI_ref, "x", nullptr},
+    };
     for (const auto& c : cases) {
         const auto value = parse_value(c.type, c.text);
         EXPECT_EQ(value ? value_text(*value) : "refused", c.read != nullptr ? c.read : "refused") << c.text;

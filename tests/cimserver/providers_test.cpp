@@ -5,13 +5,13 @@
 
 #include <fstream>
 #include <functional>
+#include <regex>
 
 #include "OstrelConnections/renewal/renewal.h"
 #include "cimserver/broker/broker.h"
 #include "cimserver/broker/path_text.h"
 #include "cimserver/broker/request.h"
 #include "cimserver/server.h"
-#include "configuration/config_values.h"
 #include "simhost/host.h"
 #include "support/cim.h"
 #include "support/log_lines.h"
@@ -312,23 +312,26 @@ TEST_F(Providers, TheProfileAloneStartsTheServiceAndIsAUserOfTheLibrary) {
 TEST_F(Providers, TheClassesAndThePageTellTheRangesAndTheStatusesOfTheLibrary) {
     const std::string page = text_of_file(OXR_SOURCE_DIR "/docs/cim.md");
     const std::string mof = text_of_file(OXR_SOURCE_DIR "/cim/ostrel.mof");
-    const auto range_of = [&](const std::string& name, std::initializer_list<std::uint32_t> tried) {
-        std::vector<std::uint32_t> taken;
-        for (const std::uint32_t value : tried) {
-            if (set_value(*broker, name, value).code == CMPI_RC_OK) {
-                EXPECT_NE(host.read_file(CONFIG).find("\n" + name + "=" + std::to_string(value) + "\n"),
-                          std::string::npos);
-                taken.push_back(value);
-            }
-        }
-        return std::to_string(taken.front()) + " to " + std::to_string(taken.back());
+    const auto takes = [&](const std::string& name, unsigned long value) {
+        const bool taken = set_value(*broker, name, static_cast<std::uint32_t>(value)).code == CMPI_RC_OK;
+        const std::string line = "\n" + name + "=" + std::to_string(value) + "\n";
+        EXPECT_EQ(host.read_file(CONFIG).find(line) != std::string::npos, taken) << line;
+        return taken;
     };
-    const std::string intervals =
-        range_of("interval", {0, MIN_INTERVAL - 1, MIN_INTERVAL, MAX_INTERVAL, MAX_INTERVAL + 1, 4294967295U});
-    const std::string sessions = range_of("vol_sessions", {0, 1, 2, 3, 7, 8, 9, 10, 4294967295U});
-    EXPECT_NE(page.find("`interval`: " + intervals + " seconds; `vol_sessions`: " + sessions + " |"),
-              std::string::npos);
-    EXPECT_NE(mof.find("interval: " + intervals + " seconds. vol_sessions: " + sessions + "."), std::string::npos);
+    const std::pair<const std::string&, const char*> ranges[] = {
+        {page, "`(interval)`: (\\d+) to (\\d+) seconds; `(vol_sessions)`: (\\d+) to (\\d+) "},
+        {mof, "(interval): (\\d+) to (\\d+) seconds. (vol_sessions): (\\d+) to (\\d+)\\."}};
+    for (const auto& [text, form] : ranges) {
+        std::smatch told;
+        ASSERT_TRUE(std::regex_search(text, told, std::regex(form))) << form;
+        for (const std::size_t at : {1U, 4U}) {
+            const unsigned long least = std::stoul(told[at + 1]);
+            const unsigned long most = std::stoul(told[at + 2]);
+            EXPECT_TRUE(takes(told[at], least) && takes(told[at], most)) << told[at];
+            EXPECT_FALSE(takes(told[at], least - 1) || takes(told[at], most + 1)) << told[at];
+        }
+    }
+    EXPECT_FALSE(takes("vol_sessions", 0) || takes("interval", UINT32_MAX));
 
     const Element* const out = &broker->schema().find_method(SETTING, "renewiscsiconnections")->parameters.back();
     EXPECT_TRUE(out->has("Out") && !out->has("In"));
