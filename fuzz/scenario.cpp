@@ -45,7 +45,7 @@ void build(const Scenario& scenario) {
         require(false, "the host refuses what was read without a complaint", refused.what());
     }
     site.schedule(*host, [](const TimedAction& action, const std::string&) {
-        require(!action_text(action.action).empty(), "an action without a text");
+        require(!action.action.text.empty(), "an action without a text");
     });
     host->advance(scenario.run_for_seconds);
     require(site.rows(*host, ConfigValues()).size() <= scenario.volumes.size() + 64, "rows of no target");

@@ -1,6 +1,5 @@
-// Discovery: what a rediscovery makes, how lost sessions are tried again, and switches of a group's mode.
+// Discovery: what a rediscovery makes, and how lost sessions are tried again.
 #include <algorithm>
-#include <stdexcept>
 
 #include "simhost/model.h"
 
@@ -129,32 +128,6 @@ void Host::Impl::remove_entry(StaticEntry& entry, bool by_manager) {
     refresh_port(*port);
     if (by_manager && was_logged_in && of.logged_in == 0) {
         after_removal(of, port, local_ip, "IMA_RemoveStaticDiscoveryTarget of portal " + view.portal_ip);
-    }
-}
-
-void Host::Impl::switch_mode(Group& of, GroupMode mode) {
-    if (mode == GroupMode::dynamic_discovery && of.discovery_ip.empty()) {
-        throw std::invalid_argument("simhost: no discovery address in group " + of.name);
-    }
-    of.mode = mode;
-    of.switched_in_pass = true;
-    emit({Event::Kind::mode_switched,
-          now(),
-          {},
-          {},
-          of.name + (mode == GroupMode::static_discovery ? " static" : " dynamic")});
-    for (Target* target : of.targets) {
-        target->mode_changed = true;
-        refresh_mode_changed(*target);
-        for (const auto& port : target->ports) {
-            if (mode == GroupMode::static_discovery) {
-                make_static_entries(*port);
-            }
-            refresh_port(*port);
-            if (port->sessions.empty()) {
-                arm_relogin(*port);
-            }
-        }
     }
 }
 

@@ -22,13 +22,15 @@
 // - an adapter, a volume or a group-scoped target that is added once the host runs (after the first sleep,
 //   advance(), IMA call or PSP request) is logged in to after 15 seconds.
 // - a rediscovery makes sessions only while its outcome is 2 (done).
-// Each of these stops at 2040 sessions or 2048 paths.
+// Each of these stops at MAX_SESSIONS or MAX_PATHS.
 #pragma once
 
 #include <sys/types.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <string>
@@ -40,6 +42,38 @@ namespace simhost {
 // instant: a sleep only moves the clock (several threads may sleep; each moves it). scaled: a sleep lasts its
 // time divided by `factor`. real: as it says.
 enum class ClockMode { instant, scaled, real };
+
+// What the host bears. By itself it stops there.
+inline constexpr int MAX_SESSIONS = 2040;
+inline constexpr int MAX_PATHS = 2048;
+
+// The hazards of the prescribed procedures. One that is let pass excuses exactly its case; a pass begins here with
+// request 0 of the PSP.
+inline constexpr std::string_view HAZARDS[] = {
+    // a last logged-in session removed while a session of the target that isn't logged in stays at another address
+    "working session removed first",
+    // a last logged-in session removed while one of the target's adapters has no session of it, or after a fault or a
+    // scripted answer in the same pass: the inventory failed
+    "emptied adapter", "stale counts",
+    // more than MAX_SESSIONS by no more than the sessions added to group-scoped targets in the same pass
+    "group-scoped count",
+    // more than MAX_SESSIONS after IMA_GetLhbaOidList or IMA_GetSessionOidList failed in the same pass: sessions that
+    // can't be listed aren't counted
+    "failed host count",
+    // a static session removed outside a polling pass (no lock file), as a renewal does
+    "static renewal",
+    // a last logged-in session removed outside a polling pass while a session of the target that isn't logged in stays
+    // at another local address: a digest change renews what is logged in
+    "digest change",
+    // a static session removed after its group's mode was switched in the same pass: the pass goes by the mode that it
+    // read at its start
+    "switch in mid-pass",
+    // known names that break no invariant and excuse nothing
+    "repeated switch", "stuck logins", "nics by paths", "active paths protected", "two volumes on a target"};
+
+constexpr bool is_hazard(std::string_view name) {
+    return std::find(std::begin(HAZARDS), std::end(HAZARDS), name) != std::end(HAZARDS);
+}
 
 enum class GroupMode { dynamic_discovery, static_discovery };
 
@@ -110,6 +144,19 @@ struct SessionView {
     bool header_digest = false;
     bool data_digest = false;
     double created_at = 0;  // seconds
+};
+
+struct NicView {
+    std::string ip;
+    std::string adapter;
+    bool up = true;
+};
+
+struct VolumeView {
+    std::string eui;
+    bool supported = true;  // by the connection manager; a protocol endpoint always is
+    int arrays = 0;         // member arrays up
+    int total_arrays = 0;   // member arrays
 };
 
 struct PathView {
@@ -184,13 +231,7 @@ struct Event {
     std::string text;  // ISID, path name, addresses: for a person
 };
 
-// A fault for one operation. Names of operations: the IMA functions; "psp.N" for request N; "psp.open";
-// "open", "fopen", "read", "write", "close", "stat", "access", "mkdir", "unlink", "rename", "ftruncate" for
-// files below the root; "new" for a nothrow allocation of the connection manager; "pthread_create",
-// "pthread_join", "pthread_kill", "pthread_mutex_init", "pthread_mutex_destroy", "sigaction". Beside these:
-// "psp.close", "opendir". openat counts as "open"; pread and pwrite as "read" and "write"; lstat, fstat, fstatat and
-// statx as "stat"; remove, rmdir and unlinkat as "unlink". The control device counts as "psp.open", "psp.close" and
-// "psp.N" only.
+// A fault for one of the operations (operations.h).
 struct Fault {
     std::string operation;
     std::uint64_t nth = 1;    // the call that fails, counted from the moment the fault is set
@@ -251,6 +292,8 @@ public:
     // --- looking --------------------------------------------------------------------------------------
     std::vector<SessionView> sessions() const;
     std::vector<SessionView> sessions(const std::string& iqn) const;
+    std::vector<NicView> nics() const;  // by adapter, in order of their creation
+    VolumeView volume(const std::string& eui) const;
     std::vector<PathView> paths(const std::string& eui) const;
     std::vector<StaticTargetView> static_targets() const;  // configured ones, in order of their creation
     // Entries that dynamic discovery made, (IQN, discovery address, 3260) per adapter and target. IMA lists
@@ -274,7 +317,7 @@ public:
     bool wait_for_horizon(double real_seconds);  // false: not reached within real_seconds
 
     // --- faults, counters, scripts --------------------------------------------------------------------
-    void fail(const Fault& fault);
+    void fail(const Fault& fault);  // an unknown operation throws std::invalid_argument
     void clear_faults();
     std::uint64_t calls(const std::string& operation) const;
     std::uint64_t calls(const std::string& operation, const std::string& host_path) const;  // those on one file
@@ -310,27 +353,10 @@ public:
     void observe(std::function<void(const Event&)> observer);
     // Invariants broken so far, each with its moment: a target's last logged-in session removed through an
     // action of the connection manager; a static session touched by balancing (outside a mode change of its
-    // group); more than 2040 sessions through an addition of the connection manager; a list freed twice or
+    // group); more than MAX_SESSIONS through an addition of the connection manager; a list freed twice or
     // not ours; a descriptor closed twice.
     std::vector<std::string> violations() const;
-    // The hazards of the prescribed procedures that are let pass, by name, where a test provokes one. An
-    // unknown name throws std::invalid_argument. Each excuses exactly its case:
-    // - "working session removed first": a last logged-in session removed while a session of the target that
-    //   isn't logged in stays at another local address.
-    // - "emptied adapter", "stale counts": a last logged-in session removed while one of the target's adapters
-    //   has no session of it, or after a fault or a scripted answer in the same pass: the inventory failed.
-    // - "group-scoped count": more than 2040 sessions by no more than the sessions added to group-scoped targets
-    //   in the same pass.
-    // - "failed host count": more than 2040 sessions after IMA_GetLhbaOidList or IMA_GetSessionOidList failed in the
-    //   same pass: sessions that can't be listed aren't counted.
-    // - "static renewal": a static session removed outside a polling pass (no lock file), as a renewal does.
-    // - "digest change": a last logged-in session removed outside a polling pass while a session of the target that
-    //   isn't logged in stays at another local address: a digest change renews what is logged in.
-    // - "switch in mid-pass": a static session removed after its group's mode was switched in the same pass: the
-    //   pass goes by the mode that it read at its start.
-    // - "repeated switch", "stuck logins", "nics by paths", "active paths protected", "two volumes on a target":
-    //   known names; they break no invariant and excuse nothing.
-    // A pass begins here with request 0 of the PSP.
+    // Lets a hazard pass, where a test provokes one. An unknown name throws std::invalid_argument.
     void allow(const std::string& hazard);
     std::map<std::string, std::uint64_t, std::less<>> let_pass() const;  // those hazards, and how often each was
 

@@ -9,33 +9,13 @@
 
 namespace simhost {
 
-namespace {
-
-constexpr std::string_view HAZARDS[] = {
-    "working session removed first",
-    "emptied adapter",
-    "stale counts",
-    "group-scoped count",
-    "failed host count",
-    "static renewal",
-    "digest change",
-    "switch in mid-pass",
-    "repeated switch",
-    "stuck logins",
-    "nics by paths",
-    "active paths protected",
-    "two volumes on a target",
-};
-
-}  // namespace
-
 std::map<std::string, std::uint64_t, std::less<>> Host::let_pass() const {
     const Entered entered(*impl_);
     return impl_->let_pass;
 }
 
 void Host::allow(const std::string& hazard) {
-    if (std::find(std::begin(HAZARDS), std::end(HAZARDS), hazard) == std::end(HAZARDS)) {
+    if (!is_hazard(hazard)) {
         throw std::invalid_argument("simhost: no such hazard: '" + hazard + "'");
     }
     const Entered entered(*impl_);
@@ -43,8 +23,8 @@ void Host::allow(const std::string& hazard) {
 }
 
 // Whether this hazard is let pass; counted.
-bool Host::Impl::excuse(std::string_view hazard) {
-    const auto found = let_pass.find(hazard);
+bool Host::Impl::excuse(KnownHazard hazard) {
+    const auto found = let_pass.find(hazard.name);
     if (found == let_pass.end()) {
         return false;
     }

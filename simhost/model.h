@@ -1,5 +1,6 @@
 // The state of the simulated host and the operations on it. One recursive lock guards all of it; every
-// function here but the clock's readers is called with that lock held.
+// function here but the clock's readers is called with that lock held. What only a caller of Host asks for is written
+// as a member of Host, where its kind of operation is.
 #pragma once
 
 #include <array>
@@ -28,8 +29,6 @@
 
 namespace simhost {
 
-inline constexpr int MAX_SESSIONS = 2040;
-inline constexpr int MAX_PATHS = 2048;
 inline constexpr double RELOGIN_SECONDS = 15;
 inline constexpr double NIC_LOGIN_SECONDS = 5;
 inline constexpr std::uint16_t ISCSI_PORT = 3260;
@@ -169,6 +168,16 @@ struct Timer {
     std::function<void(Host&)> action;
 };
 
+// The name of a hazard that there is.
+struct KnownHazard {
+    std::string_view name;
+    consteval KnownHazard(const char* text) : name(text) {  // NOLINT(google-explicit-constructor)
+        if (!is_hazard(name)) {
+            throw "no such hazard";
+        }
+    }
+};
+
 struct Host::Impl {
     explicit Impl(Host& host, HostOptions host_options);
     ~Impl();
@@ -188,12 +197,6 @@ struct Host::Impl {
     Session& session(std::uint64_t oid);
     Nic& nic(const std::string& ip, Adapter** of = nullptr);
     std::uint64_t add_object(std::uint32_t type, void* object);
-    void add_adapter(const std::string& name, const std::vector<std::string>& nic_ips);
-    void add_group(const GroupSpec& spec);
-    void add_volume(const VolumeSpec& spec);
-    void add_group_scoped_target(const GroupScopedTargetSpec& spec);
-    void add_static_target(const StaticTargetView& view);
-    void remove_volume(const std::string& eui);
 
     // targets.cpp: targets on adapters and their entries
     Target& make_target(const std::string& iqn, Group& in, const std::vector<std::string>& adapters);
@@ -223,8 +226,6 @@ struct Host::Impl {
     bool redirect(Session& of);
     void resume_logins();
     void end_session(Session& of, Event::Kind how, const std::string& why);
-    std::uint64_t add_session(const SessionView& view);
-    void connect(const std::string& iqn, int count);
 
     // discovery.cpp
     void rediscover(Adapter& on);
@@ -233,14 +234,6 @@ struct Host::Impl {
     void relogin(Port& port);
     void nic_login(Adapter& on, Nic& nic);
     bool room(const Port& port) const;
-    void switch_mode(Group& of, GroupMode mode);
-
-    // changes.cpp: what happens to NICs and arrays
-    void nic_down(const std::string& ip);
-    void nic_up(const std::string& ip);
-    void array_down(const std::string& group, const std::string& array);
-    void array_up(const std::string& group, const std::string& array);
-    void add_array(const std::string& group, const ArraySpec& spec);
 
     // device_paths.cpp
     void claim(Session& of);
@@ -254,7 +247,7 @@ struct Host::Impl {
 
     // invariants.cpp
     void violate(std::string text);
-    bool excuse(std::string_view hazard);
+    bool excuse(KnownHazard hazard);
     bool in_pass() const;
     void removing_static(const Target& of, bool mode_changed, const std::string& isid, bool by_entry);
     void after_removal(const Target& of, const Port* from, const std::string& local_ip, const std::string& what);
@@ -347,10 +340,18 @@ public:
     Entered(const Entered&) = delete;
     Entered& operator=(const Entered&) = delete;
 
-private:
+protected:
     Inside inside_;
     Host::Impl& impl_;
     std::lock_guard<HostMutex> lock_;
+};
+
+// A call of one of the Host's members: what is due comes first.
+class Called : public Entered {
+public:
+    explicit Called(Host::Impl& impl) : Entered(impl) { impl.run_due(); }
+    Host::Impl* operator->() const { return &impl_; }
+    Host::Impl& operator*() const { return impl_; }
 };
 
 // The Impl of the Host there is, or none.

@@ -267,15 +267,16 @@ void Host::Impl::end_session(Session& of, Event::Kind how, const std::string& wh
 }
 
 // A session exactly as described; what is missing is filled in as the host would.
-std::uint64_t Host::Impl::add_session(const SessionView& view) {
-    Target& to = target(view.target_iqn);
+std::uint64_t Host::add_session(const SessionView& view) {
+    const Called model(*impl_);
+    Target& to = model->target(view.target_iqn);
     Adapter* on = nullptr;
     if (!view.adapter.empty()) {
-        on = &adapter(view.adapter);
+        on = &model->adapter(view.adapter);
     } else if (!view.local_ip.empty()) {
-        nic(view.local_ip, &on);
+        model->nic(view.local_ip, &on);
     }
-    Port* port = on != nullptr ? port_of(to, *on) : to.ports.empty() ? nullptr : to.ports.front().get();
+    Port* port = on != nullptr ? model->port_of(to, *on) : to.ports.empty() ? nullptr : to.ports.front().get();
     if (port == nullptr) {
         throw std::invalid_argument("simhost: the adapter doesn't see target " + view.target_iqn);
     }
@@ -286,7 +287,7 @@ std::uint64_t Host::Impl::add_session(const SessionView& view) {
     }
     std::string local = view.local_ip;
     if (local.empty()) {
-        const Nic* least = least_used_nic(*port);
+        const Nic* least = model->least_used_nic(*port);
         if (least == nullptr) {
             throw std::invalid_argument("simhost: no NIC is up on adapter " + port->adapter->name);
         }
@@ -296,10 +297,10 @@ std::uint64_t Host::Impl::add_session(const SessionView& view) {
     std::string current = view.current_remote_ip;
     const bool pending = view.state == XPT_WAIT || view.state == IN_LOGIN;
     if (first.empty()) {
-        first = view.made_dynamic ? to.group->discovery_ip : current.empty() ? least_used_address(to) : current;
+        first = view.made_dynamic ? to.group->discovery_ip : current.empty() ? model->least_used_address(to) : current;
     }
     if (current.empty()) {
-        current = view.made_dynamic && !pending ? least_used_address(to) : first;
+        current = view.made_dynamic && !pending ? model->least_used_address(to) : first;
     }
     if (first.empty() || current.empty()) {
         throw std::invalid_argument("simhost: no remote address for a session to " + view.target_iqn);
@@ -313,43 +314,44 @@ std::uint64_t Host::Impl::add_session(const SessionView& view) {
         }
         std::copy(std::begin(byte), std::end(byte), isid.begin());
     }
-    Session& made = make_session(*port, local, view.made_dynamic, first);
+    Session& made = model->make_session(*port, local, view.made_dynamic, first);
     if (!view.isid.empty()) {
         made.isid = isid;
     }
     made.current_remote_ip = current;
-    made.array = view.made_dynamic && current == first ? nullptr : array_of(*to.group, current);
+    made.array = view.made_dynamic && current == first ? nullptr : model->array_of(*to.group, current);
     made.header_digest = view.header_digest;
     made.data_digest = view.data_digest;
-    set_state(made, view.state);
-    emit(Event::Kind::session_added, port, fmt::format("{} from {} to {}", isid_text(made.isid), local, first));
+    model->set_state(made, view.state);
+    model->emit(Event::Kind::session_added, port, fmt::format("{} from {} to {}", isid_text(made.isid), local, first));
     return made.oid;
 }
 
-void Host::Impl::connect(const std::string& iqn, int count) {
-    Target& to = target(iqn);
+void Host::connect(const std::string& iqn, int count) {
+    const Called model(*impl_);
+    Target& to = model->target(iqn);
     const bool dynamic = to.group->mode == GroupMode::dynamic_discovery;
     const auto finish = [&](Session& made) {
         made.login_stuck = false;
-        if (!redirect(made)) {
+        if (!model->redirect(made)) {
             throw std::invalid_argument("simhost: no array is up behind target " + iqn);
         }
         made.header_digest = made.data_digest = made.port->adapter->digests;
-        set_state(made, LOGGED_IN);
-        emit(Event::Kind::session_added, made.port, isid_text(made.isid));
-        claim(made);
+        model->set_state(made, LOGGED_IN);
+        model->emit(Event::Kind::session_added, made.port, isid_text(made.isid));
+        model->claim(made);
     };
     if (!dynamic) {
         for (const auto& port : to.ports) {
-            make_static_entries(*port);
+            model->make_static_entries(*port);
         }
     }
     if (!dynamic && count == 0) {
         for (const auto& port : to.ports) {
             for (const auto& entry : port->adapter->entries) {
-                Nic* by = least_used_nic(*port);
-                if (entry->port == port.get() && !entry->discovered && by != nullptr && !entry_in_use(*entry)) {
-                    finish(make_session(*port, by->ip, false, entry->view.portal_ip));
+                Nic* by = model->least_used_nic(*port);
+                if (entry->port == port.get() && !entry->discovered && by != nullptr && !model->entry_in_use(*entry)) {
+                    finish(model->make_session(*port, by->ip, false, entry->view.portal_ip));
                 }
             }
         }
@@ -361,7 +363,7 @@ void Host::Impl::connect(const std::string& iqn, int count) {
         Nic* by = nullptr;
         std::ptrdiff_t fewest = 0;
         for (const auto& port : to.ports) {
-            Nic* least = least_used_nic(*port);
+            Nic* least = model->least_used_nic(*port);
             if (least == nullptr) {
                 continue;
             }
@@ -373,11 +375,13 @@ void Host::Impl::connect(const std::string& iqn, int count) {
                 fewest = used;
             }
         }
-        const std::string remote = by == nullptr ? "" : dynamic ? to.group->discovery_ip : least_used_address(to);
+        const std::string remote = by == nullptr ? ""
+                                   : dynamic     ? to.group->discovery_ip
+                                                 : model->least_used_address(to);
         if (remote.empty()) {
             throw std::invalid_argument("simhost: no NIC or array is up for target " + iqn);
         }
-        finish(make_session(*best, by->ip, dynamic, remote));
+        finish(model->make_session(*best, by->ip, dynamic, remote));
     }
 }
 

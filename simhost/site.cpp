@@ -99,13 +99,14 @@ std::uint64_t Host::Impl::add_object(std::uint32_t type, void* object) {
     return number;
 }
 
-void Host::Impl::add_adapter(const std::string& name, const std::vector<std::string>& nic_ips) {
-    if (name.empty() || name.size() > OSTREL_ADAPTER_NAME_SIZE || by_name(adapters, name) != nullptr) {
+void Host::add_adapter(const std::string& name, const std::vector<std::string>& nic_ips) {
+    const Called model(*impl_);
+    if (name.empty() || name.size() > OSTREL_ADAPTER_NAME_SIZE || by_name(model->adapters, name) != nullptr) {
         refuse("adapter name empty, longer than 12 characters or taken", name);
     }
     for (const std::string& ip : nic_ips) {
         check_address(ip);
-        for (const auto& other : adapters) {
+        for (const auto& other : model->adapters) {
             for (const auto& item : other->nics) {
                 if (item->ip == ip) {
                     refuse("address taken", ip);
@@ -115,24 +116,25 @@ void Host::Impl::add_adapter(const std::string& name, const std::vector<std::str
     }
     auto made = std::make_unique<Adapter>();
     made->name = name;
-    made->physical_oid = add_object(IMA_OBJECT_TYPE_PHBA, made.get());
-    made->logical_oid = add_object(IMA_OBJECT_TYPE_LHBA, made.get());
+    made->physical_oid = model->add_object(IMA_OBJECT_TYPE_PHBA, made.get());
+    made->logical_oid = model->add_object(IMA_OBJECT_TYPE_LHBA, made.get());
     for (const std::string& ip : nic_ips) {
         auto card = std::make_unique<Nic>();
         card->ip = ip;
-        card->oid = add_object(IMA_OBJECT_TYPE_PNP, card.get());
+        card->oid = model->add_object(IMA_OBJECT_TYPE_PNP, card.get());
         made->nics.push_back(std::move(card));
     }
-    adapters.push_back(std::move(made));
-    for (const auto& each : targets) {
+    model->adapters.push_back(std::move(made));
+    for (const auto& each : model->targets) {
         if (each->all_adapters) {
-            make_port(*each, *adapters.back());
+            model->make_port(*each, *model->adapters.back());
         }
     }
 }
 
-void Host::Impl::add_group(const GroupSpec& spec) {
-    if (spec.name.empty() || by_name(groups, spec.name) != nullptr) {
+void Host::add_group(const GroupSpec& spec) {
+    const Called model(*impl_);
+    if (spec.name.empty() || by_name(model->groups, spec.name) != nullptr) {
         refuse("group name empty or taken", spec.name);
     }
     if (!spec.discovery_ip.empty() || spec.mode == GroupMode::dynamic_discovery) {
@@ -149,21 +151,23 @@ void Host::Impl::add_group(const GroupSpec& spec) {
         std::for_each(each.data_ips.begin(), each.data_ips.end(), check_address);
         made->arrays.push_back(std::make_unique<Array>(Array{each.name, each.data_ips, true}));
     }
-    groups.push_back(std::move(made));
+    model->groups.push_back(std::move(made));
 }
 
-void Host::Impl::add_volume(const VolumeSpec& spec) {
+void Host::add_volume(const VolumeSpec& spec) {
+    const Called model(*impl_);
     if (spec.eui.empty() || spec.eui.size() > OSTREL_EUI_SIZE ||
-        std::any_of(devices.begin(), devices.end(), [&](const auto& each) { return each->eui == spec.eui; })) {
+        std::any_of(model->devices.begin(), model->devices.end(),
+                    [&](const auto& each) { return each->eui == spec.eui; })) {
         refuse("volume identifier empty, longer than 40 characters or taken", spec.eui);
     }
-    Group& in = group(spec.group);
+    Group& in = model->group(spec.group);
     auto made = std::make_unique<Device>();
     made->eui = spec.eui;
     made->protocol_endpoint = spec.protocol_endpoint;
     made->supported = spec.supported;
     for (const std::string& name : spec.arrays) {
-        made->members.push_back(&array(in, name));
+        made->members.push_back(&model->array(in, name));
     }
     if (spec.arrays.empty()) {
         for (const auto& each : in.arrays) {
@@ -172,15 +176,15 @@ void Host::Impl::add_volume(const VolumeSpec& spec) {
     }
     Target* on = nullptr;
     if (!spec.group_scoped_target.empty()) {
-        on = &target(spec.group_scoped_target);
+        on = &model->target(spec.group_scoped_target);
         if (!on->group_scoped || on->group != &in) {
             refuse("not a group-scoped target of the volume's group", spec.group_scoped_target);
         }
     } else {
         const std::string iqn = spec.iqn.empty() ? "iqn.2012-07.com.ostrel:" + spec.eui : spec.iqn;
-        const auto found = targets_by_iqn.find(iqn);
-        if (found == targets_by_iqn.end()) {
-            on = &make_target(iqn, in, spec.adapters);
+        const auto found = model->targets_by_iqn.find(iqn);
+        if (found == model->targets_by_iqn.end()) {
+            on = &model->make_target(iqn, in, spec.adapters);
         } else if (found->second->group != &in || found->second->group_scoped) {
             refuse("target name taken", iqn);
         } else {
@@ -193,66 +197,76 @@ void Host::Impl::add_volume(const VolumeSpec& spec) {
     for (const auto& port : on->ports) {
         for (const Session* each : port->sessions) {
             if (each->state == LOGGED_IN) {
-                claim_later(*each);
+                model->claim_later(*each);
             }
         }
     }
-    devices.push_back(std::move(made));
+    model->devices.push_back(std::move(made));
 }
 
-void Host::Impl::add_group_scoped_target(const GroupScopedTargetSpec& spec) {
-    Group& in = group(spec.group);
+void Host::add_group_scoped_target(const GroupScopedTargetSpec& spec) {
+    const Called model(*impl_);
+    Group& in = model->group(spec.group);
     std::vector<Array*> active;
     for (const std::string& name : spec.active_arrays) {
-        active.push_back(&array(in, name));
+        active.push_back(&model->array(in, name));
     }
-    if (targets_by_iqn.contains(spec.iqn)) {
+    if (model->targets_by_iqn.contains(spec.iqn)) {
         refuse("target name taken", spec.iqn);
     }
-    Target& made = make_target(spec.iqn, in, spec.adapters);
+    Target& made = model->make_target(spec.iqn, in, spec.adapters);
     made.group_scoped = true;
     made.all_arrays_active = spec.active_arrays.empty();
     made.active = std::move(active);
 }
 
-void Host::Impl::add_static_target(const StaticTargetView& view) {
-    Adapter& on = adapter(view.adapter);
+void Host::add_static_target(const StaticTargetView& view) {
+    const Called model(*impl_);
+    Adapter& on = model->adapter(view.adapter);
     if (!view.by_host_name) {
         check_address(view.portal_ip);
     }
-    StaticEntry& made = make_entry(on, view, false);
+    StaticEntry& made = model->make_entry(on, view, false);
     if (made.port != nullptr) {
-        refresh_port(*made.port);
+        model->refresh_port(*made.port);
     }
 }
 
-void Host::Impl::remove_volume(const std::string& eui) {
-    Device& gone_device = device(eui);
+void Host::claim_paths() {
+    const Called model(*impl_);
+    for (auto& [oid, session] : model->sessions) {
+        model->claim(*session);
+    }
+}
+
+void Host::remove_volume(const std::string& eui) {
+    const Called model(*impl_);
+    Device& gone_device = model->device(eui);
     Target& of = *gone_device.target;
     erase_item(of.devices, &gone_device);
-    std::erase_if(devices, [&](const auto& each) { return each.get() == &gone_device; });
+    std::erase_if(model->devices, [&](const auto& each) { return each.get() == &gone_device; });
     if (!of.devices.empty() || of.group_scoped) {
         return;
     }
     for (const auto& port : of.ports) {
         while (!port->sessions.empty()) {
-            end_session(*port->sessions.back(), Event::Kind::session_lost, "volume removed");
+            model->end_session(*port->sessions.back(), Event::Kind::session_lost, "volume removed");
         }
         Adapter& on = *port->adapter;
         std::erase_if(on.entries, [&](const auto& entry) {
             if (entry->port != port.get()) {
                 return false;
             }
-            objects.erase(entry->oid);
+            model->objects.erase(entry->oid);
             return true;
         });
-        objects.erase(port->oid);
-        ports_by_id.erase(port->id);
+        model->objects.erase(port->oid);
+        model->ports_by_id.erase(port->id);
         erase_item(on.ports, port.get());
     }
     erase_item(of.group->targets, &of);
-    targets_by_iqn.erase(of.iqn);
-    std::erase_if(targets, [&](const auto& each) { return each.get() == &of; });
+    model->targets_by_iqn.erase(of.iqn);
+    std::erase_if(model->targets, [&](const auto& each) { return each.get() == &of; });
 }
 
 }  // namespace simhost

@@ -1,5 +1,6 @@
 #include "cimserver/broker/broker.h"
 
+#include <algorithm>
 #include <thread>
 #include <utility>
 
@@ -47,10 +48,10 @@ struct ProviderCall {
 
     void take(const CMPIStatus& status, Answer& answer) const {
         answer.code = status.rc;
-        answer.message = status.msg == nullptr ? std::string() : object<StringObject>(status.msg).text;
+        answer.message = status.msg == nullptr ? std::string() : object(status.msg).text;
         for (const Value& value : result->values) {
-            if (const auto* const made = std::get_if<std::shared_ptr<const ObjectPath>>(&value.data)) {
-                answer.paths.push_back(**made);
+            if (const ObjectPath* const made = reference_in(value)) {
+                answer.paths.push_back(*made);
             } else if (const auto* const instance = std::get_if<std::shared_ptr<const Instance>>(&value.data)) {
                 answer.instances.push_back(**instance);
             } else {
@@ -64,32 +65,6 @@ const char* or_null(const std::string& text) {
     return text.empty() ? nullptr : text.c_str();
 }
 
-template <typename Mi>
-using Factory = Mi* (*)(const CMPIBroker*, const CMPIContext*, CMPIStatus*);
-
-// Null with `error` when the factory is missing or fails.
-template <typename Mi>
-Mi* create(const CMPIBroker* broker, const Broker::FindSymbol& find_symbol, const std::string& symbol,
-           std::string& error) {
-    const auto factory = reinterpret_cast<Factory<Mi>>(find_symbol(symbol));
-    if (factory == nullptr) {
-        error = symbol + " is not in the library";
-        return nullptr;
-    }
-    CMPIStatus status{CMPI_RC_OK, nullptr};
-    Mi* const mi = factory(broker, new_context(std::string()), &status);
-    if (mi == nullptr || mi->ft == nullptr) {
-        error = symbol + " failed with status " + std::to_string(status.rc);
-        return nullptr;
-    }
-    return mi;
-}
-
-template <typename Mi>
-auto cleanup_of(Mi* mi) {
-    return [mi](const CMPIContext* context) { return mi->ft->cleanup(mi, context, 1); };
-}
-
 }  // namespace
 
 Broker::Broker(Schema schema)
@@ -97,6 +72,25 @@ Broker::Broker(Schema schema)
 
 Broker::~Broker() {
     clean_up();
+}
+
+// Null with `error` when the factory is missing or fails.
+template <typename Mi>
+bool Broker::create(Mi*& mi, const std::string& symbol, const FindSymbol& find_symbol, std::string& error) {
+    using Factory = Mi* (*)(const CMPIBroker*, const CMPIContext*, CMPIStatus*);
+    const auto factory = reinterpret_cast<Factory>(find_symbol(symbol));
+    if (factory == nullptr) {
+        error = symbol + " is not in the library";
+        return false;
+    }
+    CMPIStatus status{CMPI_RC_OK, nullptr};
+    mi = factory(&handle_, new_context(std::string()), &status);
+    if (mi == nullptr || mi->ft == nullptr) {
+        error = symbol + " failed with status " + std::to_string(status.rc);
+        return false;
+    }
+    cleanups_.emplace_back([mi](const CMPIContext* context) { return mi->ft->cleanup(mi, context, 1); });
+    return true;
 }
 
 bool Broker::load_class(const Registration& registration, const FindSymbol& find_symbol, std::string& error) {
@@ -107,28 +101,9 @@ bool Broker::load_class(const Registration& registration, const FindSymbol& find
     Loaded& entry = loaded_.emplace_back();
     entry.registration = registration;
     const std::string prefix = registration.provider + "_Create_";
-    if (registration.instance) {
-        entry.instance = create<CMPIInstanceMI>(&handle_, find_symbol, prefix + "InstanceMI", error);
-        if (entry.instance == nullptr) {
-            return false;
-        }
-        cleanups_.emplace_back(cleanup_of(entry.instance));
-    }
-    if (registration.association) {
-        entry.association = create<CMPIAssociationMI>(&handle_, find_symbol, prefix + "AssociationMI", error);
-        if (entry.association == nullptr) {
-            return false;
-        }
-        cleanups_.emplace_back(cleanup_of(entry.association));
-    }
-    if (registration.method) {
-        entry.method = create<CMPIMethodMI>(&handle_, find_symbol, prefix + "MethodMI", error);
-        if (entry.method == nullptr) {
-            return false;
-        }
-        cleanups_.emplace_back(cleanup_of(entry.method));
-    }
-    return true;
+    return (!registration.instance || create(entry.instance, prefix + "InstanceMI", find_symbol, error)) &&
+           (!registration.association || create(entry.association, prefix + "AssociationMI", find_symbol, error)) &&
+           (!registration.method || create(entry.method, prefix + "MethodMI", find_symbol, error));
 }
 
 bool Broker::load(const std::vector<Registration>& registrations, const FindSymbol& find_symbol, std::string& error) {
@@ -136,7 +111,6 @@ bool Broker::load(const std::vector<Registration>& registrations, const FindSymb
     for (const Registration& registration : registrations) {
         if (!load_class(registration, find_symbol, error)) {
             clean_up();
-            loaded_.clear();
             return false;
         }
     }
@@ -155,42 +129,37 @@ void Broker::clean_up() {
 }
 
 bool Broker::has_name_space(std::string_view name) const {
-    for (const Loaded& entry : loaded_) {
-        if (same_name(entry.registration.name_space, name)) {
-            return true;
-        }
-    }
-    return false;
+    return std::any_of(loaded_.begin(), loaded_.end(),
+                       [&](const Loaded& entry) { return same_name(entry.registration.name_space, name); });
 }
 
-const Broker::Loaded* Broker::loaded(const ObjectPath& path, bool Registration::*type) const {
-    for (const Loaded& entry : loaded_) {
-        if (entry.registration.*type && same_name(entry.registration.class_name, path.class_name) &&
-            same_name(entry.registration.name_space, path.name_space)) {
-            return &entry;
-        }
-    }
-    return nullptr;
-}
-
-template <typename Call>
-Answer Broker::enumerate(const ObjectPath& path, Call call) const {
+template <typename Applies, typename Operate>
+Answer Broker::ask(const ObjectPath& path, Applies applies, Operate operate) const {
     const Request request;
     Answer answer;
     for (const Loaded& entry : loaded_) {
-        if (!entry.registration.instance || !same_name(entry.registration.name_space, path.name_space) ||
-            !schema_.is_a(entry.registration.class_name, path.class_name)) {
-            continue;
-        }
-        ObjectPath asked = path;
-        asked.class_name = schema_.find(entry.registration.class_name)->name;
-        const ProviderCall provider(asked);
-        provider.take(call(entry.instance, provider), answer);
-        if (answer.code != CMPI_RC_OK) {
-            break;
+        if (answer.code == CMPI_RC_OK && same_name(entry.registration.name_space, path.name_space) && applies(entry)) {
+            const ProviderCall call(path);
+            call.take(operate(entry, call), answer);
         }
     }
     return answer;
+}
+
+// --- instances ----------------------------------------------------------------------------------------------
+
+// Each provider is asked for the class that it is registered for.
+template <typename Operate>
+Answer Broker::enumerate(const ObjectPath& path, Operate operate) const {
+    return ask(
+        path,
+        [&](const Loaded& entry) {
+            return entry.instance != nullptr && schema_.is_a(entry.registration.class_name, path.class_name);
+        },
+        [&](const Loaded& entry, const ProviderCall& call) {
+            object(call.path).path.class_name = schema_.find(entry.registration.class_name)->name;
+            return operate(entry.instance, call);
+        });
 }
 
 Answer Broker::enumerate_instance_names(const ObjectPath& path) const {
@@ -207,39 +176,33 @@ Answer Broker::enumerate_instances(const ObjectPath& path, const PropertyList& p
 }
 
 Answer Broker::get_instance(const ObjectPath& path, const PropertyList& properties) const {
-    const Request request;
-    Answer answer;
-    const Loaded* const entry = loaded(path, &Registration::instance);
-    if (entry != nullptr) {
-        PropertyNames names(properties);
-        const ProviderCall call(path);
-        call.take(entry->instance->ft->getInstance(entry->instance, call.context, call.result, call.path, names.get()),
-                  answer);
-    }
+    PropertyNames names(properties);
+    Answer answer = ask(
+        path,
+        [&](const Loaded& entry) {
+            return entry.instance != nullptr && same_name(entry.registration.class_name, path.class_name);
+        },
+        [&](const Loaded& entry, const ProviderCall& call) {
+            return entry.instance->ft->getInstance(entry.instance, call.context, call.result, call.path, names.get());
+        });
     if (answer.code == CMPI_RC_OK && answer.instances.empty()) {
         answer.code = CMPI_RC_ERR_NOT_FOUND;
     }
     return answer;
 }
 
-template <typename Call>
-Answer Broker::associate(const ObjectPath& path, const std::string& assoc_class, Call call) const {
-    const Request request;
-    Answer answer;
-    for (const Loaded& entry : loaded_) {
-        const bool asked_for = assoc_class.empty() || schema_.find(assoc_class) == nullptr ||
-                               schema_.is_a(entry.registration.class_name, assoc_class);
-        if (!entry.registration.association || !asked_for ||
-            !same_name(entry.registration.name_space, path.name_space)) {
-            continue;
-        }
-        const ProviderCall provider(path);
-        provider.take(call(entry.association, provider), answer);
-        if (answer.code != CMPI_RC_OK) {
-            break;
-        }
-    }
-    return answer;
+// --- associations -------------------------------------------------------------------------------------------
+
+template <typename Operate>
+Answer Broker::associate(const ObjectPath& path, const std::string& assoc_class, Operate operate) const {
+    const bool any_class = assoc_class.empty() || schema_.find(assoc_class) == nullptr;
+    return ask(
+        path,
+        [&](const Loaded& entry) {
+            return entry.association != nullptr &&
+                   (any_class || schema_.is_a(entry.registration.class_name, assoc_class));
+        },
+        [&](const Loaded& entry, const ProviderCall& call) { return operate(entry.association, call); });
 }
 
 Answer Broker::associators(const ObjectPath& path, const AssociationFilter& filter,
@@ -276,20 +239,28 @@ Answer Broker::reference_names(const ObjectPath& path, const AssociationFilter& 
     });
 }
 
+// --- methods ------------------------------------------------------------------------------------------------
+
 Answer Broker::invoke_method(const ObjectPath& path, const std::string& method, const NamedList& in) const {
-    const Request request;
-    Answer answer;
-    const Loaded* const entry = loaded(path, &Registration::method);
-    if (entry == nullptr) {
+    bool found = false;
+    NamedList out;
+    Answer answer = ask(
+        path,
+        [&](const Loaded& entry) {
+            return !found && entry.method != nullptr && same_name(entry.registration.class_name, path.class_name);
+        },
+        [&](const Loaded& entry, const ProviderCall& call) {
+            found = true;
+            auto* const args = make_object<ArgsObject>(NamedList());
+            const CMPIStatus status = entry.method->ft->invokeMethod(entry.method, call.context, call.result, call.path,
+                                                                     method.c_str(), make_object<ArgsObject>(in), args);
+            out = args->args;
+            return status;
+        });
+    answer.out = std::move(out);
+    if (!found) {
         answer.code = CMPI_RC_ERR_METHOD_NOT_AVAILABLE;
-        return answer;
     }
-    const ProviderCall call(path);
-    auto* const out = make_object<ArgsObject>(NamedList());
-    call.take(entry->method->ft->invokeMethod(entry->method, call.context, call.result, call.path, method.c_str(),
-                                              make_object<ArgsObject>(in), out),
-              answer);
-    answer.out = out->args;
     return answer;
 }
 

@@ -80,12 +80,16 @@ private:
     std::vector<Cleanup> cleanups_;
 
     bool load_class(const Registration& registration, const FindSymbol& find_symbol, std::string& error);
-    const Loaded* loaded(const ObjectPath& path, bool Registration::*type) const;
+    template <typename Mi>
+    bool create(Mi*& mi, const std::string& symbol, const FindSymbol& find_symbol, std::string& error);
 
-    template <typename Call>
-    Answer enumerate(const ObjectPath& path, Call call) const;
-    template <typename Call>
-    Answer associate(const ObjectPath& path, const std::string& assoc_class, Call call) const;
+    // Asks the providers of the path's namespace that `applies` tells, one after the other until one fails.
+    template <typename Applies, typename Operate>
+    Answer ask(const ObjectPath& path, Applies applies, Operate operate) const;
+    template <typename Operate>
+    Answer enumerate(const ObjectPath& path, Operate operate) const;
+    template <typename Operate>
+    Answer associate(const ObjectPath& path, const std::string& assoc_class, Operate operate) const;
 };
 
 }  // namespace cimserver

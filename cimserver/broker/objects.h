@@ -1,7 +1,6 @@
 // The broker's objects: CMPI handles with the plain data of model/value.h behind them.
 #pragma once
 
-#include <atomic>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,62 +21,83 @@ extern const CMPIArgsFT args_table;
 extern const CMPIResultFT result_table;
 extern const CMPIContextFT context_table;
 
+// A handle whose `hdl` is null stands for no object. Only a string's is read.
+inline char any_hdl;
+
+// The object behind a handle of that type.
+template <typename Handle>
+struct Behind;
+
 // `hdl` is the text itself: code built with the standard's 2.0 macro reads it there.
-struct StringObject final : Object, CMPIString {
-    explicit StringObject(std::string_view text_in) : CMPIString{nullptr, &string_table}, text(text_in) {
-        hdl = text.data();
-    }
+template <>
+struct Behind<CMPIString> final : Object, CMPIString {
+    explicit Behind(std::string_view text_in) : CMPIString{nullptr, &string_table}, text(text_in) { hdl = text.data(); }
+    Behind(const Behind& other) : Behind(other.text) {}
     std::string text;
 };
+using StringObject = Behind<CMPIString>;
 
-struct ArrayObject final : Object, CMPIArray {
-    ArrayObject(CMPIType element_type, ValueList list)
-        : CMPIArray{this, &array_table}, type(element_type), elements(std::move(list)) {}
+template <>
+struct Behind<CMPIArray> final : Object, CMPIArray {
+    Behind(CMPIType element_type, ValueList list)
+        : CMPIArray{&any_hdl, &array_table}, type(element_type), elements(std::move(list)) {}
     CMPIType type;
     ValueList elements;
 };
+using ArrayObject = Behind<CMPIArray>;
 
-struct EnumerationObject final : Object, CMPIEnumeration {
-    explicit EnumerationObject(ValueList list) : CMPIEnumeration{this, &enumeration_table}, elements(std::move(list)) {}
+template <>
+struct Behind<CMPIEnumeration> final : Object, CMPIEnumeration {
+    explicit Behind(ValueList list) : CMPIEnumeration{&any_hdl, &enumeration_table}, elements(std::move(list)) {}
     ValueList elements;
     std::size_t next = 0;
 };
+using EnumerationObject = Behind<CMPIEnumeration>;
 
-struct PathObject final : Object, CMPIObjectPath {
-    explicit PathObject(ObjectPath path_in) : CMPIObjectPath{this, &path_table}, path(std::move(path_in)) {}
+template <>
+struct Behind<CMPIObjectPath> final : Object, CMPIObjectPath {
+    explicit Behind(ObjectPath path_in) : CMPIObjectPath{&any_hdl, &path_table}, path(std::move(path_in)) {}
     ObjectPath path;
 };
+using PathObject = Behind<CMPIObjectPath>;
 
-struct InstanceObject final : Object, CMPIInstance {
-    InstanceObject(Instance instance_in, const Schema* schema_in)
-        : CMPIInstance{this, &instance_table}, instance(std::move(instance_in)), schema(schema_in) {}
+template <>
+struct Behind<CMPIInstance> final : Object, CMPIInstance {
+    Behind(Instance instance_in, const Schema* schema_in)
+        : CMPIInstance{&any_hdl, &instance_table}, instance(std::move(instance_in)), schema(schema_in) {}
     Instance instance;
-    const Schema* schema;  // what its properties are held to
+    const Schema* schema;  // what its properties are held to; null: to nothing
 };
+using InstanceObject = Behind<CMPIInstance>;
 
-struct ArgsObject final : Object, CMPIArgs {
-    explicit ArgsObject(NamedList args_in) : CMPIArgs{this, &args_table}, args(std::move(args_in)) {}
+template <>
+struct Behind<CMPIArgs> final : Object, CMPIArgs {
+    explicit Behind(NamedList args_in) : CMPIArgs{&any_hdl, &args_table}, args(std::move(args_in)) {}
     NamedList args;
 };
+using ArgsObject = Behind<CMPIArgs>;
 
-struct ResultObject final : Object, CMPIResult {
-    ResultObject() : CMPIResult{this, &result_table} {}
+template <>
+struct Behind<CMPIResult> final : Object, CMPIResult {
+    Behind() : CMPIResult{&any_hdl, &result_table} {}
     ValueList values;
-    bool done = false;
 };
+using ResultObject = Behind<CMPIResult>;
 
-struct ContextObject final : Object, CMPIContext {
-    explicit ContextObject(NamedList entries_in) : CMPIContext{this, &context_table}, entries(std::move(entries_in)) {}
+template <>
+struct Behind<CMPIContext> final : Object, CMPIContext {
+    explicit Behind(NamedList entries_in) : CMPIContext{&any_hdl, &context_table}, entries(std::move(entries_in)) {}
     NamedList entries;
 };
+using ContextObject = Behind<CMPIContext>;
 
 // The object behind a handle. A null handle is refused.
-template <typename Made, typename Handle>
-Made& object(const Handle* handle) {
+template <typename Handle>
+Behind<Handle>& object(const Handle* handle) {
     if (handle == nullptr) {
         throw Refusal{CMPI_RC_ERR_INVALID_HANDLE};
     }
-    return static_cast<Made&>(const_cast<Handle&>(*handle));
+    return static_cast<Behind<Handle>&>(const_cast<Handle&>(*handle));
 }
 
 // A text argument that must be there.
@@ -90,39 +110,82 @@ inline std::string_view needed(const char* text) {
 
 // --- values -----------------------------------------------------------------------------------------------
 
-// What a table answers beside a status that isn't OK.
-inline constexpr CMPIData NO_DATA{CMPI_null, CMPI_notFound, {}};
-
 // The value that a provider passed. A type that no value has is refused.
 Value from_cmpi(const CMPIValue* value, CMPIType type);
 
 // The value for a provider; objects in it belong to the request.
-CMPIData to_cmpi(const Value& value, const Schema* schema = nullptr);
+CMPIData to_cmpi(const Value& value);
 
-StringObject* new_string(std::string_view text);
+CMPIString* new_string(std::string_view text);
 
-// The named value, or the one at an index, with its name where that is asked for. Refuses when there is none.
-CMPIData get_named(const NamedList& list, const char* name, const Schema* schema = nullptr);
-CMPIData get_named_at(const NamedList& list, CMPICount index, CMPIString** name, const Schema* schema = nullptr);
+// Names ended by a null pointer; null itself for all.
+PropertyList property_list(const char** names);
 
-// --- release and clone, alike for all ----------------------------------------------------------------------
+// --- entries that are alike for all handles ----------------------------------------------------------------
 
 // Only a clone is freed: the request frees what is its own.
-template <typename Made, typename Handle>
-CMPIStatus release_object(Handle* handle) noexcept {
-    return guarded_status([&] {
-        Made* const made = &object<Made>(handle);
-        if (made->is_clone) {
-            delete made;
-        }
-    });
+template <typename Handle>
+void release(Handle* handle) {
+    if (Behind<Handle>* const made = &object(handle); made->is_clone) {
+        delete made;
+    }
 }
 
-template <typename Made, typename Handle, typename... Arguments>
-Handle* own_clone(Arguments&&... arguments) {
-    auto* const made = new Made(std::forward<Arguments>(arguments)...);
+template <typename Handle>
+Handle* clone(const Handle* handle) {
+    auto* const made = new Behind<Handle>(object(handle));
     made->is_clone = true;
     return made;
+}
+
+// The values by name in an object.
+inline NamedList& list_of(const CMPIArgs* args) {
+    return object(args).args;
+}
+inline NamedList& list_of(const CMPIContext* context) {
+    return object(context).entries;
+}
+inline NamedList& list_of(const CMPIObjectPath* path) {
+    return object(path).path.keys;
+}
+inline NamedList& list_of(const CMPIInstance* instance) {
+    return object(instance).instance.properties;
+}
+
+template <typename Handle>
+CMPICount count(const Handle* handle) {
+    return static_cast<CMPICount>(list_of(handle).size());
+}
+
+// Refuses a value that isn't there. A path's values are keys.
+template <typename Handle>
+CMPIData data_of(const Value* value) {
+    if (value == nullptr) {
+        throw Refusal{CMPI_RC_ERR_NO_SUCH_PROPERTY};
+    }
+    CMPIData data = to_cmpi(*value);
+    data.state |= std::is_same_v<Handle, CMPIObjectPath> ? CMPI_keyValue : CMPI_goodValue;
+    return data;
+}
+
+template <typename Handle>
+CMPIData get(const Handle* handle, const char* name) {
+    return data_of<Handle>(find(list_of(handle), needed(name)));
+}
+
+template <typename Handle>
+CMPIData get_at(const Handle* handle, CMPICount index, CMPIString** name) {
+    const NamedList& list = list_of(handle);
+    const Named* const named = index < list.size() ? &list[index] : nullptr;
+    if (named != nullptr && name != nullptr) {
+        *name = new_string(named->name);
+    }
+    return data_of<Handle>(named == nullptr ? nullptr : &named->value);
+}
+
+template <typename Handle>
+void add(const Handle* handle, const char* name, const CMPIValue* value, CMPIType type) {
+    set(list_of(handle), needed(name), from_cmpi(value, type));
 }
 
 }  // namespace cimserver

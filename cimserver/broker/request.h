@@ -6,15 +6,15 @@
 #include <utility>
 #include <vector>
 
-#include "cmpi/cmpi.h"
+#include "cimserver/broker/entry.h"
 
 namespace cimserver {
 
 class Object {
 public:
     Object();
+    Object(const Object&) : Object() {}
     virtual ~Object();
-    Object(const Object&) = delete;
     Object& operator=(const Object&) = delete;
 
     bool is_clone = false;
@@ -48,11 +48,6 @@ private:
     std::vector<std::unique_ptr<Object>> objects_;
 };
 
-// Thrown inside the broker only, where a table entry refuses what it was given.
-struct Refusal {
-    CMPIrc code;
-};
-
 // A new object of the calling thread's request. Refuses on a thread without one.
 template <typename Made, typename... Arguments>
 Made* make_object(Arguments&&... arguments) {
@@ -61,37 +56,6 @@ Made* make_object(Arguments&&... arguments) {
         throw Refusal{CMPI_RC_ERR_INVALID_HANDLE};
     }
     return request->make<Made>(std::forward<Arguments>(arguments)...);
-}
-
-inline void put(CMPIStatus* status, CMPIrc code) {
-    if (status != nullptr) {
-        *status = {code, nullptr};
-    }
-}
-
-// The body of a table entry with a status out-parameter: nothing thrown leaves it.
-template <typename Answer, typename Body>
-Answer guarded(CMPIStatus* status, Answer otherwise, Body body) noexcept {
-    put(status, CMPI_RC_OK);
-    try {
-        return body();
-    } catch (const Refusal& refusal) {
-        put(status, refusal.code);
-    } catch (...) {
-        put(status, CMPI_RC_ERROR_SYSTEM);
-    }
-    return otherwise;
-}
-
-// The same for an entry that returns a status.
-template <typename Body>
-CMPIStatus guarded_status(Body body) noexcept {
-    CMPIStatus status{CMPI_RC_OK, nullptr};
-    (void)guarded(&status, 0, [&] {
-        body();
-        return 0;
-    });
-    return status;
 }
 
 }  // namespace cimserver

@@ -7,197 +7,134 @@ namespace cimserver {
 
 namespace {
 
-// --- strings ----------------------------------------------------------------------------------------------
-
-CMPIString* clone_string(const CMPIString* string, CMPIStatus* status) {
-    return guarded<CMPIString*>(status, nullptr,
-                                [&] { return own_clone<StringObject, CMPIString>(object<StringObject>(string).text); });
-}
-
-const char* get_char_ptr(const CMPIString* string, CMPIStatus* status) {
-    return guarded<const char*>(status, nullptr, [&] { return object<StringObject>(string).text.c_str(); });
+const char* get_char_ptr(const CMPIString* string) {
+    return object(string).text.c_str();
 }
 
 // --- arrays -----------------------------------------------------------------------------------------------
 
-CMPIArray* clone_array(const CMPIArray* array, CMPIStatus* status) {
-    return guarded<CMPIArray*>(status, nullptr, [&] {
-        const auto& made = object<ArrayObject>(array);
-        return own_clone<ArrayObject, CMPIArray>(made.type, made.elements);
-    });
+CMPICount get_size(const CMPIArray* array) {
+    return static_cast<CMPICount>(object(array).elements.size());
 }
 
-CMPICount get_size(const CMPIArray* array, CMPIStatus* status) {
-    return guarded<CMPICount>(status, 0,
-                              [&] { return static_cast<CMPICount>(object<ArrayObject>(array).elements.size()); });
+CMPIType get_simple_type(const CMPIArray* array) {
+    return object(array).type;
 }
 
-CMPIType get_simple_type(const CMPIArray* array, CMPIStatus* status) {
-    return guarded<CMPIType>(status, CMPI_null, [&] { return object<ArrayObject>(array).type; });
+Value& element_at(const CMPIArray* array, CMPICount index) {
+    if (index >= get_size(array)) {
+        throw Refusal{CMPI_RC_ERR_NO_SUCH_PROPERTY};
+    }
+    return object(array).elements[index];
 }
 
-CMPIData get_element_at(const CMPIArray* array, CMPICount index, CMPIStatus* status) {
-    return guarded(status, NO_DATA, [&] {
-        const auto& made = object<ArrayObject>(array);
-        if (index >= made.elements.size()) {
-            throw Refusal{CMPI_RC_ERR_NO_SUCH_PROPERTY};
-        }
-        return to_cmpi(made.elements[index]);
-    });
+CMPIData get_element_at(const CMPIArray* array, CMPICount index) {
+    return to_cmpi(element_at(array, index));
 }
 
-CMPIStatus set_element_at(CMPIArray* array, CMPICount index, const CMPIValue* value, CMPIType type) {
-    return guarded_status([&] {
-        auto& made = object<ArrayObject>(array);
-        if (index >= made.elements.size()) {
-            throw Refusal{CMPI_RC_ERR_NO_SUCH_PROPERTY};
-        }
-        Value element = from_cmpi(value, type);
-        if (!element.is_null() && element.type != made.type) {
-            throw Refusal{CMPI_RC_ERR_TYPE_MISMATCH};
-        }
-        made.elements[index] = std::move(element);
-    });
+void set_element_at(CMPIArray* array, CMPICount index, const CMPIValue* value, CMPIType type) {
+    Value& element = element_at(array, index);
+    Value given = from_cmpi(value, type);
+    if (!given.is_null() && given.type != object(array).type) {
+        throw Refusal{CMPI_RC_ERR_TYPE_MISMATCH};
+    }
+    element = std::move(given);
 }
 
 // --- enumerations -----------------------------------------------------------------------------------------
 
-CMPIEnumeration* clone_enumeration(const CMPIEnumeration* enumeration, CMPIStatus* status) {
-    return guarded<CMPIEnumeration*>(status, nullptr, [&] {
-        return own_clone<EnumerationObject, CMPIEnumeration>(object<EnumerationObject>(enumeration).elements);
-    });
+CMPIBoolean has_next(const CMPIEnumeration* enumeration) {
+    return object(enumeration).next < object(enumeration).elements.size() ? 1 : 0;
 }
 
-CMPIData get_next(const CMPIEnumeration* enumeration, CMPIStatus* status) {
-    return guarded(status, NO_DATA, [&] {
-        auto& made = object<EnumerationObject>(enumeration);
-        if (made.next >= made.elements.size()) {
-            throw Refusal{CMPI_RC_ERR_NOT_FOUND};
-        }
-        return to_cmpi(made.elements[made.next++]);
-    });
+CMPIData get_next(const CMPIEnumeration* enumeration) {
+    if (has_next(enumeration) == 0) {
+        throw Refusal{CMPI_RC_ERR_NOT_FOUND};
+    }
+    auto& made = object(enumeration);
+    return to_cmpi(made.elements[made.next++]);
 }
 
-CMPIBoolean has_next(const CMPIEnumeration* enumeration, CMPIStatus* status) {
-    return guarded<CMPIBoolean>(status, 0, [&]() -> CMPIBoolean {
-        const auto& made = object<EnumerationObject>(enumeration);
-        return made.next < made.elements.size() ? 1 : 0;
-    });
-}
-
-CMPIArray* to_array(const CMPIEnumeration* enumeration, CMPIStatus* status) {
-    return guarded<CMPIArray*>(status, nullptr, [&] {
-        const auto& made = object<EnumerationObject>(enumeration);
-        return make_object<ArrayObject>(made.elements.empty() ? CMPI_null : made.elements[0].type, made.elements);
-    });
+CMPIArray* to_array(const CMPIEnumeration* enumeration) {
+    const ValueList& elements = object(enumeration).elements;
+    return make_object<ArrayObject>(elements.empty() ? CMPI_null : elements[0].type, elements);
 }
 
 // --- results ----------------------------------------------------------------------------------------------
 
-CMPIResult* clone_result(const CMPIResult*, CMPIStatus* status) {
-    put(status, CMPI_RC_ERR_NOT_SUPPORTED);
-    return nullptr;
+void return_data(const CMPIResult* result, const CMPIValue* value, CMPIType type) {
+    object(result).values.push_back(from_cmpi(value, type));
 }
 
-CMPIStatus add_result(const CMPIResult* result, const CMPIValue* value, CMPIType type) {
-    return guarded_status([&] {
-        auto& made = object<ResultObject>(result);
-        made.values.push_back(from_cmpi(value, type));
-    });
+void return_instance(const CMPIResult* result, const CMPIInstance* instance) {
+    object(result).values.push_back(instance_value(object(instance).instance));
 }
 
-CMPIStatus return_instance(const CMPIResult* result, const CMPIInstance* instance) {
-    return guarded_status([&] {
-        const auto& made = object<InstanceObject>(instance);
-        object<ResultObject>(result).values.push_back(instance_value(made.instance));
-    });
+void return_path(const CMPIResult* result, const CMPIObjectPath* path) {
+    object(result).values.push_back(path_value(object(path).path));
 }
 
-CMPIStatus return_path(const CMPIResult* result, const CMPIObjectPath* path) {
-    return guarded_status([&] {
-        const auto& made = object<PathObject>(path);
-        object<ResultObject>(result).values.push_back(path_value(made.path));
-    });
-}
-
-CMPIStatus return_done(const CMPIResult* result) {
-    return guarded_status([&] { object<ResultObject>(result).done = true; });
-}
-
-CMPIStatus return_error(const CMPIResult*, const CMPIError*) {
-    return {CMPI_RC_ERR_NOT_SUPPORTED, nullptr};
-}
-
-// --- contexts ---------------------------------------------------------------------------------------------
-
-CMPIContext* clone_context(const CMPIContext* context, CMPIStatus* status) {
-    return guarded<CMPIContext*>(
-        status, nullptr, [&] { return own_clone<ContextObject, CMPIContext>(object<ContextObject>(context).entries); });
-}
-
-CMPIData get_entry(const CMPIContext* context, const char* name, CMPIStatus* status) {
-    return guarded(status, NO_DATA, [&] { return get_named(object<ContextObject>(context).entries, name); });
-}
-
-CMPIData get_entry_at(const CMPIContext* context, CMPICount index, CMPIString** name, CMPIStatus* status) {
-    return guarded(status, NO_DATA, [&] { return get_named_at(object<ContextObject>(context).entries, index, name); });
-}
-
-CMPICount get_entry_count(const CMPIContext* context, CMPIStatus* status) {
-    return guarded<CMPICount>(status, 0,
-                              [&] { return static_cast<CMPICount>(object<ContextObject>(context).entries.size()); });
-}
-
-CMPIStatus add_entry(const CMPIContext* context, const char* name, const CMPIValue* value, CMPIType type) {
-    return guarded_status([&] { set(object<ContextObject>(context).entries, needed(name), from_cmpi(value, type)); });
-}
-
-// --- arguments --------------------------------------------------------------------------------------------
-
-CMPIArgs* clone_args(const CMPIArgs* args, CMPIStatus* status) {
-    return guarded<CMPIArgs*>(status, nullptr,
-                              [&] { return own_clone<ArgsObject, CMPIArgs>(object<ArgsObject>(args).args); });
-}
-
-CMPIStatus add_arg(const CMPIArgs* args, const char* name, const CMPIValue* value, CMPIType type) {
-    return guarded_status([&] { set(object<ArgsObject>(args).args, needed(name), from_cmpi(value, type)); });
-}
-
-CMPIData get_arg(const CMPIArgs* args, const char* name, CMPIStatus* status) {
-    return guarded(status, NO_DATA, [&] { return get_named(object<ArgsObject>(args).args, name); });
-}
-
-CMPIData get_arg_at(const CMPIArgs* args, CMPICount index, CMPIString** name, CMPIStatus* status) {
-    return guarded(status, NO_DATA, [&] { return get_named_at(object<ArgsObject>(args).args, index, name); });
-}
-
-CMPICount get_arg_count(const CMPIArgs* args, CMPIStatus* status) {
-    return guarded<CMPICount>(status, 0, [&] { return static_cast<CMPICount>(object<ArgsObject>(args).args.size()); });
+void return_done(const CMPIResult* result) {
+    (void)object(result);
 }
 
 }  // namespace
 
-const CMPIStringFT string_table = {CMPIVersion200, release_object<StringObject, CMPIString>, clone_string,
-                                   get_char_ptr};
+const CMPIStringFT string_table = {
+    .ftVersion = CMPIVersion200,
+    .release = entry<release<CMPIString>>,
+    .clone = entry<clone<CMPIString>>,
+    .getCharPtr = entry<get_char_ptr>,
+};
 
 const CMPIArrayFT array_table = {
-    CMPIVersion200, release_object<ArrayObject, CMPIArray>, clone_array, get_size, get_simple_type, get_element_at,
-    set_element_at};
+    .ftVersion = CMPIVersion200,
+    .release = entry<release<CMPIArray>>,
+    .clone = entry<clone<CMPIArray>>,
+    .getSize = entry<get_size>,
+    .getSimpleType = entry<get_simple_type>,
+    .getElementAt = entry<get_element_at>,
+    .setElementAt = entry<set_element_at>,
+};
 
-const CMPIEnumerationFT enumeration_table = {CMPIVersion200,    release_object<EnumerationObject, CMPIEnumeration>,
-                                             clone_enumeration, get_next,
-                                             has_next,          to_array};
+const CMPIEnumerationFT enumeration_table = {
+    .ftVersion = CMPIVersion200,
+    .release = entry<release<CMPIEnumeration>>,
+    .clone = entry<clone<CMPIEnumeration>>,
+    .getNext = entry<get_next>,
+    .hasNext = entry<has_next>,
+    .toArray = entry<to_array>,
+};
 
-const CMPIResultFT result_table = {CMPIVersion200,  release_object<ResultObject, CMPIResult>,
-                                   clone_result,    add_result,
-                                   return_instance, return_path,
-                                   return_done,     return_error};
+const CMPIResultFT result_table = {
+    .ftVersion = CMPIVersion200,
+    .release = entry<release<CMPIResult>>,
+    .clone = not_supported,
+    .returnData = entry<return_data>,
+    .returnInstance = entry<return_instance>,
+    .returnObjectPath = entry<return_path>,
+    .returnDone = entry<return_done>,
+    .returnError = not_supported,
+};
 
 const CMPIContextFT context_table = {
-    CMPIVersion200, release_object<ContextObject, CMPIContext>, clone_context, get_entry, get_entry_at, get_entry_count,
-    add_entry};
+    .ftVersion = CMPIVersion200,
+    .release = entry<release<CMPIContext>>,
+    .clone = entry<clone<CMPIContext>>,
+    .getEntry = entry<get<CMPIContext>>,
+    .getEntryAt = entry<get_at<CMPIContext>>,
+    .getEntryCount = entry<count<CMPIContext>>,
+    .addEntry = entry<add<CMPIContext>>,
+};
 
 const CMPIArgsFT args_table = {
-    CMPIVersion200, release_object<ArgsObject, CMPIArgs>, clone_args, add_arg, get_arg, get_arg_at, get_arg_count};
+    .ftVersion = CMPIVersion200,
+    .release = entry<release<CMPIArgs>>,
+    .clone = entry<clone<CMPIArgs>>,
+    .addArg = entry<add<CMPIArgs>>,
+    .getArg = entry<get<CMPIArgs>>,
+    .getArgAt = entry<get_at<CMPIArgs>>,
+    .getArgCount = entry<count<CMPIArgs>>,
+};
 
 }  // namespace cimserver

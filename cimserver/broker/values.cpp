@@ -1,4 +1,5 @@
 // Values between CMPI and the broker.
+#include <cstring>
 #include <utility>
 
 #include "cimserver/broker/objects.h"
@@ -7,45 +8,27 @@ namespace cimserver {
 
 namespace {
 
-template <typename Made, typename Handle, typename Data>
-Value shared_copy(CMPIType type, const Handle* handle, Data Made::*data) {
-    if (handle == nullptr) {
-        return null_value(type);
-    }
-    return {type, std::make_shared<const Data>(object<Made>(handle).*data)};
-}
-
-std::uint64_t unsigned_of(const CMPIValue& value, CMPIType type) {
-    switch (type) {
-        case CMPI_uint8:
-            return value.uint8;
-        case CMPI_uint16:
-        case CMPI_char16:
-            return value.uint16;
-        case CMPI_uint32:
-            return value.uint32;
-        default:
-            return value.uint64;
-    }
+// Little endian: a narrower integer stands in the low bytes. What stands behind it may not be the provider's.
+std::uint64_t low_bytes(const CMPIValue& value, CMPIType type) {
+    std::uint64_t bytes = 0;
+    std::memcpy(&bytes, &value, integer_bits(type) / 8);
+    return bytes;
 }
 
 std::int64_t signed_of(const CMPIValue& value, CMPIType type) {
-    switch (type) {
-        case CMPI_sint8:
-            return value.sint8;
-        case CMPI_sint16:
-            return value.sint16;
-        case CMPI_sint32:
-            return value.sint32;
-        default:
-            return value.sint64;
-    }
+    const unsigned above = 64 - integer_bits(type);
+    return static_cast<std::int64_t>(low_bytes(value, type) << above) >> above;
+}
+
+template <typename Data, typename Handle>
+Value shared_copy(CMPIType type, const Handle* handle, Data Behind<Handle>::*data) {
+    return handle == nullptr ? null_value(type) : Value{type, std::make_shared<const Data>(object(handle).*data)};
 }
 
 Value from_object(const CMPIValue& value, CMPIType type) {
     switch (type) {
         case CMPI_string:
-            return value.string == nullptr ? null_value(type) : text_value(object<StringObject>(value.string).text);
+            return value.string == nullptr ? null_value(type) : text_value(object(value.string).text);
         case CMPI_ref:
             return shared_copy(type, value.ref, &PathObject::path);
         case CMPI_instance:
@@ -55,24 +38,35 @@ Value from_object(const CMPIValue& value, CMPIType type) {
     }
 }
 
-CMPIValue number_for(const Value& value) {
-    CMPIValue result{};
-    const CMPIType type = value.type;
-    if (const auto* const flag = std::get_if<bool>(&value.data)) {
-        result.boolean = *flag ? 1 : 0;
-    } else if (const auto* const number = std::get_if<double>(&value.data)) {
-        if (type == CMPI_real32) {
-            result.real32 = static_cast<float>(*number);
+// How each kind of data goes into a CMPI value.
+struct ToCmpi {
+    CMPIData& result;
+
+    void operator()(std::monostate) { result.state = CMPI_nullValue; }
+    void operator()(bool flag) { result.value.boolean = flag ? 1 : 0; }
+    void operator()(std::uint64_t number) { result.value.uint64 = number; }
+    void operator()(std::int64_t number) { result.value.sint64 = number; }
+    void operator()(double number) {
+        if (result.type == CMPI_real32) {
+            result.value.real32 = static_cast<float>(number);
         } else {
-            result.real64 = *number;
+            result.value.real64 = number;
         }
-    } else if (const auto* const natural = std::get_if<std::uint64_t>(&value.data)) {
-        result.uint64 = *natural;  // little endian: a narrower member reads its low bytes
-    } else if (const auto* const integer = std::get_if<std::int64_t>(&value.data)) {
-        result.sint64 = *integer;
     }
-    return result;
-}
+    void operator()(const std::string& text) {
+        result.type = CMPI_string;  // a date and time too: this broker has no objects for them
+        result.value.string = new_string(text);
+    }
+    void operator()(const ValueList& list) {
+        result.value.array = make_object<ArrayObject>(static_cast<CMPIType>(result.type & ~CMPI_ARRAY), list);
+    }
+    void operator()(const std::shared_ptr<const ObjectPath>& path) {
+        result.value.ref = make_object<PathObject>(*path);
+    }
+    void operator()(const std::shared_ptr<const Instance>& instance) {
+        result.value.inst = make_object<InstanceObject>(*instance, nullptr);
+    }
+};
 
 }  // namespace
 
@@ -88,14 +82,14 @@ Value from_cmpi(const CMPIValue* value, CMPIType type) {
         if (value->array == nullptr) {
             return null_value(type);
         }
-        const ArrayObject& array = object<ArrayObject>(value->array);
+        const ArrayObject& array = object(value->array);
         return {static_cast<CMPIType>(array.type | CMPI_ARRAY), array.elements};
     }
     if (type == CMPI_boolean) {
         return {type, value->boolean != 0};
     }
     if (is_unsigned(type)) {
-        return {type, unsigned_of(*value, type)};
+        return {type, low_bytes(*value, type)};
     }
     if (is_signed(type)) {
         return {type, signed_of(*value, type)};
@@ -106,46 +100,25 @@ Value from_cmpi(const CMPIValue* value, CMPIType type) {
     return from_object(*value, type);
 }
 
-CMPIData to_cmpi(const Value& value, const Schema* schema) {
+CMPIData to_cmpi(const Value& value) {
     CMPIData data{value.type, CMPI_goodValue, {}};
-    if (value.is_null()) {
-        data.state = CMPI_nullValue;
-    } else if (const auto* const text = std::get_if<std::string>(&value.data)) {
-        data.type = CMPI_string;  // a date and time too: this broker has no objects for them
-        data.value.string = new_string(*text);
-    } else if (const auto* const list = std::get_if<ValueList>(&value.data)) {
-        data.value.array = make_object<ArrayObject>(static_cast<CMPIType>(value.type & ~CMPI_ARRAY), *list);
-    } else if (const auto* const path = std::get_if<std::shared_ptr<const ObjectPath>>(&value.data)) {
-        data.value.ref = make_object<PathObject>(**path);
-    } else if (const auto* const instance = std::get_if<std::shared_ptr<const Instance>>(&value.data)) {
-        data.value.inst = make_object<InstanceObject>(**instance, schema);
-    } else {
-        data.value = number_for(value);
-    }
+    std::visit(ToCmpi{data}, value.data);
     return data;
 }
 
-StringObject* new_string(std::string_view text) {
+CMPIString* new_string(std::string_view text) {
     return make_object<StringObject>(text);
 }
 
-CMPIData get_named(const NamedList& list, const char* name, const Schema* schema) {
-    const Value* const value = find(list, needed(name));
-    if (value == nullptr) {
-        throw Refusal{CMPI_RC_ERR_NO_SUCH_PROPERTY};
+PropertyList property_list(const char** names) {
+    if (names == nullptr) {
+        return std::nullopt;
     }
-    return to_cmpi(*value, schema);
-}
-
-CMPIData get_named_at(const NamedList& list, CMPICount index, CMPIString** name, const Schema* schema) {
-    if (index >= list.size()) {
-        throw Refusal{CMPI_RC_ERR_NO_SUCH_PROPERTY};
+    PropertyList list(std::in_place);
+    for (; *names != nullptr; ++names) {
+        list->emplace_back(*names);
     }
-    const CMPIData data = to_cmpi(list[index].value, schema);
-    if (name != nullptr) {
-        *name = new_string(list[index].name);
-    }
-    return data;
+    return list;
 }
 
 }  // namespace cimserver

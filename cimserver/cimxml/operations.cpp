@@ -51,10 +51,8 @@ PropertyList properties_of(const Message& message) {
 // A provider returns its keys, asked for or not; a client finds them in the path.
 void keep_asked(Instance& instance, const PropertyList& asked) {
     if (asked) {
-        std::erase_if(instance.properties, [&](const Named& property) {
-            return std::none_of(asked->begin(), asked->end(),
-                                [&](const std::string& name) { return same_name(name, property.name); });
-        });
+        std::erase_if(instance.properties,
+                      [&](const Named& property) { return !contains_name(*asked, property.name); });
     }
 }
 
@@ -112,51 +110,6 @@ void throw_failure(const Answer& answer) {
     }
 }
 
-void complete(ObjectPath& path, const ObjectPath& asked, const std::string& host) {
-    path.host = host;
-    if (path.name_space.empty()) {
-        path.name_space = asked.name_space;
-    }
-    for (Named& key : path.keys) {
-        if (const auto* const reference = std::get_if<std::shared_ptr<const ObjectPath>>(&key.value.data)) {
-            ObjectPath whole = **reference;
-            complete(whole, asked, host);
-            key.value = path_value(std::move(whole));
-        }
-    }
-}
-
-void complete(Instance& instance, const ObjectPath& asked, const std::string& host) {
-    complete(instance.path, asked, host);
-    for (Named& property : instance.properties) {
-        if (const auto* const reference = std::get_if<std::shared_ptr<const ObjectPath>>(&property.value.data)) {
-            ObjectPath whole = **reference;
-            complete(whole, asked, host);
-            property.value = path_value(std::move(whole));
-        }
-    }
-}
-
-void write_objects(pugi::xml_node result, Answer answer, const ObjectPath& asked, const PropertyList& properties,
-                   const std::string& host) {
-    throw_failure(answer);
-    for (Instance& instance : answer.instances) {
-        keep_asked(instance, properties);
-        complete(instance, asked, host);
-        pugi::xml_node object = result.append_child("VALUE.OBJECTWITHPATH");
-        write_instance_path(object, instance.path);
-        write_instance(object, instance);
-    }
-}
-
-void write_object_paths(pugi::xml_node result, Answer answer, const ObjectPath& asked, const std::string& host) {
-    throw_failure(answer);
-    for (ObjectPath& path : answer.paths) {
-        complete(path, asked, host);
-        write_instance_path(result.append_child("OBJECTPATH"), path);
-    }
-}
-
 // --- operations -------------------------------------------------------------------------------------------
 
 struct Call {
@@ -165,6 +118,40 @@ struct Call {
     const std::string& host;
     pugi::xml_node result;  // IRETURNVALUE
 };
+
+void complete(ObjectPath& path, const ObjectPath& asked, const std::string& host);
+
+void complete_references(NamedList& list, const ObjectPath& asked, const std::string& host) {
+    for (Named& named : list) {
+        if (const ObjectPath* const reference = reference_in(named.value)) {
+            ObjectPath whole = *reference;
+            complete(whole, asked, host);
+            named.value = path_value(std::move(whole));
+        }
+    }
+}
+
+void complete(ObjectPath& path, const ObjectPath& asked, const std::string& host) {
+    path.host = host;
+    if (path.name_space.empty()) {
+        path.name_space = asked.name_space;
+    }
+    complete_references(path.keys, asked, host);
+}
+
+// What a provider answered, as it goes out: no failure, whole paths, the properties that are asked for.
+Answer finished(Answer answer, const Call& call, const PropertyList& asked = {}) {
+    throw_failure(answer);
+    for (ObjectPath& path : answer.paths) {
+        complete(path, call.message.target, call.host);
+    }
+    for (Instance& instance : answer.instances) {
+        keep_asked(instance, asked);
+        complete(instance.path, call.message.target, call.host);
+        complete_references(instance.properties, call.message.target, call.host);
+    }
+    return answer;
+}
 
 ClassOptions class_options_of(const Message& message) {
     return {flag_of(message, "LocalOnly", true), flag_of(message, "IncludeQualifiers", true),
@@ -200,21 +187,18 @@ void enumerate_classes(const Call& call) {
 }
 
 void enumerate_instance_names(const Call& call) {
-    const Answer answer = call.broker.enumerate_instance_names(class_path_of(call.broker, call.message));
-    throw_failure(answer);
-    for (ObjectPath path : answer.paths) {
-        complete(path, call.message.target, call.host);
+    const Answer answer =
+        finished(call.broker.enumerate_instance_names(class_path_of(call.broker, call.message)), call);
+    for (const ObjectPath& path : answer.paths) {
         write_instance_name(call.result, path);
     }
 }
 
 void enumerate_instances(const Call& call) {
     const PropertyList properties = properties_of(call.message);
-    const Answer answer = call.broker.enumerate_instances(class_path_of(call.broker, call.message), properties);
-    throw_failure(answer);
-    for (Instance instance : answer.instances) {
-        keep_asked(instance, properties);
-        complete(instance, call.message.target, call.host);
+    const ObjectPath path = class_path_of(call.broker, call.message);
+    const Answer answer = finished(call.broker.enumerate_instances(path, properties), call, properties);
+    for (const Instance& instance : answer.instances) {
         pugi::xml_node named = pugi::xml_node(call.result).append_child("VALUE.NAMEDINSTANCE");
         write_instance_name(named, instance.path);
         write_instance(named, instance);
@@ -225,37 +209,33 @@ void get_instance(const Call& call) {
     const ObjectPath path = instance_path_of(call.message, "InstanceName");
     (void)known_class(call.broker, path.class_name, CMPI_RC_ERR_INVALID_CLASS);
     const PropertyList properties = properties_of(call.message);
-    Answer answer = call.broker.get_instance(path, properties);
-    throw_failure(answer);
-    keep_asked(answer.instances.front(), properties);
-    complete(answer.instances.front(), path, call.host);
+    const Answer answer = finished(call.broker.get_instance(path, properties), call, properties);
     write_instance(call.result, answer.instances.front());
 }
 
-void associators(const Call& call) {
-    const ObjectPath source = source_of(call.broker, call.message);
+// Associators and References.
+template <Answer (Broker::*operation)(const ObjectPath&, const AssociationFilter&, const PropertyList&) const>
+void associated_objects(const Call& call) {
     const PropertyList properties = properties_of(call.message);
-    write_objects(call.result, call.broker.associators(source, filter_of(call.broker, call.message), properties),
-                  source, properties, call.host);
+    const ObjectPath source = source_of(call.broker, call.message);
+    const AssociationFilter filter = filter_of(call.broker, call.message);
+    const Answer answer = finished((call.broker.*operation)(source, filter, properties), call, properties);
+    for (const Instance& instance : answer.instances) {
+        pugi::xml_node object = pugi::xml_node(call.result).append_child("VALUE.OBJECTWITHPATH");
+        write_instance_path(object, instance.path);
+        write_instance(object, instance);
+    }
 }
 
-void associator_names(const Call& call) {
+// AssociatorNames and ReferenceNames.
+template <Answer (Broker::*operation)(const ObjectPath&, const AssociationFilter&) const>
+void associated_names(const Call& call) {
     const ObjectPath source = source_of(call.broker, call.message);
-    write_object_paths(call.result, call.broker.associator_names(source, filter_of(call.broker, call.message)), source,
-                       call.host);
-}
-
-void references(const Call& call) {
-    const ObjectPath source = source_of(call.broker, call.message);
-    const PropertyList properties = properties_of(call.message);
-    write_objects(call.result, call.broker.references(source, filter_of(call.broker, call.message), properties), source,
-                  properties, call.host);
-}
-
-void reference_names(const Call& call) {
-    const ObjectPath source = source_of(call.broker, call.message);
-    write_object_paths(call.result, call.broker.reference_names(source, filter_of(call.broker, call.message)), source,
-                       call.host);
+    const AssociationFilter filter = filter_of(call.broker, call.message);
+    const Answer answer = finished((call.broker.*operation)(source, filter), call);
+    for (const ObjectPath& path : answer.paths) {
+        write_instance_path(pugi::xml_node(call.result).append_child("OBJECTPATH"), path);
+    }
 }
 
 struct Row {
@@ -269,10 +249,10 @@ constexpr Row operations[] = {
     {"GetInstance", get_instance},
     {"EnumerateInstances", enumerate_instances},
     {"EnumerateInstanceNames", enumerate_instance_names},
-    {"Associators", associators},
-    {"AssociatorNames", associator_names},
-    {"References", references},
-    {"ReferenceNames", reference_names},
+    {"Associators", associated_objects<&Broker::associators>},
+    {"AssociatorNames", associated_names<&Broker::associator_names>},
+    {"References", associated_objects<&Broker::references>},
+    {"ReferenceNames", associated_names<&Broker::reference_names>},
 };
 
 void check_name_space(const Broker& broker, const Message& message) {

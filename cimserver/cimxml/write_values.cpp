@@ -57,11 +57,6 @@ void write_reference(pugi::xml_node parent, const ObjectPath& path) {
     }
 }
 
-const ObjectPath* reference_in(const Value& value) {
-    const auto* const path = std::get_if<std::shared_ptr<const ObjectPath>>(&value.data);
-    return path == nullptr ? nullptr : path->get();
-}
-
 std::string_view type_of_value(const Value& value) {
     const std::string_view name = type_name(value.type);
     return name.empty() ? "string" : name;

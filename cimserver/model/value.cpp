@@ -52,52 +52,27 @@ std::string_view trimmed(std::string_view text) {
                                            : text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
-// Digits of base 10 or, after 0x, 16; the whole text.
-template <typename Number>
-std::optional<Number> parse_integer(std::string_view text) {
-    bool negative = false;
-    if (!text.empty() && (text[0] == '+' || text[0] == '-')) {
-        negative = text[0] == '-';
+// Digits of base 10 or, after 0x, 16, the whole text; an integer of the type's bits.
+std::optional<Value> parse_integer(CMPIType type, std::string_view text) {
+    const bool negative = text.starts_with('-');
+    if (negative || text.starts_with('+')) {
         text.remove_prefix(1);
     }
-    int base = 10;
-    if (text.size() > 2 && text[0] == '0' && lower(text[1]) == 'x') {
-        base = 16;
+    const bool hexadecimal = text.size() > 2 && text[0] == '0' && lower(text[1]) == 'x';
+    if (hexadecimal) {
         text.remove_prefix(2);
     }
     std::uint64_t magnitude = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), magnitude, base);
-    if (error != std::errc() || end != text.data() + text.size()) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), magnitude, hexadecimal ? 16 : 10);
+    const std::uint64_t highest = UINT64_MAX >> (64 - integer_bits(type) + (is_signed(type) ? 1 : 0));
+    const std::uint64_t largest = !negative ? highest : is_signed(type) ? highest + 1 : 0;
+    if (error != std::errc() || end != text.data() + text.size() || magnitude > largest) {
         return std::nullopt;
     }
-    if constexpr (std::is_unsigned_v<Number>) {
-        return negative && magnitude != 0 ? std::nullopt : std::optional<Number>(magnitude);
-    } else {
-        constexpr std::uint64_t largest = INT64_MAX;
-        if (magnitude > largest + (negative ? 1 : 0)) {
-            return std::nullopt;
-        }
-        return negative ? static_cast<Number>(0 - magnitude) : static_cast<Number>(magnitude);
+    if (is_unsigned(type)) {
+        return Value{type, magnitude};
     }
-}
-
-std::optional<Value> parse_unsigned(CMPIType type, std::string_view text) {
-    const auto number = parse_integer<std::uint64_t>(text);
-    const unsigned bits = row_of(type)->bits;
-    if (!number || (bits < 64 && *number >> bits != 0)) {
-        return std::nullopt;
-    }
-    return Value{type, *number};
-}
-
-std::optional<Value> parse_signed(CMPIType type, std::string_view text) {
-    const auto number = parse_integer<std::int64_t>(text);
-    const unsigned bits = row_of(type)->bits;
-    if (!number ||
-        (bits < 64 && (*number < -(std::int64_t{1} << (bits - 1)) || *number >= std::int64_t{1} << (bits - 1)))) {
-        return std::nullopt;
-    }
-    return Value{type, *number};
+    return Value{type, static_cast<std::int64_t>(negative ? 0 - magnitude : magnitude)};
 }
 
 std::optional<Value> parse_real(CMPIType type, std::string_view text) {
@@ -147,6 +122,11 @@ Value null_value(CMPIType type) {
     return {type, std::monostate()};
 }
 
+const ObjectPath* reference_in(const Value& value) {
+    const auto* const path = std::get_if<std::shared_ptr<const ObjectPath>>(&value.data);
+    return path == nullptr ? nullptr : path->get();
+}
+
 bool same_name(std::string_view a, std::string_view b) {
     return a.size() == b.size() &&
            std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return lower(x) == lower(y); });
@@ -185,6 +165,10 @@ bool is_signed(CMPIType type) {
     return (type & ~0x30) == CMPI_sint8;
 }
 
+unsigned integer_bits(CMPIType type) {
+    return row_of(type)->bits;
+}
+
 std::string_view type_name(CMPIType type) {
     const TypeRow* const row = row_of(type);
     return row == nullptr ? std::string_view() : row->name;
@@ -204,11 +188,8 @@ std::optional<Value> parse_value(CMPIType type, std::string_view text) {
     if (type == CMPI_boolean) {
         return parse_boolean(word);
     }
-    if (is_unsigned(type)) {
-        return parse_unsigned(type, word);
-    }
-    if (is_signed(type)) {
-        return parse_signed(type, word);
+    if (is_unsigned(type) || is_signed(type)) {
+        return parse_integer(type, word);
     }
     return type == CMPI_real32 || type == CMPI_real64 ? parse_real(type, word) : std::nullopt;
 }

@@ -61,6 +61,9 @@ Value instance_value(const Instance& instance);
 Value text_list(const std::vector<std::string>& texts);
 Value null_value(CMPIType type);
 
+// The path of a reference; null when the value is none.
+const ObjectPath* reference_in(const Value& value);
+
 // --- names ------------------------------------------------------------------------------------------------
 // CIM names are compared without regard to case, ASCII only.
 
@@ -77,6 +80,7 @@ void set(NamedList& list, std::string_view name, Value value);
 
 bool is_unsigned(CMPIType type);  // of a single value
 bool is_signed(CMPIType type);
+unsigned integer_bits(CMPIType type);
 
 // "uint32" for CMPI_uint32 and its array; empty for a type that CIM doesn't name so.
 std::string_view type_name(CMPIType type);

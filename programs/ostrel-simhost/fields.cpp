@@ -162,13 +162,13 @@ const Value* Fields::table(std::string_view key) {
     return value;
 }
 
-std::optional<std::size_t> Fields::choice(std::string_view key, std::initializer_list<std::string_view> words) {
+std::optional<std::size_t> Fields::choice(std::string_view key, std::span<const std::string_view> words) {
     const Value* value = find(key);
     if (value == nullptr) {
         return std::nullopt;
     }
     if (value->kind == Value::Kind::text) {
-        const auto* found = std::find(words.begin(), words.end(), value->text);
+        const auto found = std::find(words.begin(), words.end(), value->text);
         if (found != words.end()) {
             return static_cast<std::size_t>(found - words.begin());
         }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -54,7 +55,10 @@ public:
     std::vector<Word> texts(std::string_view key);           // a list of texts
     std::vector<const Value*> tables(std::string_view key);  // [[key]], or a list of tables
     const Value* table(std::string_view key);                // [key]
-    std::optional<std::size_t> choice(std::string_view key, std::initializer_list<std::string_view> words);
+    std::optional<std::size_t> choice(std::string_view key, std::span<const std::string_view> words);
+    std::optional<std::size_t> choice(std::string_view key, std::initializer_list<std::string_view> words) {
+        return choice(key, std::span(words.begin(), words.size()));
+    }
 
     void complain(std::string_view key, std::string expected);               // about the value of `key`
     void complain_missing(std::string_view key, std::string_view expected);  // `key` is absent

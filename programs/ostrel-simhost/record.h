@@ -10,9 +10,6 @@
 
 namespace program {
 
-inline constexpr int MOST_HOST_SESSIONS = 2040;
-inline constexpr int MOST_HOST_PATHS = 2048;
-
 struct TargetRow {
     std::string name;
     std::string iqn;
@@ -39,11 +36,7 @@ struct TargetRow {
     int sessions() const { return dynamic_sessions + static_sessions + pending_sessions; }
 };
 
-struct Address {
-    std::string ip;
-    std::string adapter;
-    bool up = true;
-};
+using Address = simhost::NicView;
 
 // A line of the connection manager's log, repeated ones folded.
 struct LogLine {

@@ -75,7 +75,7 @@ std::vector<RecordItem> Recorder::take() {
 
 void Recorder::note_totals() {
     most_sessions_ = std::max(most_sessions_, host_->totals().sessions);
-    most_paths_ = std::max(most_paths_, site_.paths(*host_));
+    most_paths_ = std::max(most_paths_, balanced_paths(*host_));
 }
 
 void Recorder::gather(double time, Happening::Kind kind, const std::string& where) {
@@ -115,7 +115,7 @@ void Recorder::action_done(simhost::Host& host, const TimedAction& action, const
     const Happening held = gathered_;
     auto where = std::exchange(gathered_where_, {});
     gathered_count_ = 0;
-    std::string text = action_text(action.action);
+    std::string text = action.action.text;
     if (!action.note.empty()) {
         text += fmt::format("  ({})", action.note);
     }
@@ -174,9 +174,9 @@ void Recorder::end_pass(double time) {
     in_pass_ = false;
     pass_.ended = time;
     pass_.rows = site_.rows(*host_, config_);
-    pass_.addresses = site_.addresses();
+    pass_.addresses = host_->nics();
     pass_.totals = host_->totals();
-    pass_.paths = site_.paths(*host_);
+    pass_.paths = balanced_paths(*host_);
     ++passes_after_happening_;
     read_log();
     note_totals();

@@ -208,7 +208,7 @@ int run_on(simhost::Host& host, const Scenario& scenario, const RunOptions& opti
     const auto view = make_view(options, plot_failure);
     const ConfigValues config = config_in_force(host.read_file(CONFIG_FILE));
     view->begin({options.scenario_file, scenario.title, host.root(), options.library, end, speed_text(options)},
-                site.rows(host, config), site.addresses(), host.totals(), site.paths(host));
+                site.rows(host, config), host.nics(), host.totals(), balanced_paths(host));
 
     const Interrupts interrupts;
     interrupts.block();
@@ -229,9 +229,9 @@ int run_on(simhost::Host& host, const Scenario& scenario, const RunOptions& opti
     outcome.stalled = !wait_for_end(host, options, end, *view, recorder, events, last_pass);
     outcome.ended_at = host.now();
     outcome.totals = host.totals();
-    outcome.paths = site.paths(host);
+    outcome.paths = balanced_paths(host);
     outcome.rows = site.rows(host, last_pass.number > 0 ? last_pass.config : config);
-    outcome.addresses = site.addresses();
+    outcome.addresses = host.nics();
     if (!outcome.stalled) {  // a worker that doesn't come to a stop point can't be waited for
         provider.stop();
     }

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 
 #include "overrides.h"
 #include "scenario_parts.h"
@@ -18,14 +17,9 @@ constexpr std::size_t EUI_CAPACITY = 40;
 constexpr std::size_t IQN_CAPACITY = 223;  // RFC 3720: the longest iSCSI name
 constexpr std::int64_t MOST_ADAPTERS = 32;
 
-// Cases that the connection manager's procedures bring about by themselves (docs/operations.md tells of them).
-constexpr std::array HAZARDS = std::to_array<std::string_view>(
-    {"working session removed first", "emptied adapter", "stale counts", "group-scoped count", "failed host count",
-     "static renewal", "digest change", "switch in mid-pass", "repeated switch", "stuck logins", "nics by paths",
-     "active paths protected", "two volumes on a target"});
-
-constexpr std::array<std::string_view, 8> SESSION_STATES = {
-    "FREE", "XPT_WAIT", "XPT_UP", "IN_LOGIN", "LOGGED_IN", "IN_LOGOUT", "LOGOUT_REQUESTED", "CLEANUP_WAIT"};
+// By their numbers.
+constexpr std::string_view SESSION_STATES[] = {"FREE",      "XPT_WAIT",  "XPT_UP",           "IN_LOGIN",
+                                               "LOGGED_IN", "IN_LOGOUT", "LOGOUT_REQUESTED", "CLEANUP_WAIT"};
 
 bool is_plain_name(std::string_view name) {
     return std::all_of(name.begin(), name.end(), [](char c) { return c > ' ' && c < '\x7f' && c != '/'; });
@@ -345,13 +339,12 @@ simhost::GroupMode read_mode(Fields& fields, std::string_view key) {
 }
 
 std::optional<std::uint32_t> read_session_state(Fields& fields, std::string_view key) {
-    const auto choice = fields.choice(
-        key, {"FREE", "XPT_WAIT", "XPT_UP", "IN_LOGIN", "LOGGED_IN", "IN_LOGOUT", "LOGOUT_REQUESTED", "CLEANUP_WAIT"});
+    const auto choice = fields.choice(key, SESSION_STATES);
     return choice ? std::optional(static_cast<std::uint32_t>(*choice)) : std::nullopt;
 }
 
 std::string_view session_state_word(std::uint32_t state) {
-    return state < SESSION_STATES.size() ? SESSION_STATES[state] : "INVALID_STATE";
+    return state < std::size(SESSION_STATES) ? SESSION_STATES[state] : "INVALID_STATE";
 }
 
 ScenarioOrProblems read_scenario(std::string_view text, const std::vector<std::string>& overrides) {
@@ -371,8 +364,8 @@ ScenarioOrProblems read_scenario(std::string_view text, const std::vector<std::s
     scenario.title = fields.text("title").value_or("");
     scenario.run_for_seconds = fields.seconds("run_for", 1).value_or(scenario.run_for_seconds);
     for (const Word& hazard : fields.texts("allow")) {
-        if (std::find(HAZARDS.begin(), HAZARDS.end(), hazard.text) == HAZARDS.end()) {
-            problems.add(hazard.line, "allow", fmt::format("one of \"{}\"", fmt::join(HAZARDS, "\", \"")),
+        if (!simhost::is_hazard(hazard.text)) {
+            problems.add(hazard.line, "allow", fmt::format("one of \"{}\"", fmt::join(simhost::HAZARDS, "\", \"")),
                          fmt::format("\"{}\"", hazard.text));
         }
         scenario.allowed_hazards.push_back(hazard.text);

@@ -13,16 +13,15 @@
 //                                 protocol_endpoint, supported, sessions; volumes with the same iqn share a target
 //   [[static_target]]             target, adapter, portal_ip, port, chap, by_host_name
 //   [[session]]                   target, adapter, local_ip, remote_ip, kind, state, count
-//   [[event]]                     at, note, and one action (scenarios/README.md lists them)
+//   [[event]]                     at, note, and one action (events.cpp)
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
-#include <variant>
 #include <vector>
 
 #include "config_values.h"
@@ -31,6 +30,7 @@
 
 namespace program {
 
+class Site;
 struct Names;
 
 inline constexpr std::size_t MOST_VOLUMES = 256;  // what the path-selection plug-in reports
@@ -69,77 +69,11 @@ struct SessionEntry {
     int count = 1;
 };
 
-// --- actions of the time line ---------------------------------------------------------------------------
-struct NicDown {
-    std::string ip;
-};
-struct NicUp {
-    std::string ip;
-};
-struct ArrayDown {
-    std::string group, array;
-};
-struct ArrayUp {
-    std::string group, array;
-};
-struct AddArray {
-    std::string group;
-    simhost::ArraySpec array;
-};
-struct SwitchMode {
-    std::string group;
-    simhost::GroupMode mode;
-};
-struct DropSessions {
-    std::string target;
-    int count = 0;
-};
-struct SetState {  // of the target's first `count` sessions in another state, on one local address or on any
-    std::string target, local_ip;
-    std::uint32_t state = simhost::LOGGED_IN;
-    int count = 1;
-};
-struct AddSession {
-    SessionEntry session;
-};
-struct FailLogins {
-    bool failing = false;
-};
-struct LoginSeconds {
-    double seconds = 0;
-};
-struct Digests {
-    std::string adapter;
-    bool on = false;
-};
-struct DiscoveryOutcome {
-    std::string adapter;
-    std::uint32_t status = 0;
-};
-struct AddVolumes {
-    std::vector<VolumeEntry> volumes;
-};
-struct RemoveVolume {
-    std::string name;
-};
-struct WriteConfig {
-    ConfigChanges changes;
-};
-struct WriteConfigLine {
-    std::string line;
-};
-struct WriteConfigFile {
+// What an event does; in a few words, for the output; and on a site. It throws what the host refuses.
+struct Action {
     std::string text;
+    std::function<void(Site& site, simhost::Host& host)> act;
 };
-struct RemoveConfig {};
-struct InjectFault {
-    simhost::Fault fault;
-};
-struct ClearFaults {};
-
-using Action = std::variant<NicDown, NicUp, ArrayDown, ArrayUp, AddArray, SwitchMode, DropSessions, SetState,
-                            AddSession, FailLogins, LoginSeconds, Digests, DiscoveryOutcome, AddVolumes, RemoveVolume,
-                            WriteConfig, WriteConfigLine, WriteConfigFile, RemoveConfig, InjectFault, ClearFaults>;
 
 struct TimedAction {
     double at_seconds = 0;
@@ -147,7 +81,6 @@ struct TimedAction {
     Action action;
 };
 
-// --- the whole ------------------------------------------------------------------------------------------
 struct Scenario {
     std::string title;
     double run_for_seconds = 3600;
@@ -184,8 +117,5 @@ std::optional<TimedAction> read_event(std::string_view line, const Scenario& sce
 // "FILE:LINE: KEY: expected ..., found ...", one line each, with the option in place of the line where one is to blame;
 // at most `most` of them, then how many more.
 std::string problems_text(const std::vector<Problem>& problems, std::string_view file, std::size_t most = 20);
-
-// What an action does, in a few words, for the output.
-std::string action_text(const Action& action);
 
 }  // namespace program

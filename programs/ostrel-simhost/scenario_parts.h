@@ -33,6 +33,9 @@ simhost::GroupMode read_mode(Fields& fields, std::string_view key);
 std::optional<std::uint32_t> read_session_state(Fields& fields, std::string_view key);
 std::string_view session_state_word(std::uint32_t state);
 
+// The table of a fault.
+simhost::Fault read_fault(Problems& problems, const Value& table, const std::string& path);
+
 // [[event]]
 class EventReader {
 public:
@@ -44,17 +47,9 @@ public:
     std::optional<TimedAction> read(const Value& table);
 
 private:
-    std::optional<Action> read_action(Fields& fields);
-    std::optional<Action> read_network_action(Fields& fields);
-    std::optional<Action> read_session_action(Fields& fields);
-    std::optional<Action> read_volume_action(Fields& fields);
-    std::optional<Action> read_config_action(Fields& fields);
-    std::optional<Action> read_fault_action(Fields& fields);
-
     Problems& problems_;
     Names& names_;
-    std::map<const Value*, AddArray> added_arrays_;
-    std::map<const Value*, AddVolumes> added_volumes_;
+    std::map<const Value*, Action> brought_in_;
 };
 
 }  // namespace program

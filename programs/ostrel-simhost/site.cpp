@@ -14,13 +14,6 @@ namespace program {
 
 namespace {
 
-template <class... Functions>
-struct Overloaded : Functions... {
-    using Functions::operator()...;
-};
-template <class... Functions>
-Overloaded(Functions...) -> Overloaded<Functions...>;
-
 // The kinds of sessions as the connection manager tells them apart.
 void count_session(TargetRow& row, const simhost::SessionView& session) {
     const bool logging_in = session.state == simhost::XPT_WAIT || session.state == simhost::IN_LOGIN;
@@ -44,15 +37,9 @@ void Site::build(simhost::Host& host) {
     }
     for (const AdapterEntry& adapter : scenario_.adapters) {
         host.add_adapter(adapter.name, adapter.nics);
-        for (const std::string& ip : adapter.nics) {
-            addresses_.push_back({ip, adapter.name, true});
-        }
     }
     for (const simhost::GroupSpec& group : scenario_.groups) {
         host.add_group(group);
-        for (const simhost::ArraySpec& array : group.arrays) {
-            arrays_[group.name].push_back({array.name});
-        }
     }
     for (const GroupScopedTargetEntry& target : scenario_.group_scoped_targets) {
         host.add_group_scoped_target(target.spec);
@@ -98,7 +85,6 @@ void Site::add_volume(simhost::Host& host, const VolumeEntry& volume) {
     const std::string iqn = host.iqn_of(spec.eui);
     const bool shares = std::any_of(iqns_.begin(), iqns_.end(), [&](const auto& each) { return each.second == iqn; });
     iqns_[spec.eui] = iqn;
-    volumes_[spec.eui] = volume.spec;
     if (spec.group_scoped_target.empty() && !(shares && volume.sessions == USUAL_SESSIONS)) {
         connect(host, iqn, volume.sessions);
     }
@@ -130,97 +116,6 @@ std::string Site::iqn_of(const std::string& name) const {
     return place->second;
 }
 
-void Site::set_nic(const std::string& ip, bool up) {
-    for (Address& address : addresses_) {
-        if (address.ip == ip) {
-            address.up = up;
-        }
-    }
-}
-
-void Site::set_array(const std::string& group, const std::string& name, bool up) {
-    for (Array& array : arrays_[group]) {
-        if (array.name == name) {
-            array.up = up;
-        }
-    }
-}
-
-void Site::set_states(simhost::Host& host, const SetState& change) {
-    int left = change.count;
-    for (const simhost::SessionView& session : host.sessions(iqn_of(change.target))) {
-        if (left > 0 && session.state != change.state &&
-            (change.local_ip.empty() || change.local_ip == session.local_ip)) {
-            host.set_state(session.oid, change.state);
-            --left;
-        }
-    }
-}
-
-void Site::run(simhost::Host& host, const Action& action) {
-    std::visit(Overloaded{
-                   [&](const NicDown& a) {
-                       set_nic(a.ip, false);
-                       host.nic_down(a.ip);
-                   },
-                   [&](const NicUp& a) {
-                       set_nic(a.ip, true);
-                       host.nic_up(a.ip);
-                   },
-                   [&](const ArrayDown& a) {
-                       set_array(a.group, a.array, false);
-                       host.array_down(a.group, a.array);
-                   },
-                   [&](const ArrayUp& a) {
-                       set_array(a.group, a.array, true);
-                       host.array_up(a.group, a.array);
-                   },
-                   [&](const AddArray& a) {
-                       host.add_array(a.group, a.array);
-                       arrays_[a.group].push_back({a.array.name, true, true});
-                   },
-                   [&](const SwitchMode& a) { host.switch_mode(a.group, a.mode); },
-                   [&](const DropSessions& a) { host.drop_sessions(iqn_of(a.target), a.count); },
-                   [&](const SetState& a) { set_states(host, a); },
-                   [&](const AddSession& a) { add_sessions(host, a.session); },
-                   [&](const FailLogins& a) { host.fail_logins(a.failing); },
-                   [&](const LoginSeconds& a) { host.set_login_seconds(a.seconds); },
-                   [&](const Digests& a) { host.set_digests(a.adapter, a.on); },
-                   [&](const DiscoveryOutcome& a) { host.set_discovery_outcome(a.adapter, a.status); },
-                   [&](const AddVolumes& a) {
-                       for (const VolumeEntry& volume : a.volumes) {
-                           add_volume(host, volume);
-                       }
-                   },
-                   [&](const RemoveVolume& a) { host.remove_volume(a.name); },
-                   [&](const WriteConfig& a) {
-                       std::string text = host.read_file(CONFIG_FILE);
-                       if (text.empty()) {
-                           text = config_file_text({});
-                       }
-                       for (const auto& [key, value] : a.changes) {
-                           text = with_config_value(text, key, value);
-                           if (key == CONFIG_LOGS_PATH_KEY) {
-                               host.write_file(value + "/.folder", "");
-                           }
-                       }
-                       host.write_file(CONFIG_FILE, text);
-                   },
-                   [&](const WriteConfigLine& a) {
-                       std::string text = host.read_file(CONFIG_FILE);
-                       if (!text.empty() && text.back() != '\n') {
-                           text += '\n';
-                       }
-                       host.write_file(CONFIG_FILE, text + a.line + "\n");
-                   },
-                   [&](const WriteConfigFile& a) { host.write_file(CONFIG_FILE, a.text); },
-                   [&](const RemoveConfig&) { host.remove_file(CONFIG_FILE); },
-                   [&](const InjectFault& a) { host.fail(a.fault); },
-                   [&](const ClearFaults&) { host.clear_faults(); },
-               },
-               action);
-}
-
 void Site::schedule(simhost::Host& host, const ActionDone& done) {
     for (const TimedAction& timed : scenario_.actions) {
         schedule(host, timed, done);
@@ -228,10 +123,10 @@ void Site::schedule(simhost::Host& host, const ActionDone& done) {
 }
 
 void Site::schedule(simhost::Host& host, const TimedAction& timed, const ActionDone& done) {
-    host.at(timed.at_seconds, action_text(timed.action), [this, timed, done](simhost::Host& running) {
+    host.at(timed.at_seconds, timed.action.text, [this, timed, done](simhost::Host& running) {
         std::string refusal;
         try {
-            run(running, timed.action);
+            timed.action.act(*this, running);
         } catch (const std::exception& exception) {
             refusal = exception.what();
         }
@@ -239,25 +134,10 @@ void Site::schedule(simhost::Host& host, const TimedAction& timed, const ActionD
     });
 }
 
-void Site::count_arrays(TargetRow& row, const std::string& volume) const {
-    const auto place = volumes_.find(volume);
-    const auto arrays = place == volumes_.end() ? arrays_.end() : arrays_.find(place->second.group);
-    if (arrays == arrays_.end()) {
-        return;
-    }
-    const simhost::VolumeSpec& spec = place->second;
-    row.supported = spec.supported || spec.protocol_endpoint;
-    for (const Array& array : arrays->second) {
-        const bool member = spec.arrays.empty() || array.added ||
-                            std::find(spec.arrays.begin(), spec.arrays.end(), array.name) != spec.arrays.end();
-        row.total_arrays += member;
-        row.arrays += member && array.up;
-    }
-}
-
 // The row of a volume, or with an empty `device` that of a group-scoped target.
 TargetRow Site::row_of(const simhost::Host& host, const simhost::TargetView& target, const std::string& device,
-                       const std::vector<simhost::SessionView>& sessions, const ConfigValues& config) const {
+                       const std::vector<simhost::SessionView>& sessions, const std::vector<Address>& addresses,
+                       const ConfigValues& config) const {
     TargetRow row;
     row.iqn = target.iqn;
     row.group_scoped = target.group_scoped;
@@ -284,11 +164,14 @@ TargetRow Site::row_of(const simhost::Host& host, const simhost::TargetView& tar
         row.dead_paths = target.dead_paths;
         row.required = required_for_group_scoped_target(config, row.nics, row.arrays, row.total_arrays);
     } else {
+        const simhost::VolumeView volume = host.volume(device);
         row.name = device;
-        count_arrays(row, device);
+        row.supported = volume.supported;
+        row.arrays = volume.arrays;
+        row.total_arrays = volume.total_arrays;
         row.required = required_for_volume(config, row.nics, row.arrays);
     }
-    for (const Address& address : addresses_) {
+    for (const Address& address : addresses) {
         const bool ours =
             std::find(target.adapters.begin(), target.adapters.end(), address.adapter) != target.adapters.end();
         const auto count = std::count_if(sessions.begin(), sessions.end(),
@@ -308,27 +191,25 @@ std::vector<TargetRow> Site::rows(const simhost::Host& host, const ConfigValues&
         std::string iqn = session.target_iqn;
         sessions[std::move(iqn)].push_back(std::move(session));
     }
+    const std::vector<Address> addresses = host.nics();
     std::vector<TargetRow> rows;
     for (const simhost::TargetView& target : host.targets()) {
         if (target.group_scoped) {
-            rows.push_back(row_of(host, target, "", sessions[target.iqn], config));
+            rows.push_back(row_of(host, target, "", sessions[target.iqn], addresses, config));
             continue;
         }
         for (const std::string& device : target.devices) {
-            rows.push_back(row_of(host, target, device, sessions[target.iqn], config));
+            rows.push_back(row_of(host, target, device, sessions[target.iqn], addresses, config));
         }
     }
     return rows;
 }
 
-int Site::paths(const simhost::Host& host) const {
+int balanced_paths(const simhost::Host& host) {
     std::size_t count = 0;
     for (const simhost::TargetView& target : host.targets()) {
         for (const std::string& device : target.devices) {
-            const auto volume = volumes_.find(device);
-            if (volume == volumes_.end() || volume->second.supported || volume->second.protocol_endpoint) {
-                count += host.paths(device).size();
-            }
+            count += host.volume(device).supported ? host.paths(device).size() : 0;
         }
     }
     return static_cast<int>(count);

@@ -1,5 +1,4 @@
-// Puts a scenario onto a simulated host and keeps what the host doesn't tell: the names a person gave, and
-// which NICs are up.
+// Puts a scenario onto a simulated host and keeps what the host doesn't tell: the names a person gave.
 #pragma once
 
 #include <functional>
@@ -31,38 +30,25 @@ public:
 
     // The rows of the table as the host stands. Call with the host's lock held, or when nothing runs.
     std::vector<TargetRow> rows(const simhost::Host& host, const ConfigValues& config) const;
-    std::vector<Address> addresses() const { return addresses_; }
 
-    // All paths of the volumes that the path-selection plug-in reports as supported, standby ones too: the
-    // number that the connection manager compares with its limit.
-    int paths(const simhost::Host& host) const;
-
-private:
+    // What actions do; a target by the name that the scenario gave it, which throws when it isn't on the host.
     void add_volume(simhost::Host& host, const VolumeEntry& volume);
-    void connect(simhost::Host& host, const std::string& iqn, int sessions) const;
     void add_sessions(simhost::Host& host, const SessionEntry& entry);
     std::string iqn_of(const std::string& name) const;
-    void run(simhost::Host& host, const Action& action);
-    void set_states(simhost::Host& host, const SetState& change);
-    void set_nic(const std::string& ip, bool up);
-    void set_array(const std::string& group, const std::string& name, bool up);
 
+private:
+    void connect(simhost::Host& host, const std::string& iqn, int sessions) const;
     TargetRow row_of(const simhost::Host& host, const simhost::TargetView& target, const std::string& device,
-                     const std::vector<simhost::SessionView>& sessions, const ConfigValues& config) const;
-    void count_arrays(TargetRow& row, const std::string& volume) const;
-
-    struct Array {
-        std::string name;
-        bool up = true;
-        bool added = false;  // while the host ran; a member of every volume of its group
-    };
+                     const std::vector<simhost::SessionView>& sessions, const std::vector<Address>& addresses,
+                     const ConfigValues& config) const;
 
     const Scenario& scenario_;
-    std::vector<Address> addresses_;
-    std::map<std::string, std::vector<Array>> arrays_;       // by group
-    std::map<std::string, simhost::VolumeSpec> volumes_;     // by name
     std::map<std::string, std::string> iqns_;                // name to IQN
     std::map<std::string, std::string> group_scoped_names_;  // IQN to name
 };
+
+// All paths of the volumes that the path-selection plug-in reports as supported, standby ones too: the number that the
+// connection manager compares with its limit.
+int balanced_paths(const simhost::Host& host);
 
 }  // namespace program

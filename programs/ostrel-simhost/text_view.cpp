@@ -123,9 +123,9 @@ public:
         for (const std::string& reason : verdict.reasons) {
             print(fmt::format("            - {}", reason));
         }
-        print(fmt::format("sessions    {} of {} (most seen {})", outcome.totals.sessions, MOST_HOST_SESSIONS,
+        print(fmt::format("sessions    {} of {} (most seen {})", outcome.totals.sessions, simhost::MAX_SESSIONS,
                           outcome.most_sessions));
-        print(fmt::format("paths       {} of {}, {} dead (most seen {})", outcome.paths, MOST_HOST_PATHS,
+        print(fmt::format("paths       {} of {}, {} dead (most seen {})", outcome.paths, simhost::MAX_PATHS,
                           outcome.totals.dead_paths, outcome.most_paths));
         print(verdict.worst_spread_target.empty() ? "spread      no balanced target has sessions"
                                                   : fmt::format("spread      worst over local addresses {} ({})",

@@ -32,8 +32,8 @@ std::string cause_of(const TargetRow& row, const RunOutcome& outcome) {
     if (outcome.last_pass.config.worker_stop != 0) {
         return "worker_stop is set, passes are skipped";
     }
-    if (outcome.paths >= MOST_HOST_PATHS) {
-        return fmt::format("{}-path limit, nothing is balanced", MOST_HOST_PATHS);
+    if (outcome.paths >= simhost::MAX_PATHS) {
+        return fmt::format("{}-path limit, nothing is balanced", simhost::MAX_PATHS);
     }
     if (row.nics == 0) {
         return "no NIC is counted, the target has no path";
@@ -54,7 +54,7 @@ std::string cause_of(const TargetRow& row, const RunOutcome& outcome) {
                     [&](const TargetRow& other) { return other.iqn == row.iqn && other.required != row.required; })) {
         return "another volume on the same target wants another number of sessions";
     }
-    if (row.dynamic_sessions < row.required && outcome.totals.sessions >= MOST_HOST_SESSIONS) {
+    if (row.dynamic_sessions < row.required && outcome.totals.sessions >= simhost::MAX_SESSIONS) {
         return fmt::format("ceiling reached, {} sessions on the host", outcome.totals.sessions);
     }
     if (waits_for_a_pass(outcome)) {
@@ -170,7 +170,7 @@ void add_notes(const RunOutcome& outcome, Verdict& verdict) {
 // The largest difference, over a target's addresses that are up, between the numbers of its sessions.
 void find_worst_spread(const RunOutcome& outcome, Verdict& verdict) {
     for (const TargetRow& row : outcome.rows) {
-        int least = MOST_HOST_SESSIONS;
+        int least = simhost::MAX_SESSIONS;
         int most = 0;
         for (std::size_t i = 0; i < row.per_address.size() && i < outcome.addresses.size(); ++i) {
             if (row.per_address[i] >= 0 && outcome.addresses[i].up) {

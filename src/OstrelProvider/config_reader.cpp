@@ -61,16 +61,16 @@ bool is_fit(ConfigFitness fitness, int error) {
     return false;
 }
 
-// Passes the file's lines to the judge. 0, or the errno of the read. An empty file, which somebody may be about to
-// write, has no values either; only a conversion fills it with the defaults.
-int judge_lines(oxr::FileReader& file, ConfigJudge& judge, bool converting) {
+// Passes the file's lines to the judge. 0, or the errno of the read. An empty file has no values: somebody is about to
+// write it, or a full disk truncated it. In either case the defaults must not replace what it held.
+int judge_lines(oxr::FileReader& file, ConfigJudge& judge) {
     std::string_view line;
     bool is_empty = true;
     while (file.next_line(line)) {
         is_empty = false;
         judge.take_line(line);
     }
-    return file.error() == 0 && is_empty && !converting ? ENODATA : file.error();
+    return file.error() == 0 && is_empty ? ENODATA : file.error();
 }
 
 }  // namespace
@@ -84,7 +84,7 @@ ConfigRead read_config_file(ConfigValues& values, std::uint32_t conversion) {
     const bool converting = conversion != CONFIG_NORMAL;
     LoggingObserver observer;
     ConfigJudge judge(converting, observer);
-    const int error = judge_lines(file, judge, converting);
+    const int error = judge_lines(file, judge);
     if (!is_fit(judge.fitness(), error)) {
         return ConfigRead::refused;
     }

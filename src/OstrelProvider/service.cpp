@@ -23,16 +23,14 @@ namespace {
 
 constexpr LogOperation stop = "StopService";
 
-constexpr int max_renewal_waits = 60;
-constexpr int look_milliseconds = 10;
-constexpr int looks_of_a_minute = 60000 / look_milliseconds;
+constexpr int attempt_milliseconds = 10;
+constexpr int attempts_of_a_minute = 60000 / attempt_milliseconds;
 
 oxr::Mutex version_mutex;
 ServiceVersions versions OXR_GUARDED_BY(version_mutex){};
 
 // Held while a worker is signalled and joined, so that it is joined only once. The worker never takes it.
 oxr::Mutex stop_mutex;
-std::atomic<bool> stopping{false};
 
 void read_versions() {
     ServiceVersions read{};
@@ -70,24 +68,39 @@ void wait_for_renewal() {
     }
 }
 
-// Polls until `flag` has the value. False after a minute.
-bool becomes(const std::atomic<bool>& flag, bool value) {
-    for (int looks = 0; flag.load() != value; ++looks) {
-        if (looks == looks_of_a_minute) {
+// Waits before the next attempt. False after a minute of attempts: if the worker hangs in a call of the host, the exit
+// must not hang, too.
+bool may_try_again(int& attempts) {
+    if (attempts++ == attempts_of_a_minute) {
+        return false;
+    }
+    (void)poll(nullptr, 0, attempt_milliseconds);
+    return true;
+}
+
+// True if it locked the mutex.
+bool lock_within_a_minute(oxr::Mutex& mutex) OXR_TRY_ACQUIRE(true, mutex) {
+    for (int attempts = 0;;) {
+        if (mutex.try_lock()) {
+            return true;
+        }
+        if (!may_try_again(attempts)) {
             return false;
         }
-        (void)poll(nullptr, 0, look_milliseconds);
     }
-    return true;
 }
 
 int join(pthread_t worker) {
     return pthread_join(worker, nullptr);
 }
 
-// If the worker hangs in a call of the host, the exit must not hang, too.
 int join_within_a_minute(pthread_t worker) {
-    return becomes(worker_ended, true) ? join(worker) : ETIMEDOUT;
+    for (int attempts = 0; !worker_ended.load();) {
+        if (!may_try_again(attempts)) {
+            return ETIMEDOUT;
+        }
+    }
+    return join(worker);
 }
 
 int stop_worker(pthread_t worker, int (*join_it)(pthread_t)) OXR_REQUIRES(stop_mutex) {
@@ -104,14 +117,6 @@ int stop_worker(pthread_t worker, int (*join_it)(pthread_t)) OXR_REQUIRES(stop_m
     OXR_INFO_IN(stop, "do_work thread killed. pthread_join returned %d", 0);
     return 0;
 }
-
-// Set during a stop.
-struct Stopping {
-    Stopping() { stopping.store(true); }
-    ~Stopping() { stopping.store(false); }
-    Stopping(const Stopping&) = delete;
-    Stopping& operator=(const Stopping&) = delete;
-};
 
 }  // namespace
 
@@ -141,7 +146,6 @@ int StartService() {
 
 int StopService() {
     const oxr::MutexLock lock(stop_mutex);
-    const Stopping mark;
     const pthread_t worker = oxr::running_thread(oxr_thread);
     if (worker == 0) {
         OXR_INFO("No worker thread exists; nothing to stop.");
@@ -157,14 +161,12 @@ int StopService() {
 }
 
 void EndService() {
-    if (!becomes(stopping, false)) {
-        return;
+    if (lock_within_a_minute(stop_mutex)) {
+        const pthread_t worker = oxr::running_thread(oxr_thread);
+        if (worker != 0 && stop_worker(worker, join_within_a_minute) == 0) {
+            oxr_thread.store(0);
+        }
+        stop_mutex.unlock();
     }
-    const oxr::MutexLock lock(stop_mutex);
-    const pthread_t worker = oxr::running_thread(oxr_thread);
-    const bool stopped = worker != 0 && stop_worker(worker, join_within_a_minute) == 0;
     wait_for_renewal();
-    if (stopped) {
-        oxr_thread.store(0);
-    }
 }

@@ -11,8 +11,6 @@
 
 namespace {
 
-constexpr int max_renewal_waits = 60;
-
 // A CIM server may exit or unload the library after the cleanup of only one class, or of none. Everything that existed
 // before the library was loaded still works when this is destroyed.
 struct EndOfLibrary {

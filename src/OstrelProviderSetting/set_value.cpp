@@ -81,12 +81,13 @@ void write_value(const char* operation, int index, std::uint32_t value) {
     ConfigValues values;
     const oxr::MutexLock lock(config_file_mutex);
     const ConfigRead read = read_config_file(values, CONFIG_NORMAL);
+    if (read != ConfigRead::read) {
+        OXR_ERROR_IN(operation, "Failed to get values from the config file. Using default values.");
+    }
+    set_setting_value(index, value);
     if (read == ConfigRead::refused) {
         OXR_ERROR_IN(operation, "%s", "failed to set values in oxr.conf");
         return;
-    }
-    if (read != ConfigRead::read) {
-        OXR_ERROR_IN(operation, "Failed to get values from the config file. Using default values.");
     }
     (index == SETTING_INTERVAL ? values.interval : values.vol_sessions) = value;
     (void)set_value_in_file(&values);  // logs its failure
@@ -101,7 +102,6 @@ CMPIStatus set_value(const char* operation, const CMPIBroker* broker, const CMPI
     if (check.code != CMPI_RC_OK) {
         return oxr::status_with_message(broker, check.code, check.message);
     }
-    set_setting_value(index, value);
     write_value(operation, index, value);
     return oxr::status_with_message(broker, CMPI_RC_OK, "Succeeded!");
 }

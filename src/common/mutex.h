@@ -11,6 +11,7 @@
 #define OXR_CAPABILITY OXR_ANNOTATION(capability("mutex"))
 #define OXR_SCOPED_CAPABILITY OXR_ANNOTATION(scoped_lockable)
 #define OXR_ACQUIRE(...) OXR_ANNOTATION(acquire_capability(__VA_ARGS__))
+#define OXR_TRY_ACQUIRE(...) OXR_ANNOTATION(try_acquire_capability(__VA_ARGS__))
 #define OXR_RELEASE(...) OXR_ANNOTATION(release_capability(__VA_ARGS__))
 #define OXR_REQUIRES(...) OXR_ANNOTATION(requires_capability(__VA_ARGS__))
 #define OXR_EXCLUDES(...) OXR_ANNOTATION(locks_excluded(__VA_ARGS__))
@@ -31,6 +32,12 @@ public:
     void lock() OXR_ACQUIRE() {
         ++mutexes_held;
         pthread_mutex_lock(&mutex_);
+    }
+    // True if it locked the mutex, false if another thread holds it.
+    bool try_lock() OXR_TRY_ACQUIRE(true) {
+        const bool locked = pthread_mutex_trylock(&mutex_) == 0;
+        mutexes_held += locked ? 1 : 0;
+        return locked;
     }
     void unlock() OXR_RELEASE() {
         pthread_mutex_unlock(&mutex_);

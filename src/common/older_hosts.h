@@ -6,6 +6,7 @@
 // Their newest versions only mark the move of the functions from the thread library to the C library.
 __asm__(".symver pthread_create,pthread_create@GLIBC_2.2.5");
 __asm__(".symver pthread_join,pthread_join@GLIBC_2.2.5");
+__asm__(".symver pthread_mutex_trylock,pthread_mutex_trylock@GLIBC_2.2.5");
 __asm__(".symver pthread_kill,pthread_kill@GLIBC_2.2.5");
 __asm__(".symver pthread_sigmask,pthread_sigmask@GLIBC_2.2.5");
 

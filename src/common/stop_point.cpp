@@ -57,7 +57,9 @@ void sleep_in_slices(long long nanoseconds) {
         const long long slice = std::min(nanoseconds, slice_nanoseconds);
         sleep_plainly(slice);
         nanoseconds -= slice;
-        stop_point();
+        if (stop_point()) {
+            return;
+        }
     }
 }
 
@@ -69,7 +71,9 @@ void wait_for_stop(long long nanoseconds) {
     sigaddset(&signals, SIGUSR1);
     const long long end = monotonic_nanoseconds() + nanoseconds;
     for (long long left = nanoseconds; left > 0; left = end - monotonic_nanoseconds()) {
-        stop_point();
+        if (stop_point()) {
+            return;
+        }
         const timespec timeout = to_timespec(left);
         const int signal = sigtimedwait(&signals, nullptr, &timeout);
         if (signal < 0 && errno == EAGAIN) {
@@ -85,7 +89,7 @@ void wait_for_stop(long long nanoseconds) {
 }
 
 void wait_nanoseconds(long long nanoseconds) {
-    if (stop_handler == nullptr || held_off) {
+    if (stop_handler == nullptr) {
         sleep_plainly(nanoseconds);
     } else {
         wait_for_stop(nanoseconds);

@@ -345,7 +345,6 @@ TEST_F(ConfigTest, AFileWithoutCommentsIsConverted) {
         {"interval:300\nvol_sessions:4\nvmknic_count:6\n", converted(4), {invalid("interval", "300", "120")}},
         {"interval:60\nVolSessions: 5\n", converted(5), {invalid("interval", "60", "120")}},
         {"interval=300\nvol_sessions=4\n", converted(0), {}},
-        {"", converted(0), {}},
         {"\n\n", converted(0), {}},
         {std::string(100000, '\x01'), converted(0), {}},
         {"vol_sessions:4:5", converted(4), {}},
@@ -523,14 +522,19 @@ TEST_F(ConfigTest, AKilledRewriteLeavesAWholeText) {
     }
 }
 
-// Not even by a client's value: what was in force stays in force.
+// Nor for one of the old format, at a start: what was in force stays in force.
 TEST_F(ConfigTest, AnEmptiedFileIsNotTakenForValues) {
     write("");
     values.worker_stop = 1;
     EXPECT_EQ(read(), -1);
-    EXPECT_EQ(said(), Lines{"ERROR OSTREL_GetConfigValues: No data available, reading oxr.conf failed. Keeping the "
-                            "previous values."});
+    const std::string empty =
+        "ERROR OSTREL_GetConfigValues: No data available, reading oxr.conf failed. Keeping the previous values.";
+    EXPECT_EQ(said(), Lines{empty});
     EXPECT_EQ(values.worker_stop, 1U);
+    OSTREL_CreateConfigFile();
+    EXPECT_EQ(said("ERROR"), (Lines{empty,
+                                    "ERROR OSTREL_CreateConfigFile: Failed to convert oxr.conf to new format, "
+                                    "using internal defaults."}));
     EXPECT_EQ(file(), "");
 }
 

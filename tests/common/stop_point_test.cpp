@@ -53,15 +53,20 @@ protected:
     }
 };
 
-TEST_F(StopPointTest, OnlyAThreadThatAskedForItStops) {
-    EXPECT_FALSE(stopped(run([](void*) -> void* {
+TEST_F(StopPointTest, AStopComesToAThreadThatAskedForItAndNoLongerHoldsItOff) {
+    EXPECT_TRUE(stopped(run([](void*) -> void* {
         EXPECT_EQ(oxr::request_stop(pthread_self()), 0);
-        oxr::stop_point();
-        oxr::clear_stop_request();
+        EXPECT_FALSE(oxr::stop_point());
         oxr::enable_stop_points(exit_as_stopped);
-        oxr::wait_milliseconds(1);
+        {
+            const oxr::StopHold hold;
+            oxr::wait_seconds(600);
+            EXPECT_TRUE(oxr::stop_point());
+        }
+        oxr::wait_seconds(600);
         return nullptr;
     })));
+    oxr::clear_stop_request();
 }
 
 TEST_F(StopPointTest, ASignalToTheProcessNeitherStopsAWaitNorIsLost) {

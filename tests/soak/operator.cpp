@@ -125,7 +125,7 @@ std::string Operator::look(bool disturbed) const {
     if (!read_ || disturbed || !site_.host->exists(OSTREL_CONFIG_FILE) || is_whole(text)) {
         return "";
     }
-    // An empty file and one of the old format are left alone until the next start.
+    // An empty file is left alone, one of the old format until the next start.
     if (text.empty() || (text.find('=') == std::string::npos && text.find("interval:") != std::string::npos)) {
         return "";
     }

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <sstream>
 
 #include "OstrelConnections/psp/psp_client.h"
 #include "OstrelConnections/renewal/renewal_state.h"
@@ -13,6 +14,7 @@
 #include "OstrelProvider/worker.h"
 #include "common/text.h"
 #include "support/log_lines.h"
+#include "support/site.h"
 
 namespace testing_support {
 
@@ -75,26 +77,40 @@ simhost::SessionView session_of(const std::string& iqn, const std::string& local
     return session;
 }
 
+// Dead paths are left out: a deletion that failed is asked for again only when sessions go the next time.
+std::string describe(const Host& host) {
+    std::ostringstream text;
+    for (const auto& target : host.targets()) {
+        text << target.iqn << ": " << count_sessions(host, target.iqn) << " sessions, "
+             << count_dynamic(host, target.iqn) << " dynamic, " << target.active_paths << " paths"
+             << (target.mode_changed ? ", switched" : "") << '\n';
+    }
+    return text.str();
+}
+
+std::string request_text(const Event& event) {
+    switch (event.kind) {
+        case Event::Kind::adapter_rescanned:
+            return "rescan " + event.adapter;
+        case Event::Kind::dead_paths_requested:
+            return "dead paths " + event.adapter;
+        case Event::Kind::adapter_rediscovered:
+            return "rediscover " + event.adapter;
+        case Event::Kind::session_added:
+            return "add " + event.target;
+        case Event::Kind::session_removed:
+            return "remove " + event.target;
+        case Event::Kind::static_target_removed:
+            return "remove static target " + event.text;
+        default:
+            return "";
+    }
+}
+
 void record_requests(Host& host, Lines& into) {
     host.observe([&into](const Event& event) {
-        switch (event.kind) {
-            case Event::Kind::adapter_rescanned:
-                into.push_back("rescan " + event.adapter);
-                break;
-            case Event::Kind::dead_paths_requested:
-                into.push_back("dead paths " + event.adapter);
-                break;
-            case Event::Kind::adapter_rediscovered:
-                into.push_back("rediscover " + event.adapter);
-                break;
-            case Event::Kind::session_added:
-                into.push_back("add " + event.target);
-                break;
-            case Event::Kind::session_removed:
-                into.push_back("remove " + event.target);
-                break;
-            default:
-                break;
+        if (std::string text = request_text(event); !text.empty()) {
+            into.push_back(std::move(text));
         }
     });
 }

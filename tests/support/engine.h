@@ -37,8 +37,14 @@ OxrLun read_lun(const std::string& target_iqn);
 simhost::SessionView session_of(const std::string& iqn, const std::string& local_ip, const std::string& first_remote_ip,
                                 const std::string& current_remote_ip, std::uint32_t state = simhost::LOGGED_IN);
 
-// Kinds of events and adapters they happened on, as they come: "rescan vmhba64", "dead paths vmhba64",
-// "rediscover vmhba64", "add <target>", "remove <target>". Lives as long as the host.
+// Each target with its sessions and paths, a line each.
+std::string describe(const simhost::Host& host);
+
+// What was asked of the host: "rescan vmhba64", "dead paths vmhba64", "rediscover vmhba64", "add <target>", "remove
+// <target>", "remove static target <address>"; empty for any other event.
+std::string request_text(const simhost::Event& event);
+
+// Notes these as they come. Lives as long as the host.
 void record_requests(simhost::Host& host, Lines& into);
 
 // The n-th call from here on fails: with the operation's usual failure, a status (IMA, PSP) or an errno.

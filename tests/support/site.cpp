@@ -3,6 +3,8 @@
 #include <algorithm>
 
 #include "OstrelConnections/polling_pass.h"
+#include "OstrelProvider/log.h"
+#include "oxd_ima_utility/oid_cache.h"
 
 namespace testing_support {
 
@@ -10,6 +12,8 @@ using simhost::Host;
 
 std::unique_ptr<Host> make_host(simhost::HostOptions options) {
     auto host = std::make_unique<Host>(std::move(options));
+    log_level = 1;
+    refresh_target_oids_table();
     host->write_file("/var/log/ostrel/oxr.log", "");
     host->write_file("/etc/ostrel/oxdversion.txt", "3.5.0\n");
     host->write_file("/etc/ostrel/pspversion.txt", "1.7.2\n");
@@ -31,43 +35,49 @@ std::unique_ptr<Host> make_site(int num_arrays, simhost::GroupMode mode, simhost
     return host;
 }
 
+std::string add_volume(Host& host, const std::string& eui, int connections, const std::vector<std::string>& adapters,
+                       const std::string& group, const std::string& group_scoped_target) {
+    simhost::VolumeSpec volume;
+    volume.eui = eui;
+    volume.group = group;
+    volume.adapters = adapters;
+    volume.group_scoped_target = group_scoped_target;
+    volume.protocol_endpoint = !group_scoped_target.empty();
+    host.add_volume(volume);
+    if (connections >= 0) {
+        host.connect(host.iqn_of(eui), connections);
+    }
+    return host.iqn_of(eui);
+}
+
 std::vector<std::string> add_volumes(Host& host, int count, int connections) {
     std::vector<std::string> iqns;
     for (int v = 0; v < count; ++v) {
-        simhost::VolumeSpec volume;
-        volume.eui = "vol-" + std::to_string(v);
-        volume.group = "g";
-        host.add_volume(volume);
-        iqns.push_back(host.iqn_of(volume.eui));
-        if (connections > 0) {
-            host.connect(iqns.back(), connections);
-        }
+        iqns.push_back(add_volume(host, "vol-" + std::to_string(v), connections > 0 ? connections : -1));
     }
     return iqns;
 }
 
-std::unique_ptr<Host> make_unbalanced_site(simhost::GroupMode now) {
+void add_target(Host& host, const std::string& iqn, const std::vector<std::string>& active_arrays, int connections,
+                int volumes) {
+    host.add_group_scoped_target({iqn, "g", active_arrays, {}});
+    for (int v = 0; v < volumes; ++v) {
+        add_volume(host, "pe-" + std::to_string(v) + iqn.substr(iqn.rfind('.')), -1, {}, "g", iqn);
+    }
+    host.connect(iqn, connections);
+}
+
+std::unique_ptr<simhost::Host> make_unbalanced_site(simhost::GroupMode now) {
     auto host = make_site(2);
-    const auto iqns = add_volumes(*host, 2, 0);
-    host->connect(iqns[0], 4);
-    host->connect(iqns[1], 11);
-    host->add_group_scoped_target({"iqn.gst", "g", {"a1"}, {}});
-    simhost::VolumeSpec volume;
-    volume.eui = "pe";
-    volume.group = "g";
-    volume.group_scoped_target = "iqn.gst";
-    host->add_volume(volume);
-    host->connect("iqn.gst", 4);
+    add_volume(*host, "vol-0", 4);
+    add_volume(*host, "vol-1", 11);
+    add_target(*host, "iqn.gst", {"a1"}, 4);
     const bool to_dynamic = now == simhost::GroupMode::dynamic_discovery;
     host->add_group({"m",
                      to_dynamic ? simhost::GroupMode::static_discovery : simhost::GroupMode::dynamic_discovery,
                      "10.0.8.100",
                      {{"m1", {"10.0.8.1"}}, {"m2", {"10.0.8.2"}}}});
-    volume = {};
-    volume.eui = "switched";
-    volume.group = "m";
-    host->add_volume(volume);
-    host->connect(host->iqn_of("switched"), to_dynamic ? 0 : 8);
+    add_volume(*host, "switched", to_dynamic ? 0 : 8, {}, "m");
     host->switch_mode("m", now);
     return host;
 }

@@ -10,7 +10,7 @@
 
 namespace testing_support {
 
-// A host with the folders that a running service has, on the instant clock.
+// A host with the folders that a running service has, on the instant clock; the log's level is the service's default.
 std::unique_ptr<simhost::Host> make_host(simhost::HostOptions options = {});
 
 // Two adapters (vmhba64, vmhba65), each with two NICs, and the group "g" of `num_arrays` arrays (a1, a2, ...)
@@ -18,6 +18,16 @@ std::unique_ptr<simhost::Host> make_host(simhost::HostOptions options = {});
 std::unique_ptr<simhost::Host> make_site(int num_arrays = 1,
                                          simhost::GroupMode mode = simhost::GroupMode::dynamic_discovery,
                                          simhost::HostOptions options = {});
+
+// Adds a volume with sessions (none are made when `connections` is below 0; 0 makes those of a static group), behind a
+// group-scoped target when one is named; returns its IQN.
+std::string add_volume(simhost::Host& host, const std::string& eui, int connections,
+                       const std::vector<std::string>& adapters = {}, const std::string& group = "g",
+                       const std::string& group_scoped_target = "");
+
+// Adds a group-scoped target of the group "g" with sessions and volumes.
+void add_target(simhost::Host& host, const std::string& iqn, const std::vector<std::string>& active_arrays,
+                int connections, int volumes = 1);
 
 // Adds `count` volumes vol-0, vol-1, ... of the group "g", each with `connections` sessions; returns their IQNs.
 std::vector<std::string> add_volumes(simhost::Host& host, int count, int connections);

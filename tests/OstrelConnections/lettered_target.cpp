@@ -1,0 +1,80 @@
+#include "lettered_target.h"
+
+#include <algorithm>
+
+#include "support/engine.h"
+#include "support/site.h"
+
+using namespace testing_support;
+
+namespace {
+
+constexpr std::string_view nics[] = {"10.0.1.1", "10.0.1.2", "10.0.2.1", "10.0.2.2"};
+
+}  // namespace
+
+std::uint32_t state_of(char letter) {
+    switch (letter) {
+        case 'b':
+            return SESSION_STATE_FREE;
+        case 'x':
+        case 'p':
+            return SESSION_STATE_XPT_WAIT;
+        case 'i':
+            return SESSION_STATE_IN_LOGIN;
+        default:
+            return SESSION_STATE_LOGGED_IN;
+    }
+}
+
+std::uint32_t type_of(char letter) {
+    return letter == 's' ? SESSION_STATIC : letter == 'p' ? SESSION_LOGIN_PENDING : SESSION_DYNAMIC;
+}
+
+LetteredTarget::LetteredTarget(std::string_view letters, const simhost::Fault& fault) : host(make_site()) {
+    const bool on_both = letters.find_first_of("34") != letters.npos;
+    iqn = add_volume(*host, "vol-0", -1, on_both ? Lines{} : Lines{"vmhba64"});
+    std::string nic(nics[0]);
+    for (const char letter : letters) {
+        if (letter >= '1' && letter <= '4') {
+            nic = nics[letter - '1'];
+            continue;
+        }
+        const char* const first = type_of(letter) == SESSION_DYNAMIC ? "10.0.9.100" : "10.0.9.1";
+        host->add_session(session_of(iqn, nic, first, "10.0.9.1", state_of(letter)));
+        const simhost::SessionView made = host->sessions(iqn).back();
+        records[before.size()] =
+            make_record(made.isid, nic, made.current_remote_ip, made.state, type_of(letter), made.adapter);
+        before.push_back(made);
+    }
+    if (!fault.operation.empty()) {
+        host->fail(fault);
+    }
+}
+
+int LetteredTarget::count(std::uint32_t type) const {
+    return static_cast<int>(std::count_if(records, records + before.size(),
+                                          [&](const TargetDtls& record) { return record.session_type == type; }));
+}
+
+std::string LetteredTarget::gone() const {
+    const auto now = host->sessions(iqn);
+    std::string positions;
+    for (std::size_t i = 0; i < before.size(); ++i) {
+        if (std::none_of(now.begin(), now.end(), [&](const auto& session) { return session.oid == before[i].oid; })) {
+            positions += std::to_string(i);
+        }
+    }
+    return positions;
+}
+
+std::string LetteredTarget::added() const {
+    std::string made;
+    for (const auto& session : host->sessions(iqn)) {
+        if (before.empty() || session.oid > before.back().oid) {
+            const auto* const nic = std::find(std::begin(nics), std::end(nics), session.local_ip);
+            made += static_cast<char>('1' + (nic - std::begin(nics)));
+        }
+    }
+    return made;
+}

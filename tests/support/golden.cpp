@@ -1,0 +1,65 @@
+#include "support/golden.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "support/engine.h"
+#include "support/log_lines.h"
+
+namespace testing_support {
+
+Golden::Golden(const std::string& folder, const std::string& name)
+    : file_(OXR_TESTS_DIR "/" + folder + "/golden/" + name + ".log") {}
+
+Golden::~Golden() {
+    hold_against_file();
+}
+
+void Golden::hold_against_file() const {
+    if (std::getenv("OXR_GOLDEN") != nullptr) {
+        std::ofstream(file_) << text_;
+        return;
+    }
+    std::istringstream now(text_);
+    std::ifstream golden(file_);
+    int number = 0;
+    std::string line;
+    for (std::string expected; std::getline(golden, expected);) {
+        ++number;
+        ASSERT_TRUE(std::getline(now, line)) << file_ << " goes on with line " << number << ": " << expected;
+        ASSERT_EQ(line, expected) << file_ << ", line " << number;
+    }
+    EXPECT_GT(number, 0) << "no text in " << file_;
+    EXPECT_FALSE(std::getline(now, line)) << file_ << " has ended before: " << line;
+}
+
+void Golden::heading(const std::string& text) {
+    text_ += "== " + text + "\n";
+}
+
+void Golden::add_log(simhost::Host& host, const char* levels) {
+    static const std::regex source_line("at line (number )?[0-9]+");
+    for (const LogLine& line : parse_log(host.log())) {
+        if (std::strchr(levels, line.level[0]) != nullptr) {
+            text_ += line.level + " " + line.module + " " + line.operation + ": " +
+                     std::regex_replace(line.text, source_line, "at line $1#") + "\n";
+        }
+    }
+    host.write_file("/var/log/ostrel/oxr.log", "");
+}
+
+void Golden::follow(simhost::Host& host) {
+    host.observe([this, &host](const simhost::Event& event) {
+        if (const std::string text = request_text(event); !text.empty()) {
+            add_log(host);
+            text_ += "-> " + text + (event.target.empty() ? "" : " on " + event.adapter + ", " + event.text) + "\n";
+        }
+    });
+}
+
+}  // namespace testing_support
