@@ -2,6 +2,7 @@
 
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <sstream>
 
 namespace cimserver {
@@ -15,17 +16,15 @@ std::string trimmed(const std::string& text) {
 
 // Empty, or what is wrong.
 std::string read_types(const std::string& words, Registration& entry) {
+    const std::map<std::string, bool*> types = {
+        {"instance", &entry.instance}, {"association", &entry.association}, {"method", &entry.method}};
     std::istringstream stream(words);
     for (std::string word; stream >> word;) {
-        if (word == "instance") {
-            entry.instance = true;
-        } else if (word == "association") {
-            entry.association = true;
-        } else if (word == "method") {
-            entry.method = true;
-        } else {
+        const auto type = types.find(word);
+        if (type == types.end()) {
             return "'" + word + "' is no type: expected instance, association or method";
         }
+        *type->second = true;
     }
     return {};
 }
@@ -43,14 +42,13 @@ std::string read_field(const std::string& line, Registration& entry) {
     if (name == "unload") {
         return value == "never" ? std::string() : "'" + value + "' is not supported for unload: expected never";
     }
-    std::string* const field = name == "provider"    ? &entry.provider
-                               : name == "location"  ? &entry.location
-                               : name == "namespace" ? &entry.name_space
-                                                     : nullptr;
-    if (field == nullptr) {
+    const std::map<std::string, std::string*> fields = {
+        {"provider", &entry.provider}, {"location", &entry.location}, {"namespace", &entry.name_space}};
+    const auto field = fields.find(name);
+    if (field == fields.end()) {
         return "'" + name + "' is not known";
     }
-    *field = value;
+    *field->second = value;
     return {};
 }
 

@@ -2,8 +2,8 @@
 
 #include <dlfcn.h>
 
-#include <charconv>
 #include <filesystem>
+#include <regex>
 #include <utility>
 
 #include "cimserver/broker/broker.h"
@@ -122,33 +122,18 @@ std::vector<std::string> Server::example_commands() const {
 }
 
 bool parse_address(const std::string& text, ServerOptions& options) {
-    std::string address = text;
-    std::string port;
-    const auto bracket = text.find(']');
-    const auto colon = text.rfind(':');
-    if (text.starts_with('[') && bracket != std::string::npos) {
-        address = text.substr(1, bracket - 1);
-        if (bracket + 1 < text.size()) {
-            if (text[bracket + 1] != ':') {
-                return false;
-            }
-            port = text.substr(bracket + 2);
-        }
-    } else if (colon != std::string::npos && text.find(':') == colon) {
-        address = text.substr(0, colon);
-        port = text.substr(colon + 1);
-    }
-    std::uint16_t number = options.port;
-    if (!port.empty()) {
-        const auto [end, failed] = std::from_chars(port.data(), port.data() + port.size(), number);
-        if (failed != std::errc() || end != port.data() + port.size()) {
-            return false;
-        }
-    } else if (text.ends_with(':')) {
+    // In brackets, without a colon, or IPv6 alone; then the port.
+    static const std::regex form(R"((?:\[(.*)\]|([^:]*)|((?!\[).*:.*:.*))(?::([0-9]{1,5}))?)");
+    std::smatch parts;
+    if (!std::regex_match(text, parts, form)) {
         return false;
     }
-    options.port = number;
-    if (!address.empty()) {
+    const int port = parts[4].matched ? std::stoi(parts[4]) : options.port;
+    if (port > UINT16_MAX) {
+        return false;
+    }
+    options.port = static_cast<std::uint16_t>(port);
+    if (const std::string address = parts.str(1) + parts.str(2) + parts.str(3); !address.empty()) {
         options.address = address;
     }
     return true;

@@ -28,7 +28,7 @@ void require_sound(const Schema& schema) {
     for (const Class* const each : schema.subclasses("", true)) {
         fuzz::require(schema.find(each->name) == each && schema.is_a(each->name, each->name), "a class isn't itself",
                       each->name);
-        for (const Class* const above : schema.ancestors(each->name)) {
+        for (const Class* const above : schema.lineage(each->name)) {
             fuzz::require(schema.is_a(each->name, above->name), "a class isn't its superclass", each->name);
         }
         pugi::xml_document document;

@@ -32,12 +32,7 @@ bool is_small(const Scenario& scenario) {
 }
 
 void build(const Scenario& scenario) {
-    simhost::HostOptions options;
-    options.start_time = scenario.start_time;
-    options.login_seconds = scenario.login_seconds;
-    options.claim_seconds = scenario.claim_seconds;
-    options.discovery_seconds = scenario.discovery_seconds;
-    const auto host = fuzz::make_host(options);
+    const auto host = fuzz::make_host(host_options(scenario));
     Site site(scenario);
     try {
         site.build(*host);

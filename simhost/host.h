@@ -37,15 +37,13 @@
 #include <string_view>
 #include <vector>
 
+#include "simhost/limits.h"
+
 namespace simhost {
 
 // instant: a sleep only moves the clock (several threads may sleep; each moves it). scaled: a sleep lasts its
 // time divided by `factor`. real: as it says.
 enum class ClockMode { instant, scaled, real };
-
-// What the host bears. By itself it stops there.
-inline constexpr int MAX_SESSIONS = 2040;
-inline constexpr int MAX_PATHS = 2048;
 
 // The hazards of the prescribed procedures. One that is let pass excuses exactly its case; a pass begins here with
 // request 0 of the PSP.
@@ -150,6 +148,17 @@ struct NicView {
     std::string ip;
     std::string adapter;
     bool up = true;
+};
+
+struct ArrayView {
+    std::string name;
+    bool up = true;
+};
+
+struct GroupView {
+    std::string name;
+    GroupMode mode = GroupMode::dynamic_discovery;
+    std::vector<ArrayView> arrays;
 };
 
 struct VolumeView {
@@ -293,6 +302,7 @@ public:
     std::vector<SessionView> sessions() const;
     std::vector<SessionView> sessions(const std::string& iqn) const;
     std::vector<NicView> nics() const;  // by adapter, in order of their creation
+    std::vector<GroupView> groups() const;
     VolumeView volume(const std::string& eui) const;
     std::vector<PathView> paths(const std::string& eui) const;
     std::vector<StaticTargetView> static_targets() const;  // configured ones, in order of their creation

@@ -96,6 +96,17 @@ std::vector<NicView> Host::nics() const {
     }
     return views;
 }
+std::vector<GroupView> Host::groups() const {
+    const Called model(*impl_);
+    std::vector<GroupView> views;
+    for (const auto& group : model->groups) {
+        views.push_back({group->name, group->mode, {}});
+        for (const auto& array : group->arrays) {
+            views.back().arrays.push_back({array->name, array->up});
+        }
+    }
+    return views;
+}
 VolumeView Host::volume(const std::string& eui) const {
     const Called model(*impl_);
     const Device& of = model->device(eui);

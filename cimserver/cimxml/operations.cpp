@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "cimserver/cimxml/read_values.h"
-#include "cimserver/cimxml/status_text.h"
 #include "cimserver/cimxml/write_values.h"
 
 namespace cimserver {
@@ -15,9 +14,8 @@ namespace {
 // --- parameters of operations -----------------------------------------------------------------------------
 
 const Parameter* find_parameter(const Message& message, std::string_view name) {
-    const auto found = std::find_if(message.parameters.begin(), message.parameters.end(),
-                                    [&](const Parameter& p) { return same_name(p.name, name); });
-    return found == message.parameters.end() || !found->value ? nullptr : &*found;
+    const Parameter* const found = find_named(message.parameters, name);
+    return found == nullptr || !found->value ? nullptr : found;
 }
 
 std::string text_of(const Message& message, std::string_view name) {
@@ -104,6 +102,31 @@ ObjectPath source_of(const Broker& broker, const Message& message) {
 
 // --- results ----------------------------------------------------------------------------------------------
 
+// What a CIM status says by itself (DSP0200), for answers to which the provider gave no text.
+std::string_view status_text(CMPIrc code) {
+    constexpr std::string_view texts[] = {
+        "success",
+        "failed",
+        "access denied",
+        "invalid namespace",
+        "invalid parameter",
+        "invalid class",
+        "not found",
+        "not supported",
+        "class has children",
+        "class has instances",
+        "invalid superclass",
+        "already exists",
+        "no such property",
+        "type mismatch",
+        "query language not supported",
+        "invalid query",
+        "method not available",
+        "method not found",
+    };
+    return code < std::size(texts) ? texts[code] : "the provider failed";
+}
+
 void throw_failure(const Answer& answer) {
     if (answer.code != CMPI_RC_OK) {
         throw CimError{answer.code, answer.message.empty() ? std::string(status_text(answer.code)) : answer.message};
@@ -173,10 +196,7 @@ std::vector<const Class*> classes_below(const Call& call) {
 
 void enumerate_class_names(const Call& call) {
     for (const Class* const definition : classes_below(call)) {
-        pugi::xml_node(call.result)
-            .append_child("CLASSNAME")
-            .append_attribute("NAME")
-            .set_value(definition->name.c_str());
+        put_attribute(pugi::xml_node(call.result).append_child("CLASSNAME"), "NAME", definition->name);
     }
 }
 
@@ -264,13 +284,12 @@ void check_name_space(const Broker& broker, const Message& message) {
 NamedList arguments_of(const Message& message, const Method& method) {
     NamedList arguments;
     for (const Parameter& parameter : message.parameters) {
-        const auto definition = std::find_if(method.parameters.begin(), method.parameters.end(),
-                                             [&](const Element& e) { return same_name(e.name, parameter.name); });
-        if (definition == method.parameters.end()) {
+        const Element* const definition = find_named(method.parameters, parameter.name);
+        if (definition == nullptr) {
             throw CimError{CMPI_RC_ERR_INVALID_PARAMETER,
                            "method " + method.name + " has no parameter " + parameter.name};
         }
-        arguments.push_back({definition->name, read_argument(parameter, &*definition)});
+        arguments.push_back({definition->name, read_argument(parameter, *definition)});
     }
     return arguments;
 }

@@ -104,7 +104,7 @@ Value read_list(const pugi::xml_node& node, CMPIType type, const std::string& pa
 }
 
 // Of one element.
-CMPIType argument_type(const Parameter& parameter, const Element* definition) {
+CMPIType argument_type(const Parameter& parameter, const Element& definition) {
     const std::string& said = parameter.type;
     if (same_name(said, "reference")) {
         return CMPI_ref;
@@ -116,7 +116,7 @@ CMPIType argument_type(const Parameter& parameter, const Element* definition) {
         }
         return type;
     }
-    return definition == nullptr ? CMPI_string : static_cast<CMPIType>(definition->type & ~CMPI_ARRAY);
+    return static_cast<CMPIType>(definition.type & ~CMPI_ARRAY);
 }
 
 }  // namespace
@@ -134,32 +134,28 @@ ObjectPath read_path(const pugi::xml_node& node) {
     if (kind == "INSTANCENAME") {
         return read_instance_name(node);
     }
+    ObjectPath path;
     if (kind == "CLASSNAME") {
-        ObjectPath path;
         path.class_name = node.attribute("NAME").value();
-        return path;
-    }
-    if (kind == "LOCALINSTANCEPATH" || kind == "LOCALCLASSPATH") {
-        ObjectPath path = read_name_in(node);
+    } else if (kind == "LOCALINSTANCEPATH" || kind == "LOCALCLASSPATH") {
+        path = read_name_in(node);
         path.name_space = read_name_space(node.child("LOCALNAMESPACEPATH"));
-        return path;
-    }
-    if (kind == "INSTANCEPATH" || kind == "CLASSPATH") {
+    } else if (kind == "INSTANCEPATH" || kind == "CLASSPATH") {
         const pugi::xml_node space = node.child("NAMESPACEPATH");
-        ObjectPath path = read_name_in(node);
+        path = read_name_in(node);
         path.host = space.child("HOST").text().get();
         path.name_space = read_name_space(space.child("LOCALNAMESPACEPATH"));
-        return path;
+    } else {
+        refuse(std::string(kind) + " is no path");
     }
-    refuse(std::string(kind) + " is no path");
+    return path;
 }
 
-Value read_argument(const Parameter& parameter, const Element* definition) {
+Value read_argument(const Parameter& parameter, const Element& definition) {
     const CMPIType type = argument_type(parameter, definition);
     const std::string_view kind = parameter.value.name();
     if (kind.empty()) {
-        const bool array = definition != nullptr && (definition->type & CMPI_ARRAY) != 0;
-        return null_value(array ? static_cast<CMPIType>(type | CMPI_ARRAY) : type);
+        return null_value(static_cast<CMPIType>(type | (definition.type & CMPI_ARRAY)));
     }
     if (kind == "VALUE") {
         return read_single(parameter.value, type, parameter.name);

@@ -16,7 +16,7 @@ std::string read_name_space(const pugi::xml_node& local_name_space_path);
 // INSTANCEPATH, LOCALINSTANCEPATH, INSTANCENAME, CLASSPATH, LOCALCLASSPATH, CLASSNAME.
 ObjectPath read_path(const pugi::xml_node& node);
 
-// A method's argument: of the type that the client says, else of the definition's. `definition` may be null.
-Value read_argument(const Parameter& parameter, const Element* definition);
+// A method's argument: of the type that the client says, else of the definition's.
+Value read_argument(const Parameter& parameter, const Element& definition);
 
 }  // namespace cimserver

@@ -14,8 +14,8 @@ void write_qualifiers(pugi::xml_node node, const QualifierList& qualifiers, cons
     }
     for (const Named& qualifier : qualifiers) {
         pugi::xml_node element = node.append_child("QUALIFIER");
-        element.append_attribute("NAME").set_value(qualifier.name.c_str());
-        element.append_attribute("TYPE").set_value(std::string(type_name(qualifier.value.type)).c_str());
+        put_attribute(element, "NAME", qualifier.name);
+        put_attribute(element, "TYPE", type_name(qualifier.value.type));
         write_value(element, qualifier.value);
     }
 }
@@ -25,21 +25,21 @@ pugi::xml_node append_element(pugi::xml_node parent, const std::string& kind, co
     const bool array = (element.type & CMPI_ARRAY) != 0;
     const bool reference = (element.type & ~CMPI_ARRAY) == CMPI_ref;
     pugi::xml_node node = parent.append_child((kind + (reference ? ".REFERENCE" : array ? ".ARRAY" : "")).c_str());
-    node.append_attribute("NAME").set_value(element.name.c_str());
+    put_attribute(node, "NAME", element.name);
     if (reference) {
-        node.append_attribute("REFERENCECLASS").set_value(element.reference_class.c_str());
+        put_attribute(node, "REFERENCECLASS", element.reference_class);
     } else {
-        node.append_attribute("TYPE").set_value(std::string(type_name(element.type)).c_str());
+        put_attribute(node, "TYPE", type_name(element.type));
     }
     return node;
 }
 
 void put_origin(pugi::xml_node node, const Class& owner, const Class& definition, const ClassOptions& options) {
     if (options.origin) {
-        node.append_attribute("CLASSORIGIN").set_value(owner.name.c_str());
+        put_attribute(node, "CLASSORIGIN", owner.name);
     }
     if (&owner != &definition) {
-        node.append_attribute("PROPAGATED").set_value("true");
+        put_attribute(node, "PROPAGATED", "true");
     }
 }
 
@@ -55,8 +55,8 @@ void write_property(pugi::xml_node parent, const Class& owner, const Class& defi
 void write_method(pugi::xml_node parent, const Class& owner, const Class& definition, const Method& method,
                   const ClassOptions& options) {
     pugi::xml_node node = parent.append_child("METHOD");
-    node.append_attribute("NAME").set_value(method.name.c_str());
-    node.append_attribute("TYPE").set_value(std::string(type_name(method.type)).c_str());
+    put_attribute(node, "NAME", method.name);
+    put_attribute(node, "TYPE", type_name(method.type));
     put_origin(node, owner, definition, options);
     write_qualifiers(node, method.qualifiers, options);
     for (const Element& parameter : method.parameters) {
@@ -85,16 +85,13 @@ void for_each_feature(const std::vector<const Class*>& classes, std::vector<Feat
 
 void write_class(pugi::xml_node parent, const Schema& schema, const Class& definition, const ClassOptions& options) {
     pugi::xml_node node = parent.append_child("CLASS");
-    node.append_attribute("NAME").set_value(definition.name.c_str());
+    put_attribute(node, "NAME", definition.name);
     if (!definition.superclass.empty()) {
-        node.append_attribute("SUPERCLASS").set_value(definition.superclass.c_str());
+        put_attribute(node, "SUPERCLASS", definition.superclass);
     }
     write_qualifiers(node, definition.qualifiers, options);
-    std::vector<const Class*> classes = {&definition};
-    if (!options.local_only) {
-        const auto above = schema.ancestors(definition.name);
-        classes.insert(classes.end(), above.begin(), above.end());
-    }
+    std::vector<const Class*> classes = schema.lineage(definition.name);
+    classes.resize(options.local_only ? 1 : classes.size());
     for_each_feature(classes, &Class::properties, [&](const Class& owner, const Element& property) {
         if (!options.properties || contains_name(*options.properties, property.name)) {
             write_property(node, owner, definition, property, options);

@@ -4,10 +4,6 @@ namespace cimserver {
 
 namespace {
 
-void put_attribute(pugi::xml_node node, const char* name, std::string_view value) {
-    node.append_attribute(name).set_value(clean_text(value).c_str());
-}
-
 void put_text(pugi::xml_node node, std::string_view text) {
     node.append_child(pugi::node_pcdata).set_value(clean_text(text).c_str());
 }
@@ -78,6 +74,10 @@ std::string clean_text(std::string_view text) {
         }
     }
     return result;
+}
+
+void put_attribute(pugi::xml_node node, const char* name, std::string_view value) {
+    node.append_attribute(name).set_value(clean_text(value).c_str());
 }
 
 void write_instance_name(pugi::xml_node parent, const ObjectPath& path) {

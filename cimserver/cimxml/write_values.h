@@ -13,6 +13,8 @@ namespace cimserver {
 // What XML 1.0 can carry: bytes that it can't, in UTF-8, are replaced by '?'.
 std::string clean_text(std::string_view text);
 
+void put_attribute(pugi::xml_node node, const char* name, std::string_view value);
+
 void write_instance_name(pugi::xml_node parent, const ObjectPath& path);
 void write_instance_path(pugi::xml_node parent, const ObjectPath& path);  // with host and namespace
 void write_instance(pugi::xml_node parent, const Instance& instance);

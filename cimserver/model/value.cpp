@@ -1,6 +1,5 @@
 #include "cimserver/model/value.h"
 
-#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
@@ -143,8 +142,8 @@ bool contains_name(const std::vector<std::string>& names, std::string_view name)
 }
 
 const Value* find(const NamedList& list, std::string_view name) {
-    const auto found = std::find_if(list.begin(), list.end(), [&](const Named& n) { return same_name(n.name, name); });
-    return found == list.end() ? nullptr : &found->value;
+    const Named* const found = find_named(list, name);
+    return found == nullptr ? nullptr : &found->value;
 }
 
 void set(NamedList& list, std::string_view name, Value value) {

@@ -2,6 +2,7 @@
 // read into and written from. Types are CMPI's; CMPI_chars never occurs here, a text is a CMPI_string.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -70,6 +71,13 @@ const ObjectPath* reference_in(const Value& value);
 bool same_name(std::string_view a, std::string_view b);
 std::string lower_case(std::string_view name);
 bool contains_name(const std::vector<std::string>& names, std::string_view name);
+
+// The first of that name in a list of things with names; null when there is none.
+template <typename Thing>
+const Thing* find_named(const std::vector<Thing>& list, std::string_view name) {
+    const auto found = std::find_if(list.begin(), list.end(), [&](const Thing& t) { return same_name(t.name, name); });
+    return found == list.end() ? nullptr : &*found;
+}
 
 const Value* find(const NamedList& list, std::string_view name);
 

@@ -259,10 +259,8 @@ private:
 
     template <typename Feature>
     static void refuse_second(const std::vector<Feature>& features, const std::string& name, int line) {
-        for (const Feature& feature : features) {
-            if (same_name(feature.name, name)) {
-                throw Mistake{line, name + " stands here twice"};
-            }
+        if (find_named(features, name) != nullptr) {
+            throw Mistake{line, name + " stands here twice"};
         }
     }
 };

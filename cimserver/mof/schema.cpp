@@ -26,52 +26,27 @@ const Class* Schema::find(std::string_view name) const {
 }
 
 // A superclass is defined before its subclass, so this ends.
-std::vector<const Class*> Schema::ancestors(std::string_view name) const {
+std::vector<const Class*> Schema::lineage(std::string_view name) const {
     std::vector<const Class*> result;
-    const Class* definition = find(name);
-    while (definition != nullptr && !definition->superclass.empty()) {
-        definition = find(definition->superclass);
-        if (definition != nullptr) {
-            result.push_back(definition);
-        }
+    for (const Class* each = find(name); each != nullptr; each = find(each->superclass)) {
+        result.push_back(each);
     }
     return result;
 }
 
 bool Schema::is_a(std::string_view name, std::string_view ancestor) const {
-    const Class* const definition = find(name);
-    if (definition == nullptr) {
-        return false;
-    }
-    if (same_name(definition->name, ancestor)) {
-        return true;
-    }
-    const auto above = ancestors(name);
-    return std::any_of(above.begin(), above.end(), [&](const Class* c) { return same_name(c->name, ancestor); });
+    const auto classes = lineage(name);
+    return std::any_of(classes.begin(), classes.end(), [&](const Class* c) { return same_name(c->name, ancestor); });
 }
 
 namespace {
 
 template <typename Feature>
-const Feature* named(const std::vector<Feature>& features, std::string_view name) {
-    const auto found =
-        std::find_if(features.begin(), features.end(), [&](const Feature& f) { return same_name(f.name, name); });
-    return found == features.end() ? nullptr : &*found;
-}
-
-template <typename Feature>
-const Feature* find_upwards(const Schema& schema, std::string_view class_name, std::string_view name,
+const Feature* find_upwards(const std::vector<const Class*>& lineage, std::string_view name,
                             std::vector<Feature> Class::*features) {
-    const Class* const definition = schema.find(class_name);
-    if (definition == nullptr) {
-        return nullptr;
-    }
-    if (const Feature* const own = named(definition->*features, name)) {
-        return own;
-    }
-    for (const Class* const above : schema.ancestors(class_name)) {
-        if (const Feature* const inherited = named(above->*features, name)) {
-            return inherited;
+    for (const Class* const each : lineage) {
+        if (const Feature* const found = find_named(each->*features, name)) {
+            return found;
         }
     }
     return nullptr;
@@ -80,11 +55,11 @@ const Feature* find_upwards(const Schema& schema, std::string_view class_name, s
 }  // namespace
 
 const Element* Schema::find_property(std::string_view class_name, std::string_view property) const {
-    return find_upwards(*this, class_name, property, &Class::properties);
+    return find_upwards(lineage(class_name), property, &Class::properties);
 }
 
 const Method* Schema::find_method(std::string_view class_name, std::string_view method) const {
-    return find_upwards(*this, class_name, method, &Class::methods);
+    return find_upwards(lineage(class_name), method, &Class::methods);
 }
 
 std::vector<const Class*> Schema::subclasses(std::string_view name, bool deep) const {

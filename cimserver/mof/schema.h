@@ -51,8 +51,8 @@ public:
     const Element* find_property(std::string_view class_name, std::string_view property) const;
     const Method* find_method(std::string_view class_name, std::string_view method) const;
 
-    // A class's superclasses, the nearest first.
-    std::vector<const Class*> ancestors(std::string_view name) const;
+    // The class, then its superclasses, the nearest first. Empty when it is unknown.
+    std::vector<const Class*> lineage(std::string_view name) const;
 
     // Below a class, or below none for an empty name: the next level, or all; in order of definition.
     std::vector<const Class*> subclasses(std::string_view name, bool deep) const;

@@ -57,10 +57,9 @@ Token Tokens::quoted() {
     return {TokenKind::bad, "a text without its closing quote", line_};
 }
 
-Token Tokens::word(TokenKind kind, std::string_view further) {
-    const auto length = std::min(rest_.find_first_not_of(further), rest_.size());
+Token Tokens::take(TokenKind kind, std::size_t length) {
     Token token{kind, std::string(rest_.substr(0, length)), line_};
-    advance(length);
+    advance(token.text.size());
     return token;
 }
 
@@ -76,21 +75,16 @@ Token Tokens::next() {
         return quoted();
     }
     if (is_in(first, LETTERS)) {
-        return word(TokenKind::name, NAME);
+        return take(TokenKind::name, rest_.find_first_not_of(NAME));
     }
     if (is_in(first, NUMBER)) {
-        return word(TokenKind::number, NUMBER_REST);
+        return take(TokenKind::number, rest_.find_first_not_of(NUMBER_REST));
     }
     if (first == '#') {
-        const auto length = std::min(rest_.find('\n'), rest_.size());
-        Token token{TokenKind::directive, std::string(rest_.substr(0, length)), line_};
-        advance(length);
-        return token;
+        return take(TokenKind::directive, rest_.find('\n'));
     }
     if (is_in(first, SIGNS)) {
-        Token token{TokenKind::sign, std::string(1, first), line_};
-        advance(1);
-        return token;
+        return take(TokenKind::sign, 1);
     }
     return {TokenKind::bad, std::string("'") + first + "'", line_};
 }

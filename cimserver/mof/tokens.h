@@ -26,7 +26,7 @@ private:
     bool skip_blanks();  // and comments; false: one has no end
     void advance(std::size_t count);
     Token quoted();
-    Token word(TokenKind kind, std::string_view further);
+    Token take(TokenKind kind, std::size_t length);  // at most what is left
 };
 
 }  // namespace cimserver

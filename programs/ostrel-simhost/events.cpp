@@ -66,7 +66,7 @@ void write_config(Host& host, const ConfigChanges& changes) {
     }
     for (const auto& [key, value] : changes) {
         text = with_config_value(text, key, value);
-        if (key == CONFIG_LOGS_PATH_KEY) {
+        if (key == LOGS_PATH_KEY) {
             host.write_file(value + "/.folder", "");
         }
     }

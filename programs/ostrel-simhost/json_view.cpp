@@ -61,6 +61,8 @@ Json json_of(const std::vector<TargetRow>& rows, const std::vector<Address>& add
                            {"dynamic", row.dynamic_sessions},
                            {"static", row.static_sessions},
                            {"pending", row.pending_sessions},
+                           {"sessions", row.sessions()},
+                           {"short_by", row.short_by()},
                            {"active_paths", row.active_paths},
                            {"dead_paths", row.dead_paths},
                            {"sessions_by_address", std::move(sessions_by_address)}});
@@ -111,6 +113,7 @@ public:
                {"time", pass.began},
                {"ended", pass.ended},
                {"skipped", pass.skipped},
+               {"changed", pass.changed_something()},
                {"added", pass.added},
                {"removed", pass.removed},
                {"lost", pass.lost},

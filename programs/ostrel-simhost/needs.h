@@ -1,7 +1,7 @@
 // How many sessions the connection manager wants for a target, by its documented rules.
 #pragma once
 
-#include "config_values.h"
+#include "configuration/config_values.h"
 
 namespace program {
 

@@ -6,7 +6,7 @@
 #include <array>
 #include <charconv>
 
-#include "config_values.h"
+#include "config_file.h"
 #include "scenario_parts.h"
 
 namespace program {
@@ -22,7 +22,8 @@ bool contains(const List& list, std::string_view word) {
 }
 
 bool is_config_key(std::string_view key) {
-    return key == CONFIG_LOGS_PATH_KEY || contains(CONFIG_NUMBER_KEYS, key);
+    return std::any_of(std::begin(config_keys), std::end(config_keys),
+                       [key](const ConfigKey& each) { return each.name == key; });
 }
 
 template <class Number>
@@ -36,7 +37,7 @@ Value value_of(const std::string& key, const std::string& text, int line) {
     Value value;
     value.key = key;
     value.line = line;
-    if (key != CONFIG_LOGS_PATH_KEY && is_whole(text, value.integer)) {
+    if (key != LOGS_PATH_KEY && is_whole(text, value.integer)) {
         value.kind = Value::Kind::integer;
     } else if (contains(HOST_KEYS, key) && is_whole(text, value.real)) {
         value.kind = Value::Kind::real;
@@ -176,6 +177,9 @@ private:
         std::copy_if(all.begin(), all.end(), std::back_inserter(counts),
                      [](const std::string& name) { return name.find('#') != std::string::npos; });
         const auto targets = names_in(document_, "group_scoped_target");
+        std::vector<std::string_view> keys;
+        std::transform(std::begin(config_keys), std::end(config_keys), std::back_inserter(keys),
+                       [](const ConfigKey& key) { return key.name; });
         all.insert(all.end(), targets.begin(), targets.end());
         constexpr std::size_t most = 12;
         const auto list = [](std::vector<std::string> names) {
@@ -186,10 +190,9 @@ private:
             return names.empty() ? "there is none" : fmt::format("{}", fmt::join(names, ", "));
         };
         return fmt::format(
-            "a configuration key ({}, {}), the number of volumes ({}), NAME.sessions (NAME: {}) or a [host] number "
+            "a configuration key ({}), the number of volumes ({}), NAME.sessions (NAME: {}) or a [host] number "
             "({})",
-            fmt::join(CONFIG_NUMBER_KEYS, ", "), CONFIG_LOGS_PATH_KEY, list(counts), list(all),
-            fmt::join(HOST_KEYS, ", "));
+            fmt::join(keys, ", "), list(counts), list(all), fmt::join(HOST_KEYS, ", "));
     }
 
     Problems& problems_;

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "config_values.h"
+#include "config_file.h"
 #include "simhost/host.h"
 
 namespace program {
@@ -34,6 +34,8 @@ struct TargetRow {
 
     bool same_state(const TargetRow& other) const;  // everything but the names
     int sessions() const { return dynamic_sessions + static_sessions + pending_sessions; }
+    bool is_balanced() const { return !static_mode && supported; }
+    int short_by() const { return is_balanced() && sessions() < required ? required - sessions() : 0; }
 };
 
 using Address = simhost::NicView;

@@ -3,15 +3,21 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <utility>
+
+#include "shared/log_line.h"
 
 namespace program {
 
 namespace {
 
-constexpr std::array<std::string_view, 4> LEVEL_WORDS = {"ERROR", "WARN", "INFO", "DEBUG"};
-constexpr std::array<int, 4> LEVEL_NUMBERS = {0, 0, 1, 2};
+int number_of_level(std::string_view word) {
+    return word == "DEBUG" ? 2 : word == "INFO" ? 1 : 0;
+}
+
+std::string log_file_in(std::string_view folder) {
+    return fmt::format("{}/oxr.log", folder);
+}
 
 void add_once(std::vector<std::string>& list, const std::string& text) {
     if (!text.empty() && std::find(list.begin(), list.end(), text) == list.end()) {
@@ -23,33 +29,23 @@ void add_once(std::vector<std::string>& list, const std::string& text) {
 
 std::vector<LogLine> log_lines(std::string_view text, int level) {
     std::vector<LogLine> lines;
+    shared::LogLine parsed;
     while (!text.empty()) {
-        const std::size_t end = std::min(text.find('\n'), text.size());
-        const std::string_view line = text.substr(0, end);
-        text.remove_prefix(std::min(end + 1, text.size()));
-        // "TIME: LEVEL: MODULE: FUNCTION:LINE : MESSAGE"
-        for (std::size_t i = 0; i < LEVEL_WORDS.size(); ++i) {
-            const std::string mark = fmt::format(": {}: ", LEVEL_WORDS[i]);
-            const std::size_t at = line.find(mark);
-            const std::size_t message = line.find(" : ");
-            if (at == std::string_view::npos || message == std::string_view::npos || at > message) {
-                continue;
-            }
-            if (LEVEL_NUMBERS[i] <= level) {
-                const std::string_view place = line.substr(at, message - at);
-                std::string_view function = place.substr(0, place.rfind(':'));
-                function.remove_prefix(std::min(function.rfind(' ') + 1, function.size()));
-                LogLine found{std::string(LEVEL_WORDS[i]), std::string(function), std::string(line.substr(message + 3)),
-                              std::string(level == 0 ? place : line.substr(at)), 1};
-                const auto same = std::find_if(lines.begin(), lines.end(),
-                                               [&](const LogLine& other) { return other.key == found.key; });
-                if (same != lines.end()) {
-                    ++same->times;
-                } else {
-                    lines.push_back(std::move(found));
-                }
-            }
-            break;
+        const std::string_view line = text.substr(0, text.find('\n'));
+        text.remove_prefix(std::min(line.size() + 1, text.size()));
+        if (!shared::parse_log_line(line, parsed) || number_of_level(parsed.level) > level) {
+            continue;
+        }
+        const auto begin = static_cast<std::size_t>(parsed.level.data() - line.data());
+        const std::size_t length = level == 0 ? line.size() - begin - parsed.text.size() : std::string_view::npos;
+        std::string key(line.substr(begin, length));
+        const auto same =
+            std::find_if(lines.begin(), lines.end(), [&](const LogLine& other) { return other.key == key; });
+        if (same != lines.end()) {
+            ++same->times;
+        } else {
+            lines.push_back(
+                {std::string(parsed.level), std::string(parsed.function), std::string(parsed.text), std::move(key), 1});
         }
     }
     return lines;
@@ -58,7 +54,7 @@ std::vector<LogLine> log_lines(std::string_view text, int level) {
 void Recorder::watch(simhost::Host& host) {
     host_ = &host;
     config_text_ = host.read_file(CONFIG_FILE);
-    log_path_ = fmt::format("{}/oxr.log", DEFAULT_LOGS_PATH);
+    log_path_ = log_file_in(DEFAULT_LOG_DIR);
     note_totals();
     host.observe([this](const simhost::Event& event) { see(event); });
 }
@@ -76,6 +72,17 @@ std::vector<RecordItem> Recorder::take() {
 void Recorder::note_totals() {
     most_sessions_ = std::max(most_sessions_, host_->totals().sessions);
     most_paths_ = std::max(most_paths_, balanced_paths(*host_));
+}
+
+// Paths are claimed and sessions made many at a time; once all of one moment are there, their number is looked at.
+void Recorder::note_growth() {
+    if (!growth_noted_) {
+        growth_noted_ = true;
+        host_->at(host_->now(), "count", [this](simhost::Host&) {
+            growth_noted_ = false;
+            note_totals();
+        });
+    }
 }
 
 void Recorder::gather(double time, Happening::Kind kind, const std::string& where) {
@@ -157,9 +164,7 @@ void Recorder::event_refused(double time, const Problem& problem) {
 void Recorder::begin_pass(double time) {
     flush();
     compare_configuration(time);
-    if (host_->exists(CONFIG_FILE)) {
-        config_ = config_in_force(config_text_);
-    }
+    config_ = config_at_cycle(*host_).value_or(config_);
     pass_ = PassRecord{};
     pass_.number = ++pass_number_;
     pass_.began = time;
@@ -203,7 +208,7 @@ void Recorder::compare_configuration(double time) {
 }
 
 void Recorder::read_log() {
-    const std::string path = config_.logs_path + "/oxr.log";
+    const std::string path = log_file_in(config_.ostrel_logs_path);
     if (path != log_path_) {
         log_path_ = path;
         log_read_ = 0;
@@ -232,6 +237,7 @@ void Recorder::see(const simhost::Event& event) {
             }
             break;
         case Kind::session_added:
+            note_growth();
             if (in_pass_) {
                 ++pass_.added;
             } else {
@@ -249,6 +255,7 @@ void Recorder::see(const simhost::Event& event) {
             }
             break;
         case Kind::path_claimed:
+            note_growth();
             ++pass_.paths_claimed;
             break;
         case Kind::dead_path_deleted:

@@ -54,6 +54,7 @@ private:
     void read_log();
     void compare_configuration(double time);
     void note_totals();
+    void note_growth();
     void gather(double time, Happening::Kind kind, const std::string& where);
     void flush();
     void record_state();
@@ -72,6 +73,7 @@ private:
     double last_action_at_ = -1;
     int most_sessions_ = 0;
     int most_paths_ = 0;
+    bool growth_noted_ = false;
     ConfigValues config_;
     std::string config_text_;
     std::string log_path_;

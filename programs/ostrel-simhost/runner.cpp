@@ -206,7 +206,7 @@ int run_on(simhost::Host& host, const Scenario& scenario, const RunOptions& opti
 
     std::string plot_failure;
     const auto view = make_view(options, plot_failure);
-    const ConfigValues config = config_in_force(host.read_file(CONFIG_FILE));
+    const ConfigValues config = config_at_start(host);
     view->begin({options.scenario_file, scenario.title, host.root(), options.library, end, speed_text(options)},
                 site.rows(host, config), host.nics(), host.totals(), balanced_paths(host));
 
@@ -241,8 +241,8 @@ int run_on(simhost::Host& host, const Scenario& scenario, const RunOptions& opti
     outcome.passes_after_last_action = recorder.passes_after_last_happening();
     outcome.last_action_at = recorder.last_action_at();
     outcome.next_action_at = next_action_after(scenario, outcome.ended_at);
-    outcome.most_sessions = recorder.most_sessions();
-    outcome.most_paths = recorder.most_paths();
+    outcome.most_sessions = std::max(recorder.most_sessions(), outcome.totals.sessions);
+    outcome.most_paths = std::max(recorder.most_paths(), outcome.paths);
     outcome.violations = host.violations();
     outcome.root = host.root();
     outcome.let_pass = scenario.allowed_hazards;
@@ -270,15 +270,11 @@ int run_scenario(const Scenario& given, const RunOptions& options) {
     if (options.log_level == 2) {
         ask_for_debug_log(scenario);
     }
-    simhost::HostOptions host_options;
-    host_options.root = options.root;
-    host_options.clock = options.clock;
-    host_options.factor = options.factor;
-    host_options.start_time = scenario.start_time;
-    host_options.login_seconds = scenario.login_seconds;
-    host_options.claim_seconds = scenario.claim_seconds;
-    host_options.discovery_seconds = scenario.discovery_seconds;
-    host_options.remove_root = false;
+    simhost::HostOptions on = host_options(scenario);
+    on.root = options.root;
+    on.clock = options.clock;
+    on.factor = options.factor;
+    on.remove_root = false;
     cimserver::ServerOptions ignored;
     if (options.cim && !cimserver::parse_address(*options.cim, ignored)) {
         fmt::print(stderr, "ostrel-simhost: --cim: expected ADDRESS:PORT, found \"{}\"\n", *options.cim);
@@ -286,7 +282,7 @@ int run_scenario(const Scenario& given, const RunOptions& options) {
     }
     std::optional<simhost::Host> host;
     try {
-        host.emplace(host_options);
+        host.emplace(on);
     } catch (const std::exception& exception) {
         fmt::print(stderr, "ostrel-simhost: {}: {}\n",
                    options.root.empty() ? "the temporary folder" : "--root " + options.root, exception.what());

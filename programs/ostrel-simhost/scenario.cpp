@@ -312,14 +312,15 @@ SessionEntry read_session(Problems& problems, Names& names, const Value& table, 
 ConfigChanges read_config_changes(Problems& problems, const Value& table, const std::string& path) {
     Fields fields(problems, table, path);
     ConfigChanges changes;
-    for (const std::string_view key : CONFIG_NUMBER_KEYS) {
-        if (const auto number = fields.integer(key, -2147483648LL, 4294967295LL)) {
-            changes.emplace_back(key, fmt::format("{}", *number));
+    for (const ConfigKey& key : config_keys) {
+        if (key.number == nullptr) {
+            if (const auto logs_path = fields.text(key.name)) {
+                check_logs_paths(fields, key.name, fmt::format("{}={}\n", key.name, *logs_path));
+                changes.emplace_back(key.name, *logs_path);
+            }
+        } else if (const auto number = fields.integer(key.name, -2147483648LL, 4294967295LL)) {
+            changes.emplace_back(key.name, fmt::format("{}", *number));
         }
-    }
-    if (const auto logs_path = fields.text(CONFIG_LOGS_PATH_KEY)) {
-        check_logs_paths(fields, CONFIG_LOGS_PATH_KEY, fmt::format("{}={}", CONFIG_LOGS_PATH_KEY, *logs_path));
-        changes.emplace_back(CONFIG_LOGS_PATH_KEY, *logs_path);
     }
     fields.finish();
     return changes;
@@ -328,7 +329,7 @@ ConfigChanges read_config_changes(Problems& problems, const Value& table, const 
 void check_logs_paths(Fields& fields, std::string_view key, std::string_view text) {
     for (const std::string& path : logs_paths_of(text)) {
         if (!is_simulated_logs_path(path)) {
-            fields.complain(key, fmt::format("an ostrel_logs_path within {}", DEFAULT_LOGS_PATH));
+            fields.complain(key, fmt::format("an ostrel_logs_path within {}", DEFAULT_LOG_DIR));
         }
     }
 }

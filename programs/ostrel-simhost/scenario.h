@@ -24,7 +24,7 @@
 #include <string_view>
 #include <vector>
 
-#include "config_values.h"
+#include "config_file.h"
 #include "fields.h"
 #include "simhost/host.h"
 

@@ -205,6 +205,15 @@ std::vector<TargetRow> Site::rows(const simhost::Host& host, const ConfigValues&
     return rows;
 }
 
+simhost::HostOptions host_options(const Scenario& scenario) {
+    simhost::HostOptions options;
+    options.start_time = scenario.start_time;
+    options.login_seconds = scenario.login_seconds;
+    options.claim_seconds = scenario.claim_seconds;
+    options.discovery_seconds = scenario.discovery_seconds;
+    return options;
+}
+
 int balanced_paths(const simhost::Host& host) {
     std::size_t count = 0;
     for (const simhost::TargetView& target : host.targets()) {

@@ -47,6 +47,9 @@ private:
     std::map<std::string, std::string> group_scoped_names_;  // IQN to name
 };
 
+// A host as the scenario describes it, on the instant clock.
+simhost::HostOptions host_options(const Scenario& scenario);
+
 // All paths of the volumes that the path-selection plug-in reports as supported, standby ones too: the number that the
 // connection manager compares with its limit.
 int balanced_paths(const simhost::Host& host);

@@ -12,10 +12,6 @@ namespace program {
 
 namespace {
 
-bool is_balanced_kind(const TargetRow& row) {
-    return !row.static_mode && row.supported;
-}
-
 // A group-scoped target is balanced by its sessions alone; of its paths only those to the arrays that serve it
 // actively are active.
 bool is_satisfied(const TargetRow& row) {
@@ -110,7 +106,7 @@ void add_pass_reasons(const RunOutcome& outcome, Verdict& verdict) {
 void add_target_reasons(const RunOutcome& outcome, Verdict& verdict) {
     std::vector<std::pair<std::string, std::vector<const TargetRow*>>> causes;
     for (const TargetRow& row : outcome.rows) {
-        if (!is_balanced_kind(row) || is_satisfied(row)) {
+        if (!row.is_balanced() || is_satisfied(row)) {
             continue;
         }
         const std::string cause = cause_of(row, outcome);
@@ -159,7 +155,7 @@ void add_notes(const RunOutcome& outcome, Verdict& verdict) {
     note("unsupported array, not balanced",
          names_of([](const TargetRow& row) { return !row.static_mode && !row.supported; }));
     note("NICs are up that carry no path, they are not counted", names_of([&](const TargetRow& row) {
-             return is_balanced_kind(row) && outcome.last_pass.config.vmknic_count == 0 && row.nics < row.nics_up;
+             return row.is_balanced() && outcome.last_pass.config.vmknic_count == 0 && row.nics < row.nics_up;
          }));
     note("dead paths remain", names_of([](const TargetRow& row) { return row.dead_paths > 0; }));
     if (outcome.last_pass.config.worker_stop != 0) {
@@ -178,7 +174,7 @@ void find_worst_spread(const RunOutcome& outcome, Verdict& verdict) {
                 most = std::max(most, row.per_address[i]);
             }
         }
-        if (is_balanced_kind(row) && most > 0 &&
+        if (row.is_balanced() && most > 0 &&
             (verdict.worst_spread_target.empty() || most - least > verdict.worst_spread)) {
             verdict.worst_spread = most - least;
             verdict.worst_spread_target = row.name;

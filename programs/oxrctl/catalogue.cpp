@@ -7,6 +7,7 @@
 
 #include <toml++/toml.h>
 
+#include "configuration/config_text.h"
 #include "oxrctl/message_format.h"
 
 namespace oxrctl {
@@ -38,11 +39,28 @@ std::string text_of(const toml::table& table, std::string_view key) {
     return table[key].value_or(std::string());
 }
 
-std::vector<std::string> texts_of(const toml::table& table, std::string_view level) {
+// The line about the values in force is composed of the table of the keys.
+std::string format_of(const toml::node& text) {
+    std::string format = text.value_or(std::string());
+    if (format != "VALUES") {
+        return format;
+    }
+    char line[CONFIG_LINE_SIZE];
+    compose_config_line(line, nullptr);
+    return line;
+}
+
+// A text, or NAME = TEXT.
+std::vector<std::string> texts_of(const toml::table& table, std::string_view level, Catalogue& result) {
     std::vector<std::string> texts;
     if (const toml::array* const list = table[level].as_array()) {
         for (const toml::node& text : *list) {
-            texts.push_back(text.value_or(std::string()));
+            if (const toml::table* const named = text.as_table()) {
+                texts.push_back(format_of(named->begin()->second));
+                result.named.emplace(named->begin()->first.str(), texts.back());
+            } else {
+                texts.push_back(format_of(text));
+            }
         }
     }
     return texts;
@@ -57,12 +75,12 @@ void for_each_table(const toml::table& parent, std::string_view key, Visit visit
     }
 }
 
-void add_messages(std::vector<MessageEntry>& messages, const std::string& subject, const toml::table& message) {
+void add_messages(Catalogue& result, const std::string& subject, const toml::table& message) {
     for (const char* const level : {"ERROR", "WARN", "INFO", "DEBUG"}) {
-        std::vector<std::string> texts = texts_of(message, level);
+        std::vector<std::string> texts = texts_of(message, level, result);
         if (!texts.empty()) {
-            messages.push_back({subject, level, std::move(texts), squeezed(text_of(message, "meaning")),
-                                squeezed(text_of(message, "action"))});
+            result.messages.push_back({subject, level, std::move(texts), squeezed(text_of(message, "meaning")),
+                                       squeezed(text_of(message, "action"))});
         }
     }
 }
@@ -71,9 +89,8 @@ Catalogue read_catalogue() {
     const toml::table parsed = toml::parse(std::string_view(catalogue_text), std::string_view("catalogue.toml"));
     Catalogue result;
     for_each_table(parsed, "subject", [&](const toml::table& subject) {
-        for_each_table(subject, "message", [&](const toml::table& message) {
-            add_messages(result.messages, text_of(subject, "name"), message);
-        });
+        for_each_table(subject, "message",
+                       [&](const toml::table& message) { add_messages(result, text_of(subject, "name"), message); });
     });
     for_each_table(parsed, "code", [&](const toml::table& code) {
         result.codes.push_back({text_of(code, "kind"), code["code"].value_or(-1), text_of(code, "name"),

@@ -2,6 +2,7 @@
 // the program carries in itself and docs/operations.md is made from too.
 #pragma once
 
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,6 +30,7 @@ struct CodeEntry {
 struct Catalogue {
     std::vector<MessageEntry> messages;
     std::vector<CodeEntry> codes;
+    std::map<std::string, std::string> named;  // formats of the messages that have a name
 };
 
 // The catalogue; read once, lives as long as the program.

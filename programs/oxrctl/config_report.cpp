@@ -17,6 +17,7 @@
 #include "configuration/config_text.h"
 #include "configuration/logs_path_rule.h"
 #include "oxrctl/text.h"
+#include "shared/config_file.h"
 
 namespace oxrctl {
 
@@ -24,20 +25,7 @@ namespace {
 
 constexpr off_t LARGEST_FILE_BYTES = 1 << 20;
 
-// The keys as the canonical file has them.
-constexpr std::string_view KEYS[] = {"interval",        "min_vol_sessions",    "max_vol_sessions", "vol_sessions",
-                                     "min_pe_sessions", "max_pe_sessions",     "log_level",        "vmknic_count",
-                                     "worker_stop",     "use_ostrel_timeouts", LOGS_PATH_KEY};
-
-std::string trimmed(std::string_view text) {
-    while (!text.empty() && oxr::is_blank(text.front())) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && oxr::is_blank(text.back())) {
-        text.remove_suffix(1);
-    }
-    return std::string(text);
-}
+using shared::trimmed;
 
 void refuse_what_is_no_file(const std::string& file) {
     struct stat status {};
@@ -86,10 +74,8 @@ std::string range_text(const ConfigKey& key) {
 class Collector final : public ConfigObserver {
 public:
     explicit Collector(ConfigReport& report, bool converting) : report_(report), converting_(converting) {
-        for (const std::string_view key : KEYS) {
-            ConfigReport::Value value;
-            value.key = key;
-            report.values.push_back(std::move(value));
+        for (const ConfigKey& key : config_keys) {
+            report.values.emplace_back().key = key.name;
         }
     }
 
@@ -100,9 +86,8 @@ public:
 
     void value_read(const ConfigKey& key, std::uint32_t found, std::uint32_t used, bool accepted) override {
         ConfigReport::Value& value = enter(key.name);
-        value.corrected = !accepted || trimmed(value.in_file) != std::to_string(used);
-        const bool given_up =
-            converting_ && (key.field == &ConfigValues::interval || key.field == &ConfigValues::vmknic_count);
+        value.corrected = trimmed(value.in_file) != std::to_string(used);
+        const bool given_up = converting_ && !key.in_old_format;
         if (given_up) {
             value.why = "given up with the old format; the default";
         } else if (accepted) {
@@ -172,12 +157,15 @@ private:
     }
 
     std::string why_unknown(std::string_view name) const {
-        const std::string plain = trimmed(name);
-        if (find_config_key(plain) != nullptr || plain == LOGS_PATH_KEY) {
+        const std::string_view plain = trimmed(name);
+        if (find_config_key(plain) != nullptr) {
             return name.front() != plain.front() ? "the key must begin the line"
                                                  : fmt::format("no blanks between the key and \"{}\"", delimiter());
         }
-        const std::string near = nearest(plain, KEYS);
+        std::vector<std::string_view> keys;
+        std::transform(std::begin(config_keys), std::end(config_keys), std::back_inserter(keys),
+                       [](const ConfigKey& key) { return key.name; });
+        const std::string near = nearest(plain, keys);
         return near.empty() ? "unknown key" : fmt::format("unknown key; did you mean {}?", near);
     }
 
@@ -238,8 +226,7 @@ void judge_logs_path(const std::vector<std::string>& lines, ConfigValues& values
 
 void enter_values(const ConfigValues& values, ConfigReport& report) {
     for (ConfigReport::Value& entry : report.values) {
-        const ConfigKey* const key = find_config_key(entry.key);
-        entry.in_force = key != nullptr ? std::to_string(values.*key->field) : values.ostrel_logs_path;
+        entry.in_force = shared::value_text(*find_config_key(entry.key), values);
         if (entry.lines.empty() && entry.why.empty()) {
             entry.why = "the default";
         }

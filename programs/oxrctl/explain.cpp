@@ -12,6 +12,7 @@
 #include "oxrctl/catalogue.h"
 #include "oxrctl/commands.h"
 #include "oxrctl/explain_text.h"
+#include "shared/log_line.h"
 
 namespace oxrctl {
 
@@ -44,31 +45,10 @@ struct LoggedText {
     bool is_of_log = false;
 };
 
-// "populate_oxr_sessions:129"
-bool is_place(std::string_view word) {
-    const std::size_t colon = word.find(':');
-    return colon != std::string_view::npos && colon > 0 && colon + 1 < word.size() &&
-           word.find_first_not_of("0123456789", colon + 1) == std::string_view::npos;
-}
-
-std::string level_in(std::string_view prefix) {
-    for (const std::string level : {"ERROR", "WARN", "INFO", "DEBUG"}) {
-        if (prefix.find(level + ": ") != std::string_view::npos) {
-            return level;
-        }
-    }
-    return "";
-}
-
 LoggedText logged_text(const std::string& asked) {
-    constexpr std::string_view separator = " : ";
-    for (std::size_t at = asked.find(separator); at != std::string::npos; at = asked.find(separator, at + 1)) {
-        const std::string_view prefix = std::string_view(asked).substr(0, at);
-        if (is_place(prefix.substr(prefix.find_last_of(' ') + 1))) {
-            return {level_in(prefix), asked.substr(at + separator.size()), true};
-        }
-    }
-    return {"", asked, false};
+    shared::LogLine line;
+    return shared::parse_log_line_end(asked, line) ? LoggedText{std::string(line.level), std::string(line.text), true}
+                                                   : LoggedText{"", asked, false};
 }
 
 // --- codes -------------------------------------------------------------------------------------------------

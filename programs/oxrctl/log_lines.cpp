@@ -6,7 +6,6 @@
 
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <fstream>
 
@@ -39,21 +38,6 @@ LogFile read_log_file(const std::string& name) {
     return file;
 }
 
-// Cuts off what stands before `separator`; false when it isn't there.
-bool cut(std::string_view& rest, std::string_view separator, std::string_view& part) {
-    const std::size_t at = rest.find(separator);
-    if (at == std::string_view::npos) {
-        return false;
-    }
-    part = rest.substr(0, at);
-    rest.remove_prefix(at + separator.size());
-    return true;
-}
-
-bool is_level(std::string_view word) {
-    return word == "ERROR" || word == "WARN" || word == "INFO" || word == "DEBUG";
-}
-
 }  // namespace
 
 std::vector<LogFile> read_log_files(const std::string& file) {
@@ -69,19 +53,6 @@ std::vector<LogFile> read_log_files(const std::string& file) {
         throw Refusal(fmt::format("{}: {}", file, files.back().problem));
     }
     return files;
-}
-
-bool parse_log_line(std::string_view line, LogLine& parsed) {
-    std::string_view rest = line;
-    std::string_view number;
-    // The time has colons of its own, but no blank behind them.
-    if (!cut(rest, ": ", parsed.time) || !cut(rest, ": ", parsed.level) || !is_level(parsed.level) ||
-        !cut(rest, ": ", parsed.module) || !cut(rest, ":", parsed.function) || !cut(rest, " : ", number)) {
-        return false;
-    }
-    const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), parsed.source_line);
-    parsed.text = rest;
-    return error == std::errc() && end == number.data() + number.size();
 }
 
 std::string plain_time(std::string_view logged) {

@@ -3,13 +3,17 @@
 #include <algorithm>
 #include <charconv>
 
+#include "configuration/config_keys.h"
+#include "oxrctl/catalogue.h"
 #include "oxrctl/message_format.h"
+#include "shared/log_line.h"
 
 namespace oxrctl {
 
 namespace {
 
 using Arguments = std::vector<std::string_view>;
+using shared::LogLine;
 
 int number(std::string_view text) {
     int value = TargetStory::unknown;
@@ -26,7 +30,7 @@ public:
 private:
     struct Rule {
         std::string_view function;
-        std::string_view format;
+        const char* message;  // its name in the catalogue
         void (Reader::*meaning)(const LogLine&, const Arguments&);
     };
     static const Rule rules[];
@@ -93,65 +97,39 @@ private:
 
 // The messages that the story is read from.
 const Reader::Rule Reader::rules[] = {
-    {"do_work",
-     "interval = %d, vol_sessions = %d, min_vol_sessions = %d, max_vol_sessions = %d worker_stop = %d log_level = %d "
-     "vmknic_count = %d, min_pe_sessions = %d, max_pe_sessions = %d, use_ostrel_timeouts = %d, logs_path = %s.",
-     &Reader::values},
-    {"do_work", "worker_stop = %d continue to sleep.", &Reader::held_off},
-    {"do_work", "renewal connections(iscsi digest) in progress continue to sleep", &Reader::held_off_by_renewal},
-    {"do_work", "About to sleep for interval = %d seconds", &Reader::sleeping},
-    {"sigusr1_handler", "Polling thread exiting. Thread id = %lld", &Reader::stopped},
+    {"do_work", "values", &Reader::values},
+    {"do_work", "held_off", &Reader::held_off},
+    {"do_work", "held_off_by_renewal", &Reader::held_off_by_renewal},
+    {"do_work", "sleeping", &Reader::sleeping},
+    {"sigusr1_handler", "stopped", &Reader::stopped},
 
-    {"handle_ostrel_connections", "found %d Ostrel volumes, total_vol_paths = %d", &Reader::pass_begins},
-    {"handle_ostrel_connections", "populate_Oxr_Luns returned rc = %d", &Reader::pass_failed},
-    {"handle_ostrel_connections",
-     "Total number of paths = %d. MAX_PATHS_LIMIT = %d. Will not be creating any additional sessions.",
-     &Reader::path_limit},
-    {"get_all_system_sessions", "total number of system sessions = %d", &Reader::host_sessions},
+    {"handle_ostrel_connections", "pass_begins", &Reader::pass_begins},
+    {"handle_ostrel_connections", "pass_failed", &Reader::pass_failed},
+    {"handle_ostrel_connections", "path_limit", &Reader::path_limit},
+    {"get_all_system_sessions", "host_sessions", &Reader::host_sessions},
 
-    {"handle_ostrel_connections",
-     "vol-%d: device_eui=%s target_iqn=%s num_nic=%d num_memberArray=%d group_mode=%d mode_changed=%d isVvolPE=%d "
-     "total_current_paths=%d total_required_paths=%d",
-     &Reader::volume},
-    {"handle_ostrel_connections", "vol-%d: device_eui=%s target_iqn=%s isVvolPE=%d total_current_paths=%d",
-     &Reader::volume_behind_target},
-    {"handle_ostrel_connections",
-     "vol-%d: device_eui = %s target_iqn = %s group_mode = %d mode_changed = %d STATIC(MANUAL) MODE",
-     &Reader::static_volume},
-    {"handle_group_scoped_target_connections",
-     "Group scoped target-%d: %s, group_mode=%d, mode_changed=%d, num_adapters=%d num_luns=%d, total_active_paths=%d, "
-     "total_dead_paths=%d",
-     &Reader::group_scoped_target},
-    {"handle_group_scoped_target_connections",
-     "Group scoped target - %d: %s group_mode = %d mode_changed = %d STATIC(MANUAL) MODE",
-     &Reader::static_group_scoped_target},
-    {"handle_group_scoped_target_connections",
-     "num_nic=%d, num_active_array=%d, num_total_array_in_group=%d, total_required_paths = %d",
-     &Reader::required_of_target},
-    {"handle_num_sessions",
-     "number of sessions required = %d, number of dynamic(automatic) sessions = %d, total current sessions = %dnumber "
-     "of login pending sessions = %d",
-     &Reader::sessions_of_target},
-    {"handle_num_sessions", "total system sessions = %d. Max sessions which can be created are %d but required are %d",
-     &Reader::cut_short},
-    {"handle_num_sessions", "Creating %d sessions for this volume - %s", &Reader::adding},
-    {"handle_num_sessions", "add_isid_sessions was able to create %d out of requested %d sessions",
-     &Reader::added_less},
-    {"handle_num_sessions", "failed while adding sessions", &Reader::added_none},
-    {"handle_num_sessions", "Removing %d sessions for this volume - %s.", &Reader::removing},
-    {"handle_num_sessions", "remove_isid_sessions was able to delete %d out of requested %d sessions",
-     &Reader::removed_less},
-    {"handle_num_sessions", "failed while removing sessions", &Reader::removed_none},
+    {"handle_ostrel_connections", "volume", &Reader::volume},
+    {"handle_ostrel_connections", "volume_behind_target", &Reader::volume_behind_target},
+    {"handle_ostrel_connections", "static_volume", &Reader::static_volume},
+    {"handle_group_scoped_target_connections", "group_scoped_target", &Reader::group_scoped_target},
+    {"handle_group_scoped_target_connections", "static_group_scoped_target", &Reader::static_group_scoped_target},
+    {"handle_group_scoped_target_connections", "required_of_target", &Reader::required_of_target},
+    {"handle_num_sessions", "sessions_of_target", &Reader::sessions_of_target},
+    {"handle_num_sessions", "cut_short", &Reader::cut_short},
+    {"handle_num_sessions", "adding", &Reader::adding},
+    {"handle_num_sessions", "added_less", &Reader::added_less},
+    {"handle_num_sessions", "added_none", &Reader::added_none},
+    {"handle_num_sessions", "removing", &Reader::removing},
+    {"handle_num_sessions", "removed_less", &Reader::removed_less},
+    {"handle_num_sessions", "removed_none", &Reader::removed_none},
 
-    {"handle_ostrel_connections", "populate_oxr_sessions returned %d", &Reader::not_read},
-    {"handle_group_scoped_target_connections",
-     "populate_oxr_sessions returned %d for group scoped target target_iqn = %s", &Reader::not_read},
-    {"remove_all_dynamic_sessions_but_two", "successfully removed session with isid %s and iqn %s",
-     &Reader::removed_for_switch},
+    {"handle_ostrel_connections", "volume_not_read", &Reader::not_read},
+    {"handle_group_scoped_target_connections", "target_not_read", &Reader::not_read},
+    {"remove_all_dynamic_sessions_but_two", "removed_for_switch", &Reader::removed_for_switch},
 
-    {"OstrelHandleRenewIscsiConnections", "target array size is %d", &Reader::renewal_begins},
-    {"renew_iscsi_connections", "Initial active path count to target %s is %d", &Reader::renewal_target},
-    {"OstrelHandleRenewIscsiConnections", "returning oxd status %d", &Reader::renewal_ends},
+    {"OstrelHandleRenewIscsiConnections", "renewal_begins", &Reader::renewal_begins},
+    {"renew_iscsi_connections", "renewal_target", &Reader::renewal_target},
+    {"OstrelHandleRenewIscsiConnections", "renewal_ends", &Reader::renewal_ends},
 };
 
 void Reader::take(const LogLine& line) {
@@ -165,7 +143,7 @@ void Reader::take(const LogLine& line) {
         return;
     }
     for (const Rule& rule : rules) {
-        if (rule.function == line.function && match(rule.format, line.text, arguments_)) {
+        if (rule.function == line.function && match(catalogue().named.at(rule.message), line.text, arguments_)) {
             (this->*rule.meaning)(line, arguments_);
             return;
         }
@@ -173,13 +151,11 @@ void Reader::take(const LogLine& line) {
 }
 
 void Reader::values(const LogLine& line, const Arguments& arguments) {
-    static constexpr const char* keys[] = {
-        "interval",     "vol_sessions",    "min_vol_sessions", "max_vol_sessions",    "worker_stop",     "log_level",
-        "vmknic_count", "min_pe_sessions", "max_pe_sessions",  "use_ostrel_timeouts", "ostrel_logs_path"};
     leave_pass();
-    story_.values.clear();
-    for (std::size_t i = 0; i < std::size(keys); ++i) {
-        story_.values.emplace_back(keys[i], arguments[i]);
+    story_.values.resize(arguments.size());
+    for (const ConfigKey& key : config_keys) {
+        const auto place = static_cast<std::size_t>(key.logged.place);
+        story_.values[place] = {std::string(key.name), std::string(arguments[place])};
     }
     worker(Story::Worker::in_pass, line);
 }
@@ -382,7 +358,7 @@ Story read_story(const std::vector<LogFile>& files) {
         while (!rest.empty()) {
             const std::string_view line = rest.substr(0, rest.find('\n'));
             rest.remove_prefix(std::min(line.size() + 1, rest.size()));
-            if (parse_log_line(line, parsed)) {
+            if (shared::parse_log_line(line, parsed)) {
                 reader.take(parsed);
             } else if (!line.empty()) {
                 ++unreadable;

@@ -23,11 +23,11 @@ std::string_view end_word(PlanPhase::End end) {
 }
 
 Json of_target(const PlanTarget& target) {
-    return {{"name", target.name},           {"group_scoped", target.group_scoped},
-            {"mode", target.mode},           {"supported", target.supported},
-            {"volumes", target.volumes},     {"required", target.required},
-            {"sessions", target.sessions},   {"active_paths", target.active_paths},
-            {"short_by", target.short_by()}, {"sessions_by_address", target.by_address}};
+    return {{"name", target.name},         {"group_scoped", target.group_scoped},
+            {"mode", target.mode},         {"supported", target.supported},
+            {"volumes", target.volumes},   {"required", target.required},
+            {"sessions", target.sessions}, {"active_paths", target.active_paths},
+            {"short_by", target.short_by}, {"sessions_by_address", target.by_address}};
 }
 
 Json of_phase(const PlanPhase& phase) {

@@ -82,9 +82,9 @@ std::vector<CutShort> cut_short(const Plan& plan) {
     std::vector<CutShort> all;
     for (const PlanTarget* target : plan.short_targets()) {
         auto alike =
-            std::find_if(all.begin(), all.end(), [&](const CutShort& each) { return each.by == target->short_by(); });
+            std::find_if(all.begin(), all.end(), [&](const CutShort& each) { return each.by == target->short_by; });
         if (alike == all.end()) {
-            alike = all.insert(all.end(), {target->short_by(), {}});
+            alike = all.insert(all.end(), {target->short_by, {}});
         }
         alike->names.push_back(target->name);
     }

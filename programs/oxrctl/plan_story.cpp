@@ -14,8 +14,8 @@ PlanTarget target_of(const Json& object) {
     target.supported = object.at("supported");
     target.volumes = object.at("volumes");
     target.required = object.at("required");
-    target.sessions =
-        object.at("dynamic").get<int>() + object.at("static").get<int>() + object.at("pending").get<int>();
+    target.sessions = object.at("sessions");
+    target.short_by = object.at("short_by");
     target.active_paths = object.at("active_paths");
     for (const auto& [ip, count] : object.at("sessions_by_address").items()) {
         target.by_address[ip] = count;
@@ -34,15 +34,6 @@ std::vector<std::string> addresses_of(const Json& targets) {
         }
     }
     return addresses;
-}
-
-bool changed_something(const Json& pass) {
-    for (const char* const count : {"added", "removed", "dead_paths_deleted", "static_targets_removed"}) {
-        if (pass.at(count).get<int>() > 0) {
-            return true;
-        }
-    }
-    return !pass.at("rescanned").empty() || !pass.at("dead_path_deletion").empty() || !pass.at("rediscovered").empty();
 }
 
 PlanPhase::End end_of(const PlanPhase& phase) {
@@ -67,7 +58,7 @@ bool PlanTarget::same_state(const PlanTarget& other) const {
 std::vector<const PlanTarget*> Plan::short_targets() const {
     std::vector<const PlanTarget*> found;
     for (const PlanTarget& target : targets) {
-        if (target.short_by() > 0) {
+        if (target.short_by > 0) {
             found.push_back(&target);
         }
     }
@@ -125,7 +116,7 @@ void PlanReader::pass(const Json& object) {
     ++plan_.passes;
     ++phase.all_passes;
     phase.skipped_passes += object.at("skipped").get<bool>() ? 1 : 0;
-    phase.last_changed = changed_something(object);
+    phase.last_changed = object.at("changed");
     if (phase.last_changed) {
         phase.passes = phase.all_passes;
         phase.seconds = object.at("ended").get<double>() - phase.began;

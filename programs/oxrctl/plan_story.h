@@ -18,11 +18,10 @@ struct PlanTarget {
     int volumes = 1;
     int required = 0;
     int sessions = 0;
+    int short_by = 0;  // sessions that it lacks
     int active_paths = 0;
     std::map<std::string, int> by_address;  // sessions on each local address of the target's adapters
 
-    bool is_balanced() const { return mode == "dynamic" && supported; }
-    int short_by() const { return is_balanced() && sessions < required ? required - sessions : 0; }
     bool same_state(const PlanTarget& other) const;  // everything but the name
 };
 

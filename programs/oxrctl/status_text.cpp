@@ -7,13 +7,12 @@
 #include "oxrctl/status_story.h"
 #include "oxrctl/text.h"
 #include "shared/name_list.h"
+#include "simhost/limits.h"
 
 namespace oxrctl {
 
 namespace {
 
-constexpr int MOST_HOST_SESSIONS = 2040;
-constexpr int MOST_HOST_PATHS = 2048;
 constexpr std::size_t MOST_CHANGES = 10;
 constexpr std::size_t MOST_TROUBLES = 15;
 
@@ -86,7 +85,7 @@ std::string head_text(const Story& story, const Versions& versions) {
                                             versions.psp.empty() ? "-" : versions.psp)});
     rows.add({"host", fmt::format("{} {}, {} of {} sessions, {} of {} paths", number_or_dash(story.volumes),
                                   story.volumes == 1 ? "volume" : "volumes", number_or_dash(story.sessions),
-                                  MOST_HOST_SESSIONS, number_or_dash(story.paths), MOST_HOST_PATHS)});
+                                  simhost::MAX_SESSIONS, number_or_dash(story.paths), simhost::MAX_PATHS)});
     if (story.unreadable_lines > 0) {
         rows.add({"", fmt::format("{} not of a message", count_of(story.unreadable_lines, "line", "lines"))});
     }
@@ -225,7 +224,7 @@ std::string story_text(const std::vector<LogFile>& files, const Story& story, co
         text += "\nSessions added and removed, the latest pass first:\n" + changes_text(story);
     }
     if (story.path_limit) {
-        text += fmt::format("\nThe host has {} paths or more: nothing is balanced.\n", MOST_HOST_PATHS);
+        text += fmt::format("\nThe host has {} paths or more: nothing is balanced.\n", simhost::MAX_PATHS);
     }
     const std::string since = story.last_good_pass.empty() ? "in this log" : "since the last good pass";
     text += story.trouble.empty() ? "\nNo warnings or errors " + since + ".\n"

@@ -24,7 +24,7 @@ CMPIObjectPath* new_name_path(const CMPIBroker* broker, const char* class_name, 
 
 // --- answers: each returns one object; what the broker can't make or take is left out ------------------------
 
-void return_setting(const AssociationRequest& request, const SettingEntry& setting) {
+void return_setting(const AssociationRequest& request, const char*, const SettingEntry& setting) {
     CMPIInstance* const instance =
         oxr::new_instance(request.broker, new_setting_path(request.broker, setting), request.properties, filterKeys);
     oxr::set_text(instance, "name", setting.name);
@@ -34,17 +34,17 @@ void return_setting(const AssociationRequest& request, const SettingEntry& setti
     (void)oxr::return_instance(request.result, instance);
 }
 
-void return_service(const AssociationRequest& request, const ServiceInfo& info) {
+void return_service(const AssociationRequest& request, const char*, const ServiceInfo& info) {
     OXR_INFO_IN(request.operation, "oxrName = %s", info.name);
     (void)oxr::return_instance(request.result,
                                new_service_instance(request.broker, info, info.version, request.properties));
 }
 
-void return_setting_path(const AssociationRequest& request, const SettingEntry& setting) {
+void return_setting_path(const AssociationRequest& request, const char*, const SettingEntry& setting) {
     (void)oxr::return_path(request.result, new_setting_path(request.broker, setting));
 }
 
-void return_service_path(const AssociationRequest& request, const ServiceInfo& info) {
+void return_service_path(const AssociationRequest& request, const char*, const ServiceInfo& info) {
     (void)oxr::return_path(request.result, new_service_path(request.broker, info));
 }
 
@@ -59,6 +59,17 @@ void return_association_path(const AssociationRequest& request, const char* serv
     const CMPIObjectPath* const service = new_name_path(request.broker, SERVICE_CLASS, service_name);
     const CMPIObjectPath* const setting = new_name_path(request.broker, SETTING_CLASS, setting_name);
     (void)oxr::return_path(request.result, new_association_path(request.broker, service, setting));
+}
+
+// The pair of the source and what was found.
+template <auto return_pair>
+void return_with_setting(const AssociationRequest& request, const char* source_name, const SettingEntry& setting) {
+    return_pair(request, source_name, setting.name);
+}
+
+template <auto return_pair>
+void return_with_service(const AssociationRequest& request, const char* source_name, const ServiceInfo& info) {
+    return_pair(request, info.name, source_name);
 }
 
 // --- the procedure ------------------------------------------------------------------------------------------
@@ -77,42 +88,32 @@ constexpr Operation associators = {
     .malformed_service = malformed_service_key_value,
     .malformed_setting = malformed_setting_key_value,
     .passes_filters = passes_associator_filters,
-    .answer_with_setting = [](const AssociationRequest& request, const char*,
-                              const SettingEntry& setting) { return_setting(request, setting); },
-    .answer_with_service = [](const AssociationRequest& request, const char*,
-                              const ServiceInfo& info) { return_service(request, info); },
+    .answer_with_setting = return_setting,
+    .answer_with_service = return_service,
 };
 
 constexpr Operation associator_names = {
     .malformed_service = malformed_service_key,
     .malformed_setting = malformed_setting_key,
     .passes_filters = passes_associator_filters,
-    .answer_with_setting = [](const AssociationRequest& request, const char*,
-                              const SettingEntry& setting) { return_setting_path(request, setting); },
-    .answer_with_service = [](const AssociationRequest& request, const char*,
-                              const ServiceInfo& info) { return_service_path(request, info); },
+    .answer_with_setting = return_setting_path,
+    .answer_with_service = return_service_path,
 };
 
 constexpr Operation references = {
     .malformed_service = malformed_service_key_value,
     .malformed_setting = malformed_setting_key,
     .passes_filters = passes_reference_filters,
-    .answer_with_setting = [](const AssociationRequest& request, const char* source_name,
-                              const SettingEntry& setting) { return_association(request, source_name, setting.name); },
-    .answer_with_service = [](const AssociationRequest& request, const char* source_name,
-                              const ServiceInfo& info) { return_association(request, info.name, source_name); },
+    .answer_with_setting = return_with_setting<return_association>,
+    .answer_with_service = return_with_service<return_association>,
 };
 
 constexpr Operation reference_names = {
     .malformed_service = malformed_service_key,
     .malformed_setting = malformed_setting_key,
     .passes_filters = passes_reference_name_filters,
-    .answer_with_setting =
-        [](const AssociationRequest& request, const char* source_name, const SettingEntry& setting) {
-            return_association_path(request, source_name, setting.name);
-        },
-    .answer_with_service = [](const AssociationRequest& request, const char* source_name,
-                              const ServiceInfo& info) { return_association_path(request, info.name, source_name); },
+    .answer_with_setting = return_with_setting<return_association_path>,
+    .answer_with_service = return_with_service<return_association_path>,
 };
 
 CMPIStatus answer_with_settings(const Operation& operation, const AssociationRequest& request,

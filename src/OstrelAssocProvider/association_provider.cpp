@@ -3,8 +3,7 @@
 
 #include "OstrelAssocProvider/association_class.h"
 #include "OstrelProvider/log.h"
-#include "OstrelProvider/provider_users.h"
-#include "common/cmpi_unsupported.h"
+#include "OstrelProvider/provider_tables.h"
 
 namespace {
 
@@ -15,36 +14,15 @@ void OstrelAssocProviderInit() {
     OXR_INFO("OstrelAssocProviderInit:  Initializing the OSTREL AssocProvider.");
 }
 
-// The cleanups of the two interfaces.
-CMPIStatus OstrelAssocProviderCleanup(CMPIInstanceMI*, const CMPIContext*, CMPIBoolean) {
-    give_back(ProviderMi::association_instance);
-    return CMReturn(CMPI_RC_OK);
-}
-
-CMPIStatus OstrelAssocProviderCleanup(CMPIAssociationMI*, const CMPIContext*, CMPIBoolean) {
-    give_back(ProviderMi::association);
-    return CMReturn(CMPI_RC_OK);
-}
-
-constexpr CMPIInstanceMIFT instance_table = {
-    .ftVersion = CMPIVersion200,
-    .miVersion = CMPIVersion200,
-    .miName = "instanceOstrelAssocProvider",
-    .cleanup = OstrelAssocProviderCleanup,
-    .enumerateInstanceNames = OstrelAssocProviderEnumInstanceNames,
-    .enumerateInstances = OstrelAssocProviderEnumInstances,
-    .getInstance = OstrelAssocProviderGetInstance,
-    .createInstance = oxr::create_instance_not_supported,
-    .modifyInstance = oxr::modify_instance_not_supported,
-    .deleteInstance = oxr::delete_instance_not_supported,
-    .execQuery = oxr::exec_query_not_supported,
-};
+constexpr CMPIInstanceMIFT instance_table = make_instance_table(
+    "instanceOstrelAssocProvider", give_back_only<ProviderMi::association_instance>,
+    OstrelAssocProviderEnumInstanceNames, OstrelAssocProviderEnumInstances, OstrelAssocProviderGetInstance);
 
 constexpr CMPIAssociationMIFT association_table = {
     .ftVersion = CMPIVersion200,
     .miVersion = CMPIVersion200,
     .miName = "associationOstrelAssocProvider",
-    .cleanup = OstrelAssocProviderCleanup,
+    .cleanup = give_back_only<ProviderMi::association>,
     .associators = OstrelAssocProviderAssociators,
     .associatorNames = OstrelAssocProviderAssociatorNames,
     .references = OstrelAssocProviderReferences,

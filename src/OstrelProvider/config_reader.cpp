@@ -20,7 +20,7 @@ public:
             OXR_WARN_IN(reading, "Invalid value - %s = %d in oxr.conf.Changing to default value of %d.", key.warned_as,
                         static_cast<int>(found), static_cast<int>(used));
         }
-        if (key.field == &ConfigValues::vmknic_count) {
+        if (key.number == &ConfigValues::vmknic_count) {
             OXR_INFO_IN(reading, "vmknic count read from oxr.conf file = %u", used);
         }
     }

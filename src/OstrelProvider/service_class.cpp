@@ -6,12 +6,11 @@
 #include <string_view>
 
 #include "OstrelProvider/log.h"
-#include "OstrelProvider/provider_users.h"
+#include "OstrelProvider/provider_tables.h"
 #include "OstrelProvider/service.h"
 #include "OstrelProvider/wait_debug.h"
 #include "common/blank.h"
 #include "common/cmpi_objects.h"
-#include "common/cmpi_unsupported.h"
 
 const ServiceInfo current_info = {
     .name = "OSTREL Connection Service",
@@ -108,19 +107,9 @@ CMPIStatus OstrelProviderInvokeMethod(CMPIMethodMI*, const CMPIContext*, const C
 
 // --- tables -----------------------------------------------------------------------------------------------
 
-constexpr CMPIInstanceMIFT instance_table = {
-    .ftVersion = CMPIVersion200,
-    .miVersion = CMPIVersion200,
-    .miName = "instanceOstrelProvider",
-    .cleanup = OstrelProviderCleanup,
-    .enumerateInstanceNames = OstrelProviderEnumInstanceNames,
-    .enumerateInstances = OstrelProviderEnumInstances,
-    .getInstance = OstrelProviderGetInstance,
-    .createInstance = oxr::create_instance_not_supported,
-    .modifyInstance = oxr::modify_instance_not_supported,
-    .deleteInstance = oxr::delete_instance_not_supported,
-    .execQuery = oxr::exec_query_not_supported,
-};
+constexpr CMPIInstanceMIFT instance_table =
+    make_instance_table("instanceOstrelProvider", OstrelProviderCleanup, OstrelProviderEnumInstanceNames,
+                        OstrelProviderEnumInstances, OstrelProviderGetInstance);
 
 constexpr CMPIMethodMIFT method_table = {
     .ftVersion = CMPIVersion200,

@@ -16,6 +16,7 @@
 #include "common/descriptor.h"
 #include "common/stop_point.h"
 #include "common/text.h"
+#include "configuration/config_text.h"
 #include "oxd_ima_utility/oid_cache.h"
 
 oxr::Mutex lock_file_mutex;
@@ -59,16 +60,9 @@ void read_configuration(ConfigValues& values) {
 }
 
 void log_configuration(const ConfigValues& values) {
-    OXR_INFO_IN(work,
-                "interval = %d, vol_sessions = %d, min_vol_sessions = %d, max_vol_sessions = %d worker_stop = %d "
-                "log_level = %d vmknic_count = %d, min_pe_sessions = %d, max_pe_sessions = %d, use_ostrel_timeouts = "
-                "%d, logs_path = %s.",
-                static_cast<int>(values.interval), static_cast<int>(values.vol_sessions),
-                static_cast<int>(values.min_vol_sessions), static_cast<int>(values.max_vol_sessions),
-                static_cast<int>(values.worker_stop), static_cast<int>(values.log_level),
-                static_cast<int>(values.vmknic_count), static_cast<int>(values.min_pe_sessions),
-                static_cast<int>(values.max_pe_sessions), static_cast<int>(values.use_ostrel_timeouts),
-                oxr::FieldText(values.ostrel_logs_path).c_str());
+    char config_line[CONFIG_LINE_SIZE];
+    compose_config_line(config_line, &values);
+    OXR_INFO_IN(work, "%s", config_line);
 }
 
 void run_pass_unless_held_off(const ConfigValues& values) {

@@ -2,45 +2,24 @@
 #include <atomic>
 
 #include "OstrelProvider/log.h"
-#include "OstrelProvider/provider_users.h"
+#include "OstrelProvider/provider_tables.h"
 #include "OstrelProviderSetting/setting_class.h"
 #include "OstrelProviderSetting/setting_methods.h"
-#include "common/cmpi_unsupported.h"
 
 namespace {
 
 // Set by the factories, always to the same broker.
 std::atomic<const CMPIBroker*> OstrelProviderSettingbroker{nullptr};
 
-CMPIStatus OstrelProviderSettingCleanup(CMPIInstanceMI*, const CMPIContext*, CMPIBoolean) {
-    give_back(ProviderMi::setting_instance);
-    return CMReturn(CMPI_RC_OK);
-}
-
-CMPIStatus OstrelProviderSettingMethodCleanup(CMPIMethodMI*, const CMPIContext*, CMPIBoolean) {
-    give_back(ProviderMi::setting_method);
-    return CMReturn(CMPI_RC_OK);
-}
-
-constexpr CMPIInstanceMIFT instance_table = {
-    .ftVersion = CMPIVersion200,
-    .miVersion = CMPIVersion200,
-    .miName = "instanceOstrelProviderSetting",
-    .cleanup = OstrelProviderSettingCleanup,
-    .enumerateInstanceNames = OstrelProviderSettingEnumInstanceNames,
-    .enumerateInstances = OstrelProviderSettingEnumInstances,
-    .getInstance = OstrelProviderSettingGetInstance,
-    .createInstance = oxr::create_instance_not_supported,
-    .modifyInstance = oxr::modify_instance_not_supported,
-    .deleteInstance = oxr::delete_instance_not_supported,
-    .execQuery = oxr::exec_query_not_supported,
-};
+constexpr CMPIInstanceMIFT instance_table = make_instance_table(
+    "instanceOstrelProviderSetting", give_back_only<ProviderMi::setting_instance>,
+    OstrelProviderSettingEnumInstanceNames, OstrelProviderSettingEnumInstances, OstrelProviderSettingGetInstance);
 
 constexpr CMPIMethodMIFT method_table = {
     .ftVersion = CMPIVersion200,
     .miVersion = CMPIVersion200,
     .miName = "methodOstrelProviderSetting",
-    .cleanup = OstrelProviderSettingMethodCleanup,
+    .cleanup = give_back_only<ProviderMi::setting_method>,
     .invokeMethod = OstrelProviderSettingInvokeMethod,
 };
 

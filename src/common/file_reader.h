@@ -10,6 +10,9 @@ namespace oxr {
 
 class FileReader {
 public:
+    // Of a longer line only so much is read.
+    static constexpr std::size_t line_capacity = 255;
+
     explicit FileReader(const char* path);
 
     bool opened() const { return file_.valid(); }
@@ -24,8 +27,6 @@ public:
     bool next_line(std::string_view& line);
 
 private:
-    static constexpr std::size_t line_capacity = 255;
-
     Descriptor file_;
     int error_ = 0;
     std::size_t at_ = 0;

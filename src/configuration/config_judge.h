@@ -2,30 +2,19 @@
 // rewritten. Reads, logs and writes nothing: that is up to the caller.
 #pragma once
 
+#include <bitset>
 #include <cstdint>
+#include <iterator>
 #include <string_view>
 
+#include "configuration/config_keys.h"
 #include "configuration/config_values.h"
-
-// A key with a numeric value. To add a key, add a row to the table (config_judge.cpp), a field to ConfigValues, and its
-// lines to the canonical file (config_text.cpp).
-struct ConfigKey {
-    std::string_view name;
-    std::string_view old_name;  // the second accepted spelling, or empty
-    std::uint32_t ConfigValues::*field;
-    std::uint32_t low;
-    std::uint32_t high;
-    const char* warned_as;  // its name in the warning about a value out of range; null: no warning
-    bool rewrites;          // whether a value out of range causes a rewrite
-};
-
-// The key of this name, in either spelling and any case, or null.
-const ConfigKey* find_config_key(std::string_view name);
 
 // Receives the findings in the order of validation. Override only what you need.
 class ConfigObserver {
 public:
-    // A key's line: the number in the line and the number that is used. They differ if it is not accepted.
+    // The line of a key with a number: the number in the line and the number that is used. They differ if it is not
+    // accepted.
     virtual void value_read(const ConfigKey& /*key*/, std::uint32_t /*found*/, std::uint32_t /*used*/,
                             bool /*accepted*/) {}
     // A line that is neither a comment nor a key of the file's format. `name` is the text before the delimiter, or the
@@ -63,10 +52,11 @@ public:
 
     // The logs path in them is the default: it has its own rule (logs_path_rule.h).
     const ConfigValues& values() const { return values_; }
-    bool has_logs_path() const { return has_logs_path_; }
+    bool has_logs_path() const { return has(*find_config_key(LOGS_PATH_KEY)); }
     bool wants_rewrite() const { return rewrite_; }
 
 private:
+    bool has(const ConfigKey& key) const { return seen_[static_cast<std::size_t>(&key - config_keys)]; }
     void take_value(const ConfigKey& key, std::uint32_t found);
     void take_line_without_delimiter(std::string_view line);
 
@@ -74,8 +64,7 @@ private:
     const bool converting_;
     bool rewrite_;
     ConfigValues values_;
-    bool has_use_ostrel_timeouts_ = false;
-    bool has_logs_path_ = false;
+    std::bitset<std::size(config_keys)> seen_;
     bool has_comment_ = false;
     bool has_key_ = false;
     bool has_old_key_ = false;  // in the other format

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "common/text.h"
+#include "configuration/config_keys.h"
 
 bool logs_path_value(std::string_view line, std::string_view& value) {
     constexpr std::size_t max_ignored_line = 18;

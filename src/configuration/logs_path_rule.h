@@ -6,13 +6,11 @@
 
 #include "common/file_reader.h"
 
-// A logs-path line begins with this key, in exactly this case, followed by "=".
-inline constexpr char LOGS_PATH_KEY[] = "ostrel_logs_path";
-
-// The longest folder whose log file name fits LOG_FILENAME_SIZE. A longer one counts as not found.
+// Longest directory whose log file name fits LOG_FILENAME_SIZE; a longer one counts as not found.
 inline constexpr std::size_t MAX_LOGS_PATH = 91;
 
-// The value of a logs-path line, as a part of `line`. False if it is not a logs-path line.
+// The value of a logs-path line, a part of `line`; false when the line is none. It begins with the key in exact case,
+// "=" directly behind it.
 bool logs_path_value(std::string_view line, std::string_view& value);
 
 // The value of the file's last logs-path line, cut like every line; empty if there is none.

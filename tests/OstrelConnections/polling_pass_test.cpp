@@ -12,7 +12,6 @@
 #include "oxd_ima_utility/oid_cache.h"
 #include "support/engine.h"
 #include "support/golden.h"
-#include "support/host_test.h"
 #include "support/log_lines.h"
 #include "support/site.h"
 

@@ -6,11 +6,9 @@
 
 #include "OstrelConnections/balancing/required_sessions.h"
 #include "OstrelConnections/balancing/session_list.h"
-#include "common/text.h"
 #include "lettered_target.h"
 #include "support/engine.h"
 #include "support/golden.h"
-#include "support/host_test.h"
 #include "support/site.h"
 
 using namespace testing_support;
@@ -152,39 +150,4 @@ TEST(SessionList, SortPutsLoggedInFirst) {
         }
         EXPECT_EQ(order, expected) << letters;
     }
-}
-
-TEST_F(HostTest, ActivePathsProtectSessionsOfTheirArrayAddress) {
-    log_level = 2;
-    const auto target = std::make_unique<OstrelPspGroupScopedTarget>();
-    const auto addrs = std::make_unique<OstrelPspIoctlGetTransportAddrsData>();
-    const std::string eui(OSTREL_EUI_SIZE, 'e');
-    oxr::copy_field(target->luns[0].device_eui, "unknown");
-    oxr::copy_field(target->luns[1].device_eui, eui);
-    target->num_luns = 2;
-    const struct {
-        std::string eui;
-        const char* address;
-        int is_active;
-    } paths[] = {{"other", "10.0.9.2", 1}, {eui, "10.0.9.1", 7}, {eui, "10.0.9.4", 1}};  // of two entries the first
-    for (const auto& each : paths) {
-        OstrelPspTransportAddrs& device = addrs->devices[addrs->num_devices++];
-        oxr::copy_field(device.device_eui, each.eui);
-        oxr::copy_field(device.paths[0].target_addr, each.address);
-        oxr::copy_field(device.paths[1].target_addr, "10.0.9.3");
-        device.paths[0].is_active = each.is_active;
-        device.num_paths = 2;
-    }
-    TargetDtls records[6];
-    const char* const remote[] = {"10.0.9.1", "10.0.9.2", "10.0.9.3", "10.0.9.4", "10.0.9.11", "10.0.9.1"};
-    for (int r = 0; r < 6; ++r) {
-        records[r] = make_record("r", "A", remote[r]);
-    }
-    exclude_active_array_sessions_from_remove(*target, *addrs, records, 5);
-    EXPECT_STREQ(records[0].current_local_ip, "");
-    EXPECT_STREQ(records[0].current_remote_ip, "");
-    for (int r = 1; r < 6; ++r) {
-        EXPECT_STREQ(records[r].current_remote_ip, remote[r]);  // the last is beyond the count
-    }
-    Golden("OstrelConnections", "protection").add_log(*host);
 }

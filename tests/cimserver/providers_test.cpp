@@ -1,6 +1,7 @@
 // The shipped library behind the broker: what clients get for good and for bad input.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <fstream>
 #include <functional>
@@ -13,6 +14,7 @@
 #include "configuration/config_values.h"
 #include "simhost/host.h"
 #include "support/cim.h"
+#include "support/log_lines.h"
 
 namespace {
 
@@ -73,6 +75,9 @@ protected:
         broker.reset();
         EXPECT_EQ(live_objects(), 0);
         EXPECT_FALSE(host.exists("/etc/ostrel/.lock"));
+        struct sigaction action {};
+        EXPECT_EQ(sigaction(SIGUSR1, nullptr, &action), 0);
+        EXPECT_EQ(action.sa_handler, SIG_DFL);  // put back with the last interface
     }
     std::uint64_t opens() const { return host.calls("open", CONFIG) + host.calls("fopen", CONFIG); }
 };
@@ -141,6 +146,7 @@ TEST_F(Providers, OperationsAnswerAndReadTheFileAsOftenAsTheyMust) {
         {[&] { return set_value(*broker, "interval", 59); },
          "4 SetValue parameter \"value\" for interval is out of range"},
         {[&] { return set_value(*broker, "interval", 60); }, "0 Succeeded!", reading + 1, 2},  // room first
+        {[&] { return get(SETTING, odd); }, "0 \n name=interval instanceId=interval value=60" + examined},
         {[&] { return broker->invoke_method(path_of(ASSOCIATION), "x", {}); }, "16 "},
         {[&] { return call("no such"); }, "0 "},
         {[&] { return call("startservice"); }, "0 "},
@@ -215,6 +221,8 @@ TEST_F(Providers, TheAssociationIsWalkedBothWaysThroughItsFilters) {
         EXPECT_EQ(broker->references(c.source, c.filter, {}).instances.size(), c.references) << what;
         EXPECT_EQ(broker->reference_names(c.source, c.filter).paths.size(), c.reference_names) << what;
     }
+    EXPECT_EQ(count_lines(host.log(), "WARN", "", "Key value is malformed."), 3);
+    EXPECT_EQ(count_lines(host.log(), "WARN", "", "Key is malformed."), 9);
 }
 
 TEST_F(Providers, MethodsOfASettingAnswerForEveryArgument) {

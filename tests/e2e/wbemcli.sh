@@ -10,7 +10,7 @@ work=$(mktemp -d)
 said=$work/said
 mkdir "$work/root"
 coproc HOST {
-    exec "$1" cim --library "$2" --root "$work/root" --speed 200 --cim 127.0.0.1:0 --events --json >"$said"
+    exec "$1" cim --library "$2" --root "$work/root" --speed 60 --cim 127.0.0.1:0 --events --json >"$said"
 }
 host_pid=$HOST_PID
 trap 'kill "$host_pid" 2>/dev/null; rm -rf "$work"' EXIT

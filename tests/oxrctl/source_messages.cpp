@@ -1,205 +1,112 @@
 #include "source_messages.h"
 
-#include <algorithm>
-#include <cctype>
+#include <gtest/gtest.h>
+
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <map>
 #include <regex>
-#include <sstream>
-#include <stdexcept>
+#include <vector>
+
+#include "configuration/config_text.h"
 
 namespace {
 
-const std::filesystem::path SOURCE = OXR_SOURCE_DIR "/src";
+using Names = std::map<std::string, std::string>;
 
-std::string content_of(const std::filesystem::path& path) {
-    std::ifstream file(path);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
+const std::string literal = R"re("(?:[^"\\]|\\.)*")re";
 
-bool is_name(char c) {
-    return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_';
-}
-
-// A string literal, its escapes undone, or a name; any other character stands alone.
-struct Token {
-    enum Kind { literal, name, sign } kind;
-    std::string text;
-};
-using Tokens = std::vector<Token>;
-
-// Reads the literal that begins at `at` and moves behind it.
-std::string read_quoted(const std::string& text, std::size_t& at) {
-    const char quote = text[at++];
-    std::string result;
-    for (; text.at(at) != quote; ++at) {
-        if (text[at] == '\\') {
-            ++at;
-            result += text.at(at) == 'n' ? '\n' : text[at];
-        } else {
-            result += text[at];
-        }
+template <typename Visit>
+void for_each_match(const std::string& text, const std::regex& pattern, Visit visit) {
+    for (std::sregex_iterator i(text.begin(), text.end(), pattern); i != std::sregex_iterator(); ++i) {
+        visit(*i);
     }
-    ++at;
+}
+
+// Literals that stand side by side, as one text.
+std::string joined(const std::string& literals) {
+    std::string result;
+    for_each_match(literals, std::regex(literal), [&result](const std::smatch& each) {
+        const std::string quoted = each.str();
+        for (std::size_t at = 1; at + 1 < quoted.size(); ++at) {
+            const bool escaped = quoted[at] == '\\';
+            at += escaped ? 1 : 0;
+            result += escaped && quoted[at] == 'n' ? '\n' : quoted[at];
+        }
+    });
     return result;
 }
 
-Token read_token(const std::string& text, std::size_t& at) {
-    if (text.at(at) == '"') {
-        return {Token::literal, read_quoted(text, at)};
+// Names that stand for a part of a format give way to it.
+std::string without_names(std::string text) {
+    std::vector<std::pair<std::string, std::string>> names;
+    for_each_match(text, std::regex(R"(#define (\w+) (".*%.*))"),
+                   [&names](const std::smatch& define) { names.emplace_back(define[1], define[2]); });
+    names.insert(names.end(), {{"PRId64", "\"ld\""}, {"PRIu64", "\"lu\""}});
+    for (const auto& [name, literals] : names) {
+        for (std::size_t at = text.find(name); at != std::string::npos; at = text.find(name, at + literals.size())) {
+            text.replace(at, name.size(), literals);
+        }
     }
-    if (text[at] == '\'') {
-        return {Token::sign, read_quoted(text, at)};
-    }
-    if (!is_name(text[at])) {
-        return {Token::sign, std::string(1, text[at++])};
-    }
-    const std::size_t begin = at;
-    while (is_name(text.at(at))) {
-        ++at;
-    }
-    return {Token::name, text.substr(begin, at - begin)};
+    return text;
 }
 
-// The arguments of the call whose parenthesis opens before `at`.
-std::vector<Tokens> read_arguments(const std::string& text, std::size_t at) {
-    std::vector<Tokens> arguments(1);
-    for (int depth = 0;;) {
-        const Token token = read_token(text, at);
-        const bool is_sign = token.kind == Token::sign;
-        if (is_sign && token.text == ")" && depth == 0) {
-            return arguments;
+// What a call with the format "%s" prints: literals, constants whose names begin like one of its arguments, or the
+// line about the values in force.
+std::vector<std::string> texts_of(const std::string& arguments, const Names& constants) {
+    std::vector<std::string> texts;
+    for_each_match(arguments, std::regex(literal + R"(|\w+)"), [&](const std::smatch& token) {
+        if (token.str() == "config_line") {
+            char line[CONFIG_LINE_SIZE];
+            compose_config_line(line, nullptr);
+            texts.emplace_back(line);
+        } else if (token.str().starts_with('"')) {
+            texts.push_back(joined(token.str()));
         }
-        if (is_sign && token.text == "," && depth == 0) {
-            arguments.emplace_back();
-        } else if (!is_sign || std::isspace(static_cast<unsigned char>(token.text[0])) == 0) {
-            arguments.back().push_back(token);
+        for (const auto& [name, text] : constants) {
+            if (name.starts_with(token.str())) {
+                texts.push_back(joined(text));
+            }
         }
-        if (is_sign) {
-            depth += token.text == "(" || token.text == "{" ? 1 : token.text == ")" || token.text == "}" ? -1 : 0;
-        }
-    }
+    });
+    EXPECT_FALSE(texts.empty()) << arguments;
+    return texts;
 }
-
-// One file, with the names that stand for texts in it.
-class SourceFile {
-public:
-    explicit SourceFile(const std::filesystem::path& path)
-        : text_(content_of(path)), name_(path.lexically_relative(SOURCE).string()) {
-        const std::regex define(R"(#define (\w+) (".*))");
-        for (std::sregex_iterator i(text_.begin(), text_.end(), define); i != std::sregex_iterator(); ++i) {
-            std::size_t at = 0;
-            const std::string line = (*i)[2].str() + "\n";
-            Tokens tokens;
-            while (line[at] != '\n') {
-                tokens.push_back(read_token(line, at));
-            }
-            std::erase_if(tokens, [](const Token& token) { return token.kind == Token::sign; });
-            macros_[(*i)[1]] = joined(tokens);
-        }
-        const std::regex constant(R"re(constexpr char (\w+)\[\] = ("[^\n]*");)re");
-        for (std::sregex_iterator i(text_.begin(), text_.end(), constant); i != std::sregex_iterator(); ++i) {
-            std::size_t at = 0;
-            constants_[(*i)[1]] = read_quoted((*i)[2].str(), at);
-        }
-    }
-
-    void add_messages(std::vector<SourceMessage>& messages) const {
-        const std::regex call(R"(\bOXR_(ERROR|WARN|INFO|DEBUG)(_IN|_OF)?\()");
-        for (std::sregex_iterator i(text_.begin(), text_.end(), call); i != std::sregex_iterator(); ++i) {
-            const auto begin = static_cast<std::size_t>(i->position());
-            const auto line = std::count(text_.begin(), text_.begin() + i->position(), '\n') + 1;
-            const std::string place = name_ + ":" + std::to_string(line);
-            std::vector<Tokens> arguments = read_arguments(text_, begin + static_cast<std::size_t>(i->length()));
-            if ((*i)[2].matched) {
-                arguments.erase(arguments.begin(), arguments.begin() + ((*i)[2] == "_OF" ? 2 : 1));
-            }
-            for (const std::string& format : formats_of(arguments, place)) {
-                messages.push_back({(*i)[1], format, place});
-            }
-        }
-    }
-
-private:
-    std::string joined(const Tokens& tokens) const {
-        std::string result;
-        for (const Token& token : tokens) {
-            const auto macro = macros_.find(token.text);
-            if (token.kind == Token::literal) {
-                result += token.text;
-            } else if (macro != macros_.end()) {
-                result += macro->second;
-            } else {
-                throw std::runtime_error(name_ + ": no text is known of " + token.text);
-            }
-        }
-        return result;
-    }
-
-    std::vector<std::string> formats_of(const std::vector<Tokens>& arguments, const std::string& place) const {
-        const std::string format = joined(arguments.at(0));
-        if (format != "%s") {
-            return {format};
-        }
-        std::vector<std::string> texts;
-        for (const Token& token : arguments.at(1)) {
-            if (token.kind == Token::literal) {
-                texts.push_back(token.text);
-            } else if (token.kind == Token::name) {
-                // A member that is set from one of several constants is named like the beginning of theirs.
-                for (const auto& [name, text] : constants_) {
-                    if (name.starts_with(token.text)) {
-                        texts.push_back(text);
-                    }
-                }
-            }
-        }
-        if (texts.empty()) {
-            throw std::runtime_error(place + ": no text is known of its %s");
-        }
-        return texts;
-    }
-
-    std::string text_;
-    std::string name_;
-    std::map<std::string, std::string> macros_ = {{"PRId64", "ld"}, {"PRIu64", "lu"}};
-    std::map<std::string, std::string> constants_;
-};
 
 }  // namespace
 
-std::vector<SourceMessage> source_messages() {
-    std::vector<SourceMessage> messages;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(SOURCE)) {
-        const std::string extension = entry.path().extension();
+std::string content_of(const std::string& path) {
+    std::ifstream file(std::string(OXR_SOURCE_DIR "/") + path);
+    EXPECT_TRUE(file) << path;
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::set<std::pair<std::string, std::string>> source_messages() {
+    std::set<std::pair<std::string, std::string>> messages;
+    const std::filesystem::path source = OXR_SOURCE_DIR;
+    const std::regex call(R"(OXR_(ERROR|WARN|INFO|DEBUG)(?:_IN\([^,]*,|_OF\([^,]*,[^,]*,|\()((?:[^;"]|)" + literal +
+                          R"()*?)\);)");
+    const std::regex format("((?:" + literal + R"(\s*)+)([^]*))");
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(source / "src")) {
         // The log's own header defines the calls.
-        if ((extension == ".cpp" || extension == ".h") && entry.path() != SOURCE / "OstrelProvider/log.h") {
-            SourceFile(entry.path()).add_messages(messages);
+        if (!entry.is_regular_file() || entry.path() == source / "src/OstrelProvider/log.h") {
+            continue;
         }
+        const std::string text = without_names(content_of(entry.path().lexically_relative(source)));
+        Names constants;
+        for_each_match(text, std::regex(R"(constexpr char (\w+)\[\] = (".*");)"),
+                       [&constants](const std::smatch& constant) { constants[constant[1]] = constant[2]; });
+        for_each_match(text, call, [&](const std::smatch& found) {
+            const std::string arguments = found[2];
+            std::smatch parts;
+            ASSERT_TRUE(std::regex_search(arguments, parts, format)) << entry.path() << arguments;
+            const std::string words = joined(parts[1]);
+            const auto texts = words == "%s" ? texts_of(parts[2], constants) : std::vector{words};
+            for (const std::string& each : texts) {
+                messages.emplace(found[1], each);
+            }
+        });
     }
     return messages;
-}
-
-std::map<int, std::string> source_codes(const std::string& header, const std::string& head, const std::string& prefix) {
-    std::string text = content_of(SOURCE / header);
-    text.erase(0, text.find(head));
-    text.erase(text.find("};"));
-    std::map<int, std::string> codes;
-    const std::regex enumerator("(" + prefix + R"(\w+) = (\d+))");
-    for (std::sregex_iterator i(text.begin(), text.end(), enumerator); i != std::sregex_iterator(); ++i) {
-        codes[std::stoi((*i)[2])] = (*i)[1];
-    }
-    return codes;
-}
-
-std::map<std::string, std::string> source_case_texts(const std::string& file) {
-    const std::string text = content_of(SOURCE / file);
-    std::map<std::string, std::string> texts;
-    const std::regex one_case(R"re((?:case (\w+)|default):[^\n]*\n\s*return "([^"]*)";)re");
-    for (std::sregex_iterator i(text.begin(), text.end(), one_case); i != std::sregex_iterator(); ++i) {
-        texts[(*i)[1].matched ? (*i)[1].str() : "default"] = (*i)[2];
-    }
-    return texts;
 }

@@ -212,7 +212,7 @@ TEST(Faults, FireAtTheCallTheyNameOnceOrFromThenOn) {
     EXPECT_EQ(open("/etc/ostrel/oxr.conf", O_WRONLY | O_CREAT, 0600), -1);
     EXPECT_EQ(errno, ENOSPC);
     host->count_allocations(true);
-    host->fail(fault("new", 2));
+    host->fail(failing("new", 2));
     const std::unique_ptr<int> first(new (std::nothrow) int);
     const std::unique_ptr<int> second(new (std::nothrow) int);
     host->count_allocations(false);

@@ -1,8 +1,7 @@
-// Drives the library on a host: cycle after cycle on one thread, or by its own worker.
+// Drives the library on a host by its service and its methods. The clock goes as far as the horizon; beyond it the
+// worker sleeps, and nothing runs but the caller.
 #pragma once
 
-#include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -18,36 +17,37 @@ struct RenewalCall {
 
 class Driver {
 public:
-    virtual ~Driver() = default;
+    Driver(Site& site, Dice& dice, Watch& watch);
+    ~Driver() { stop(); }
     Driver(const Driver&) = delete;
     Driver& operator=(const Driver&) = delete;
 
-    virtual void start() = 0;
-    virtual void stop() = 0;
-    virtual bool running() const = 0;
+    void start();
+    void stop();
+    bool running() const;
     // Lets cycles come and go until that moment.
-    virtual void run_until(double seconds) = 0;
-    // Runs to the end of so many cycles.
-    virtual void run_cycles(int count) = 0;
-    // To the end of a cycle that is under way.
-    virtual void finish_cycle() {}
+    void run_until(double seconds);
+    // To the end of a cycle that is under way, or of the next one.
+    void finish_cycle();
+    void run_cycle();
     // Stops somewhere inside one of the next passes; then nothing runs.
-    virtual void stop_in_pass() = 0;
+    void stop_in_pass();
     // The renewal method's OXD status. No cycle comes meanwhile.
-    virtual std::uint32_t renew(const RenewalCall& call) = 0;
+    std::uint32_t renew(const RenewalCall& call);
     // The method "setvalue".
     void set_value(const std::string& name, std::uint32_t value);
 
-protected:
-    Driver(Site& site, Dice& dice, Watch& watch) : host_(*site.host), dice_(dice), watch_(watch) {}
-    std::uint32_t call_renewal(const RenewalCall& call);
-
+private:
     simhost::Host& host_;
     Dice& dice_;
     Watch& watch_;
-};
+    double wakes_at_ = -1;      // the worker's sleep between two cycles ends; -1: it isn't in one
+    std::uint64_t cycles_ = 0;  // finished
+    int stop_at_change_ = 0;    // of the host's sessions or paths, so many from now; 0: at none
 
-std::unique_ptr<Driver> make_direct_driver(Site& site, Dice& dice, Watch& watch);
-std::unique_ptr<Driver> make_worker_driver(Site& site, Dice& dice, Watch& watch);
+    void note(const simhost::Event& event);
+    void run_on(double from);
+    void wait();
+};
 
 }  // namespace soak

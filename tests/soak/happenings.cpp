@@ -1,334 +1,284 @@
 #include "soak/happenings.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
-#include <cerrno>
+
+#include "simhost/operations.h"
 
 namespace soak {
 
-using simhost::GroupMode;
+using fmt::format;
 
 namespace {
 
-struct Chance {
-    Kind kind;
-    int weight;
-};
+// Those in this state, "GROUP/ARRAY".
+std::vector<std::string> arrays(const simhost::Host& host, bool up) {
+    std::vector<std::string> found;
+    for (const simhost::GroupView& group : host.groups()) {
+        for (const simhost::ArrayView& each : group.arrays) {
+            if (each.up == up) {
+                found.push_back(group.name + "/" + each.name);
+            }
+        }
+    }
+    return found;
+}
 
-constexpr Chance chances[] = {{nic_lost, 8},
-                              {nic_back, 9},
-                              {array_lost, 5},
-                              {array_back, 7},
-                              {array_added, 1},
-                              {group_added, 1},
-                              {volume_added, 3},
-                              {volume_removed, 2},
-                              {group_scoped_target_added, 1},
-                              {sessions_dropped, 12},
-                              {all_sessions_dropped, 3},
-                              {session_flaps, 8},
-                              {logins_fail, 3},
-                              {login_time_changed, 3},
-                              {discovery_fails, 2},
-                              {mode_switched, 6},
-                              {digest_setting_changed, 2},
-                              {file_edited, 6},
-                              {file_damaged, 4},
-                              {file_removed, 1},
-                              {worker_held_off, 2},
-                              {fault_set, 10}};
+std::vector<std::string> nics(const simhost::Host& host, bool up) {
+    std::vector<std::string> found;
+    for (const simhost::NicView& each : host.nics()) {
+        if (each.up == up) {
+            found.push_back(each.ip);
+        }
+    }
+    return found;
+}
 
-// Calls that are made to fail. Threads of the worker's own stop and start are not among them.
-const std::vector<std::string>& failing_operations() {
-    static const std::vector<std::string> all{"IMA_GetLhbaOidList",
-                                              "IMA_GetPhbaOidList",
-                                              "IMA_VMW_GetLhbaOidList",
-                                              "IMA_VMW_GetLhbaProperties",
-                                              "IMA_GetTargetOidList",
-                                              "IMA_GetTargetProperties",
-                                              "IMA_GetSessionOidList",
-                                              "IMA_GetSessionProperties",
-                                              "IMA_GetConnectionOidList",
-                                              "IMA_GetConnectionProperties",
-                                              "IMA_VMW_GetConnectionStatus",
-                                              "IMA_VMW_AddSession",
-                                              "IMA_VMW_RemoveSession",
-                                              "IMA_VMW_Rediscover",
-                                              "IMA_VMW_GetDiscoveryStatus",
-                                              "IMA_VMW_GetNicOidList",
-                                              "IMA_VMW_GetStaticDiscoveryTargetOidList",
-                                              "IMA_VMW_GetStaticDiscoveryTargetProperties",
-                                              "IMA_VMW_GetInitiatorAuthParms",
-                                              "IMA_RemoveStaticDiscoveryTarget",
-                                              "IMA_FreeMemory",
-                                              "psp.0",
-                                              "psp.1",
-                                              "psp.4",
-                                              "psp.3",
-                                              "psp.5",
-                                              "psp.6",
-                                              "psp.7",
-                                              "psp.open",
-                                              "psp.close",
-                                              "open",
-                                              "read",
-                                              "write",
-                                              "close",
-                                              "stat",
-                                              "access",
-                                              "unlink",
-                                              "new",
-                                              "pthread_create"};
+// One of them as the event's value; no event when there is none.
+std::string event_with_any(Dice& dice, const char* key, const std::vector<std::string>& of) {
+    return of.empty() ? "" : format("{} = \"{}\"", key, dice.pick(of));
+}
+
+// Calls that are made to fail. Those of the worker's own stop and start are not among them.
+std::vector<std::string> failing_operations() {
+    std::vector<std::string> all;
+    for (const simhost::Operation& each : simhost::OPERATIONS) {
+        if (each.name == "pthread_create" || !(each.name.starts_with("pthread_") || each.name == "sigaction")) {
+            all.emplace_back(each.name);
+        }
+    }
     return all;
 }
 
-constexpr int most_sites_parts = 6;  // groups, and group-scoped targets that are added
+std::string discovery(const std::string& adapter, int outcome) {
+    return format("discovery_outcome = {{ adapter = \"{}\", status = {} }}", adapter, outcome);
+}
+
+std::string switch_to(const std::string& group, const char* mode) {
+    return format("switch_mode = {{ group = \"{}\", mode = \"{}\" }}", group, mode);
+}
 
 }  // namespace
 
-void Happenings::later(double seconds, const char* name, std::function<void()> act) {
-    host().at(host().now() + seconds, name, [this, act = std::move(act), planned_in = round_](simhost::Host&) {
+const Happenings::Kind Happenings::kinds[] = {
+    {"mode switched in a pass", 0, [](Happenings& on) { return on.switch_mode(); }},
+    {"NIC lost", 8, [](Happenings& on) { return event_with_any(on.dice_, "nic_down", nics(on.host(), true)); }},
+    {"NIC back", 9, [](Happenings& on) { return event_with_any(on.dice_, "nic_up", nics(on.host(), false)); }},
+    {"array lost", 5, [](Happenings& on) { return event_with_any(on.dice_, "array_down", arrays(on.host(), true)); }},
+    {"array back", 7, [](Happenings& on) { return event_with_any(on.dice_, "array_up", arrays(on.host(), false)); }},
+    {"array added", 1,
+     [](Happenings& on) {
+         const simhost::GroupView group = on.dice_.pick(on.host().groups());
+         const std::size_t arrays = group.arrays.size();
+         return arrays == 4
+                    ? ""
+                    : format("add_array = {{ group = \"{}\", {} }}", group.name, array_keys(group.name, arrays + 1));
+     }},
+    {"volume added", 4,
+     [](Happenings& on) {
+         // Without sessions: the host logs in by itself.
+         const std::string group = on.dice_.pick(on.site_.scenario().groups).name;
+         return on.site_.has_room_for_volumes()
+                    ? "add_volumes = " + on.site_.new_volume(on.dice_, group, ", sessions = 0")
+                    : "";
+     }},
+    {"device added behind a group-scoped target", 1,
+     [](Happenings& on) {
+         const auto& targets = on.site_.scenario().group_scoped_targets;
+         if (targets.empty() || !on.site_.has_room_for_volumes()) {
+             return std::string();
+         }
+         const program::GroupScopedTargetEntry& behind = on.dice_.pick(targets);
+         // Several devices of a target hold up switches of its group: seldom more than one.
+         if (!on.host().target(behind.spec.iqn).devices.empty() && !on.dice_.one_in(8)) {
+             return std::string();
+         }
+         return "add_volumes = " + on.site_.new_device(on.dice_, behind.spec.group, behind.name);
+     }},
+    {"volume removed", 2,
+     [](Happenings& on) {
+         const auto volumes = on.site_.volumes();
+         return volumes.size() < 2 ? "" : event_with_any(on.dice_, "remove_volume", volumes);
+     }},
+    {"sessions dropped", 12, [](Happenings& on) { return on.drop(on.dice_.any(1, 3)); }},
+    {"all sessions dropped", 3, [](Happenings& on) { return on.drop(program::MOST_SESSIONS_PER_TARGET); }},
+    {"session flaps", 8, [](Happenings& on) { return on.flap(); }},
+    {"logins fail", 3,
+     [](Happenings& on) {
+         on.later(on.dice_.seconds(600), "fail_logins = false");
+         return std::string("fail_logins = true");
+     }},
+    {"login time changed", 3,
+     [](Happenings& on) { return format("login_seconds = {}", on.dice_.one_in(3) ? 0 : on.dice_.seconds(40)); }},
+    {"discovery fails", 2,
+     [](Happenings& on) {
+         const std::string adapter = on.dice_.pick(on.site_.scenario().adapters).name;
+         on.later(on.dice_.seconds(900), discovery(adapter, 2));
+         return discovery(adapter, on.dice_.any(0, 5));
+     }},
+    {"mode switched", 6, [](Happenings& on) { return on.switch_mode(); }},
+    {"digest setting changed", 2,
+     [](Happenings& on) {
+         return format("digests = {{ adapter = \"{}\", on = {} }}", on.dice_.pick(on.site_.scenario().adapters).name,
+                       on.dice_.one_in(2));
+     }},
+    {"file edited", 6, [](Happenings& on) { return on.operator_.edit(), std::string(); }},
+    {"file damaged", 4, [](Happenings& on) { return on.operator_.damage(), std::string(); }},
+    {"file removed", 1, [](Happenings& on) { return on.operator_.remove(), std::string(); }},
+    {"worker held off", 2,
+     [](Happenings& on) {
+         on.operator_.edit(true);
+         on.later(on.dice_.seconds(600), [&on] { on.operator_.edit(); });
+         return std::string();
+     }},
+    {"fault set", 10, [](Happenings& on) { return on.set_fault(); }},
+};
+
+void Happenings::later(double seconds, std::function<void()> act) {
+    host().at(host().now() + seconds, "something", [this, act = std::move(act), planned_in = round_](simhost::Host&) {
         if (planned_in == round_) {
             act();
         }
     });
 }
 
+void Happenings::later(double seconds, const std::string& event) {
+    later(seconds, [this, event] { site_.happen(event); });
+}
+
 void Happenings::plan(int count, double seconds) {
     for (int i = 0; i < count; ++i) {
-        later(dice_.seconds(seconds), "something", [this] { happen(); });
+        later(dice_.seconds(seconds), [this] { happen_any(); });
     }
 }
 
 void Happenings::in_pass() {
-    if (!dice_.one_in(6)) {
-        return;
-    }
-    const double moment = dice_.seconds(dice_.one_in(2) ? 2.5 : 12);
-    if (dice_.one_in(3)) {
-        later(moment, name_of(mode_switched_in_pass), [this] { happen(mode_switched_in_pass); });
-    } else {
-        later(moment, "something in a pass", [this] { happen(); });
+    if (dice_.one_in(6)) {
+        const double moment = dice_.seconds(dice_.one_in(2) ? 2.5 : 12);
+        const bool is_switch = dice_.one_in(3);
+        later(moment, [this, is_switch] { is_switch ? happen(kinds[0]) : happen_any(); });
     }
 }
 
-void Happenings::happen() {
+void Happenings::happen_any() {
     int total = 0;
-    for (const Chance& each : chances) {
+    for (const Kind& each : kinds) {
         total += each.weight;
     }
     int left = dice_.any(1, total);
-    for (const Chance& each : chances) {
+    for (const Kind& each : kinds) {
         left -= each.weight;
-        if (left <= 0) {
-            return happen(each.kind);
+        if (left <= 0 && each.weight > 0) {
+            return happen(each);
         }
     }
 }
 
-void Happenings::happen(Kind kind) {
-    ++tally_.happened[kind];
-    switch (kind) {
-        case nic_lost:
-            return lose_nic();
-        case nic_back:
-            return nic_returns();
-        case array_lost:
-            return lose_array();
-        case array_back:
-            return array_returns();
-        case array_added: {
-            Group& group =
-                site_.groups[static_cast<std::size_t>(dice_.any(0, static_cast<int>(site_.groups.size()) - 1))];
-            return group.num_arrays < 4 ? add_array(site_, group) : void();
-        }
-        case group_added:
-            return static_cast<int>(site_.groups.size()) < most_sites_parts ? add_group(site_, dice_) : void();
-        case volume_added:
-            return site_.volumes.size() < 250 ? void(add_volume(site_, dice_, dice_.pick(site_.groups))) : void();
-        case volume_removed:
-            return remove_volume();
-        case group_scoped_target_added:
-            return site_.next_group_scoped_target < most_sites_parts ? add_group_scoped_target(site_, dice_) : void();
-        case sessions_dropped:
-            return drop(false);
-        case all_sessions_dropped:
-            return drop(true);
-        case session_flaps:
-            return flap();
-        case logins_fail:
-            return fail_logins();
-        case login_time_changed:
-            return host().set_login_seconds(dice_.one_in(3) ? 0 : dice_.seconds(40));
-        case discovery_fails:
-            return fail_discovery();
-        case mode_switched:
-        case mode_switched_in_pass:
-            return switch_mode(dice_.pick(site_.groups));
-        case digest_setting_changed:
-            return host().set_digests(dice_.pick(site_.adapters).name, dice_.one_in(2));
-        case file_edited:
-            return operator_.edit();
-        case file_damaged:
-            return operator_.damage();
-        case file_removed:
-            return operator_.remove();
-        case worker_held_off:
-            return hold_off_worker();
-        case fault_set:
-            return set_fault();
-        default:
-            return;  // an act of the one who drives the library
+void Happenings::happen(const Kind& kind) {
+    ++tally_.of(kind.name);
+    if (const std::string event = kind.make(*this); !event.empty()) {
+        site_.happen(event);
     }
 }
 
-void Happenings::lose_nic() {
-    const std::string nic = dice_.pick(site_.all_nics());
-    site_.nics_down.insert(nic);
-    host().nic_down(nic);
-}
-
-void Happenings::nic_returns() {
-    if (!site_.nics_down.empty()) {
-        host().nic_up(*site_.nics_down.begin());
-        site_.nics_down.erase(site_.nics_down.begin());
-    }
-}
-
-void Happenings::lose_array() {
-    const Group& group = dice_.pick(site_.groups);
-    const std::string array = "a" + std::to_string(dice_.any(1, group.num_arrays));
-    site_.arrays_down.emplace(group.name, array);
-    host().array_down(group.name, array);
-}
-
-void Happenings::array_returns() {
-    if (!site_.arrays_down.empty()) {
-        host().array_up(site_.arrays_down.begin()->first, site_.arrays_down.begin()->second);
-        site_.arrays_down.erase(site_.arrays_down.begin());
-    }
-}
-
-void Happenings::drop(bool all) {
+std::string Happenings::drop(int most) {
     const auto targets = host().targets();
-    if (!targets.empty()) {
-        const std::string& iqn = dice_.pick(targets).iqn;
-        const int sessions = static_cast<int>(host().sessions(iqn).size());
-        host().drop_sessions(iqn, all ? sessions : dice_.any(1, 3));
-    }
+    return targets.empty()
+               ? ""
+               : format("drop_sessions = {{ target = \"{}\", count = {} }}", Site::name_of(dice_.pick(targets)), most);
 }
 
-// A session fails and comes back, or fails for good.
-void Happenings::flap() {
+// A session fails and comes back, or the newest ones of its target fail for good.
+std::string Happenings::flap() {
     const auto sessions = host().sessions();
     if (sessions.empty()) {
-        return;
+        return {};
     }
     const simhost::SessionView& session = dice_.pick(sessions);
-    const std::vector<std::uint32_t> states{simhost::XPT_WAIT, simhost::XPT_UP, simhost::IN_LOGIN, simhost::IN_LOGOUT,
-                                            simhost::CLEANUP_WAIT};
-    host().set_state(session.oid, dice_.pick(states));
-    flapping_.insert(session.oid);
+    const std::string name = Site::name_of(host().target(session.target_iqn));
+    const std::vector<const char*> states{"XPT_WAIT", "XPT_UP", "IN_LOGIN", "IN_LOGOUT", "CLEANUP_WAIT"};
+    flapping_.insert(name);
     const bool for_good = dice_.one_in(4);
-    later(dice_.seconds(200), "end of a flap", [this, oid = session.oid, for_good] { end_flap(oid, for_good); });
+    later(dice_.seconds(200), [this, name, for_good] { end_flap(name, for_good); });
+    return format("set_state = {{ target = \"{}\", local_ip = \"{}\", state = \"{}\" }}", name, session.local_ip,
+                  dice_.pick(states));
 }
 
-void Happenings::end_flap(std::uint64_t oid, bool for_good) {
-    flapping_.erase(oid);
-    const auto sessions = host().sessions();
-    const auto found =
-        std::find_if(sessions.begin(), sessions.end(), [&](const auto& each) { return each.oid == oid; });
-    if (found == sessions.end() || found->state == simhost::LOGGED_IN) {
-        return;
+// Sessions of a target log in again, unless it is for good or an array is lost that they may want: then the newest one
+// is lost.
+void Happenings::end_flap(const std::string& name, bool for_good) {
+    const auto targets = host().targets();
+    const bool exists =
+        std::any_of(targets.begin(), targets.end(), [&](const auto& each) { return Site::name_of(each) == name; });
+    const bool back = !for_good && arrays(host(), false).empty();
+    if (exists) {
+        site_.happen(back ? format("set_state = {{ target = \"{}\", state = \"LOGGED_IN\", count = {} }}", name,
+                                   program::MOST_SESSIONS_PER_TARGET)
+                          : format("drop_sessions = {{ target = \"{}\" }}", name));
     }
-    if (for_good || !site_.arrays_up(site_.group(host().target(found->target_iqn).group))) {
-        host().drop_session(oid);
-    } else {
-        host().set_state(oid, simhost::LOGGED_IN);
-    }
-}
-
-void Happenings::remove_volume() {
-    if (site_.volumes.size() > 1) {
-        const auto at = site_.volumes.begin() + dice_.any(0, static_cast<int>(site_.volumes.size()) - 1);
-        host().remove_volume(*at);
-        site_.volumes.erase(at);
+    if (back || !exists) {
+        flapping_.erase(name);
     }
 }
 
-void Happenings::fail_logins() {
-    host().fail_logins(true);
-    later(dice_.seconds(600), "logins work", [this] { host().fail_logins(false); });
+std::string Happenings::switch_mode() {
+    const simhost::GroupView group = dice_.pick(host().groups());
+    const bool is_static = group.mode == simhost::GroupMode::static_discovery;
+    return switch_to(group.name, is_static ? "dynamic" : "static");
 }
 
-void Happenings::fail_discovery() {
-    const std::string adapter = dice_.pick(site_.adapters).name;
-    host().set_discovery_outcome(adapter, static_cast<std::uint32_t>(dice_.any(0, 5)));
-    later(dice_.seconds(900), "discovery works", [this, adapter] { host().set_discovery_outcome(adapter, 2); });
-}
-
-void Happenings::switch_mode(const Group& of) {
-    Group& group = site_.group(of.name);
-    group.mode = group.mode == GroupMode::static_discovery ? GroupMode::dynamic_discovery : GroupMode::static_discovery;
-    host().switch_mode(group.name, group.mode);
-}
-
-void Happenings::hold_off_worker() {
-    operator_.edit(true);
-    later(dice_.seconds(600), "worker let go", [this] { operator_.edit(); });
-}
-
-void Happenings::set_fault() {
-    simhost::Fault fault;
-    fault.operation = dice_.pick(failing_operations());
-    fault.nth = static_cast<std::uint64_t>(dice_.one_in(2) ? dice_.any(1, 5) : dice_.any(1, 150));
-    fault.persistent = dice_.one_in(4);
-    if (fault.operation.starts_with("psp.") && !dice_.one_in(2)) {
-        fault.status = static_cast<std::uint32_t>(dice_.any(1, 7));
-    } else if (!fault.operation.starts_with("IMA_")) {
-        const std::vector<int> errors{EIO, ENOSPC, EACCES, EAGAIN};
-        fault.error = dice_.pick(errors);
+std::string Happenings::set_fault() {
+    static const std::vector<std::string> operations = failing_operations();
+    const std::string operation = dice_.pick(operations);
+    const bool persistent = dice_.one_in(4);
+    std::string how;
+    if (operation.starts_with("psp.") && !dice_.one_in(2)) {
+        how = format(", status = {}", dice_.any(1, 7));
+    } else if (operation == "write" && dice_.one_in(2)) {
+        how = format(", short_by = {}", dice_.any(1, 60));
+    } else if (!operation.starts_with("IMA_")) {
+        const std::vector<const char*> errors{"EIO", "ENOSPC", "EACCES", "EAGAIN"};
+        how = format(", errno = \"{}\"", dice_.pick(errors));
     }
-    if (fault.operation == "write" && dice_.one_in(2)) {
-        fault.short_by = static_cast<std::size_t>(dice_.any(1, 60));
-        fault.error = 0;
+    if (persistent) {
+        later(dice_.seconds(400), "clear_faults = true");
     }
-    host().fail(fault);
-    if (fault.persistent) {
-        later(dice_.seconds(400), "calls work", [this] { host().clear_faults(); });
-    }
+    return format("fault = {{ operation = \"{}\", nth = {}, persistent = {}{} }}", operation,
+                  dice_.one_in(2) ? dice_.any(1, 5) : dice_.any(1, 150), persistent, how);
 }
 
 void Happenings::end() {
     ++round_;
-    host().clear_faults();
-    host().fail_logins(false);
-    host().set_login_seconds(site_.login_seconds);
-    for (const Adapter& each : site_.adapters) {
-        host().set_discovery_outcome(each.name, 2);
+    site_.happen("clear_faults = true");
+    site_.happen("fail_logins = false");
+    site_.happen(format("login_seconds = {}", site_.scenario().login_seconds));
+    for (const program::AdapterEntry& each : site_.scenario().adapters) {
+        site_.happen(discovery(each.name, 2));
     }
     // Every group has an array; some parts stay lost.
     const bool all = !dice_.one_in(4);
-    for (int n = static_cast<int>(site_.nics_down.size()); n > 0 && (all || dice_.one_in(2)); --n) {
-        nic_returns();
-    }
-    while (!site_.arrays_down.empty()) {
-        array_returns();
-    }
-    // A switch that came back in mid-pass can have cost static target entries: the administrator's script once more.
-    for (const Group& each : site_.groups) {
-        if (each.mode == GroupMode::static_discovery) {
-            host().switch_mode(each.name, each.mode);
+    for (const std::string& ip : nics(host(), false)) {
+        if (all || dice_.one_in(2)) {
+            site_.happen(format("nic_up = \"{}\"", ip));
         }
     }
-    while (!flapping_.empty()) {
-        end_flap(*flapping_.begin(), dice_.one_in(2));
+    for (const std::string& array : arrays(host(), false)) {
+        site_.happen(format("array_up = \"{}\"", array));
     }
-}
-
-double Happenings::recovery_seconds() const {
-    constexpr double longest_login = 40;  // that a session was begun with
-    constexpr double relogin = 15;
-    return 2 * relogin + longest_login + site_.login_seconds + site_.claim_seconds + 5;
+    // A switch that came back in mid-pass can have cost static target entries: the administrator's script once more.
+    for (const simhost::GroupView& each : host().groups()) {
+        if (each.mode == simhost::GroupMode::static_discovery) {
+            site_.happen(switch_to(each.name, "static"));
+        }
+    }
+    const std::set<std::string> flapping = flapping_;
+    for (const std::string& name : flapping) {
+        if (dice_.one_in(2)) {
+            end_flap(name, true);
+        }
+        end_flap(name, false);
+    }
 }
 
 }  // namespace soak

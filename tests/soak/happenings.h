@@ -1,11 +1,12 @@
 // What happens to a host by itself, through its operators and arrays, and through failing calls.
 #pragma once
 
-#include <cstdint>
 #include <functional>
 #include <set>
+#include <string>
 
 #include "soak/operator.h"
+#include "soak/site.h"
 #include "soak/tally.h"
 
 namespace soak {
@@ -22,35 +23,32 @@ public:
     // Calls no longer fail, logins and discovery work again, sessions in odd states are gone, and most of what
     // was lost is back.
     void end();
-    // The time that the host then needs by itself: logging in, and claiming the paths.
-    double recovery_seconds() const;
 
 private:
     Site& site_;
     Dice& dice_;
     Operator& operator_;
     Tally& tally_;
-    int round_ = 0;                     // what was planned in an earlier one doesn't happen
-    std::set<std::uint64_t> flapping_;  // sessions set to an odd state
+    int round_ = 0;                   // what was planned in an earlier one doesn't happen
+    std::set<std::string> flapping_;  // targets of which sessions were set to an odd state
 
-    simhost::Host& host() { return *site_.host; }
-    void happen();
-    void happen(Kind kind);
-    void later(double seconds, const char* name, std::function<void()> act);
-    void switch_mode(const Group& of);
+    struct Kind {
+        const char* name;
+        int weight;
+        std::string (*make)(Happenings& on);  // the event; empty: nothing, or it was carried out already
+    };
+    static const Kind kinds[];
 
-    void lose_nic();
-    void nic_returns();
-    void lose_array();
-    void array_returns();
-    void drop(bool all);
-    void flap();
-    void end_flap(std::uint64_t oid, bool for_good);
-    void remove_volume();
-    void fail_logins();
-    void fail_discovery();
-    void hold_off_worker();
-    void set_fault();
+    simhost::Host& host() { return site_.host(); }
+    void happen(const Kind& kind);
+    void happen_any();
+    void later(double seconds, std::function<void()> act);
+    void later(double seconds, const std::string& event);
+    std::string switch_mode();
+    std::string drop(int most);
+    std::string flap();
+    std::string set_fault();
+    void end_flap(const std::string& target, bool for_good);
 };
 
 }  // namespace soak

@@ -4,13 +4,12 @@
 #include <vector>
 
 #include "common/text.h"
+#include "configuration/config_keys.h"
 #include "configuration/config_text.h"
 
 namespace soak {
 
 namespace {
-
-constexpr char datastore_logs[] = "/vmfs/volumes/datastore/logs";
 
 std::string text_of(const ConfigValues& values) {
     char text[CONFIG_TEXT_SIZE];
@@ -19,10 +18,8 @@ std::string text_of(const ConfigValues& values) {
 
 // Whether the file has every key once, and so all that a reader needs.
 bool is_whole(const std::string& text) {
-    for (const char* key :
-         {"interval", "min_vol_sessions", "max_vol_sessions", "vol_sessions", "min_pe_sessions", "max_pe_sessions",
-          "log_level", "vmknic_count", "worker_stop", "use_ostrel_timeouts", "ostrel_logs_path"}) {
-        const std::string line = "\n" + std::string(key) + "=";
+    for (const ConfigKey& key : config_keys) {
+        const std::string line = "\n" + std::string(key.name) + "=";
         const std::size_t found = text.find(line);
         if (found == std::string::npos || text.find(line, found + 1) != std::string::npos) {
             return false;
@@ -43,21 +40,21 @@ ConfigValues Operator::any_values() {
     const std::vector<std::uint32_t> intervals{60, 60, 120, 120, 120, 300, 900};
     values.interval = dice_.pick(intervals);
     values.min_vol_sessions = static_cast<std::uint32_t>(dice_.any(2, 5));
-    values.max_vol_sessions = static_cast<std::uint32_t>(site_.large ? dice_.any(8, 12) : dice_.any(6, 16));
+    values.max_vol_sessions = static_cast<std::uint32_t>(site_.large() ? dice_.any(8, 12) : dice_.any(6, 16));
     if (dice_.one_in(3)) {
         values.vol_sessions = static_cast<std::uint32_t>(
             dice_.any(static_cast<int>(values.min_vol_sessions), static_cast<int>(values.max_vol_sessions)));
     }
     // More than a large site's host can have.
-    if (site_.large && dice_.one_in(2)) {
+    if (site_.large() && dice_.one_in(2)) {
         values.vol_sessions = values.max_vol_sessions;
     }
     values.min_pe_sessions = static_cast<std::uint32_t>(dice_.any(4, 8));
     values.max_pe_sessions = static_cast<std::uint32_t>(dice_.any(6, 24));
     values.vmknic_count = dice_.one_in(5) ? static_cast<std::uint32_t>(dice_.any(1, 6)) : 0;
     values.log_level = dice_.one_in(8) ? 2 : 1;
-    if (dice_.one_in(5)) {
-        oxr::copy_text(values.ostrel_logs_path, datastore_logs);
+    if (site_.has_deep_logs() && dice_.one_in(3)) {
+        oxr::copy_text(values.ostrel_logs_path, DEEP_LOGS);
     }
     return values;
 }
@@ -65,64 +62,55 @@ ConfigValues Operator::any_values() {
 void Operator::write(const std::string& text) {
     edited_.clear();
     read_ = false;
-    site_.host->write_file(OSTREL_CONFIG_FILE, text);
+    site_.happen("write_config_file = " + quoted(text));
 }
 
-void Operator::edit(const ConfigValues& values) {
+void Operator::edit(bool hold_off_worker) {
+    ConfigValues values = any_values();
+    values.worker_stop = hold_off_worker ? 1 : 0;
     const std::string text = "# by hand\n" + text_of(values);
     write(text);
     edited_ = text;
     values_ = values;
 }
 
-void Operator::edit(bool hold_off_worker) {
-    ConfigValues values = any_values();
-    values.worker_stop = hold_off_worker ? 1 : 0;
-    edit(values);
-}
-
 void Operator::damage() {
     const std::string text = "# by hand\n" + text_of(any_values());
+    // Cut off ahead of the logs path, a part of which wouldn't be a path of this host.
     const auto part = [&] {
-        return text.substr(0, static_cast<std::size_t>(dice_.any(0, static_cast<int>(text.size()))));
+        const auto most = static_cast<int>(text.find("ostrel_logs_path="));
+        return text.substr(0, static_cast<std::size_t>(dice_.any(0, most)));
     };
-    switch (dice_.any(1, 9)) {
-        case 1:
-            return write(part());
-        case 2:
-            return write(without_line(text, "use_ostrel_timeouts"));
-        case 3:
-            return write(text + "interval=" + std::to_string(dice_.any(-5, 59)) + "\n");
-        case 4:
-            return write(text + "min_vol_sessions=30\nvol_sessions=77\nlog_level=9\n");
-        case 5:
-            return write("interval:300\nvol_sessions:4\nvmknic_count:2\n");
-        case 6:
-            return write("");
-        case 7:
-            return write(part() + std::string("\0\xff\x80=\n=\n", 7) + std::string(600, 'x') + "=4\n" + text);
-        case 8:
-            return write(text + "max_vol_sessions=\nostrel_logs_path=/nowhere\n");
-        default:
-            return write(without_line(without_line(text, "ostrel_logs_path"), "interval"));
-    }
+    const std::string texts[] = {
+        part(),
+        without_line(text, "use_ostrel_timeouts"),
+        text + "interval=" + std::to_string(dice_.any(-5, 59)) + "\n",
+        text + "min_vol_sessions=30\nvol_sessions=77\nlog_level=9\n",
+        "interval:300\nvol_sessions:4\nvmknic_count:2\n",
+        "",
+        part() + "\x01\xc2\x80=\n=\n" + std::string(600, 'x') + "=4\n" + text,
+        text + "max_vol_sessions=\nostrel_logs_path=/var/log/ostrel/absent\n",
+        without_line(without_line(text, "ostrel_logs_path"), "interval"),
+    };
+    write(texts[dice_.any(0, static_cast<int>(std::size(texts)) - 1)]);
 }
 
 void Operator::remove() {
     edited_.clear();
-    site_.host->remove_file(OSTREL_CONFIG_FILE);
+    site_.happen("remove_config = true");
 }
 
 std::string Operator::look(bool disturbed) const {
-    const std::string text = site_.host->read_file(OSTREL_CONFIG_FILE);
-    if (!edited_.empty() && !site_.host->exists(OSTREL_CONFIG_FILE)) {
+    const std::string text = site_.host().read_file(OSTREL_CONFIG_FILE);
+    const bool exists = site_.host().exists(OSTREL_CONFIG_FILE);
+    if (!edited_.empty() && !exists) {
         return "oxr.conf is gone";
     }
     if (!edited_.empty()) {
         return text == edited_ ? "" : "a valid edit of oxr.conf is lost";
     }
     // An absent file is made at service start only.
-    if (!read_ || disturbed || !site_.host->exists(OSTREL_CONFIG_FILE) || is_whole(text)) {
+    if (!read_ || disturbed || !exists || is_whole(text)) {
         return "";
     }
     // An empty file is left alone, one of the old format until the next start.

@@ -15,7 +15,6 @@ public:
 
     // Values that are all in range, with the operator's own comment.
     void edit(bool hold_off_worker = false);
-    void edit(const ConfigValues& values);
     // Anything else: bad values, missing keys, the old format, noise, an empty file.
     void damage();
     void remove();

@@ -1,7 +1,9 @@
 #include "soak/season.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
-#include <memory>
+#include <optional>
 #include <set>
 
 #include "OstrelConnections/psp/psp_client.h"
@@ -17,15 +19,12 @@ namespace soak {
 namespace {
 
 constexpr int passes_to_settle = 3;
+constexpr int passes_looked_at = 8;  // after events have ended
 
 class Season {
 public:
     Season(std::uint64_t seed, const SeasonOptions& options, Tally& tally)
-        : dice_(seed), tally_(tally), site_(make_site(dice_)), watch_(site_, operator_, tally) {
-        for (const char* each : hazards) {
-            host().allow(each);
-        }
-        host().write_file("/vmfs/volumes/datastore/logs/oxr.log", "");
+        : dice_(seed), tally_(tally), site_(dice_), watch_(site_, operator_, tally) {
         host().observe([this](const simhost::Event& event) {
             if (event.kind == simhost::Event::Kind::pass_begun) {
                 operator_.was_read();
@@ -35,11 +34,11 @@ public:
             }
         });
         if (options.trace) {
-            trace_ = std::make_unique<Trace>(host());
+            trace(host());
         }
         prepare_library();
-        driver_ = seed % 4 == 3 ? make_worker_driver(site_, dice_, watch_) : make_direct_driver(site_, dice_, watch_);
-        passes_ = static_cast<std::uint64_t>(site_.large ? options.passes / 4 : options.passes);
+        driver_.emplace(site_, dice_, watch_);
+        passes_ = static_cast<std::uint64_t>(site_.large() ? options.passes / 4 : options.passes);
     }
 
     void live() {
@@ -52,15 +51,21 @@ public:
         driver_->stop();
         watch_.look();
         tally_.seconds = host().now();
-        tally_.faults = host().faults_injected();
-        tally_.added = host().calls("IMA_VMW_AddSession");
-        tally_.removed = host().calls("IMA_VMW_RemoveSession");
-        for (std::size_t i = 0; i < hazards.size(); ++i) {
-            tally_.let_pass[i] = host().let_pass().at(hazards[i]);
+        tally_.of("faults injected") = host().faults_injected();
+        tally_.of("sessions added") = host().calls("IMA_VMW_AddSession");
+        tally_.of("sessions removed") = host().calls("IMA_VMW_RemoveSession");
+        for (const auto& [hazard, times] : host().let_pass()) {
+            tally_.of("let pass: " + hazard) = times;
+        }
+        std::string problem;
+        written_ = site_.written(problem);
+        if (!problem.empty()) {
+            watch_.report("the scenario can't be read: " + problem);
         }
     }
 
     const Watch& watch() const { return watch_; }
+    const std::string& written() const { return written_; }
 
 private:
     Dice dice_;
@@ -69,12 +74,12 @@ private:
     Operator operator_{site_, dice_};
     Happenings happenings_{site_, dice_, operator_, tally_};
     Watch watch_;
-    std::unique_ptr<Trace> trace_;
-    std::unique_ptr<Driver> driver_;
+    std::optional<Driver> driver_;
+    std::string written_;
     bool eventful_ = false;
     std::uint64_t passes_ = 0;
 
-    simhost::Host& host() { return *site_.host; }
+    simhost::Host& host() const { return site_.host(); }
 
     // As a CIM server's factory call does; the worker comes as far as its first wait and is stopped there.
     void prepare_library() {
@@ -112,10 +117,10 @@ private:
         } else if (!driver_->running()) {
             driver_->start();
         } else if (chance <= 8) {
-            ++tally_.happened[stop];
+            ++tally_.of("stop");
             driver_->stop();
         } else {
-            ++tally_.happened[stop_in_pass];
+            ++tally_.of("stop in a pass");
             driver_->stop_in_pass();
         }
     }
@@ -129,18 +134,20 @@ private:
         call.digests = dice_.one_in(2);
         call.enable = dice_.one_in(2);
         if (call.digests && dice_.one_in(2)) {
-            for (const Adapter& each : site_.adapters) {
-                host().set_digests(each.name, call.enable);
+            for (const program::AdapterEntry& each : site_.scenario().adapters) {
+                site_.happen(fmt::format("digests = {{ adapter = \"{}\", on = {} }}", each.name, call.enable));
             }
         }
-        ++tally_.happened[call.digests ? digest_change : renewal];
-        if (driver_->renew(call) == 0) {
-            ++tally_.renewals_succeeded;
+        ++tally_.of(call.digests ? "digest change" : "renewal");
+        const std::uint32_t status = driver_->renew(call);
+        site_.remark(fmt::format("renewal of {} answers {}", fmt::join(call.targets, ", "), status));
+        if (status == 0) {
+            ++tally_.of("renewals and digest changes that succeeded");
         }
     }
 
     void set_value() {
-        ++tally_.happened[value_set];
+        ++tally_.of("value set");
         operator_.gave_way();
         if (dice_.one_in(2)) {
             driver_->set_value("interval", static_cast<std::uint32_t>(dice_.any(30, 600)));
@@ -153,20 +160,22 @@ private:
     void settle() {
         happenings_.end();
         operator_.edit();
-        const double recovered = host().now() + happenings_.recovery_seconds();
+        // Logging in with a login time that was set meanwhile, a second try, and claiming the paths.
+        const program::Scenario& on = site_.scenario();
+        const double recovered = host().now() + 2 * 15 + 40 + on.login_seconds + on.claim_seconds + 5;
         if (dice_.one_in(2)) {
             driver_->stop();
         }
         driver_->run_until(recovered);
         driver_->finish_cycle();
         watch_.quiet_begins();
-        const std::set<std::string> by_lost_nics = counting_lost_nics(site_);
+        const std::set<std::string> by_lost_nics = counting_lost_nics(host());
         Changes before = changes();
         driver_->start();
         int settled_after = 0;
         int sessions_settled_after = 0;
         for (int pass = 1; pass <= passes_looked_at && !watch_.broken(); ++pass) {
-            driver_->run_cycles(1);
+            driver_->run_cycle();
             const Changes now = changes();
             settled_after = now.sessions != before.sessions || now.requests != before.requests ? pass : settled_after;
             sessions_settled_after = now.sessions != before.sessions ? pass : sessions_settled_after;
@@ -175,23 +184,23 @@ private:
         if (watch_.broken()) {
             return;
         }
-        ++tally_.settled_after[static_cast<std::size_t>(settled_after)];
-        const Verdict verdict = judge(site_, operator_.values());
+        ++tally_.of(fmt::format("rounds settled after {} passes", settled_after));
+        const Verdict verdict = judge(host(), operator_.values());
         // A switch that can't be finished is tried again in every pass, down to its requests.
-        if ((verdict.kept[switch_held_up] > 0 ? sessions_settled_after : settled_after) > passes_to_settle) {
+        if ((verdict.kept.contains(SWITCH_HELD_UP) ? sessions_settled_after : settled_after) > passes_to_settle) {
             watch_.report("sessions or paths change in pass " + std::to_string(settled_after) + " after events ended");
         }
         for (const std::string& iqn : watch_.gained_and_lost()) {
-            if (!by_lost_nics.contains(iqn) && is_readable(site_, iqn)) {
+            if (!by_lost_nics.contains(iqn) && is_readable(host(), iqn)) {
                 watch_.report(iqn + " gains and loses sessions though nothing happens");
             }
         }
         for (const std::string& each : verdict.wrong) {
             watch_.report(each);
         }
-        tally_.targets += verdict.targets;
-        for (std::size_t reason = 0; reason < verdict.kept.size(); ++reason) {
-            tally_.kept[reason] += verdict.kept[reason];
+        tally_.of("targets looked at") += verdict.targets;
+        for (const auto& [reason, targets] : verdict.kept) {
+            tally_.of(reason) += targets;
         }
     }
 
@@ -201,7 +210,7 @@ private:
         std::uint64_t requests;
     };
     Changes changes() const {
-        const simhost::Host& on = *site_.host;
+        const simhost::Host& on = host();
         return {on.calls("IMA_VMW_AddSession") + on.calls("IMA_VMW_RemoveSession") +
                     on.calls("IMA_RemoveStaticDiscoveryTarget"),
                 on.calls("IMA_VMW_Rediscover") + on.calls("psp." + std::to_string(OSTREL_PSP_IOCTL_RESCAN)) +
@@ -211,11 +220,11 @@ private:
 
 }  // namespace
 
-std::string live_through(std::uint64_t seed, const SeasonOptions& options, Tally& tally) {
+Ended live_through(std::uint64_t seed, const SeasonOptions& options, Tally& tally) {
     Season season(seed, options, tally);
     season.live();
-    ++tally.seeds;
-    return season.watch().broken() ? season.watch().found().front() : std::string();
+    ++tally.of("seeds");
+    return {season.watch().broken() ? season.watch().found().front() : std::string(), season.written()};
 }
 
 }  // namespace soak

@@ -13,7 +13,12 @@ struct SeasonOptions {
     bool trace = false;
 };
 
-// Returns what was broken first; empty: nothing. Counts into `tally`.
-std::string live_through(std::uint64_t seed, const SeasonOptions& options, Tally& tally);
+struct Ended {
+    std::string broken;    // first; empty: nothing
+    std::string scenario;  // all that happened to the host
+};
+
+// Counts into `tally`.
+Ended live_through(std::uint64_t seed, const SeasonOptions& options, Tally& tally);
 
 }  // namespace soak

@@ -1,19 +1,17 @@
 #include "soak/settled.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
-#include <map>
-#include <set>
 
 namespace soak {
 
 using simhost::GroupMode;
+using simhost::Host;
 using simhost::SessionView;
 using simhost::TargetView;
 
 namespace {
-
-constexpr int session_ceiling = 2040;
-constexpr int path_ceiling = 2048;
 
 // A target as the checks see it.
 struct Seen {
@@ -22,9 +20,9 @@ struct Seen {
     std::vector<std::vector<simhost::PathView>> paths;  // of each device
     int dynamic = 0;
 
-    Seen(const Site& site, const TargetView& of) : target(of), sessions(site.host->sessions(of.iqn)) {
+    Seen(const Host& host, const TargetView& of) : target(of), sessions(host.sessions(of.iqn)) {
         for (const std::string& eui : of.devices) {
-            paths.push_back(site.host->paths(eui));
+            paths.push_back(host.paths(eui));
         }
         dynamic = static_cast<int>(std::count_if(sessions.begin(), sessions.end(), [](const SessionView& each) {
             return each.first_remote_ip != each.current_remote_ip;
@@ -52,17 +50,14 @@ struct Seen {
             std::count_if(paths.front().begin(), paths.front().end(), [](const auto& each) { return each.active; }));
     }
     // An adapter in the PSP's sight without a session: the target's sessions can't be read as a whole.
-    bool has_empty_adapter(const Site& site) const {
-        return std::any_of(site.adapters.begin(), site.adapters.end(), [&](const Adapter& adapter) {
-            const auto on_it = [&](const auto& each) { return each.adapter == adapter.name; };
-            if (std::find(target.adapters.begin(), target.adapters.end(), adapter.name) == target.adapters.end() ||
-                std::any_of(sessions.begin(), sessions.end(), on_it)) {
-                return false;
-            }
-            return std::any_of(adapter.nics.begin(), adapter.nics.end(),
-                               [&](const std::string& nic) { return !site.nics_down.contains(nic); }) ||
-                   std::any_of(paths.begin(), paths.end(),
-                               [&](const auto& each) { return std::any_of(each.begin(), each.end(), on_it); });
+    bool has_empty_adapter(const Host& host) const {
+        const auto nics = host.nics();
+        return std::any_of(target.adapters.begin(), target.adapters.end(), [&](const std::string& adapter) {
+            const auto on_it = [&](const auto& each) { return each.adapter == adapter; };
+            return std::none_of(sessions.begin(), sessions.end(), on_it) &&
+                   (std::any_of(nics.begin(), nics.end(), [&](const auto& nic) { return nic.up && on_it(nic); }) ||
+                    std::any_of(paths.begin(), paths.end(),
+                                [&](const auto& device) { return std::any_of(device.begin(), device.end(), on_it); }));
         });
     }
     // Behind a group-scoped target a session to an address with an active path is protected from removal.
@@ -92,92 +87,85 @@ int required_of(const Seen& seen, const ConfigValues& values) {
     return std::clamp(required, static_cast<int>(values.min_vol_sessions), static_cast<int>(values.max_vol_sessions));
 }
 
-bool at_a_ceiling(const Site& site, int wanted) {
-    const simhost::Totals totals = site.host->totals();
+bool at_a_ceiling(const Host& host, int wanted) {
+    const simhost::Totals totals = host.totals();
     const int paths = totals.active_paths + totals.dead_paths;
-    return totals.sessions + wanted > session_ceiling || paths + wanted >= path_ceiling;
+    return totals.sessions + wanted > simhost::MAX_SESSIONS || paths + wanted >= simhost::MAX_PATHS;
 }
 
-bool is_reported(const Site& site, const TargetView& target) {
-    return std::any_of(target.devices.begin(), target.devices.end(), [&](const std::string& eui) {
-        return std::find(site.unsupported.begin(), site.unsupported.end(), eui) == site.unsupported.end();
-    });
+bool is_reported(const Host& host, const TargetView& target) {
+    return std::any_of(target.devices.begin(), target.devices.end(),
+                       [&](const std::string& eui) { return host.volume(eui).supported; });
 }
 
 std::string described(const Seen& seen, int required) {
-    return seen.target.iqn + " of " + seen.target.group + " has " + std::to_string(seen.dynamic) +
-           " dynamic sessions of " + std::to_string(seen.sessions.size()) + " and " +
-           std::to_string(seen.active_paths()) + " active paths, required " + std::to_string(required);
+    return fmt::format("{} of {} has {} dynamic sessions of {} and {} active paths, required {}", seen.target.iqn,
+                       seen.target.group, seen.dynamic, seen.sessions.size(), seen.active_paths(), required);
 }
 
-// What keeps the target from its number; none: nothing does.
-Reason reason_of(const Site& site, const Seen& seen, int required) {
-    if (seen.has_empty_adapter(site)) {
-        return unreadable;
-    }
-    if (seen.dynamic == 0) {
-        return no_dynamic;
-    }
-    if (seen.target.group_scoped && seen.dynamic > required && !seen.has_unprotected_session()) {
-        return all_protected;
-    }
-    return at_a_ceiling(site, required) ? ceiling : num_reasons;
+// What keeps the target from its number; null: nothing does.
+const char* reason_of(const Host& host, const Seen& seen, int required) {
+    const bool too_many = seen.target.group_scoped && seen.dynamic > required;
+    return seen.has_empty_adapter(host)                  ? "unreadable, an adapter in sight has no session"
+           : seen.dynamic == 0                           ? "no dynamic session to model another one on"
+           : too_many && !seen.has_unprotected_session() ? "protected, each carries active paths"
+           : at_a_ceiling(host, required)                ? "ceiling of the host's sessions or paths"
+                                                         : nullptr;
 }
 
-void judge_number(const Site& site, const ConfigValues& values, const Seen& seen, Verdict& verdict) {
+void judge_number(const Host& host, const ConfigValues& values, const Seen& seen, Verdict& verdict) {
     ++verdict.targets;
     const int required = required_of(seen, values);
     // A volume whose paths are right isn't looked at.
     if (seen.dynamic == required || (!seen.target.group_scoped && seen.active_paths() == required)) {
         return;
     }
-    const Reason reason = reason_of(site, seen, required);
-    if (reason == num_reasons) {
-        verdict.wrong.push_back(described(seen, required));
-    } else {
+    if (const char* const reason = reason_of(host, seen, required)) {
         ++verdict.kept[reason];
+    } else {
+        verdict.wrong.push_back(described(seen, required));
     }
 }
 
 }  // namespace
 
-bool is_readable(const Site& site, const std::string& iqn) {
-    const TargetView target = site.host->target(iqn);
-    return !Seen(site, target).has_empty_adapter(site);
+bool is_readable(const Host& host, const std::string& iqn) {
+    const TargetView target = host.target(iqn);
+    return !Seen(host, target).has_empty_adapter(host);
 }
 
-std::set<std::string> counting_lost_nics(const Site& site) {
+std::set<std::string> counting_lost_nics(const Host& host) {
     std::set<std::string> found;
-    for (const TargetView& target : site.host->targets()) {
-        if (Seen(site, target).counts_lost_nic()) {
+    for (const TargetView& target : host.targets()) {
+        if (Seen(host, target).counts_lost_nic()) {
             found.insert(target.iqn);
         }
     }
     return found;
 }
 
-Verdict judge(const Site& site, const ConfigValues& values) {
+Verdict judge(const Host& host, const ConfigValues& values) {
     Verdict verdict;
     // By mode: one target that can't be read holds up the switches of all.
     std::map<GroupMode, std::vector<std::string>> switched;
     std::set<GroupMode> held_up;
-    for (const TargetView& target : site.host->targets()) {
-        if (!is_reported(site, target)) {
+    for (const TargetView& target : host.targets()) {
+        if (!is_reported(host, target)) {
             continue;
         }
-        const Seen seen(site, target);
+        const Seen seen(host, target);
         if (target.mode_changed) {
             switched[target.mode].push_back(target.iqn);
-            if (seen.has_empty_adapter(site)) {
+            if (seen.has_empty_adapter(host)) {
                 held_up.insert(target.mode);
             }
         } else if (target.mode == GroupMode::dynamic_discovery) {
-            judge_number(site, values, seen, verdict);
+            judge_number(host, values, seen, verdict);
         }
     }
     for (const auto& [mode, targets] : switched) {
-        if (held_up.contains(mode) || at_a_ceiling(site, 64)) {
-            verdict.kept[switch_held_up] += targets.size();
+        if (held_up.contains(mode) || at_a_ceiling(host, 64)) {
+            verdict.kept[SWITCH_HELD_UP] += targets.size();
             continue;
         }
         for (const std::string& iqn : targets) {

@@ -1,186 +1,194 @@
 #include "soak/site.h"
 
-#include <algorithm>
+#include <fmt/format.h>
 
-#include "support/site.h"
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 
 namespace soak {
 
-using simhost::GroupMode;
-
 namespace {
 
-std::string array_name(int number) {
-    return "a" + std::to_string(number);
+// Hazards of the procedures that are let pass, each exactly in its own case.
+const std::vector<std::string> ALLOWED{"stale counts",   "group-scoped count", "failed host count",
+                                       "static renewal", "digest change",      "switch in mid-pass"};
+constexpr int most_groups = 6;
+
+std::string list(const std::vector<std::string>& texts) {
+    return fmt::format("[\"{}\"]", fmt::join(texts, "\", \""));
 }
 
-simhost::ArraySpec array_spec(const Group& of, int number) {
-    const std::string prefix = "10.9." + std::to_string(of.number) + ".";
-    simhost::ArraySpec spec{array_name(number), {prefix + std::to_string(number)}};
-    if (number % 3 == 0) {
-        spec.data_ips.push_back(prefix + std::to_string(100 + number));
-    }
-    return spec;
+// Some of them as the value of a key; nothing, which stands for all, in most cases.
+std::string some_of(Dice& dice, int once_in, std::string_view key, std::vector<std::string> all) {
+    std::erase_if(all, [&](const auto&) { return dice.one_in(2); });
+    return all.empty() || !dice.one_in(once_in) ? "" : fmt::format(", {} = {}", key, list(all));
 }
 
-std::vector<std::string> some_adapters(const Site& site, Dice& dice) {
-    std::vector<std::string> some;
-    if (dice.one_in(4)) {
-        for (const Adapter& each : site.adapters) {
-            if (dice.one_in(2)) {
-                some.push_back(each.name);
-            }
-        }
-    }
-    return some;  // empty: all
-}
-
-std::vector<std::string> some_arrays(const Group& group, Dice& dice) {
-    std::vector<std::string> some;
-    if (dice.one_in(3)) {
-        for (int a = 1; a <= group.num_arrays; ++a) {
-            if (dice.one_in(2)) {
-                some.push_back(array_name(a));
-            }
-        }
-    }
-    return some;  // empty: all
-}
-
-void add_adapters(Site& site, Dice& dice) {
-    const int adapters = dice.any(1, 4);
-    for (int a = 0; a < adapters; ++a) {
-        Adapter adapter{"vmhba" + std::to_string(64 + a), {}};
-        for (int n = dice.one_in(6) ? 3 : dice.any(1, 2); n > 0; --n) {
-            adapter.nics.push_back("10." + std::to_string(a) + ".1." + std::to_string(n));
-        }
-        site.host->add_adapter(adapter.name, adapter.nics);
-        site.adapters.push_back(std::move(adapter));
-    }
-}
-
-simhost::HostOptions make_options(Dice& dice) {
-    simhost::HostOptions options;
-    options.login_seconds = dice.one_in(3) ? 0 : dice.seconds(8);
-    options.discovery_seconds = options.login_seconds + (dice.one_in(2) ? 0 : 1);
-    const std::vector<double> claims{0, 5, 30, 45};
-    options.claim_seconds = dice.pick(claims);
-    return options;
-}
-
-// A static group's target gets a session to each portal; another one a session over each NIC, and often more.
-void connect(Site& site, Dice& dice, const std::string& iqn, int most) {
-    const simhost::TargetView target = site.host->target(iqn);
-    const bool is_static = target.mode == GroupMode::static_discovery;
-    site.host->connect(iqn, is_static ? 0 : dice.any(std::min(target.nics, most), most));
-    // Now and then one that an administrator made by hand.
-    if (!is_static && dice.one_in(8)) {
-        simhost::SessionView made;
-        made.target_iqn = iqn;
-        made.made_dynamic = false;
-        site.host->add_session(made);
-        site.host->claim_paths();
-    }
-}
-
-}  // namespace
-
-std::vector<std::string> Site::all_nics() const {
+template <typename Items>
+std::vector<std::string> names(const Items& items) {
     std::vector<std::string> all;
-    for (const Adapter& each : adapters) {
-        all.insert(all.end(), each.nics.begin(), each.nics.end());
+    for (const auto& each : items) {
+        all.push_back(each.name);
     }
     return all;
 }
 
-Group& Site::group(const std::string& name) {
-    return *std::find_if(groups.begin(), groups.end(), [&](const Group& each) { return each.name == name; });
+[[noreturn]] void give_up(const std::string& text, const std::vector<program::Problem>& problems) {
+    std::fprintf(stdout, "%s\n%s", text.c_str(), program::problems_text(problems, "soak").c_str());
+    std::fflush(stdout);
+    std::abort();
 }
 
-bool Site::arrays_up(const Group& of) const {
-    return std::none_of(arrays_down.begin(), arrays_down.end(),
-                        [&](const auto& each) { return each.first == of.name; });
-}
+}  // namespace
 
-void add_group(Site& site, Dice& dice) {
-    Group group;
-    group.number = static_cast<int>(site.groups.size());
-    group.name = "g" + std::to_string(group.number);
-    group.mode = dice.one_in(4) ? GroupMode::static_discovery : GroupMode::dynamic_discovery;
-    group.num_arrays = dice.any(1, 3);
-    simhost::GroupSpec spec{group.name, group.mode, "10.9." + std::to_string(group.number) + ".200", {}};
-    for (int a = 1; a <= group.num_arrays; ++a) {
-        spec.arrays.push_back(array_spec(group, a));
+std::string quoted(std::string_view text) {
+    std::string result = "\"";
+    for (const char each : text) {
+        result += each == '"' || each == '\\'              ? fmt::format("\\{}", each)
+                  : static_cast<unsigned char>(each) < ' ' ? fmt::format("\\u{:04x}", static_cast<unsigned>(each))
+                                                           : std::string(1, each);
     }
-    site.host->add_group(spec);
-    site.groups.push_back(std::move(group));
+    return result + '"';
 }
 
-void add_array(Site& site, Group& group) {
-    site.host->add_array(group.name, array_spec(group, ++group.num_arrays));
+std::string array_keys(std::string_view group, std::size_t number) {
+    std::vector<std::string> ips{fmt::format("10.9.{}.{}", group.substr(1), number)};
+    if (number % 3 == 0) {
+        ips.push_back(fmt::format("10.9.{}.{}", group.substr(1), 100 + number));
+    }
+    return fmt::format("name = \"a{}\", data_ips = {}", number, list(ips));
 }
 
-void add_group_scoped_target(Site& site, Dice& dice) {
-    const Group& group = dice.pick(site.groups);
-    const std::string iqn = "iqn.gst" + std::to_string(site.next_group_scoped_target++);
-    site.host->add_group_scoped_target({iqn, group.name, some_arrays(group, dice), some_adapters(site, dice)});
-    // A switch to static discovery gets stuck when several of a target's devices report it: seldom more than one.
-    for (int devices = dice.one_in(4) ? dice.any(2, 3) : dice.any(0, 1); devices > 0; --devices) {
-        simhost::VolumeSpec device;
-        device.eui = "pe" + std::to_string(site.next_volume++);
-        device.group = group.name;
-        device.group_scoped_target = iqn;
-        device.protocol_endpoint = dice.one_in(2);
-        site.host->add_volume(device);
-        site.volumes.push_back(device.eui);
-    }
+Site::Site(Dice& dice) : large_(dice.one_in(30)), deep_logs_(dice.one_in(2)) {
+    text_ = describe_host(dice);
+    read();
+    text_ += describe_volumes(dice);
+    read();
+    host_ = std::make_unique<simhost::Host>(program::host_options(scenario_));
+    site_.build(*host_);
 }
 
-std::string add_volume(Site& site, Dice& dice, const Group& group) {
-    simhost::VolumeSpec volume;
-    volume.eui = "vol" + std::to_string(site.next_volume++);
-    volume.group = group.name;
-    volume.arrays = some_arrays(group, dice);
-    volume.adapters = some_adapters(site, dice);
-    volume.supported = !dice.one_in(12);
-    site.host->add_volume(volume);
-    site.volumes.push_back(volume.eui);
-    if (!volume.supported) {
-        site.unsupported.push_back(volume.eui);
+void Site::read() {
+    auto result = program::read_scenario(text_);
+    if (!result.problems.empty()) {
+        give_up(text_, result.problems);
     }
-    return site.host->iqn_of(volume.eui);
+    scenario_ = std::move(result.scenario);
 }
 
-Site make_site(Dice& dice) {
-    Site site;
-    const simhost::HostOptions options = make_options(dice);
-    site.login_seconds = options.login_seconds;
-    site.discovery_seconds = options.discovery_seconds;
-    site.claim_seconds = options.claim_seconds;
-    site.host = testing_support::make_host(options);
-    site.large = dice.one_in(30);
-    add_adapters(site, dice);
-    for (int groups = dice.any(1, 4); groups > 0; --groups) {
-        add_group(site, dice);
+// All but its volumes. Not every group has one at first.
+std::string Site::describe_host(Dice& dice) {
+    const double login = dice.one_in(3) ? 0 : dice.seconds(8);
+    const std::vector<int> claims{0, 5, 30, 45};
+    std::string text =
+        fmt::format("allow = {}\nhost = {{ login_seconds = {}, discovery_seconds = {}, claim_seconds = {} }}\n",
+                    list(ALLOWED), login, login + (dice.one_in(2) ? 0 : 1), dice.pick(claims));
+    if (deep_logs_) {
+        text += fmt::format("config = {{ ostrel_logs_path = \"{}\" }}\n", DEEP_LOGS);
     }
-    for (int targets = dice.any(0, 2); targets > 0; --targets) {
-        add_group_scoped_target(site, dice);
+    text += "adapter = [\n";
+    for (int a = 0, adapters = dice.any(1, 4); a < adapters; ++a) {
+        std::vector<std::string> nics;
+        for (int n = dice.one_in(6) ? 3 : dice.any(1, 2); n > 0; --n) {
+            nics.push_back(fmt::format("10.{}.1.{}", a, n));
+        }
+        text += fmt::format("  {{ name = \"vmhba{}\", nics = {} }},\n", 64 + a, list(nics));
     }
-    const int volumes = site.large ? dice.any(170, 240) : dice.any(1, 10);
-    for (int v = 0; v < volumes; ++v) {
-        const Group& group = dice.pick(site.groups);
-        const std::string iqn = add_volume(site, dice, group);
-        const int room = 1900 - site.host->totals().sessions;
-        if (room > 0) {
-            connect(site, dice, iqn, std::min(room, site.large ? 8 : 12));
+    text += "]\ngroup = [\n";
+    const int groups = dice.any(1, most_groups);
+    for (int g = 0; g < groups; ++g) {
+        const std::string name = fmt::format("g{}", g);
+        std::vector<std::string> arrays;
+        for (std::size_t n = 1, most = static_cast<std::size_t>(dice.any(1, 3)); n <= most; ++n) {
+            arrays.push_back("{ " + array_keys(name, n) + " }");
+        }
+        text += fmt::format("  {{ name = \"{}\", mode = \"{}\", discovery_ip = \"10.9.{}.200\", arrays = [{}] }},\n",
+                            name, dice.one_in(4) ? "static" : "dynamic", g, fmt::join(arrays, ", "));
+    }
+    return text + "]\n";
+}
+
+std::string Site::describe_volumes(Dice& dice) {
+    std::string targets = "group_scoped_target = [\n";
+    std::string volumes = "volumes = [\n";
+    for (int t = 0, most = dice.any(0, 3); t < most; ++t) {
+        const simhost::GroupSpec& group = dice.pick(scenario_.groups);
+        const std::string name = fmt::format("gst{}", t);
+        targets += fmt::format("  {{ name = \"{}\", group = \"{}\"{}{} }},\n", name, group.name,
+                               some_of(dice, 3, "active_arrays", names(group.arrays)),
+                               some_of(dice, 4, "adapters", names(scenario_.adapters)));
+        // A switch to static discovery gets stuck when several of a target's devices report it: seldom more than one.
+        for (int devices = dice.one_in(4) ? dice.any(2, 3) : dice.any(0, 1); devices > 0; --devices) {
+            volumes += fmt::format("  {},\n", new_device(dice, group.name, name));
         }
     }
-    for (const simhost::TargetView& each : site.host->targets()) {
-        if (each.group_scoped) {
-            connect(site, dice, each.iqn, 12);
+    std::string sessions = "session = [\n";
+    int room = 1900;
+    for (int v = large_ ? dice.any(170, 240) : dice.any(1, 10); v > 0; --v) {
+        // A static group's target gets a session to each portal; another one a session over each NIC, and often more.
+        const simhost::GroupSpec& group = dice.pick(scenario_.groups);
+        const bool is_dynamic = group.mode == simhost::GroupMode::dynamic_discovery;
+        const int made = is_dynamic ? std::min(room, dice.any(large_ ? 4 : 1, large_ ? 8 : 12)) : 0;
+        room -= is_dynamic ? made : 16;
+        volumes += fmt::format(
+            "  {},\n",
+            new_volume(dice, group.name, is_dynamic || room <= 0 ? fmt::format(", sessions = {}", made) : ""));
+        if (is_dynamic && dice.one_in(8)) {  // that an administrator made by hand
+            sessions += fmt::format("  {{ target = \"vol{}\", kind = \"static\" }},\n", next_volume_ - 1);
         }
     }
-    return site;
+    return targets + "]\n" + volumes + "]\n" + sessions + "]\n";
+}
+
+std::string Site::new_volume(Dice& dice, const std::string& group, const std::string& more) {
+    const auto in = std::find_if(scenario_.groups.begin(), scenario_.groups.end(),
+                                 [&](const simhost::GroupSpec& each) { return each.name == group; });
+    return fmt::format("{{ name = \"vol{}\", group = \"{}\"{}{}{}{} }}", next_volume_++, group,
+                       some_of(dice, 3, "arrays", names(in->arrays)),
+                       some_of(dice, 4, "adapters", names(scenario_.adapters)),
+                       dice.one_in(12) ? ", supported = false" : "", more);
+}
+
+std::string Site::new_device(Dice& dice, const std::string& group, const std::string& target) {
+    return fmt::format("{{ name = \"pe{}\", group = \"{}\", behind = \"{}\", protocol_endpoint = {} }}", next_volume_++,
+                       group, target, dice.one_in(2));
+}
+
+bool Site::has_room_for_volumes() const {
+    return static_cast<std::size_t>(next_volume_) < program::MOST_VOLUMES;
+}
+
+std::vector<std::string> Site::volumes() const {
+    std::vector<std::string> all;
+    for (const simhost::TargetView& each : host_->targets()) {
+        all.insert(all.end(), each.devices.begin(), each.devices.end());
+    }
+    return all;
+}
+
+std::string Site::name_of(const simhost::TargetView& target) {
+    return target.group_scoped ? target.iqn.substr(target.iqn.find(':') + 1) : target.devices.front();
+}
+
+void Site::happen(const std::string& event) {
+    std::vector<program::Problem> problems;
+    const auto read = program::read_event(event, scenario_, problems);
+    if (!read) {
+        give_up(event, problems);
+    }
+    text_ += fmt::format("[[event]]\nat = {}\n{}\n", host_->now(), event);
+    read->action.act(site_, *host_);
+}
+
+void Site::remark(const std::string& text) {
+    text_ += fmt::format("# at {} s: {}\n", host_->now(), text);
+}
+
+std::string Site::written(std::string& problem) const {
+    const std::string text = fmt::format("run_for = {}\n", host_->now() + 1) + text_;
+    problem = program::problems_text(program::read_scenario(text).problems, "scenario");
+    return text;
 }
 
 }  // namespace soak

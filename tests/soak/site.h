@@ -1,56 +1,60 @@
-// A host made by chance, and what of it the time line and the checks must know beyond what it shows.
+// A host made by chance: a scenario, to which everything that happens is added.
 #pragma once
 
 #include <memory>
-#include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
+#include "programs/ostrel-simhost/scenario.h"
+#include "programs/ostrel-simhost/site.h"
 #include "simhost/host.h"
 #include "soak/dice.h"
 
 namespace soak {
 
-struct Adapter {
-    std::string name;
-    std::vector<std::string> nics;
+inline constexpr char DEEP_LOGS[] = "/var/log/ostrel/deep";
+
+class Site {
+public:
+    explicit Site(Dice& dice);
+
+    simhost::Host& host() const { return *host_; }
+    const program::Scenario& scenario() const { return scenario_; }
+    bool large() const { return large_; }
+    bool has_deep_logs() const { return deep_logs_; }
+
+    // What events are made of.
+    std::string new_volume(Dice& dice, const std::string& group, const std::string& more);
+    std::string new_device(Dice& dice, const std::string& group, const std::string& target);
+    bool has_room_for_volumes() const;
+    std::vector<std::string> volumes() const;
+    static std::string name_of(const simhost::TargetView& target);
+
+    // Makes an event happen: the keys of an [[event]], without its moment.
+    void happen(const std::string& event);
+    // A line for the reader of the scenario: what was done through the library.
+    void remark(const std::string& text);
+    // The scenario up to this moment; `problem` tells why it can't be read again.
+    std::string written(std::string& problem) const;
+
+private:
+    bool large_;
+    bool deep_logs_;
+    int next_volume_ = 0;
+    std::string text_;
+    program::Scenario scenario_;
+    program::Site site_{scenario_};
+    std::unique_ptr<simhost::Host> host_;
+
+    std::string describe_host(Dice& dice);
+    std::string describe_volumes(Dice& dice);
+    void read();
 };
 
-struct Group {
-    std::string name;
-    int number = 0;
-    int num_arrays = 0;  // a1, a2, ...
-    simhost::GroupMode mode = simhost::GroupMode::dynamic_discovery;
-};
+// As a text of TOML.
+std::string quoted(std::string_view text);
 
-struct Site {
-    std::unique_ptr<simhost::Host> host;
-    bool large = false;
-    double login_seconds = 0;
-    double discovery_seconds = 0;
-    double claim_seconds = 0;
-    std::vector<Adapter> adapters;
-    std::vector<Group> groups;
-    std::vector<std::string> volumes;  // their euis
-    std::vector<std::string> unsupported;
-    std::set<std::string> nics_down;
-    std::set<std::pair<std::string, std::string>> arrays_down;  // group, array
-    int next_volume = 0;
-    int next_group_scoped_target = 0;
-
-    std::vector<std::string> all_nics() const;
-    Group& group(const std::string& name);
-    bool arrays_up(const Group& of) const;  // all of them
-};
-
-Site make_site(Dice& dice);
-
-// The parts of a site, made while it is built or later.
-void add_group(Site& site, Dice& dice);
-void add_array(Site& site, Group& group);
-void add_group_scoped_target(Site& site, Dice& dice);
-// Without sessions: the host logs in by itself. Returns the target's name.
-std::string add_volume(Site& site, Dice& dice, const Group& group);
+// "name" and "data_ips" of an array of the group, which the host shows as many arrays of before.
+std::string array_keys(std::string_view group, std::size_t number);
 
 }  // namespace soak

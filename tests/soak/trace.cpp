@@ -1,74 +1,52 @@
 #include "soak/trace.h"
 
+#include <fmt/format.h>
+
 #include <cstdio>
+#include <map>
+#include <string>
+
+#include "soak/site.h"
 
 namespace soak {
 
-using simhost::Event;
-
 namespace {
 
-const char* name_of(Event::Kind kind) {
-    switch (kind) {
-        case Event::Kind::session_added:
-            return "session added";
-        case Event::Kind::session_removed:
-            return "session removed";
-        case Event::Kind::session_lost:
-            return "session lost";
-        case Event::Kind::session_state:
-            return "session state";
-        case Event::Kind::path_claimed:
-            return "path claimed";
-        case Event::Kind::path_died:
-            return "path died";
-        case Event::Kind::dead_path_deleted:
-            return "dead path deleted";
-        case Event::Kind::adapter_rescanned:
-            return "adapter rescanned";
-        case Event::Kind::dead_paths_requested:
-            return "dead paths requested";
-        case Event::Kind::adapter_rediscovered:
-            return "adapter rediscovered";
-        case Event::Kind::static_target_removed:
-            return "static target removed";
-        case Event::Kind::mode_switched:
-            return "mode switched";
-        case Event::Kind::pass_begun:
-            return "pass begun";
-        case Event::Kind::pass_ended:
-            return "pass ended";
-        case Event::Kind::sleep_begun:
-            return "sleep begun";
-        case Event::Kind::action:
-            return "action";
-        case Event::Kind::fault_injected:
-            return "fault";
-        case Event::Kind::violation:
-            return "VIOLATION";
-    }
-    return "?";
-}
+// By Event::Kind.
+constexpr const char* kinds[] = {"session added",
+                                 "session removed",
+                                 "session lost",
+                                 "session state",
+                                 "path claimed",
+                                 "path died",
+                                 "dead path deleted",
+                                 "adapter rescanned",
+                                 "dead paths requested",
+                                 "rediscovered",
+                                 "static target removed",
+                                 "mode switched",
+                                 "pass begun",
+                                 "pass ended",
+                                 "sleep begun",
+                                 "action",
+                                 "fault",
+                                 "VIOLATION"};
+static_assert(std::size(kinds) == static_cast<std::size_t>(simhost::Event::Kind::violation) + 1);
 
 }  // namespace
 
-Trace::Trace(simhost::Host& host) : host_(host) {
-    host_.observe([this](const Event& event) { tell(event); });
-}
-
-void Trace::tell(const Event& event) {
-    tell_log("/var/log/ostrel");
-    tell_log("/vmfs/volumes/datastore/logs");
-    std::printf("%12.3f  %s %s %s %s\n", event.time, name_of(event.kind), event.target.c_str(), event.adapter.c_str(),
-                event.text.c_str());
-}
-
-void Trace::tell_log(const std::string& folder) {
-    const std::string text = host_.read_file(folder + "/oxr.log");
-    std::size_t& told = told_[folder];
-    told = told > text.size() ? 0 : told;  // it began anew
-    std::fwrite(text.data() + told, 1, text.size() - told, stdout);
-    told = text.size();
+void trace(simhost::Host& host) {
+    host.observe([&host, told = std::map<std::string, std::size_t>()](const simhost::Event& event) mutable {
+        for (const std::string folder : {"/var/log/ostrel", DEEP_LOGS}) {
+            const std::string text = host.read_file(folder + "/oxr.log");
+            std::size_t& bytes = told[folder];
+            bytes = bytes > text.size() ? 0 : bytes;  // it began anew
+            fmt::print("{}", text.substr(bytes));
+            bytes = text.size();
+        }
+        fmt::print("{:12.3f}  {} {} {} {}\n", event.time, kinds[static_cast<std::size_t>(event.kind)], event.target,
+                   event.adapter, event.text);
+    });
 }
 
 }  // namespace soak

@@ -10,7 +10,7 @@ namespace soak {
 
 using simhost::Event;
 
-Watch::Watch(Site& site, const Operator& by, Tally& tally) : host_(*site.host), operator_(by), tally_(tally) {
+Watch::Watch(Site& site, const Operator& by, Tally& tally) : host_(site.host()), operator_(by), tally_(tally) {
     host_.observe([this](const Event& event) { note(event); });
 }
 

@@ -3,8 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <cstring>
+#include <fstream>
 #include <sstream>
 
 #include "OstrelConnections/psp/psp_client.h"
@@ -13,23 +12,12 @@
 #include "OstrelProvider/service.h"
 #include "OstrelProvider/worker.h"
 #include "common/text.h"
-#include "support/log_lines.h"
 #include "support/site.h"
 
 namespace testing_support {
 
 using simhost::Event;
 using simhost::Host;
-
-Lines messages(const Host& host, std::string_view operation) {
-    Lines found;
-    for (const LogLine& line : parse_log(host.log())) {
-        if (line.operation == operation) {
-            found.push_back(line.level + " " + line.text);
-        }
-    }
-    return found;
-}
 
 void expect_nothing_held(const Host& host) {
     EXPECT_EQ(host.lists_held(), 0U);
@@ -50,15 +38,6 @@ TargetDtls make_record(std::string_view isid, std::string_view local_ip, std::st
     return record;
 }
 
-IscsiProps make_props(std::string_view target_iqn, const std::vector<std::string>& adapters) {
-    IscsiProps props{};
-    oxr::copy_field(props.target_iqn, target_iqn);
-    for (const std::string& name : adapters) {
-        oxr::copy_field(props.vmhba_name_array[props.num_adapters++], name);
-    }
-    return props;
-}
-
 OxrLun read_lun(const std::string& target_iqn) {
     OxrLun lun{};
     EXPECT_EQ(getDeviceInfoByTargetIqn(lun, target_iqn.c_str()), 0);
@@ -67,14 +46,14 @@ OxrLun read_lun(const std::string& target_iqn) {
 
 simhost::SessionView session_of(const std::string& iqn, const std::string& local_ip, const std::string& first_remote_ip,
                                 const std::string& current_remote_ip, std::uint32_t state) {
-    simhost::SessionView session;
-    session.target_iqn = iqn;
-    session.local_ip = local_ip;
-    session.first_remote_ip = first_remote_ip;
-    session.current_remote_ip = current_remote_ip;
-    session.state = state;
-    session.made_dynamic = first_remote_ip != current_remote_ip;
-    return session;
+    return {.isid = {},
+            .target_iqn = iqn,
+            .adapter = {},
+            .local_ip = local_ip,
+            .first_remote_ip = first_remote_ip,
+            .current_remote_ip = current_remote_ip,
+            .state = state,
+            .made_dynamic = first_remote_ip != current_remote_ip};
 }
 
 // Dead paths are left out: a deletion that failed is asked for again only when sessions go the next time.
@@ -115,47 +94,19 @@ void record_requests(Host& host, Lines& into) {
     });
 }
 
-simhost::Fault fault(const std::string& operation, std::uint64_t nth) {
-    simhost::Fault made;
-    made.operation = operation;
-    made.nth = nth;
-    return made;
-}
-
-simhost::Fault status_fault(const std::string& operation, std::uint32_t status, std::uint64_t nth) {
-    simhost::Fault made = fault(operation, nth);
-    made.status = status;
-    return made;
-}
-
-simhost::Fault errno_fault(const std::string& operation, int error, std::uint64_t nth) {
-    simhost::Fault made = fault(operation, nth);
-    made.error = error;
-    return made;
-}
-
-simhost::Fault lasting(simhost::Fault made) {
-    made.persistent = true;
-    return made;
-}
-
 Lines shared_mutexes_held() {
     // The wrapper keeps the native mutex to itself, as its only member.
     static_assert(sizeof(oxr::Mutex) == sizeof(pthread_mutex_t));
-    struct Named {
-        const char* name;
-        oxr::Mutex& mutex;
-    };
-    const Named all[] = {{"log_file_mutex", log_file_mutex},
-                         {"config_file_mutex", config_file_mutex},
-                         {"lock_file_mutex", lock_file_mutex},
-                         {"conn_renew_mutex", conn_renew_mutex},
-                         {"start_service_mutex", start_service_mutex}};
+    const std::pair<const char*, oxr::Mutex*> all[] = {{"log_file_mutex", &log_file_mutex},
+                                                       {"config_file_mutex", &config_file_mutex},
+                                                       {"lock_file_mutex", &lock_file_mutex},
+                                                       {"conn_renew_mutex", &conn_renew_mutex},
+                                                       {"start_service_mutex", &start_service_mutex}};
     Lines held;
-    for (const Named& each : all) {
-        auto* const native = reinterpret_cast<pthread_mutex_t*>(&each.mutex);
+    for (const auto& [name, mutex] : all) {
+        auto* const native = reinterpret_cast<pthread_mutex_t*>(mutex);
         if (pthread_mutex_trylock(native) != 0) {
-            held.emplace_back(each.name);
+            held.emplace_back(name);
         } else {
             pthread_mutex_unlock(native);
         }
@@ -166,13 +117,8 @@ Lines shared_mutexes_held() {
 long resident_kib() {
     long pages = 0;
     long resident = 0;
-    std::FILE* const file = std::fopen("/proc/self/statm", "r");
-    if (file == nullptr || std::fscanf(file, "%ld %ld", &pages, &resident) != 2) {
-        ADD_FAILURE() << "no /proc/self/statm";
-    }
-    if (file != nullptr) {
-        std::fclose(file);
-    }
+    std::ifstream("/proc/self/statm") >> pages >> resident;
+    EXPECT_GT(resident, 0);
     return resident * (sysconf(_SC_PAGESIZE) / 1024);
 }
 

@@ -1,33 +1,24 @@
 #include "support/log_lines.h"
 
-#include <regex>
+#include <algorithm>
+
+#include "shared/log_line.h"
 
 namespace testing_support {
 
-namespace {
-
-bool matches(const LogLine& line, std::string_view level, std::string_view operation, std::string_view text) {
-    return (level.empty() || line.level == level) && (operation.empty() || line.operation == operation) &&
-           line.text.find(text) != std::string::npos;
-}
-
-}  // namespace
-
 std::vector<LogLine> parse_log(std::string_view log) {
-    static const std::regex prefix(
-        R"(^(\w{3} \w{3}  \d{2} \d{2}:\d{2}:\d{2} \d{4}): (ERROR|WARN|INFO|DEBUG): (\w+): (\w+):(\d+) : (.*)$)");
     std::vector<LogLine> lines;
+    shared::LogLine parsed;
     while (!log.empty()) {
-        const std::size_t end = log.find('\n');
-        const std::string text(log.substr(0, end));
-        log.remove_prefix(end == std::string_view::npos ? log.size() : end + 1);
-        std::smatch match;
-        if (std::regex_match(text, match, prefix)) {
-            lines.push_back({match[1], match[2], match[3], match[4], std::stoi(match[5]), match[6]});
+        const std::string_view line = log.substr(0, log.find('\n'));
+        log.remove_prefix(std::min(line.size() + 1, log.size()));
+        if (shared::parse_log_line(line, parsed)) {
+            lines.push_back({std::string(parsed.level), std::string(parsed.module), std::string(parsed.function),
+                             std::string(parsed.text)});
         } else if (!lines.empty()) {
-            lines.back().text += "\n" + text;
+            lines.back().text.append("\n").append(line);
         } else {
-            lines.push_back({"", "", "", "", 0, text});
+            lines.push_back({"", "", "", std::string(line)});
         }
     }
     return lines;
@@ -44,7 +35,9 @@ std::vector<std::string> short_lines(std::string_view log) {
 int count_lines(std::string_view log, std::string_view level, std::string_view operation, std::string_view text) {
     int count = 0;
     for (const LogLine& line : parse_log(log)) {
-        count += matches(line, level, operation, text) ? 1 : 0;
+        const bool counts =
+            (level.empty() || line.level == level) && (operation.empty() || line.operation == operation);
+        count += counts && line.text.find(text) != std::string::npos ? 1 : 0;
     }
     return count;
 }

@@ -8,11 +8,9 @@
 namespace testing_support {
 
 struct LogLine {
-    std::string time;
     std::string level;
     std::string module;
     std::string operation;
-    int source_line = 0;
     std::string text;  // without the final line feed; an empty line behind a message is part of it as "\n"
 };
 

@@ -1,0 +1,49 @@
+// What ostrel-simhost takes for in force, and its words for sessions, are those of the connection manager.
+#include "programs/ostrel-simhost/config_file.h"
+
+#include "OstrelConnections/inventory/session_inventory.h"
+#include "OstrelProvider/config.h"
+#include "configuration/config_text.h"
+#include "programs/ostrel-simhost/scenario_parts.h"
+#include "support/host_test.h"
+
+namespace {
+
+std::string as_text(const ConfigValues& values) {
+    char text[CONFIG_TEXT_SIZE];
+    return {text, compose_config(text, ConfigForm::rewritten, values)};
+}
+
+class ConfigFileTest : public testing_support::HostTest {};
+
+}  // namespace
+
+TEST_F(ConfigFileTest, PutsInForceWhatTheConnectionManagerTakes) {
+    for (const char* const text :
+         {"", "#\n", "#\ninterval=-4294967236\n", "\v# x\ninterval=300\n",
+          "interval:300\nvol_sessions:4\nvmknic_count:2\n", "interval=300\n",
+          "#\nmin_volsessions=9\nVolSessions=3\nworker_stop=-1\n", "#\nostrel_logs_path=/etc/ostrel\n",
+          "#\nostrel_logs_path=/var/log/none\n", "#\nmax_vol_sessions=16\nmax_vol_sessions=99\n"}) {
+        SCOPED_TRACE(text);
+        const oxr::MutexLock lock(config_file_mutex);
+        ConfigValues before;
+        before.interval = 777;
+        ConfigValues values = before;
+        host->write_file(OSTREL_CONFIG_FILE, text);
+        const ConfigValues at_cycle = program::config_at_cycle(*host).value_or(before);
+        (void)OSTREL_GetConfigValues(&values, CONFIG_NORMAL);
+        EXPECT_EQ(as_text(at_cycle), as_text(values));
+
+        host->write_file(OSTREL_CONFIG_FILE, text);
+        const ConfigValues at_start = program::config_at_start(*host);
+        OSTREL_CreateConfigFile();
+        EXPECT_EQ(OSTREL_GetConfigValues(&values, CONFIG_NORMAL), 0);
+        EXPECT_EQ(as_text(at_start), as_text(values));
+    }
+}
+
+TEST(SessionStates, HaveTheWordsOfTheLog) {
+    for (std::uint32_t state = 0; state < 10; ++state) {
+        EXPECT_EQ(program::session_state_word(state), OxrSessionStateStr(state));
+    }
+}
