@@ -61,8 +61,8 @@ bool is_fit(ConfigFitness fitness, int error) {
     return false;
 }
 
-// Passes the file's lines to the judge. 0, or the errno of the read. An empty file has no values: somebody is about
-// to write it, or a full disk has cut it. Neither must make the defaults of what it held.
+// Passes the file's lines to the judge. 0, or the errno of the read. An empty file has no values: somebody is about to
+// write it, or a full disk truncated it. In either case the defaults must not replace what it held.
 int judge_lines(oxr::FileReader& file, ConfigJudge& judge) {
     std::string_view line;
     bool is_empty = true;

@@ -68,8 +68,8 @@ void wait_for_renewal() {
     }
 }
 
-// Waits a little before another attempt. False after a minute of them: an exit must not hang because the worker does,
-// in a call of the host.
+// Waits before the next attempt. False after a minute of attempts: if the worker hangs in a call of the host, the exit
+// must not hang, too.
 bool may_try_again(int& attempts) {
     if (attempts++ == attempts_of_a_minute) {
         return false;
@@ -78,7 +78,7 @@ bool may_try_again(int& attempts) {
     return true;
 }
 
-// True: locked.
+// True if it locked the mutex.
 bool lock_within_a_minute(oxr::Mutex& mutex) OXR_TRY_ACQUIRE(true, mutex) {
     for (int attempts = 0;;) {
         if (mutex.try_lock()) {

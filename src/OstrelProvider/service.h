@@ -38,8 +38,8 @@ int StartService();
 // -1 if the worker could not be signalled or joined.
 int StopService();
 
-// StopService for the end of the process; logs nothing if nothing runs. Waits at most a minute for a stop by another
-// thread, a minute for the worker and a minute for a renewal.
+// StopService for the end of the process; logs nothing if nothing runs. Waits at most a minute each for a stop by
+// another thread, for the worker and for a renewal.
 void EndService();
 
 // The first word of a version file into `buffer` (VERSION_TEXT_SIZE bytes, zeroed by the caller). 1, or -1.

@@ -33,7 +33,7 @@ public:
         ++mutexes_held;
         pthread_mutex_lock(&mutex_);
     }
-    // True: locked. False: somebody else holds it.
+    // True if it locked the mutex, false if another thread holds it.
     bool try_lock() OXR_TRY_ACQUIRE(true) {
         const bool locked = pthread_mutex_trylock(&mutex_) == 0;
         mutexes_held += locked ? 1 : 0;

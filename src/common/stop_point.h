@@ -33,8 +33,8 @@ public:
     StopHold& operator=(const StopHold&) = delete;
 };
 
-// Waits. On the worker the whole wait is a stop point; it ends at once if a stop is requested but held off. Returns
-// immediately for 0 or less.
+// Waits; on the worker the whole wait is a stop point. If a stop is requested but held off, the wait ends immediately.
+// Returns immediately for 0 or less.
 void wait_seconds(long seconds);
 void wait_milliseconds(long milliseconds);
 

@@ -17,7 +17,6 @@ namespace {
 using cimserver::NamedList;
 using testing_support::failing_with;
 using testing_support::HostTest;
-using testing_support::lasting;
 
 // The status that a renewal of an unknown target comes back with: that it is unknown, unless it is held off.
 std::uint64_t ask_for_renewal() {
@@ -32,7 +31,7 @@ std::uint64_t ask_for_renewal() {
 
 TEST_F(HostTest, ALockFileThatCannotBeSeenHoldsARenewalOff) {
     host->write_file("/etc/ostrel/oxr.conf", "#\n");
-    host->fail(lasting(failing_with("access", EIO, ".lock")));
+    host->fail(testing_support::lasting(failing_with("access", EIO, ".lock")));
     EXPECT_EQ(ask_for_renewal(), OXD_POLLING_PASS_TIMEOUT);
     EXPECT_EQ(host->slept(), 59);
     host->clear_faults();
@@ -42,7 +41,7 @@ TEST_F(HostTest, ALockFileThatCannotBeSeenHoldsARenewalOff) {
 // A full or read-only folder.
 TEST_F(HostTest, APassThatCouldNotMakeItsLockFileHoldsItOffToo) {
     host->write_file("/etc/ostrel/oxr.conf", "#\n");
-    host->fail(lasting(failing_with("open", ENOSPC, ".lock")));
+    host->fail(testing_support::lasting(failing_with("open", ENOSPC, ".lock")));
     std::uint64_t in_mid_pass = 0;
     host->script_psp(OSTREL_PSP_IOCTL_GET_ALL_DEVICE_INFO, [&](void*, int result) {
         in_mid_pass = ask_for_renewal();

@@ -22,14 +22,11 @@ TEST_F(HostTest, AFileWhoseValuesAreNotKnownIsNotSet) {
     for (const std::string text : {"interval:300\nworker_stop:1\n", ""}) {
         host->write_file(OSTREL_CONFIG_FILE, text);
         const Request request;
-        (void)set_value(
-            "SetValue", nullptr,
-            make_object<ArgsObject>(NamedList{{"name", text_value("interval")}, {"value", uint32_value(60)}}));
+        auto* const in =
+            make_object<ArgsObject>(NamedList{{"name", text_value("interval")}, {"value", uint32_value(60)}});
+        (void)set_value("SetValue", nullptr, in);
         EXPECT_EQ(host->read_file(OSTREL_CONFIG_FILE), text);
-        Lines errors = said("ERROR");
-        errors.erase(errors.begin());
-        EXPECT_EQ(errors, (Lines{"ERROR SetValue: Failed to get values from the config file. Using default values.",
-                                 "ERROR SetValue: failed to set values in oxr.conf"}));
+        EXPECT_EQ(said("ERROR SetValue").size(), 2U);  // it can't be read, so it isn't set
     }
 }
 

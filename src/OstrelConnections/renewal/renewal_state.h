@@ -18,7 +18,7 @@ extern std::atomic<std::int32_t> renew_connections_running;
 // The renewal thread from its creation until it is joined, else 0.
 extern std::atomic<pthread_t> conn_renew_thread;
 
-// How long the end of the service waits for a renewal, in seconds.
+// How many seconds the end of the service waits for a renewal.
 inline constexpr int max_renewal_waits = 60;
 
 // The number of running renewal threads, including those that could not be joined.
