@@ -133,6 +133,7 @@ TEST(ConfigJudge, ConvertsTheOldFormatButNotTheCurrentOne) {
          {"vol_sessions:4\n \t# a comment", "has comments"}},
         "\nuse_ostrel_timeouts:1\nostrel_logs_path:1", true);
     expect_judged({{"interval:300", "not converted"},
+                   {std::string("interval:300\nx\0=1", 16), "not converted"},
                    {"interval:300\nx=1", nothing},
                    {"interval:300\n#", nothing},
                    {"ostrel_logs_path:/x", nothing},
