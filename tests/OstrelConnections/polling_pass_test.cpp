@@ -96,7 +96,7 @@ TEST(PollingPass, WhatCannotBeJudgedIsSkipped) {
         EXPECT_EQ(run_pass(fixed(4)), 0);
         EXPECT_EQ(count_sessions(*host, "iqn.gst"), 4);  // six are required
         EXPECT_EQ(count_sessions(*host, host->iqn_of("vol-0")), c.target_only ? 4 : 3);
-        golden.add_log(*host, "EW");
+        golden.add_log(*host, "EWI");
         expect_nothing_held(*host);
     }
 }
