@@ -39,23 +39,22 @@ std::unique_ptr<Host> make_targets(int sessions) {
 }
 
 // A volume of each of these groups, just switched: "a" to automatic (dynamic) mode, "m" to manual (static) mode.
-std::unique_ptr<Host> make_switched(const std::string& groups) {
+std::unique_ptr<Host> make_switched(const std::string& groups, const Lines& adapters = {}) {
     auto host = make_site();
     for (const char name : groups) {
         const bool to_dynamic = name == 'a';
         const GroupMode before = to_dynamic ? GroupMode::static_discovery : GroupMode::dynamic_discovery;
         const std::string net = to_dynamic ? "10.0.8." : "10.0.7.";
         host->add_group({{name}, before, net + "100", {{"1", {net + "1"}}, {"2", {net + "2"}}}});
-        add_volume(*host, std::string("vol-") + name, 5, {}, {name});
+        add_volume(*host, std::string("vol-") + name, 5, adapters, {name});
         host->switch_mode({name}, to_dynamic ? GroupMode::dynamic_discovery : GroupMode::static_discovery);
     }
     return host;
 }
 
 std::unique_ptr<Host> make_undiscovered(const std::string& groups) {
-    auto host = make_switched(groups);
+    auto host = make_switched(groups, {"vmhba64"});
     host->set_discovery_outcome("vmhba64", 3);
-    host->set_discovery_outcome("vmhba65", 3);
     return host;
 }
 

@@ -228,7 +228,7 @@ TEST_F(OperationsTest, NicsAreCountedBySettingPathsOrAdapters) {
     EXPECT_EQ(count("vol-0"), 0);
     device.num_paths = OSTREL_MAX_PATHS_PER_DEVICE;
     for (int i = 0; i < OSTREL_MAX_PATHS_PER_DEVICE; ++i) {
-        std::memset(&device.paths[i], 'a' + i, sizeof device.paths[i]);  // every text fills its field
+        std::memset(&device.paths[i], 'A' + i, sizeof device.paths[i]);  // every text fills its field
     }
     EXPECT_EQ(count("vol-0"), 32);
     std::memset(device.device_eui, 'e', sizeof device.device_eui);

@@ -19,8 +19,8 @@ public:
     // What comes next, as a line of its own.
     void heading(const std::string& text);
     // The messages since the last call whose level begins with one of these letters, each with its level, module,
-    // operation and text. Empties the log.
-    void add_log(simhost::Host& host, const char* levels = "EWID");
+    // operation and text; of many the last ones. Empties the log.
+    void add_log(simhost::Host& host, const char* levels = "EWID", std::size_t last = SIZE_MAX);
     // From now on, the messages are told as they come, with what is changed on the host between them.
     void follow(simhost::Host& host);
 
