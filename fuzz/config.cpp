@@ -9,6 +9,7 @@
 #include "OstrelProvider/logs_path.h"
 #include "OstrelProvider/service.h"
 #include "common/file_reader.h"
+#include "configuration/config_keys.h"
 #include "configuration/config_text.h"
 #include "configuration/logs_path_rule.h"
 #include "support/host.h"
@@ -31,14 +32,13 @@ private:
     std::string file_;
 };
 
-bool same_values(const ConfigValues& a, const ConfigValues& b) {
-    return std::memcmp(&a, &b, offsetof(ConfigValues, ostrel_logs_path)) == 0 &&
-           std::strcmp(a.ostrel_logs_path, b.ostrel_logs_path) == 0;
-}
-
 std::string canonical(const ConfigValues& values) {
     char text[CONFIG_TEXT_SIZE];
     return {text, compose_config(text, ConfigForm::rewritten, values)};
+}
+
+bool same_values(const ConfigValues& a, const ConfigValues& b) {
+    return canonical(a) == canonical(b);
 }
 
 bool within(std::uint32_t value, std::uint32_t low, std::uint32_t high) {
@@ -46,15 +46,14 @@ bool within(std::uint32_t value, std::uint32_t low, std::uint32_t high) {
 }
 
 void require_bounds(const ConfigValues& values) {
-    fuzz::require(within(values.interval, 60, 604800), "interval");
-    fuzz::require(within(values.max_vol_sessions, 2, 32), "max_vol_sessions");
-    fuzz::require(within(values.min_vol_sessions, 2, values.max_vol_sessions), "min_vol_sessions");
+    for (const ConfigKey& key : config_keys) {
+        fuzz::require(key.number == nullptr || within(values.*key.number, key.low, key.high), key.name.data());
+    }
+    fuzz::require(values.min_vol_sessions <= values.max_vol_sessions, "min_vol_sessions");
     fuzz::require(
         values.vol_sessions == 0 || within(values.vol_sessions, values.min_vol_sessions, values.max_vol_sessions),
         "vol_sessions");
-    fuzz::require(within(values.min_pe_sessions, 4, 32) && within(values.max_pe_sessions, 4, 32), "pe_sessions");
-    fuzz::require(within(values.log_level, 1, 2) && log_level.load() == values.log_level, "log_level");
-    fuzz::require(values.use_ostrel_timeouts <= 1, "use_ostrel_timeouts");
+    fuzz::require(log_level.load() == values.log_level, "log_level");
     const std::size_t length = strnlen(values.ostrel_logs_path, sizeof values.ostrel_logs_path);
     fuzz::require(within(static_cast<std::uint32_t>(length), 1, MAX_LOGS_PATH), "ostrel_logs_path");
     fuzz::require(::access(values.ostrel_logs_path, F_OK) == 0, "ostrel_logs_path doesn't exist");

@@ -2,8 +2,11 @@
 // through lookup, inventory, NICs, static targets, discovery, renewal's questions and a whole pass. A session is
 // removed only when an inventory of this act told its ISID and the state of its connection, and no static target goes
 // of a target without such a session.
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <set>
+#include <span>
 
 #include "OstrelConnections/inventory/session_inventory.h"
 #include "OstrelConnections/mode_change/mode_change.h"
@@ -17,6 +20,7 @@
 #include "oxd_ima_utility/oid_lookup.h"
 #include "oxd_ima_utility/session_operations.h"
 #include "oxd_ima_utility/static_targets.h"
+#include "simhost/operations.h"
 #include "support/host.h"
 #include "support/input.h"
 #include "support/site.h"
@@ -26,37 +30,16 @@ namespace {
 using fuzz::Input;
 using fuzz::require;
 
-// An operation and the size of the record that it fills; 0: a list; 1: nothing.
-struct Operation {
-    const char* name;
-    std::size_t size;
-};
-constexpr std::size_t LIST = 0;
-constexpr std::size_t NOTHING = 1;
-constexpr Operation OPERATIONS[] = {
-    {"IMA_GetLhbaOidList", LIST},
-    {"IMA_GetPhbaOidList", LIST},
-    {"IMA_VMW_GetLhbaOidList", LIST},
-    {"IMA_GetTargetOidList", LIST},
-    {"IMA_GetSessionOidList", LIST},
-    {"IMA_GetConnectionOidList", LIST},
-    {"IMA_VMW_GetNicOidList", LIST},
-    {"IMA_VMW_GetStaticDiscoveryTargetOidList", LIST},
-    {"IMA_VMW_GetLhbaProperties", sizeof(IMA_VMW_LHBA_PROPERTIES)},
-    {"IMA_GetTargetProperties", sizeof(IMA_TARGET_PROPERTIES)},
-    {"IMA_GetSessionProperties", sizeof(IMA_SESSION_PROPERTIES)},
-    {"IMA_GetConnectionProperties", sizeof(IMA_CONNECTION_PROPERTIES)},
-    {"IMA_VMW_GetConnectionStatus", sizeof(IMA_VMW_CONNECTION_STATUS)},
-    {"IMA_VMW_GetStaticDiscoveryTargetProperties", sizeof(IMA_STATIC_DISCOVERY_TARGET_PROPERTIES)},
-    {"IMA_VMW_GetInitiatorAuthParms", sizeof(IMA_INITIATOR_AUTHPARMS)},
-    {"IMA_VMW_GetDiscoveryStatus", sizeof(std::uint32_t)},
-    {"IMA_VMW_AddSession", NOTHING},
-    {"IMA_VMW_RemoveSession", NOTHING},
-    {"IMA_VMW_Rediscover", NOTHING},
-    {"IMA_RemoveStaticDiscoveryTarget", NOTHING},
-    {"IMA_FreeMemory", NOTHING},
-};
-constexpr unsigned NUM_OPERATIONS = std::size(OPERATIONS);
+using simhost::LIST;
+using simhost::NOTHING;
+using simhost::Operation;
+
+// Those of the IMA come first.
+constexpr auto IS_IMA = [](const Operation& each) { return each.name.starts_with("IMA_"); };
+constexpr auto NUM_OPERATIONS =
+    static_cast<unsigned>(std::count_if(std::begin(simhost::OPERATIONS), std::end(simhost::OPERATIONS), IS_IMA));
+constexpr std::span OPERATIONS = std::span(simhost::OPERATIONS).first<NUM_OPERATIONS>();
+static_assert(std::all_of(OPERATIONS.begin(), OPERATIONS.end(), IS_IMA));
 
 // One change of an operation's answers.
 struct Change {
@@ -84,12 +67,8 @@ Change read_change(Input& input) {
 
 void change_record(const Change& change, char* record, std::size_t size) {
     const std::size_t at = change.place % size;
-    if (change.kind == Change::bytes) {
-        std::memcpy(record + at, change.text.data(), std::min(change.text.size(), size - at));
-    } else if (change.kind == Change::fill && !change.text.empty()) {
-        for (std::size_t i = at; i < size; ++i) {
-            record[i] = change.text[(i - at) % change.text.size()];
-        }
+    if (change.kind == Change::bytes || change.kind == Change::fill) {
+        fuzz::overwrite(record + at, size - at, change.text, change.kind == Change::fill);
     }
 }
 
@@ -147,7 +126,7 @@ std::uint32_t answer(Script& script, Told& told, void* out, std::uint32_t status
     const unsigned call = script.calls++;
     const Operation& operation = *script.operation;
     IMA_SESSION_PROPERTIES session{};
-    const bool is_session = operation.size == sizeof session && out != nullptr && status == IMA_STATUS_SUCCESS;
+    const bool is_session = operation.answer == sizeof session && out != nullptr && status == IMA_STATUS_SUCCESS;
     if (is_session) {
         session = *static_cast<IMA_SESSION_PROPERTIES*>(out);
     }
@@ -157,17 +136,17 @@ std::uint32_t answer(Script& script, Told& told, void* out, std::uint32_t status
         }
         if (each.kind == Change::status) {
             status = each.value;
-        } else if (operation.size == LIST) {
+        } else if (operation.answer == LIST) {
             change_list(each, *static_cast<IMA_OID_LIST**>(out));
-        } else if (operation.size != NOTHING && out != nullptr) {
-            change_record(each, static_cast<char*>(out), operation.size);
+        } else if (operation.answer != NOTHING && out != nullptr) {
+            change_record(each, static_cast<char*>(out), operation.answer);
         }
     }
     if (is_session) {
         // The host never has two sessions of one ISID.
         std::memcpy(static_cast<IMA_SESSION_PROPERTIES*>(out)->isid, session.isid, sizeof session.isid);
         status == IMA_STATUS_SUCCESS ? told.session(session) : told.no_session();
-    } else if (operation.size == sizeof(IMA_VMW_CONNECTION_STATUS) && status == IMA_STATUS_SUCCESS) {
+    } else if (operation.answer == sizeof(IMA_VMW_CONNECTION_STATUS) && status == IMA_STATUS_SUCCESS) {
         told.connection();
     }
     return status;
@@ -306,7 +285,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     Told told;
     for (Script& each : scripts) {
-        site.script_ima(each.operation->name,
+        site.script_ima(std::string(each.operation->name),
                         [&](void* out, std::uint32_t status) { return answer(each, told, out, status); });
     }
     act(what, name, values);

@@ -2,9 +2,11 @@
 // client and through a whole pass. Nothing is done to a target that no usable reply named, nor on an adapter that
 // wasn't named with it; no session of a group-scoped target goes without transport addresses.
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <map>
 #include <set>
+#include <span>
 
 #include "OstrelConnections/polling_pass.h"
 #include "OstrelConnections/psp/psp_client.h"
@@ -22,42 +24,52 @@ using AllDevices = OstrelPspIoctlGetAllDeviceInfoData;
 using AllTargets = OstrelPspIoctlGetAllGroupScopedTargetsData;
 using Addresses = OstrelPspIoctlGetTransportAddrsData;
 
+// Numbers in the records, from which a byte picks.
+using Lun = OxrLun;
+using Target = OstrelPspGroupScopedTarget;
+using Device = OstrelPspTransportAddrs;
+constexpr std::size_t LUN_NUMBERS[] = {offsetof(Lun, num_sessions),
+                                       offsetof(Lun, num_dynamic_sessions),
+                                       offsetof(Lun, num_login_pending_sessions),
+                                       offsetof(Lun, num_adapters),
+                                       offsetof(Lun, num_total_paths),
+                                       offsetof(Lun, num_active_paths),
+                                       offsetof(Lun, num_dead_paths),
+                                       offsetof(Lun, num_of_mem_array),
+                                       offsetof(Lun, group_mode),
+                                       offsetof(Lun, mode_changed),
+                                       offsetof(Lun, isVvolPE),
+                                       offsetof(Lun, isGstVolume)};
+constexpr std::size_t TARGET_NUMBERS[] = {
+    offsetof(Target, num_luns),         offsetof(Target, num_adapters),     offsetof(Target, total_active_paths),
+    offsetof(Target, total_dead_paths), offsetof(Target, num_active_array), offsetof(Target, num_total_array_in_group),
+    offsetof(Target, group_mode),       offsetof(Target, mode_changed)};
+constexpr std::size_t ACTIVE_AT = offsetof(Device, paths) + offsetof(OstrelPspTransportPath, is_active);
+constexpr std::size_t DEVICE_NUMBERS[] = {offsetof(Device, num_paths), ACTIVE_AT,
+                                          ACTIVE_AT + 2 * sizeof(OstrelPspTransportPath)};
+constexpr std::size_t NAME_NUMBERS[] = {0};
+
 // Where a request's reply has its records and its count.
 struct Layout {
     unsigned long request;
     std::size_t records_at;
     std::size_t record_size;
     unsigned num_records;
-    std::size_t count_at;  // none: beyond the buffer
-    std::size_t size;
+    std::size_t count_at;
+    std::span<const std::size_t> numbers;
 };
 constexpr std::size_t NO_COUNT = SIZE_MAX;
 constexpr Layout LAYOUTS[] = {
-    {0, 4, sizeof(OxrLun), 256, 0, sizeof(AllDevices)},
-    {3, 0, sizeof(OstrelPspGroupScopedTarget), 32, offsetof(AllTargets, num_targets), sizeof(AllTargets)},
-    {7, 4, sizeof(OstrelPspTransportAddrs), 256, 0, sizeof(Addresses)},
-    {1, 0, sizeof(OxrLun), 1, NO_COUNT, sizeof(OxrLun)},
-    {4, 0, sizeof(OstrelPspGroupScopedTarget), 1, NO_COUNT, sizeof(OstrelPspGroupScopedTarget)},
-    {5, 0, 12, 1, NO_COUNT, 12},
-    {6, 0, 12, 1, NO_COUNT, 12},
+    {0, offsetof(AllDevices, devices), sizeof(Lun), OSTREL_MAX_VOLUMES, offsetof(AllDevices, num_devices), LUN_NUMBERS},
+    {3, 0, sizeof(Target), OSTREL_MAX_GROUP_SCOPED_TARGETS, offsetof(AllTargets, num_targets), TARGET_NUMBERS},
+    {7, offsetof(Addresses, devices), sizeof(Device), OSTREL_MAX_VOLUMES, offsetof(Addresses, num_devices),
+     DEVICE_NUMBERS},
+    {1, 0, sizeof(Lun), 1, NO_COUNT, LUN_NUMBERS},
+    {4, 0, sizeof(Target), 1, NO_COUNT, TARGET_NUMBERS},
+    {5, 0, sizeof(AdapterName), 1, NO_COUNT, NAME_NUMBERS},
+    {6, 0, sizeof(AdapterName), 1, NO_COUNT, NAME_NUMBERS},
 };
 constexpr unsigned NUM_LAYOUTS = std::size(LAYOUTS);
-
-// Numbers in the records, from which a byte picks.
-constexpr std::size_t LUN_NUMBERS[] = {392, 396, 400, 404, 408, 412, 416, 420, 432, 436, 444, 448};
-constexpr std::size_t TARGET_NUMBERS[] = {53504, 53508, 53608, 53612, 53616, 53620, 53624, 53628};
-constexpr std::size_t ADDRESS_NUMBERS[] = {40, 44 + 72, 44 + 76 + 72};
-
-std::size_t number_at(const Layout& layout, unsigned pick) {
-    if (layout.record_size == sizeof(OxrLun)) {
-        return LUN_NUMBERS[pick % std::size(LUN_NUMBERS)];
-    }
-    if (layout.record_size == sizeof(OstrelPspGroupScopedTarget)) {
-        return TARGET_NUMBERS[pick % std::size(TARGET_NUMBERS)];
-    }
-    return layout.record_size == sizeof(OstrelPspTransportAddrs) ? ADDRESS_NUMBERS[pick % std::size(ADDRESS_NUMBERS)]
-                                                                 : 0;
-}
 
 // One change of a reply.
 struct Change {
@@ -77,7 +89,7 @@ Change read_change(Input& input, const Layout& layout) {
             change.text = input.text(64);
             break;
         case Change::number:
-            change.offset = number_at(layout, input.byte());
+            change.offset = layout.numbers[input.byte() % layout.numbers.size()];
             change.value = input.number<std::int32_t>();
             break;
         case Change::count:
@@ -104,8 +116,7 @@ void apply(const Change& change, const Layout& layout, char* buffer, int& result
     char* const record = buffer + layout.records_at + change.record * layout.record_size;
     switch (change.kind) {
         case Change::bytes:
-            std::memcpy(record + change.offset, change.text.data(),
-                        std::min(change.text.size(), layout.record_size - change.offset));
+            fuzz::overwrite(record + change.offset, layout.record_size - change.offset, change.text, false);
             break;
         case Change::number:
             put_number(record, change.offset, change.value);
@@ -124,9 +135,7 @@ void apply(const Change& change, const Layout& layout, char* buffer, int& result
                          layout.record_size);
             break;
         case Change::fill:  // the whole record
-            for (std::size_t i = 0; i < layout.record_size && !change.text.empty(); ++i) {
-                record[i] = change.text[i % change.text.size()];
-            }
+            fuzz::overwrite(record, layout.record_size, change.text, true);
             break;
     }
 }

@@ -13,7 +13,7 @@ namespace cimserver {
 class Object {
 public:
     Object();
-    Object(const Object&) : Object() {}
+    Object(const Object&) : Object() {}  // is no clone until it is called one
     virtual ~Object();
     Object& operator=(const Object&) = delete;
 

@@ -31,21 +31,16 @@ std::string text_of(const pugi::xml_document& document) {
 // The response element with a result, or with the error alone. Returns the message of a success.
 std::string append_response(pugi::xml_node simple, const Broker& broker, const Message& message,
                             const std::string& host) {
-    const char* const element = message.is_method_call ? "METHODRESPONSE" : "IMETHODRESPONSE";
-    const auto append = [&] {
-        pugi::xml_node response = simple.append_child(element);
-        put_attribute(response, "NAME", message.name);
-        return response;
-    };
-    pugi::xml_node response = append();
+    pugi::xml_node response = simple.append_child(message.is_method_call ? "METHODRESPONSE" : "IMETHODRESPONSE");
+    put_attribute(response, "NAME", message.name);
     try {
         if (message.is_method_call) {
             return run_method_call(broker, message, response);
         }
         run_operation(broker, message, host, response);
     } catch (const CimError& failure) {
-        simple.remove_child(response);
-        pugi::xml_node error = append().append_child("ERROR");
+        response.remove_children();
+        pugi::xml_node error = response.append_child("ERROR");
         error.append_attribute("CODE").set_value(static_cast<unsigned>(failure.code));
         put_attribute(error, "DESCRIPTION", failure.description);
     }

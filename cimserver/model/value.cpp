@@ -131,12 +131,6 @@ bool same_name(std::string_view a, std::string_view b) {
            std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return lower(x) == lower(y); });
 }
 
-std::string lower_case(std::string_view name) {
-    std::string result(name);
-    std::transform(result.begin(), result.end(), result.begin(), lower);
-    return result;
-}
-
 bool contains_name(const std::vector<std::string>& names, std::string_view name) {
     return std::any_of(names.begin(), names.end(), [&](const std::string& n) { return same_name(n, name); });
 }

@@ -69,7 +69,6 @@ const ObjectPath* reference_in(const Value& value);
 // CIM names are compared without regard to case, ASCII only.
 
 bool same_name(std::string_view a, std::string_view b);
-std::string lower_case(std::string_view name);
 bool contains_name(const std::vector<std::string>& names, std::string_view name);
 
 // The first of that name in a list of things with names; null when there is none.

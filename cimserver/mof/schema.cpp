@@ -12,17 +12,15 @@ bool Element::has(std::string_view qualifier) const {
 }
 
 bool Schema::add(Class definition) {
-    std::string key = lower_case(definition.name);
-    const bool added = classes_.try_emplace(key, std::move(definition)).second;
-    if (added) {
-        order_.push_back(std::move(key));
+    if (find(definition.name) != nullptr) {
+        return false;
     }
-    return added;
+    classes_.push_back(std::move(definition));
+    return true;
 }
 
 const Class* Schema::find(std::string_view name) const {
-    const auto found = classes_.find(lower_case(name));
-    return found == classes_.end() ? nullptr : &found->second;
+    return find_named(classes_, name);
 }
 
 // A superclass is defined before its subclass, so this ends.
@@ -64,10 +62,9 @@ const Method* Schema::find_method(std::string_view class_name, std::string_view 
 
 std::vector<const Class*> Schema::subclasses(std::string_view name, bool deep) const {
     std::vector<const Class*> result;
-    for (const std::string& key : order_) {
-        const Class& definition = classes_.at(key);
+    for (const Class& definition : classes_) {
         const bool next_level = same_name(definition.superclass, name);
-        const bool below = !same_name(definition.name, name) && (name.empty() || is_a(key, name));
+        const bool below = !same_name(definition.name, name) && (name.empty() || is_a(definition.name, name));
         if (next_level || (deep && below)) {
             result.push_back(&definition);
         }

@@ -2,7 +2,6 @@
 // are answered from. Filled once at start, only read afterwards.
 #pragma once
 
-#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -58,8 +57,7 @@ public:
     std::vector<const Class*> subclasses(std::string_view name, bool deep) const;
 
 private:
-    std::map<std::string, Class, std::less<>> classes_;  // by lower-case name
-    std::vector<std::string> order_;
+    std::vector<Class> classes_;  // in order of definition
 };
 
 }  // namespace cimserver

@@ -46,4 +46,11 @@ private:
     std::string_view rest_;
 };
 
+// Puts the text into a field of so many bytes; with `repeat` again and again, to its end.
+inline void overwrite(char* field, std::size_t size, std::string_view text, bool repeat) {
+    for (std::size_t i = 0; i < size && !text.empty() && (repeat || i < text.size()); ++i) {
+        field[i] = text[i % text.size()];
+    }
+}
+
 }  // namespace fuzz

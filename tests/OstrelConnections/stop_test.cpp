@@ -37,17 +37,13 @@ std::unique_ptr<simhost::Host> make_busy_site() {
     auto host = make_site(2, GroupMode::dynamic_discovery, options);
     host->write_file("/etc/ostrel/oxr.conf", "interval=60\nvol_sessions=6\n");
     add_volumes(*host, 4, 5);
-    host->add_group_scoped_target({"iqn.gst", "g", {"a1"}, {}});
-    simhost::VolumeSpec device;
-    device.eui = "pe";
-    device.group = "g";
-    device.group_scoped_target = "iqn.gst";
-    host->add_volume(device);
-    host->connect("iqn.gst", 4);
+    add_target(*host, "iqn.gst", {"a1"}, 4);
     return host;
 }
 
+// Seed 0: one that nobody knows before.
 void stop_at_random_moments(unsigned seed, int stops) {
+    seed = seed == 0 ? std::random_device{}() : seed;
     SCOPED_TRACE(testing::Message() << "seed " << seed);
     std::printf("seed %u\n", seed);
     std::mt19937 random(seed);
@@ -90,20 +86,15 @@ void stop_at_random_moments(unsigned seed, int stops) {
     EXPECT_EQ(StopService(), 0);
 }
 
+class StopsAtRandomMoments : public ::testing::TestWithParam<unsigned> {};
+
 }  // namespace
 
-TEST(Stops, AtRandomMomentsLeaveNothingBehind1) {
-    stop_at_random_moments(1, 50);
+TEST_P(StopsAtRandomMoments, LeaveNothingBehind) {
+    stop_at_random_moments(GetParam(), 50);
 }
-TEST(Stops, AtRandomMomentsLeaveNothingBehind2) {
-    stop_at_random_moments(2, 50);
-}
-TEST(Stops, AtRandomMomentsLeaveNothingBehind3) {
-    stop_at_random_moments(3, 50);
-}
-TEST(Stops, AtRandomMomentsLeaveNothingBehind4) {
-    stop_at_random_moments(std::random_device{}(), 50);
-}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, StopsAtRandomMoments, ::testing::Values(1, 2, 3, 0));
 
 // A thread sanitizer objects to asking for the stop with the host's lock held, as an observer does.
 #ifndef __SANITIZE_THREAD__

@@ -113,7 +113,7 @@ TEST_F(LogTest, AFailedCallLosesNoFurtherMessage) {
         for (std::uint64_t nth = 1; nth <= 4; ++nth) {
             host->write_file(OLDER, "old");
             host->write_file(LOG, std::string(LIMIT + 1, 'x'));
-            host->fail(testing_support::fault(operation, nth));
+            host->fail(testing_support::failing(operation, nth));
             oxr_log_to_file(0, "during\n");
             host->clear_faults();
             oxr_log_to_file(0, "after\n");

@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <future>
@@ -112,10 +111,7 @@ TEST(Clients, EightAtOnceLeaveTheServiceWhole) {
         }));
     }
     for (auto& client : running) {
-        if (client.wait_for(longest) != std::future_status::ready) {
-            std::fprintf(stderr, "a client hangs:\n%s\n", host->log().c_str());
-            std::abort();  // nothing could be joined
-        }
+        client.get();
     }
     EXPECT_EQ(unexpected, 0) << host->log();
     EXPECT_GT(renewed, 0);

@@ -5,13 +5,13 @@
 
 #include <fstream>
 #include <functional>
+#include <regex>
 
 #include "OstrelConnections/renewal/renewal.h"
 #include "cimserver/broker/broker.h"
 #include "cimserver/broker/path_text.h"
 #include "cimserver/broker/request.h"
 #include "cimserver/server.h"
-#include "configuration/config_values.h"
 #include "simhost/host.h"
 #include "support/cim.h"
 #include "support/log_lines.h"
@@ -298,26 +298,40 @@ TEST_F(Providers, MethodsOfASettingAnswerForEveryArgument) {
     }
 }
 
+TEST_F(Providers, TheProfileAloneStartsTheServiceAndIsAUserOfTheLibrary) {
+    const Schema schema = broker->schema();
+    broker.reset();
+    std::string error;
+    broker = std::make_unique<Broker>(schema);
+    const Registration profile{"OSTREL_RegisteredProfile", "OstrelProfileProvider", "", "n/s", true, false, false};
+    EXPECT_TRUE(broker->load(
+        {profile}, [&](const std::string& name) { return dlsym(library, name.c_str()); }, error));
+    EXPECT_TRUE(host.wait_for_horizon(10));
+}
+
 TEST_F(Providers, TheClassesAndThePageTellTheRangesAndTheStatusesOfTheLibrary) {
     const std::string page = text_of_file(OXR_SOURCE_DIR "/docs/cim.md");
     const std::string mof = text_of_file(OXR_SOURCE_DIR "/cim/ostrel.mof");
-    const auto range_of = [&](const std::string& name, std::initializer_list<std::uint32_t> tried) {
-        std::vector<std::uint32_t> taken;
-        for (const std::uint32_t value : tried) {
-            if (set_value(*broker, name, value).code == CMPI_RC_OK) {
-                EXPECT_NE(host.read_file(CONFIG).find("\n" + name + "=" + std::to_string(value) + "\n"),
-                          std::string::npos);
-                taken.push_back(value);
-            }
-        }
-        return std::to_string(taken.front()) + " to " + std::to_string(taken.back());
+    const auto takes = [&](const std::string& name, unsigned long value) {
+        const bool taken = set_value(*broker, name, static_cast<std::uint32_t>(value)).code == CMPI_RC_OK;
+        const std::string line = "\n" + name + "=" + std::to_string(value) + "\n";
+        EXPECT_EQ(host.read_file(CONFIG).find(line) != std::string::npos, taken) << line;
+        return taken;
     };
-    const std::string intervals =
-        range_of("interval", {0, MIN_INTERVAL - 1, MIN_INTERVAL, MAX_INTERVAL, MAX_INTERVAL + 1, 4294967295U});
-    const std::string sessions = range_of("vol_sessions", {0, 1, 2, 3, 7, 8, 9, 10, 4294967295U});
-    EXPECT_NE(page.find("`interval`: " + intervals + " seconds; `vol_sessions`: " + sessions + " |"),
-              std::string::npos);
-    EXPECT_NE(mof.find("interval: " + intervals + " seconds. vol_sessions: " + sessions + "."), std::string::npos);
+    const std::pair<const std::string&, const char*> ranges[] = {
+        {page, "`(interval)`: (\\d+) to (\\d+) seconds; `(vol_sessions)`: (\\d+) to (\\d+) "},
+        {mof, "(interval): (\\d+) to (\\d+) seconds. (vol_sessions): (\\d+) to (\\d+)\\."}};
+    for (const auto& [text, form] : ranges) {
+        std::smatch told;
+        ASSERT_TRUE(std::regex_search(text, told, std::regex(form))) << form;
+        for (const std::size_t at : {1U, 4U}) {
+            const unsigned long least = std::stoul(told[at + 1]);
+            const unsigned long most = std::stoul(told[at + 2]);
+            EXPECT_TRUE(takes(told[at], least) && takes(told[at], most)) << told[at];
+            EXPECT_FALSE(takes(told[at], least - 1) || takes(told[at], most + 1)) << told[at];
+        }
+    }
+    EXPECT_FALSE(takes("vol_sessions", 0) || takes("interval", UINT32_MAX));
 
     const Element* const out = &broker->schema().find_method(SETTING, "renewiscsiconnections")->parameters.back();
     EXPECT_TRUE(out->has("Out") && !out->has("In"));
@@ -341,27 +355,40 @@ CMPIStatus refuse(const CMPIResult*, const Given*) {
     return {CMPI_RC_ERR_FAILED, nullptr};
 }
 
-TEST_F(Providers, AssociationOperationsEndWellEvenWhereNothingIsTaken) {
+TEST_F(Providers, AssociationOperationsEndWellEvenWhereNothingIsTakenOrTold) {
     CMPIResultFT refusing_table = {};
     refusing_table.returnInstance = refuse<CMPIInstance>;
     refusing_table.returnObjectPath = refuse<CMPIObjectPath>;
     refusing_table.returnDone = [](const CMPIResult*) { return CMPIStatus{static_cast<CMPIrc>(++done), nullptr}; };
     const CMPIResult to{nullptr, &refusing_table};
+    CMPIBroker untelling = *broker->handle();
+    CMPIBrokerEncFT untelling_table = *untelling.eft;
+    untelling_table.classPathIsA = [](const CMPIBroker*, const CMPIObjectPath*, const char*,
+                                      CMPIStatus* status) -> CMPIBoolean {
+        status->rc = CMPI_RC_ERR_FAILED;
+        return 1;
+    };
+    untelling.eft = &untelling_table;
     using Factory = CMPIAssociationMI* (*)(const CMPIBroker*, const CMPIContext*, CMPIStatus*);
     const auto factory = reinterpret_cast<Factory>(dlsym(library, "OstrelAssocProvider_Create_AssociationMI"));
     ASSERT_NE(factory, nullptr);
-    CMPIAssociationMI* const mi = factory(broker->handle(), nullptr, nullptr);
     const Request request;
     CMPIObjectPath* const path = CMNewObjectPath(broker->handle(), "ostrel/cimv2", SERVICE, nullptr);
     CMAddKey(path, "name", "OSTREL Connection Service", CMPI_chars);
-    for (const char* const any : {static_cast<const char*>(nullptr), ""}) {
+    const struct {
+        const CMPIBroker* broker;
+        const char* any;
+        int offered, done;
+    } cases[] = {{&untelling, nullptr, 0, 0}, {broker->handle(), nullptr, 8, 4}, {broker->handle(), "", 8, 4}};
+    for (const auto& [from, any, expected_offered, expected_done] : cases) {
         offered = done = 0;
+        CMPIAssociationMI* const mi = factory(from, nullptr, nullptr);
         EXPECT_EQ(mi->ft->associators(mi, nullptr, &to, path, any, any, any, any, nullptr).rc, CMPI_RC_OK);
         EXPECT_EQ(mi->ft->associatorNames(mi, nullptr, &to, path, any, any, any, any).rc, CMPI_RC_OK);
         EXPECT_EQ(mi->ft->references(mi, nullptr, &to, path, any, any, nullptr).rc, CMPI_RC_OK);
         EXPECT_EQ(mi->ft->referenceNames(mi, nullptr, &to, path, any, any).rc, CMPI_RC_OK);
-        EXPECT_EQ(offered, 4 * 2);
-        EXPECT_EQ(done, 4);
+        EXPECT_EQ(offered, expected_offered);
+        EXPECT_EQ(done, expected_done);
     }
 }
 

@@ -5,6 +5,9 @@
 #include <iterator>
 #include <regex>
 
+#include "support/faults.h"
+
+using namespace testing_support;
 using simhost::Fault;
 
 namespace fault_sweep {
@@ -15,19 +18,6 @@ constexpr std::uint32_t last_psp_status = 10;
 
 bool matches(const std::string& text, const std::string& pattern) {
     return std::regex_search(text, std::regex(pattern));
-}
-
-Fault fault(const std::string& operation) {
-    Fault made;
-    made.operation = operation;
-    return made;
-}
-
-Fault on_file(const std::string& operation, const char* file, int error) {
-    Fault made = fault(operation);
-    made.path_contains = file;
-    made.error = error;
-    return made;
 }
 
 bool is_of_files(const std::string& operation) {
@@ -42,28 +32,26 @@ bool is_psp_request(const std::string& operation) {
 
 std::vector<Fault> faults_of_files(const std::string& operation) {
     if (operation == "mkdir") {
-        return {on_file(operation, "", EIO)};
+        return {failing_with(operation, EIO)};
     }
     std::vector<Fault> made;
     for (const char* const file : {"oxr.log", "oxr.conf", ".lock", "version.txt"}) {
-        made.push_back(on_file(operation, file, operation == "write" ? ENOSPC : EIO));
+        made.push_back(failing_with(operation, operation == "write" ? ENOSPC : EIO, file));
         if (operation == "write") {
-            made.push_back(on_file(operation, file, 0));
+            made.push_back(failing_with(operation, 0, file));
             made.back().short_by = 7;
         }
     }
     if (operation == "access") {  // of the folders
-        made.push_back(on_file(operation, "", EIO));
+        made.push_back(failing_with(operation, EIO));
     }
     return made;
 }
 
 std::vector<Fault> faults_of_request(const std::string& operation) {
-    std::vector<Fault> made = {fault(operation)};
-    made.back().error = EIO;
+    std::vector<Fault> made = {failing_with(operation, EIO)};
     for (std::uint32_t status = 1; status <= last_psp_status; ++status) {
-        made.push_back(fault(operation));
-        made.back().status = status;
+        made.push_back(status_fault(operation, status));
     }
     return made;
 }
@@ -117,17 +105,17 @@ struct Outcome {
 constexpr Outcome outcomes[] = {
     {"^0$", "^psp\\.5 ([0-9]+)", "^(-1|[1-9][0-9]?)$"},
     {"^0$", "^(IMA_|new|psp\\.)", "^-1$"},
-    {"^0 0$", "^psp\\.1 3", "^0 2$"},
-    {"^0 0$", "^psp\\.1", "^0 1$"},
-    {"^0 0$", "^psp\\.5", "^0 8$"},
-    {"^0 0$", "^(psp\\.open|new)", "^0 [18]$"},
-    {"^0 0$", "^pthread", "^0 1$"},
-    {"^0 0$", "^(open|stat|read)", "^0 9$"},
-    {"^0 0$", "^access", "^0 10$"},
-    {"^0 0$", "^IMA_VMW_AddSession", "^0 7$"},
-    {"^0 0$", "^IMA_VMW_RemoveSession", "^0 6$"},
-    {"^0 0$", "^IMA_GetConnectionProperties", "^0 1$"},
-    {"^0 0$", "^IMA_", "^0 [13467]$"},
+    {"^renewed 0$", "^psp\\.1 3", "^renewed 2$"},
+    {"^renewed 0$", "^psp\\.1", "^renewed 1$"},
+    {"^renewed 0$", "^psp\\.5", "^renewed 8$"},
+    {"^renewed 0$", "^(psp\\.open|new)", "^renewed [18]$"},
+    {"^renewed 0$", "^pthread", "^renewed 1$"},
+    {"^renewed 0$", "^(open|stat|read)", "^renewed 9$"},
+    {"^renewed 0$", "^access", "^renewed 10$"},
+    {"^renewed 0$", "^IMA_VMW_AddSession", "^renewed 7$"},
+    {"^renewed 0$", "^IMA_VMW_RemoveSession", "^renewed 6$"},
+    {"^renewed 0$", "^IMA_GetConnectionProperties", "^renewed 1$"},
+    {"^renewed 0$", "^IMA_", "^renewed [13467]$"},
     {"^started", "^pthread_create", "^started -1, stopped 0$"},
     {"^started", "^pthread_(join|kill)", "^started 0, stopped -1$"},
 };
@@ -174,7 +162,7 @@ std::vector<Fault> faults_of(const std::string& operation) {
     if (is_psp_request(operation)) {
         return faults_of_request(operation);
     }
-    return {fault(operation)};
+    return {failing(operation)};
 }
 
 bool is_told(const Fault& fault, const std::string& met, const std::vector<std::string>& complaints) {

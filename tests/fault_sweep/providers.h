@@ -13,7 +13,7 @@ class Providers {
 public:
     Providers();  // makes a host for the time of the loading; no other may exist
 
-    // Each answers what the client got: the CIM code, and the OXD status of a renewal behind it.
+    // Each answers what the client got: the CIM code; of a renewal "renewed" and the OXD status.
     std::string renew(const std::vector<std::string>& targets, const std::string& name, const std::string& value);
     std::string set_value(const std::string& name, std::uint32_t value);
     std::string enumerate();  // every class, both ways, and the association from its two ends

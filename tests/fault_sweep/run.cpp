@@ -7,8 +7,6 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <map>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
@@ -62,12 +60,8 @@ std::vector<std::string> calls_made(const Host& host) {
 
 // Warnings and errors, without the source lines in them.
 std::vector<std::string> complaints(const Host& host) {
-    std::vector<std::string> found;
-    for (const auto& line : testing_support::parse_log(host.log())) {
-        if (line.level == "ERROR" || line.level == "WARN") {
-            found.push_back(line.level + " " + line.operation + ": " + line.text);
-        }
-    }
+    std::vector<std::string> found = testing_support::short_lines(host.log());
+    std::erase_if(found, [](const auto& line) { return !line.starts_with("ERROR") && !line.starts_with("WARN"); });
     return found;
 }
 
@@ -210,37 +204,26 @@ Report work(const Situation& situation, Host& host, const std::optional<Fault>& 
     return report;
 }
 
-// The files below the host's root, to be put back after a run in another process.
+// The files below the host's root, kept aside to be put back after a run in another process.
 class Files {
 public:
-    explicit Files(std::string root) : root_(std::move(root)) {
-        for (const auto& each : std::filesystem::recursive_directory_iterator(root_)) {
-            each.is_directory() ? (void)folders_.push_back(each.path())
-                                : (void)(contents_[each.path()] = read(each.path()));
-        }
+    explicit Files(const std::string& root) : root_(root), kept_(root + ".kept") {
+        std::filesystem::remove_all(kept_);
+        std::filesystem::copy(root_, kept_, std::filesystem::copy_options::recursive);
     }
-    void put_back() const {
+    ~Files() {
         for (const auto& each : std::filesystem::directory_iterator(root_)) {
             std::filesystem::remove_all(each.path());
         }
-        for (const auto& folder : folders_) {
-            std::filesystem::create_directories(folder);
-        }
-        for (const auto& [path, text] : contents_) {
-            std::ofstream(path, std::ios::binary) << text;
-        }
+        std::filesystem::copy(kept_, root_, std::filesystem::copy_options::recursive);
+        std::filesystem::remove_all(kept_);
     }
+    Files(const Files&) = delete;
+    Files& operator=(const Files&) = delete;
 
 private:
-    std::string root_;
-    std::vector<std::filesystem::path> folders_;
-    std::map<std::filesystem::path, std::string> contents_;
-
-    static std::string read(const std::filesystem::path& path) {
-        std::ostringstream text;
-        text << std::ifstream(path, std::ios::binary).rdbuf();
-        return text.str();
-    }
+    const std::filesystem::path root_;
+    const std::filesystem::path kept_;
 };
 
 [[noreturn]] void leave() {
@@ -297,7 +280,6 @@ Report run(const Situation& situation, Host& host, const std::optional<Fault>& f
     ::close(ends[0]);
     int status = 0;
     ::waitpid(child, &status, 0);
-    files.put_back();
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
         const std::string how = !WIFSIGNALED(status)          ? "a sanitizer's finding"
                                 : WTERMSIG(status) == SIGALRM ? "a hang"

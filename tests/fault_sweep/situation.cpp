@@ -63,25 +63,15 @@ std::unique_ptr<Host> make_behind_providers() {
 
 std::unique_ptr<Host> make_group_scoped(int connections, const std::vector<std::string>& active_arrays = {}) {
     auto host = make_configured();
-    host->add_group_scoped_target({"iqn.gst", "g", active_arrays, {}});
-    for (const char* const eui : {"pe-0", "pe-1"}) {
-        simhost::VolumeSpec volume;
-        volume.eui = eui;
-        volume.group = "g";
-        volume.group_scoped_target = "iqn.gst";
-        volume.protocol_endpoint = true;
-        host->add_volume(volume);
-    }
-    host->connect("iqn.gst", connections);
+    add_target(*host, "iqn.gst", active_arrays, connections, 2);
     return host;
 }
 
 std::unique_ptr<Host> make_switched(GroupMode now) {
     const bool to_dynamic = now == GroupMode::dynamic_discovery;
     auto host = make_configured(to_dynamic ? GroupMode::static_discovery : GroupMode::dynamic_discovery);
-    add_volumes(*host, 2, 0);
-    for (const auto& target : host->targets()) {
-        host->connect(target.iqn, to_dynamic ? 0 : 8);
+    for (const char* const eui : {"vol-0", "vol-1"}) {
+        add_volume(*host, eui, to_dynamic ? 0 : 8);
     }
     host->switch_mode("g", now);
     return host;
@@ -122,22 +112,22 @@ std::unique_ptr<Host> make_long_logs() {
 
 // --- work -------------------------------------------------------------------------------------------------------
 
-std::string one_pass(Host& host) {
-    ConfigValues values;
+std::string pass_with(Host& host, const ConfigValues& values) {
     const std::string result = std::to_string(handle_ostrel_connections(values));
     refresh_target_oids_table();
     host.advance(values.interval);
     return result;
 }
 
+std::string one_pass(Host& host) {
+    return pass_with(host, {});
+}
+
 std::string one_pass_with_fewer(Host& host) {
     ConfigValues values;
     values.max_pe_sessions = 4;
     values.vol_sessions = 4;
-    const std::string result = std::to_string(handle_ostrel_connections(values));
-    refresh_target_oids_table();
-    host.advance(values.interval);
-    return result;
+    return pass_with(host, values);
 }
 
 // The worker's first cycle, and its end.

@@ -27,52 +27,31 @@ TEST_F(HostTest, EachImaStatusHasItsText) {
 }
 
 // Wide names stand alone on the heap, without a terminator when they fill their field.
-std::unique_ptr<wchar_t[]> field_of(std::string_view text, std::size_t size) {
-    auto field = std::make_unique<wchar_t[]>(size);
-    for (std::size_t i = 0; i < text.size() && i < size; ++i) {
-        field[i] = static_cast<wchar_t>(text[i]);
-    }
-    return field;
-}
-
-TEST(MixedCmp, NamesAreEqualOnlyInFull) {
-    const std::string full(256, 'n');
-    const struct {
-        std::string wide;
-        std::string narrow;
-        std::size_t maximum;
-        std::uint32_t result;
-    } cases[] = {
-        {"vmhba64", "vmhba64", 256, ISCSI_CMP_EQUAL},
-        {"vmhba64", "vmhba6", 256, ISCSI_CMP_DIFFERENT},
-        {"vmhba6", "vmhba64", 256, ISCSI_CMP_DIFFERENT},
-        {"vmhba64", "VMHBA64", 256, ISCSI_CMP_DIFFERENT},
-        {"vmhba64", "", 256, ISCSI_CMP_DIFFERENT},
-        {"", "vmhba64", 256, ISCSI_CMP_DIFFERENT},
-        {"", "", 256, ISCSI_CMP_EQUAL},
-        {"vmhba64", "vmhba\xff", 256, ISCSI_CMP_NOT_CONVERTIBLE},
-        {full.substr(0, 223), full.substr(0, 223), 224, ISCSI_CMP_EQUAL},
-        {full.substr(0, 222), full.substr(0, 223), 224, ISCSI_CMP_DIFFERENT},
-        {full.substr(0, 224), full.substr(0, 223), 224, ISCSI_CMP_DIFFERENT},
-        {full.substr(0, 224), full, 224, ISCSI_CMP_DIFFERENT},
-        {full.substr(0, 255), full.substr(0, 255), 256, ISCSI_CMP_EQUAL},
-        {full, full.substr(0, 255), 256, ISCSI_CMP_DIFFERENT},
-        {std::string(299, 'x'), std::string(299, 'x'), 300, ISCSI_CMP_EQUAL},
+TEST_F(HostTest, NamesAreEqualOnlyInFull) {
+    const auto compare = [](std::size_t wide_length, const std::string& narrow, std::size_t maximum) {
+        const auto wide = std::make_unique<wchar_t[]>(maximum);
+        std::fill_n(wide.get(), std::min(wide_length, maximum), L'n');
+        return Iscsi_MixedCmp(wide.get(), narrow.c_str(), wch_len(wide.get(), maximum), maximum);
     };
+    const struct {
+        std::size_t wide, narrow, maximum;
+        bool equal;
+    } cases[] = {{7, 7, 256, true},      {7, 6, 256, false},     {6, 7, 256, false},    {7, 0, 256, false},
+                 {0, 7, 256, false},     {0, 0, 256, true},      {223, 223, 224, true}, {222, 223, 224, false},
+                 {224, 223, 224, false}, {224, 256, 224, false}, {255, 255, 256, true}, {256, 255, 256, false},
+                 {299, 299, 300, true}};
     for (const auto& each : cases) {
-        const auto wide = field_of(each.wide, each.maximum);
-        EXPECT_EQ(Iscsi_MixedCmp(wide.get(), each.narrow.c_str(), wch_len(wide.get(), each.maximum), each.maximum),
-                  each.result)
-            << each.wide << " and " << each.narrow;
+        EXPECT_EQ(compare(each.wide, std::string(each.narrow, 'n'), each.maximum),
+                  each.equal ? ISCSI_CMP_EQUAL : ISCSI_CMP_DIFFERENT)
+            << each.wide << " " << each.narrow;
     }
-}
-
-TEST_F(HostTest, AComparisonWithoutMemorySaysSo) {
-    const auto wide = field_of("name", 300);
+    EXPECT_EQ(compare(2, "nN", 256), ISCSI_CMP_DIFFERENT);
+    EXPECT_EQ(compare(2, "n\xff", 256), ISCSI_CMP_NOT_CONVERTIBLE);
+    const wchar_t wide[300] = L"name";
     host->count_allocations(true);
     host->fail(testing_support::failing("new"));
-    EXPECT_EQ(Iscsi_MixedCmp(wide.get(), "name", 4, 300), ISCSI_CMP_NO_MEMORY);
-    EXPECT_EQ(Iscsi_MixedCmp(wide.get(), "name", 4, 300), ISCSI_CMP_EQUAL);
+    EXPECT_EQ(Iscsi_MixedCmp(wide, "name", 4, 300), ISCSI_CMP_NO_MEMORY);
+    EXPECT_EQ(Iscsi_MixedCmp(wide, "name", 4, 300), ISCSI_CMP_EQUAL);
     host->count_allocations(false);
     EXPECT_EQ(host->blocks_held(), 0);
 }

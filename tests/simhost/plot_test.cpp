@@ -1,16 +1,14 @@
 // The picture of a run: what goes into it, and that there is one.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
 #include "programs/ostrel-simhost/plot_data.h"
 #include "programs/ostrel-simhost/plot_script.h"
+#include "programs/shared/child_process.h"
 
 using namespace program;
 
@@ -39,24 +37,6 @@ PlotData small_run() {
 
 bool has(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
-}
-
-struct Ran {
-    int exit_code = -1;
-    std::string errors;
-};
-
-Ran run_simhost(const std::string& arguments) {
-    Ran ran;
-    const std::string program = OXR_PROGRAMS_DIR "/ostrel-simhost/ostrel-simhost";
-    FILE* const pipe = popen((program + " " + arguments + " 2>&1 >/dev/null").c_str(), "r");
-    std::array<char, 4096> buffer{};
-    for (std::size_t got; (got = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0;) {
-        ran.errors.append(buffer.data(), got);
-    }
-    const int status = pclose(pipe);
-    ran.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return ran;
 }
 
 }  // namespace
@@ -100,7 +80,6 @@ TEST(Plot, DrawsTheCurvesOfMostTargetsAndTellsOfTheRest) {
 TEST(Plot, IsAPictureOrALineThatSaysWhyNot) {
     const auto folder = std::filesystem::path(testing::TempDir()) / ("plot-" + std::to_string(getpid()));
     std::filesystem::create_directories(folder / "root");
-    const std::string options = "demo --for 12m --root " + (folder / "root").string() + " --plot ";
     const struct {
         std::string file;
         int exit_code;
@@ -114,9 +93,13 @@ TEST(Plot, IsAPictureOrALineThatSaysWhyNot) {
     };
     for (const auto& each : cases) {
         const auto file = folder / each.file;
-        const Ran ran = run_simhost(options + file.string());
-        EXPECT_EQ(ran.exit_code, each.exit_code) << ran.errors;
-        EXPECT_TRUE(has(ran.errors, each.error)) << ran.errors;
+        const shared::ChildEnd ran = shared::run_child({{OXR_PROGRAMS_DIR "/ostrel-simhost/ostrel-simhost", "demo",
+                                                         "--for", "12m", "--root", folder / "root", "--plot", file},
+                                                        "",
+                                                        -1,
+                                                        [](std::string_view) {}});
+        EXPECT_EQ(ran.exit_code, each.exit_code) << ran.error_output;
+        EXPECT_TRUE(has(ran.error_output, each.error)) << ran.error_output;
         EXPECT_EQ(std::filesystem::exists(file), each.exit_code == 0);
         std::ostringstream bytes;
         bytes << std::ifstream(file, std::ios::binary).rdbuf();

@@ -35,12 +35,54 @@ namespace {
 
 constexpr AdapterName both_adapters[] = {"vmhba64", "vmhba65"};
 
-std::vector<std::uint32_t> states(const Host& host, const std::string& iqn) {
-    std::vector<std::uint32_t> result;
-    for (const auto& session : host.sessions(iqn)) {
-        result.push_back(session.state);
+// How vol-0 stands. Its sessions: state or kind, NIC, array's address; active and dead paths; arrays.
+std::string shown(const Host& host) {
+    std::string text;
+    const auto target = host.target(host.iqn_of("vol-0"));
+    for (const auto& each : host.sessions(target.iqn)) {
+        const char kind = each.state == simhost::XPT_WAIT   ? 'w'
+                          : each.state == simhost::IN_LOGIN ? 'i'
+                          : each.made_dynamic               ? 'd'
+                                                            : 's';
+        text += kind + each.local_ip.substr(5) + ">" + each.current_remote_ip.substr(7) + " ";
     }
-    return result;
+    const auto paths = host.paths("vol-0");
+    const OxrLun lun = read_lun(target.iqn);
+    EXPECT_EQ(std::count_if(paths.begin(), paths.end(), [](const auto& path) { return path.active; }),
+              target.active_paths);
+    EXPECT_EQ(lun.num_active_paths, target.active_paths);
+    EXPECT_EQ(lun.num_dead_paths, target.dead_paths);
+    EXPECT_EQ(lun.num_of_mem_array, std::max(1, target.arrays));
+    return text + std::to_string(target.active_paths) + "+" + std::to_string(target.dead_paths) + " a" +
+           std::to_string(target.arrays) + (target.mode_changed ? " changed" : "");
+}
+
+using Act = std::function<void(Host&)>;
+struct Step {
+    Act act;
+    const char* shown;
+};
+
+Act after(double seconds) {
+    return [=](Host& host) { host.advance(seconds); };
+}
+Act rediscover(const char* adapter) {
+    return [=](Host&) { EXPECT_EQ(rediscover_iscsi_hba(adapter), 0); };
+}
+void add(Host& host) {
+    EXPECT_EQ(create_sessions("vmhba64", host.iqn_of("vol-0").c_str(), nullptr), 0);
+}
+void story(const char* name, int arrays, int connections, const std::vector<Step>& steps) {
+    const auto host = make_site(arrays);
+    add_volumes(*host, 1, connections);
+    for (std::size_t i = 0; i < steps.size(); ++i) {
+        steps[i].act(*host);
+        EXPECT_EQ(shown(*host), steps[i].shown) << name << ", step " << i;
+    }
+}
+
+void drop_first(Host& host) {
+    host.drop_session(host.sessions()[0].oid);
 }
 
 IMA_OID session_oid(std::uint64_t number) {
@@ -49,155 +91,98 @@ IMA_OID session_oid(std::uint64_t number) {
 
 }  // namespace
 
-TEST(SimulatedSessions, LogInOverTheLoginTime) {
-    const auto host = make_site();
-    const std::string iqn = add_volumes(*host, 1, 1)[0];
-    host->set_login_seconds(4);
-    const auto model = host->sessions(iqn)[0];
-    ASSERT_EQ(create_sessions("vmhba64", iqn.c_str(), model.isid.c_str()), 0);
-    EXPECT_EQ(states(*host, iqn), (std::vector<std::uint32_t>{4, simhost::XPT_WAIT}));
-    auto made = host->sessions(iqn)[1];
-    EXPECT_EQ(made.local_ip, model.local_ip);
-    EXPECT_EQ(made.current_remote_ip, "10.0.9.100");  // not redirected yet
-    host->advance(2);
-    EXPECT_EQ(states(*host, iqn)[1], simhost::IN_LOGIN);
-    host->advance(1.9);
-    EXPECT_EQ(states(*host, iqn)[1], simhost::IN_LOGIN);
-    host->advance(0.1);
-    EXPECT_EQ(states(*host, iqn)[1], simhost::LOGGED_IN);
-    EXPECT_EQ(host->sessions(iqn)[1].current_remote_ip, "10.0.9.1");
-    // And stay in login while nothing answers.
-    host->fail_logins(true);
-    ASSERT_EQ(create_sessions("vmhba64", iqn.c_str(), nullptr), 0);
-    host->advance(100);
-    made = host->sessions(iqn)[2];
-    EXPECT_EQ(made.state, simhost::IN_LOGIN);
-    EXPECT_EQ(made.local_ip, "10.0.1.2");  // a target's new session takes the least used NIC
-    host->fail_logins(false);
-    EXPECT_EQ(states(*host, iqn)[2], simhost::LOGGED_IN);
+TEST(SimulatedHost, DoesByItselfWhatAnInitiatorDoes) {
+    story("a login takes its time, and waits while nothing answers", 1, 1,
+          {{[](Host& host) { host.set_login_seconds(4); }, "d1.1>1 1+0 a1"},
+           {add, "d1.1>1 w1.2>100 1+0 a1"},
+           {after(2), "d1.1>1 i1.2>100 1+0 a1"},
+           {after(1.9), "d1.1>1 i1.2>100 1+0 a1"},
+           {after(0.1), "d1.1>1 d1.2>1 1+0 a1"},
+           {[](Host& host) { host.fail_logins(true), add(host), host.advance(100); }, "d1.1>1 d1.2>1 i1.1>100 2+0 a1"},
+           {[](Host& host) { host.fail_logins(false); }, "d1.1>1 d1.2>1 d1.1>1 2+0 a1"}});
+    story("a session is modelled on another", 1, 1,
+          {{[](Host& host) {
+                const auto model = host.sessions()[0];
+                EXPECT_EQ(create_sessions("vmhba64", model.target_iqn.c_str(), model.isid.c_str()), 0);
+            },
+            "d1.1>1 d1.1>1 1+0 a1"}});
+    story("paths are claimed by a rescan or by themselves, and dead until deleted", 1, 1,
+          {{add, "d1.1>1 d1.2>1 1+0 a1"},
+           {[](Host&) { EXPECT_EQ(rescan_ioctl(both_adapters + 1, 1), 0); }, "d1.1>1 d1.2>1 1+0 a1"},
+           {[](Host&) { EXPECT_EQ(rescan_ioctl(both_adapters, 1), 0); }, "d1.1>1 d1.2>1 2+0 a1"},
+           {add, "d1.1>1 d1.2>1 d1.1>1 2+0 a1"},
+           {after(29), "d1.1>1 d1.2>1 d1.1>1 2+0 a1"},
+           {after(1), "d1.1>1 d1.2>1 d1.1>1 3+0 a1"},
+           {[](Host& host) { host.drop_session(host.sessions()[2].oid); }, "d1.1>1 d1.2>1 2+1 a1"},
+           {[](Host& host) {
+                EXPECT_EQ(delete_dead_path_ioctl(both_adapters, 2, 2), 0);
+                EXPECT_EQ(host.slept(), 2);
+            },
+            "d1.1>1 d1.2>1 2+0 a1"}});
+    story("a rediscovery makes what the mode calls for, once", 3, 0,
+          {{rediscover("vmhba64"), "d1.1>1 d1.2>2 0+0 a3"},
+           {[](Host& host) { host.switch_mode("g", GroupMode::static_discovery); }, "d1.1>1 d1.2>2 0+0 a3 changed"},
+           {rediscover("vmhba64"), "d1.1>1 d1.2>2 s1.1>1 s1.2>2 s1.1>3 0+0 a3 changed"},
+           {rediscover("vmhba64"), "d1.1>1 d1.2>2 s1.1>1 s1.2>2 s1.1>3 0+0 a3 changed"},
+           {[](Host& host) {
+                EXPECT_EQ(host.static_targets().size(), 6U);
+                drop_first(host);
+                drop_first(host);
+            },
+            "s1.1>1 s1.2>2 s1.1>3 0+0 a3"},
+           {[](Host& host) {
+                host.set_discovery_outcome("vmhba65", 3);
+                EXPECT_EQ(rediscover_iscsi_hba("vmhba65"), 0);
+                EXPECT_EQ(get_discover_iscsi_hba_status("vmhba65"), ISCSI_DISCOVERY_FAILURE);
+            },
+            "s1.1>1 s1.2>2 s1.1>3 0+0 a3"}});
+    story("a NIC's sessions go with it, and one comes back with it", 1, 8,
+          {{[](Host& host) { host.nic_down("10.0.1.2"); }, "d1.1>1 d2.1>1 d2.2>1 d1.1>1 d2.1>1 d2.2>1 6+2 a1"},
+           {[](Host& host) { host.nic_up("10.0.1.2"), host.advance(4.9); },
+            "d1.1>1 d2.1>1 d2.2>1 d1.1>1 d2.1>1 d2.2>1 6+2 a1"},
+           {after(0.1), "d1.1>1 d2.1>1 d2.2>1 d1.1>1 d2.1>1 d2.2>1 d1.2>1 6+2 a1"},
+           {[](Host& host) { host.nic_down("10.0.2.1"), host.nic_down("10.0.2.2"), host.advance(60); },
+            "d1.1>1 d1.1>1 d1.2>1 3+6 a1"}});
+    story("the loss of an array redirects dynamic sessions", 2, 4,
+          {{[](Host& host) { host.array_down("g", "a1"); }, "d1.1>2 d1.2>2 d2.1>2 d2.2>2 4+0 a1"},
+           {[](Host& host) { host.array_down("g", "a2"); }, "0+4 a0"},
+           {[](Host& host) { host.array_up("g", "a1"), host.advance(15); }, "d1.1>1 d1.2>1 d2.1>1 d2.2>1 0+4 a1"}});
 }
 
-TEST(SimulatedPaths, AreClaimedByRescanOrByThemselvesAndDeadUntilDeleted) {
-    const auto host = make_site();
-    const std::string iqn = add_volumes(*host, 1, 1)[0];
-    const auto add = [&] { ASSERT_EQ(create_sessions("vmhba64", iqn.c_str(), nullptr), 0); };
-    add();
-    EXPECT_EQ(host->target(iqn).active_paths, 1);
-    EXPECT_EQ(rescan_ioctl(both_adapters + 1, 1), 0);
-    EXPECT_EQ(host->target(iqn).active_paths, 1);  // another adapter
-    EXPECT_EQ(rescan_ioctl(both_adapters, 1), 0);
-    EXPECT_EQ(host->target(iqn).active_paths, 2);
-    add();
-    host->advance(29);
-    EXPECT_EQ(host->target(iqn).active_paths, 2);
-    host->advance(1);
-    EXPECT_EQ(host->target(iqn).active_paths, 3);
-
-    host->drop_session(host->sessions(iqn)[2].oid);
-    EXPECT_EQ(host->target(iqn).active_paths, 2);
-    EXPECT_EQ(host->target(iqn).dead_paths, 1);
-    const auto paths = host->paths("vol-0");
-    EXPECT_EQ(std::count_if(paths.begin(), paths.end(), [](const auto& path) { return !path.active; }), 1);
-    OxrLun lun = read_lun(iqn);
-    EXPECT_EQ(lun.num_total_paths, 3);
-    EXPECT_EQ(lun.num_dead_paths, 1);
-    EXPECT_EQ(delete_dead_path_ioctl(both_adapters, 2, 2), 0);
-    EXPECT_EQ(host->target(iqn).dead_paths, 0);
-    EXPECT_EQ(host->slept(), 2);
-}
-
-TEST(SimulatedDiscovery, MakesWhatThePresentModeCallsFor) {
-    const auto host = make_site(3);
-    const std::string iqn = add_volumes(*host, 1, 0)[0];
-    EXPECT_EQ(rediscover_iscsi_hba("vmhba64"), 0);
-    EXPECT_EQ(count_dynamic(*host, iqn), 2);  // one over each NIC
-    host->switch_mode("g", GroupMode::static_discovery);
-    EXPECT_TRUE(host->target(iqn).mode_changed);
-    EXPECT_EQ(rediscover_iscsi_hba("vmhba64"), 0);
-    EXPECT_EQ(count_static(*host, iqn), 3);  // one to each portal
-    EXPECT_EQ(rediscover_iscsi_hba("vmhba64"), 0);
-    EXPECT_EQ(count_sessions(*host, iqn), 5);  // what is there isn't made again
-    EXPECT_EQ(host->static_targets().size(), 6U);
-    for (int i = 0; i < 2; ++i) {
-        host->drop_session(host->sessions(iqn)[0].oid);
-    }
-    EXPECT_FALSE(host->target(iqn).mode_changed);
-    // A failed discovery makes nothing.
-    host->set_discovery_outcome("vmhba65", 3);
-    EXPECT_EQ(rediscover_iscsi_hba("vmhba65"), 0);
-    EXPECT_EQ(get_discover_iscsi_hba_status("vmhba65"), ISCSI_DISCOVERY_FAILURE);
-    EXPECT_EQ(count_sessions(*host, iqn), 3);
-}
-
-TEST(SimulatedDiscovery, OutcomeIsUnknownForItsTime) {
+TEST(SimulatedHost, DoesNotKnowTheOutcomeOfADiscoveryForItsTime) {
     HostOptions options;
     options.discovery_seconds = 3;
     const auto host = make_site(1, GroupMode::dynamic_discovery, options);
-    EXPECT_EQ(rediscover_iscsi_hba("vmhba64"), 0);
+    rediscover("vmhba64")(*host);
     host->advance(2.9);
     EXPECT_EQ(get_discover_iscsi_hba_status("vmhba64"), ISCSI_DISCOVERY_NO_STATUS);
     host->advance(0.1);
     EXPECT_EQ(get_discover_iscsi_hba_status("vmhba64"), ISCSI_DISCOVERY_DONE);
 }
 
-TEST(SimulatedNics, LostAndBack) {
-    const auto host = make_site();
-    const std::string iqn = add_volumes(*host, 1, 8)[0];
-    host->nic_down("10.0.1.2");
-    EXPECT_EQ(count_sessions(*host, iqn), 6);
-    EXPECT_EQ(host->target(iqn).dead_paths, 2);
-    EXPECT_EQ(host->totals().nics, 3);
-    host->nic_up("10.0.1.2");
-    host->advance(4.9);
-    EXPECT_EQ(count_sessions(*host, iqn), 6);
-    host->advance(0.1);
-    EXPECT_EQ(count_sessions(*host, iqn), 7);
-    // The whole adapter: its last NIC's sessions come back only with the NIC.
-    host->nic_down("10.0.2.1");
-    host->nic_down("10.0.2.2");
-    host->advance(60);
-    EXPECT_EQ(count_sessions(*host, iqn), 3);
-}
-
-TEST(SimulatedArrays, LossRedirectsDynamicSessions) {
-    const auto host = make_site(2);
-    const std::string iqn = add_volumes(*host, 1, 4)[0];
-    host->array_down("g", "a1");
-    ASSERT_EQ(count_sessions(*host, iqn), 4);
-    for (const auto& session : host->sessions(iqn)) {
-        EXPECT_EQ(session.current_remote_ip, "10.0.9.2");
-    }
-    EXPECT_EQ(read_lun(iqn).num_of_mem_array, 1);
-    host->array_down("g", "a2");
-    EXPECT_EQ(count_sessions(*host, iqn), 0);
-    host->array_up("g", "a1");
-    host->advance(15);
-    EXPECT_EQ(count_sessions(*host, iqn), 4);  // one over each NIC
-}
-
 TEST(Faults, FireAtTheCallTheyNameOnceOrFromThenOn) {
     const auto host = make_site();
-    IMA_OID_LIST* list = nullptr;
-    const auto call = [&] {
+    const auto call = [] {
+        IMA_OID_LIST* list = nullptr;
         const IMA_STATUS status = IMA_GetLhbaOidList(&list);
-        if (list != nullptr) {
-            IMA_FreeMemory(list);
-        }
-        return status;
+        EXPECT_EQ(list != nullptr, status == IMA_STATUS_SUCCESS);
+        return list != nullptr ? IMA_FreeMemory(list) : status;
     };
-    call();
+    const auto calls = [&](int count) {
+        std::vector<IMA_STATUS> answers(static_cast<std::size_t>(count));
+        std::generate(answers.begin(), answers.end(), call);
+        return answers;
+    };
+    calls(1);
     host->fail(status_fault("IMA_GetLhbaOidList", 5, 2));
-    EXPECT_EQ(call(), 0U);
-    EXPECT_EQ(call(), 5U);
-    EXPECT_EQ(list, nullptr);
-    EXPECT_EQ(call(), 0U);
+    EXPECT_EQ(calls(3), (std::vector<IMA_STATUS>{0, 5, 0}));
     host->fail(lasting(status_fault("IMA_GetLhbaOidList", 6)));
-    EXPECT_EQ(call(), 6U);
-    EXPECT_EQ(call(), 6U);
+    EXPECT_EQ(calls(2), (std::vector<IMA_STATUS>{6, 6}));
     host->clear_faults();
-    EXPECT_EQ(call(), 0U);
+    EXPECT_EQ(calls(1), (std::vector<IMA_STATUS>{0}));
     EXPECT_EQ(host->faults_injected(), 3U);
     EXPECT_EQ(host->calls("IMA_GetLhbaOidList"), 7U);
+    EXPECT_THROW(host->fail(fault("IMA_GetLhba")), std::invalid_argument);
 
     host->fail(errno_fault("psp.5", EBUSY));
     EXPECT_EQ(rescan_ioctl(both_adapters, 1), -1);
@@ -222,45 +207,40 @@ TEST(Faults, FireAtTheCallTheyNameOnceOrFromThenOn) {
 }
 
 TEST(Invariants, NoticeWhatMustNotHappen) {
+    const auto remove = [](std::uint64_t oid) { IMA_VMW_RemoveSession(session_oid(oid)); };
+    const auto remove_all = [=](Host& host) {
+        for (const auto& session : host.sessions()) {
+            remove(session.oid);
+        }
+    };
+    const auto add_static = [](Host& host) {
+        return host.add_session(session_of(host.iqn_of("vol-0"), "10.0.1.1", "10.0.9.1", "10.0.9.1"));
+    };
+    const auto fill_to = [](int sessions) {
+        return [=](Host& host) {
+            host.connect(host.iqn_of("vol-0"), sessions - 2);
+            IMA_VMW_AddSession(session_oid(host.sessions()[0].oid), nullptr, nullptr, nullptr);
+        };
+    };
     struct Case {
         const char* name;
-        std::function<void(Host&)> provoke;
+        Act provoke;
         const char* violation;  // part of it; empty: none
-    };
-    const auto remove_all = [](Host& host) {
-        for (const auto& session : host.sessions()) {
-            IMA_VMW_RemoveSession(session_oid(session.oid));
-        }
     };
     const Case cases[] = {
         {"last session removed", remove_all, "lost its last logged-in session"},
         {"last session lost by itself", [](Host& host) { host.drop_sessions(host.iqn_of("vol-0"), 99); }, ""},
-        {"all but one removed", [](Host& host) { IMA_VMW_RemoveSession(session_oid(host.sessions()[0].oid)); }, ""},
-        {"static session",
-         [&](Host& host) {
-             const auto oid = host.add_session(session_of(host.iqn_of("vol-0"), "10.0.1.1", "10.0.9.1", "10.0.9.1"));
-             IMA_VMW_RemoveSession(session_oid(oid));
-         },
-         "static session"},
+        {"all but one removed", [=](Host& host) { remove(host.sessions()[0].oid); }, ""},
+        {"static session", [=](Host& host) { remove(add_static(host)); }, "static session"},
         {"static session in a switch",
-         [&](Host& host) {
-             const auto oid = host.add_session(session_of(host.iqn_of("vol-0"), "10.0.1.1", "10.0.9.1", "10.0.9.1"));
+         [=](Host& host) {
+             const auto oid = add_static(host);
              host.switch_mode("g", GroupMode::dynamic_discovery);
-             IMA_VMW_RemoveSession(session_oid(oid));
+             remove(oid);
          },
          ""},
-        {"session 2041",
-         [](Host& host) {
-             host.connect(host.iqn_of("vol-0"), 2038);
-             IMA_VMW_AddSession(session_oid(host.sessions()[0].oid), nullptr, nullptr, nullptr);
-         },
-         "2041 sessions after"},
-        {"session 2040",
-         [](Host& host) {
-             host.connect(host.iqn_of("vol-0"), 2037);
-             IMA_VMW_AddSession(session_oid(host.sessions()[0].oid), nullptr, nullptr, nullptr);
-         },
-         ""},
+        {"one session too many", fill_to(simhost::MAX_SESSIONS), "2041 sessions after"},
+        {"all that there may be", fill_to(simhost::MAX_SESSIONS - 1), ""},
         {"list freed twice",
          [](Host&) {
              IMA_OID_LIST* list = nullptr;

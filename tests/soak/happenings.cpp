@@ -10,19 +10,55 @@ namespace soak {
 
 using fmt::format;
 
+// Each $word of an event, and each $(one|of|these), is one of its choices; the same one when `then` happens, `within`
+// seconds later at most. No choice: nothing happens.
+struct Happenings::Kind {
+    const char* name;
+    int weight;
+    const char* event;
+    double within = 0;
+    const char* then = "";
+};
+
+const Happenings::Kind Happenings::kinds[] = {
+    {"mode switched in a pass", 0, "switch_mode = { $switch }"},
+    {"mode switched", 6, "switch_mode = { $switch }"},
+    {"NIC lost", 8, "nic_down = \"$nic\""},
+    {"NIC back", 9, "nic_up = \"$lost_nic\""},
+    {"array lost", 5, "array_down = \"$array\""},
+    {"array back", 7, "array_up = \"$lost_array\""},
+    {"array added", 1, "add_array = { $new_array }"},
+    {"volume added", 4, "add_volumes = $new_volume"},
+    {"device added behind a group-scoped target", 1, "add_volumes = $new_device"},
+    {"volume removed", 2, "remove_volume = \"$volume\""},
+    {"session dropped", 12, "drop_sessions = { target = \"$target\", count = $(1|2|3) }"},
+    {"all sessions dropped", 3, "drop_sessions = { target = \"$target\", count = 32 }"},
+    {"session flaps", 6,
+     "set_state = { target = \"$target\", $on_nic state = \"$(XPT_WAIT|XPT_UP|IN_LOGIN|IN_LOGOUT|CLEANUP_WAIT)\" }",
+     200, "set_state = { target = \"$target\", state = \"$back\", count = 32 }"},
+    {"session fails for good", 2,
+     "set_state = { target = \"$target\", state = \"$(XPT_WAIT|XPT_UP|IN_LOGIN|IN_LOGOUT|CLEANUP_WAIT)\" }", 200,
+     "drop_sessions = { target = \"$target\" }"},
+    {"logins fail", 3, "fail_logins = true", 600, "fail_logins = false"},
+    {"login time changed", 3, "login_seconds = $seconds"},
+    {"discovery fails", 2, "discovery_outcome = { adapter = \"$adapter\", status = $(0|1|3|4|5) }", 900,
+     "discovery_outcome = { adapter = \"$adapter\", status = 2 }"},
+    {"digest setting changed", 2, "digests = { adapter = \"$adapter\", on = $(true|false) }"},
+    {"file edited", 6, "write_config_file = $edit"},
+    {"file damaged", 4, "write_config_file = $damage"},
+    {"file removed", 1, "remove_config = $removal"},
+    {"worker held off", 2, "write_config_file = $hold_off", 600, "write_config_file = $edit"},
+    {"call fails", 7, "fault = { $fault }"},
+    {"calls fail from then on", 3, "fault = { $fault, persistent = true }", 400, "clear_faults = true"},
+};
+
 namespace {
 
-// Those in this state, "GROUP/ARRAY".
-std::vector<std::string> arrays(const simhost::Host& host, bool up) {
-    std::vector<std::string> found;
-    for (const simhost::GroupView& group : host.groups()) {
-        for (const simhost::ArrayView& each : group.arrays) {
-            if (each.up == up) {
-                found.push_back(group.name + "/" + each.name);
-            }
-        }
-    }
-    return found;
+template <typename Items, typename Text>
+std::vector<std::string> texts(const Items& items, Text text_of) {
+    std::vector<std::string> all;
+    std::transform(std::begin(items), std::end(items), std::back_inserter(all), text_of);
+    return all;
 }
 
 std::vector<std::string> nics(const simhost::Host& host, bool up) {
@@ -35,105 +71,145 @@ std::vector<std::string> nics(const simhost::Host& host, bool up) {
     return found;
 }
 
-// One of them as the event's value; no event when there is none.
-std::string event_with_any(Dice& dice, const char* key, const std::vector<std::string>& of) {
-    return of.empty() ? "" : format("{} = \"{}\"", key, dice.pick(of));
-}
-
-// Calls that are made to fail. Those of the worker's own stop and start are not among them.
-std::vector<std::string> failing_operations() {
-    std::vector<std::string> all;
-    for (const simhost::Operation& each : simhost::OPERATIONS) {
-        if (each.name == "pthread_create" || !(each.name.starts_with("pthread_") || each.name == "sigaction")) {
-            all.emplace_back(each.name);
+// "GROUP/ARRAY"
+std::vector<std::string> arrays(const simhost::Host& host, bool up) {
+    std::vector<std::string> found;
+    for (const simhost::GroupView& group : host.groups()) {
+        for (const simhost::ArrayView& each : group.arrays) {
+            if (each.up == up) {
+                found.push_back(group.name + "/" + each.name);
+            }
         }
     }
-    return all;
-}
-
-std::string discovery(const std::string& adapter, int outcome) {
-    return format("discovery_outcome = {{ adapter = \"{}\", status = {} }}", adapter, outcome);
-}
-
-std::string switch_to(const std::string& group, const char* mode) {
-    return format("switch_mode = {{ group = \"{}\", mode = \"{}\" }}", group, mode);
+    return found;
 }
 
 }  // namespace
 
-const Happenings::Kind Happenings::kinds[] = {
-    {"mode switched in a pass", 0, [](Happenings& on) { return on.switch_mode(); }},
-    {"NIC lost", 8, [](Happenings& on) { return event_with_any(on.dice_, "nic_down", nics(on.host(), true)); }},
-    {"NIC back", 9, [](Happenings& on) { return event_with_any(on.dice_, "nic_up", nics(on.host(), false)); }},
-    {"array lost", 5, [](Happenings& on) { return event_with_any(on.dice_, "array_down", arrays(on.host(), true)); }},
-    {"array back", 7, [](Happenings& on) { return event_with_any(on.dice_, "array_up", arrays(on.host(), false)); }},
-    {"array added", 1,
+const Happenings::Word Happenings::words[] = {
+    {"nic", [](Happenings& on) { return nics(on.host(), true); }},
+    {"lost_nic", [](Happenings& on) { return nics(on.host(), false); }},
+    {"array", [](Happenings& on) { return arrays(on.host(), true); }},
+    {"lost_array", [](Happenings& on) { return arrays(on.host(), false); }},
+    {"adapter",
+     [](Happenings& on) { return texts(on.site_.scenario().adapters, [](const auto& each) { return each.name; }); }},
+    {"target", [](Happenings& on) { return texts(on.host().targets(), Site::name_of); }},
+    {"volume", [](Happenings& on) { return on.site_.volumes(); }},
+    {"new_volume", [](Happenings& on) { return on.site_.new_ones(on.dice_, false); }},
+    {"new_device", [](Happenings& on) { return on.site_.new_ones(on.dice_, true); }},
+    {"fault", [](Happenings& on) { return on.fault(); }},
+    {"edit", [](Happenings& on) { return on.operator_.edits(); }},
+    {"hold_off", [](Happenings& on) { return on.operator_.edits(true); }},
+    {"damage", [](Happenings& on) { return on.operator_.damages(); }},
+    {"removal", [](Happenings& on) { return on.operator_.removals(); }},
+    {"on_nic",
      [](Happenings& on) {
-         const simhost::GroupView group = on.dice_.pick(on.host().groups());
-         const std::size_t arrays = group.arrays.size();
-         return arrays == 4
-                    ? ""
-                    : format("add_array = {{ group = \"{}\", {} }}", group.name, array_keys(group.name, arrays + 1));
+         return texts(on.host().nics(), [](const auto& each) { return format("local_ip = \"{}\",", each.ip); });
      }},
-    {"volume added", 4,
+    {"switch",
      [](Happenings& on) {
-         // Without sessions: the host logs in by itself.
-         const std::string group = on.dice_.pick(on.site_.scenario().groups).name;
-         return on.site_.has_room_for_volumes()
-                    ? "add_volumes = " + on.site_.new_volume(on.dice_, group, ", sessions = 0")
-                    : "";
+         return texts(on.host().groups(), [](const simhost::GroupView& each) {
+             const bool is_static = each.mode == simhost::GroupMode::static_discovery;
+             return format("group = \"{}\", mode = \"{}\"", each.name, is_static ? "dynamic" : "static");
+         });
      }},
-    {"device added behind a group-scoped target", 1,
+    {"new_array",
      [](Happenings& on) {
-         const auto& targets = on.site_.scenario().group_scoped_targets;
-         if (targets.empty() || !on.site_.has_room_for_volumes()) {
-             return std::string();
-         }
-         const program::GroupScopedTargetEntry& behind = on.dice_.pick(targets);
-         // Several devices of a target hold up switches of its group: seldom more than one.
-         if (!on.host().target(behind.spec.iqn).devices.empty() && !on.dice_.one_in(8)) {
-             return std::string();
-         }
-         return "add_volumes = " + on.site_.new_device(on.dice_, behind.spec.group, behind.name);
+         auto groups = on.host().groups();
+         std::erase_if(groups, [](const simhost::GroupView& each) { return each.arrays.size() == 4; });
+         return texts(groups, [](const simhost::GroupView& each) {
+             return format("group = \"{}\", {}", each.name, array_keys(each.name, each.arrays.size() + 1));
+         });
      }},
-    {"volume removed", 2,
+    {"back",  // nothing logs in to an array that is lost
+     [](Happenings& on) { return std::vector<std::string>(arrays(on.host(), false).empty() ? 1 : 0, "LOGGED_IN"); }},
+    {"seconds",
      [](Happenings& on) {
-         const auto volumes = on.site_.volumes();
-         return volumes.size() < 2 ? "" : event_with_any(on.dice_, "remove_volume", volumes);
+         return texts(std::vector{0, 1, 2}, [&](int n) { return format("{}", n == 0 ? 0 : on.dice_.seconds(40)); });
      }},
-    {"sessions dropped", 12, [](Happenings& on) { return on.drop(on.dice_.any(1, 3)); }},
-    {"all sessions dropped", 3, [](Happenings& on) { return on.drop(program::MOST_SESSIONS_PER_TARGET); }},
-    {"session flaps", 8, [](Happenings& on) { return on.flap(); }},
-    {"logins fail", 3,
-     [](Happenings& on) {
-         on.later(on.dice_.seconds(600), "fail_logins = false");
-         return std::string("fail_logins = true");
-     }},
-    {"login time changed", 3,
-     [](Happenings& on) { return format("login_seconds = {}", on.dice_.one_in(3) ? 0 : on.dice_.seconds(40)); }},
-    {"discovery fails", 2,
-     [](Happenings& on) {
-         const std::string adapter = on.dice_.pick(on.site_.scenario().adapters).name;
-         on.later(on.dice_.seconds(900), discovery(adapter, 2));
-         return discovery(adapter, on.dice_.any(0, 5));
-     }},
-    {"mode switched", 6, [](Happenings& on) { return on.switch_mode(); }},
-    {"digest setting changed", 2,
-     [](Happenings& on) {
-         return format("digests = {{ adapter = \"{}\", on = {} }}", on.dice_.pick(on.site_.scenario().adapters).name,
-                       on.dice_.one_in(2));
-     }},
-    {"file edited", 6, [](Happenings& on) { return on.operator_.edit(), std::string(); }},
-    {"file damaged", 4, [](Happenings& on) { return on.operator_.damage(), std::string(); }},
-    {"file removed", 1, [](Happenings& on) { return on.operator_.remove(), std::string(); }},
-    {"worker held off", 2,
-     [](Happenings& on) {
-         on.operator_.edit(true);
-         on.later(on.dice_.seconds(600), [&on] { on.operator_.edit(); });
-         return std::string();
-     }},
-    {"fault set", 10, [](Happenings& on) { return on.set_fault(); }},
 };
+
+std::vector<std::string> Happenings::choices(std::string_view word) {
+    if (word.starts_with('(')) {
+        std::vector<std::string> all;
+        while (word.size() > 1) {
+            word.remove_prefix(1);
+            all.emplace_back(word.substr(0, word.find_first_of("|)")));
+            word.remove_prefix(all.back().size());
+        }
+        return all;
+    }
+    return std::find_if(std::begin(words), std::end(words), [&](const Word& each) { return each.name == word; })
+        ->choices(*this);
+}
+
+// Of each call one fault. Calls of the worker's own stop and start are not among them.
+std::vector<std::string> Happenings::fault() {
+    const auto& operation =
+        simhost::OPERATIONS[dice_.any(0, static_cast<int>(std::size(simhost::OPERATIONS)) - 1)].name;
+    if (operation == "sigaction" || (operation.starts_with("pthread_") && operation != "pthread_create")) {
+        return {};
+    }
+    const std::string call =
+        format("operation = \"{}\", nth = {}", operation, dice_.one_in(2) ? dice_.any(1, 5) : dice_.any(1, 150));
+    if (operation.starts_with("IMA_")) {
+        return {call};
+    }
+    std::vector<std::string> all = texts(std::vector<const char*>{"EIO", "ENOSPC", "EACCES", "EAGAIN"},
+                                         [&](const char* each) { return format("{}, errno = \"{}\"", call, each); });
+    for (int n = 0; n < 4 && operation.starts_with("psp."); ++n) {
+        all.push_back(format("{}, status = {}", call, dice_.any(1, 7)));
+    }
+    for (int n = 0; n < 4 && operation == "write"; ++n) {
+        all.push_back(format("{}, short_by = {}", call, dice_.any(1, 60)));
+    }
+    return all;
+}
+
+void Happenings::happen(std::string event, Words& bound) {
+    for (std::size_t at = 0; (at = event.find('$', at)) != std::string::npos;) {
+        const bool is_list = event[at + 1] == '(';
+        const std::size_t end =
+            is_list ? event.find(')', at) + 1 : event.find_first_not_of("abcdefghijklmnopqrstuvwxyz_", at + 1);
+        const std::string word = event.substr(at + 1, std::min(end, event.size()) - at - 1);
+        if (!bound.contains(word)) {
+            const auto possible = choices(word);
+            if (possible.empty()) {
+                return;
+            }
+            bound[word] = dice_.pick(possible);
+        }
+        event.replace(at, word.size() + 1, bound[word]);
+        at += bound[word].size();
+    }
+    site_.happen(event);
+}
+
+void Happenings::happen(const Kind& kind) {
+    ++tally_.of(kind.name);
+    Words bound;
+    happen(kind.event, bound);
+    if (kind.within > 0) {
+        later(dice_.seconds(kind.within), [this, &kind, bound]() mutable {
+            const auto targets = choices("target");
+            if (!bound.contains("target") || std::count(targets.begin(), targets.end(), bound["target"]) > 0) {
+                happen(kind.then, bound);
+            }
+        });
+    }
+}
+
+void Happenings::happen_any() {
+    int total = 0;
+    for (const Kind& each : kinds) {
+        total += each.weight;
+    }
+    const Kind* kind = kinds;
+    for (int left = dice_.any(1, total) - kind->weight; left > 0; left -= kind->weight) {
+        ++kind;
+    }
+    happen(*kind);
+}
 
 void Happenings::later(double seconds, std::function<void()> act) {
     host().at(host().now() + seconds, "something", [this, act = std::move(act), planned_in = round_](simhost::Host&) {
@@ -141,10 +217,6 @@ void Happenings::later(double seconds, std::function<void()> act) {
             act();
         }
     });
-}
-
-void Happenings::later(double seconds, const std::string& event) {
-    later(seconds, [this, event] { site_.happen(event); });
 }
 
 void Happenings::plan(int count, double seconds) {
@@ -161,123 +233,34 @@ void Happenings::in_pass() {
     }
 }
 
-void Happenings::happen_any() {
-    int total = 0;
-    for (const Kind& each : kinds) {
-        total += each.weight;
-    }
-    int left = dice_.any(1, total);
-    for (const Kind& each : kinds) {
-        left -= each.weight;
-        if (left <= 0 && each.weight > 0) {
-            return happen(each);
-        }
-    }
-}
-
-void Happenings::happen(const Kind& kind) {
-    ++tally_.of(kind.name);
-    if (const std::string event = kind.make(*this); !event.empty()) {
-        site_.happen(event);
-    }
-}
-
-std::string Happenings::drop(int most) {
-    const auto targets = host().targets();
-    return targets.empty()
-               ? ""
-               : format("drop_sessions = {{ target = \"{}\", count = {} }}", Site::name_of(dice_.pick(targets)), most);
-}
-
-// A session fails and comes back, or the newest ones of its target fail for good.
-std::string Happenings::flap() {
-    const auto sessions = host().sessions();
-    if (sessions.empty()) {
-        return {};
-    }
-    const simhost::SessionView& session = dice_.pick(sessions);
-    const std::string name = Site::name_of(host().target(session.target_iqn));
-    const std::vector<const char*> states{"XPT_WAIT", "XPT_UP", "IN_LOGIN", "IN_LOGOUT", "CLEANUP_WAIT"};
-    flapping_.insert(name);
-    const bool for_good = dice_.one_in(4);
-    later(dice_.seconds(200), [this, name, for_good] { end_flap(name, for_good); });
-    return format("set_state = {{ target = \"{}\", local_ip = \"{}\", state = \"{}\" }}", name, session.local_ip,
-                  dice_.pick(states));
-}
-
-// Sessions of a target log in again, unless it is for good or an array is lost that they may want: then the newest one
-// is lost.
-void Happenings::end_flap(const std::string& name, bool for_good) {
-    const auto targets = host().targets();
-    const bool exists =
-        std::any_of(targets.begin(), targets.end(), [&](const auto& each) { return Site::name_of(each) == name; });
-    const bool back = !for_good && arrays(host(), false).empty();
-    if (exists) {
-        site_.happen(back ? format("set_state = {{ target = \"{}\", state = \"LOGGED_IN\", count = {} }}", name,
-                                   program::MOST_SESSIONS_PER_TARGET)
-                          : format("drop_sessions = {{ target = \"{}\" }}", name));
-    }
-    if (back || !exists) {
-        flapping_.erase(name);
-    }
-}
-
-std::string Happenings::switch_mode() {
-    const simhost::GroupView group = dice_.pick(host().groups());
-    const bool is_static = group.mode == simhost::GroupMode::static_discovery;
-    return switch_to(group.name, is_static ? "dynamic" : "static");
-}
-
-std::string Happenings::set_fault() {
-    static const std::vector<std::string> operations = failing_operations();
-    const std::string operation = dice_.pick(operations);
-    const bool persistent = dice_.one_in(4);
-    std::string how;
-    if (operation.starts_with("psp.") && !dice_.one_in(2)) {
-        how = format(", status = {}", dice_.any(1, 7));
-    } else if (operation == "write" && dice_.one_in(2)) {
-        how = format(", short_by = {}", dice_.any(1, 60));
-    } else if (!operation.starts_with("IMA_")) {
-        const std::vector<const char*> errors{"EIO", "ENOSPC", "EACCES", "EAGAIN"};
-        how = format(", errno = \"{}\"", dice_.pick(errors));
-    }
-    if (persistent) {
-        later(dice_.seconds(400), "clear_faults = true");
-    }
-    return format("fault = {{ operation = \"{}\", nth = {}, persistent = {}{} }}", operation,
-                  dice_.one_in(2) ? dice_.any(1, 5) : dice_.any(1, 150), persistent, how);
-}
-
 void Happenings::end() {
     ++round_;
-    site_.happen("clear_faults = true");
-    site_.happen("fail_logins = false");
-    site_.happen(format("login_seconds = {}", site_.scenario().login_seconds));
-    for (const program::AdapterEntry& each : site_.scenario().adapters) {
-        site_.happen(discovery(each.name, 2));
+    Words bound;
+    for (const char* const event : {"clear_faults = true", "fail_logins = false", "write_config_file = $edit"}) {
+        happen(event, bound);
     }
-    // Every group has an array; some parts stay lost.
+    site_.happen(format("login_seconds = {}", site_.scenario().login_seconds));
+    for (const std::string& adapter : choices("adapter")) {
+        site_.happen(format("discovery_outcome = {{ adapter = \"{}\", status = 2 }}", adapter));
+    }
+    // Every group has an array; some NICs stay lost.
     const bool all = !dice_.one_in(4);
-    for (const std::string& ip : nics(host(), false)) {
+    for (const std::string& ip : choices("lost_nic")) {
         if (all || dice_.one_in(2)) {
             site_.happen(format("nic_up = \"{}\"", ip));
         }
     }
-    for (const std::string& array : arrays(host(), false)) {
+    for (const std::string& array : choices("lost_array")) {
         site_.happen(format("array_up = \"{}\"", array));
     }
     // A switch that came back in mid-pass can have cost static target entries: the administrator's script once more.
     for (const simhost::GroupView& each : host().groups()) {
         if (each.mode == simhost::GroupMode::static_discovery) {
-            site_.happen(switch_to(each.name, "static"));
+            site_.happen(format("switch_mode = {{ group = \"{}\", mode = \"static\" }}", each.name));
         }
     }
-    const std::set<std::string> flapping = flapping_;
-    for (const std::string& name : flapping) {
-        if (dice_.one_in(2)) {
-            end_flap(name, true);
-        }
-        end_flap(name, false);
+    for (const std::string& target : choices("target")) {
+        site_.happen(format("set_state = {{ target = \"{}\", state = \"LOGGED_IN\", count = 32 }}", target));
     }
 }
 

@@ -1,9 +1,9 @@
 // What happens to a host by itself, through its operators and arrays, and through failing calls.
 #pragma once
 
-#include <functional>
-#include <set>
+#include <map>
 #include <string>
+#include <vector>
 
 #include "soak/operator.h"
 #include "soak/site.h"
@@ -20,35 +20,34 @@ public:
     void plan(int count, double seconds);
     // A pass has begun: now and then something happens inside it.
     void in_pass();
-    // Calls no longer fail, logins and discovery work again, sessions in odd states are gone, and most of what
-    // was lost is back.
+    // Calls no longer fail, logins and discovery work again, sessions in odd states are gone, the operator is done, and
+    // most of what was lost is back.
     void end();
 
 private:
+    struct Kind;
+    struct Word {
+        std::string_view name;
+        std::vector<std::string> (*choices)(Happenings& on);
+    };
+    using Words = std::map<std::string, std::string, std::less<>>;
+
     Site& site_;
     Dice& dice_;
     Operator& operator_;
     Tally& tally_;
-    int round_ = 0;                   // what was planned in an earlier one doesn't happen
-    std::set<std::string> flapping_;  // targets of which sessions were set to an odd state
+    int round_ = 0;  // what was planned in an earlier one doesn't happen
 
-    struct Kind {
-        const char* name;
-        int weight;
-        std::string (*make)(Happenings& on);  // the event; empty: nothing, or it was carried out already
-    };
     static const Kind kinds[];
+    static const Word words[];
 
     simhost::Host& host() { return site_.host(); }
-    void happen(const Kind& kind);
-    void happen_any();
     void later(double seconds, std::function<void()> act);
-    void later(double seconds, const std::string& event);
-    std::string switch_mode();
-    std::string drop(int most);
-    std::string flap();
-    std::string set_fault();
-    void end_flap(const std::string& target, bool for_good);
+    void happen_any();
+    void happen(const Kind& kind);
+    void happen(std::string event, Words& bound);
+    std::vector<std::string> choices(std::string_view word);
+    std::vector<std::string> fault();
 };
 
 }  // namespace soak

@@ -59,29 +59,34 @@ ConfigValues Operator::any_values() {
     return values;
 }
 
-void Operator::write(const std::string& text) {
+// The file as it was is no longer looked at.
+void Operator::leave() {
     edited_.clear();
     read_ = false;
-    site_.happen("write_config_file = " + quoted(text));
 }
 
-void Operator::edit(bool hold_off_worker) {
-    ConfigValues values = any_values();
-    values.worker_stop = hold_off_worker ? 1 : 0;
-    const std::string text = "# by hand\n" + text_of(values);
-    write(text);
-    edited_ = text;
-    values_ = values;
+std::vector<std::string> Operator::edits(bool hold_off_worker) {
+    leave();
+    values_ = any_values();
+    values_.worker_stop = hold_off_worker ? 1 : 0;
+    edited_ = "# by hand\n" + text_of(values_);
+    return {quoted(edited_)};
 }
 
-void Operator::damage() {
+std::vector<std::string> Operator::removals() {
+    leave();
+    return {"true"};
+}
+
+std::vector<std::string> Operator::damages() {
+    leave();
     const std::string text = "# by hand\n" + text_of(any_values());
     // Cut off ahead of the logs path, a part of which wouldn't be a path of this host.
     const auto part = [&] {
         const auto most = static_cast<int>(text.find("ostrel_logs_path="));
         return text.substr(0, static_cast<std::size_t>(dice_.any(0, most)));
     };
-    const std::string texts[] = {
+    std::vector<std::string> texts{
         part(),
         without_line(text, "use_ostrel_timeouts"),
         text + "interval=" + std::to_string(dice_.any(-5, 59)) + "\n",
@@ -92,12 +97,8 @@ void Operator::damage() {
         text + "max_vol_sessions=\nostrel_logs_path=/var/log/ostrel/absent\n",
         without_line(without_line(text, "ostrel_logs_path"), "interval"),
     };
-    write(texts[dice_.any(0, static_cast<int>(std::size(texts)) - 1)]);
-}
-
-void Operator::remove() {
-    edited_.clear();
-    site_.happen("remove_config = true");
+    std::transform(texts.begin(), texts.end(), texts.begin(), quoted);
+    return texts;
 }
 
 std::string Operator::look(bool disturbed) const {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "OstrelProvider/config.h"
 #include "soak/dice.h"
@@ -13,11 +14,12 @@ class Operator {
 public:
     Operator(Site& site, Dice& dice) : site_(site), dice_(dice) {}
 
-    // Values that are all in range, with the operator's own comment.
-    void edit(bool hold_off_worker = false);
-    // Anything else: bad values, missing keys, the old format, noise, an empty file.
-    void damage();
-    void remove();
+    // What an event that happens now writes: values that are all in range, with a comment of his own;
+    std::vector<std::string> edits(bool hold_off_worker = false);
+    // anything else, as bad values, missing keys, the old format, noise, an empty file;
+    std::vector<std::string> damages();
+    // nothing: the file goes.
+    std::vector<std::string> removals();
 
     // A setting was written through the library: the file is no longer the operator's.
     void gave_way() { edited_.clear(); }
@@ -39,7 +41,7 @@ private:
     bool read_ = false;   // since it was written
 
     ConfigValues any_values();
-    void write(const std::string& text);
+    void leave();
 };
 
 }  // namespace soak

@@ -159,7 +159,6 @@ private:
     // The events end. What the host does by itself comes first, with or without passes meanwhile.
     void settle() {
         happenings_.end();
-        operator_.edit();
         // Logging in with a login time that was set meanwhile, a second try, and claiming the paths.
         const program::Scenario& on = site_.scenario();
         const double recovered = host().now() + 2 * 15 + 40 + on.login_seconds + on.claim_seconds + 5;

@@ -8,74 +8,71 @@ namespace soak {
 
 using simhost::GroupMode;
 using simhost::Host;
+using simhost::PathView;
 using simhost::SessionView;
 using simhost::TargetView;
 
 namespace {
 
+template <typename Items, typename Condition>
+bool any(const Items& items, Condition condition) {
+    return std::any_of(items.begin(), items.end(), condition);
+}
+
+bool is_dynamic(const SessionView& session) {
+    return session.first_remote_ip != session.current_remote_ip;
+}
+
 // A target as the checks see it.
 struct Seen {
     const TargetView& target;
     std::vector<SessionView> sessions;
-    std::vector<std::vector<simhost::PathView>> paths;  // of each device
+    std::vector<PathView> paths;  // those of the first device first
     int dynamic = 0;
+    int active_paths = 0;        // of the first device
+    std::set<std::string> nics;  // what the manager counts: of the first device's paths, dead ones too
 
     Seen(const Host& host, const TargetView& of) : target(of), sessions(host.sessions(of.iqn)) {
+        dynamic = static_cast<int>(std::count_if(sessions.begin(), sessions.end(), is_dynamic));
         for (const std::string& eui : of.devices) {
-            paths.push_back(host.paths(eui));
+            for (const PathView& each : host.paths(eui)) {
+                paths.push_back(each);
+                if (eui == of.devices.front()) {
+                    active_paths += each.active ? 1 : 0;
+                    nics.insert(each.local_ip);
+                }
+            }
         }
-        dynamic = static_cast<int>(std::count_if(sessions.begin(), sessions.end(), [](const SessionView& each) {
-            return each.first_remote_ip != each.current_remote_ip;
-        }));
     }
 
-    // What the manager counts: local addresses of the first device's paths, dead ones too.
-    int nics() const {
-        std::set<std::string> addresses;
-        for (const simhost::PathView& each : paths.front()) {
-            addresses.insert(each.local_ip);
-        }
-        return addresses.empty() ? target.nics : static_cast<int>(addresses.size());
-    }
     bool counts_lost_nic() const {
-        return std::any_of(paths.begin(), paths.end(), [&](const auto& device) {
-            return std::any_of(device.begin(), device.end(), [&](const simhost::PathView& path) {
-                return std::none_of(sessions.begin(), sessions.end(),
-                                    [&](const SessionView& each) { return each.local_ip == path.local_ip; });
-            });
+        return any(paths, [&](const PathView& path) {
+            return !any(sessions, [&](const SessionView& each) { return each.local_ip == path.local_ip; });
         });
-    }
-    int active_paths() const {
-        return static_cast<int>(
-            std::count_if(paths.front().begin(), paths.front().end(), [](const auto& each) { return each.active; }));
     }
     // An adapter in the PSP's sight without a session: the target's sessions can't be read as a whole.
     bool has_empty_adapter(const Host& host) const {
-        const auto nics = host.nics();
-        return std::any_of(target.adapters.begin(), target.adapters.end(), [&](const std::string& adapter) {
+        return any(target.adapters, [&, nics_of_host = host.nics()](const std::string& adapter) {
             const auto on_it = [&](const auto& each) { return each.adapter == adapter; };
-            return std::none_of(sessions.begin(), sessions.end(), on_it) &&
-                   (std::any_of(nics.begin(), nics.end(), [&](const auto& nic) { return nic.up && on_it(nic); }) ||
-                    std::any_of(paths.begin(), paths.end(),
-                                [&](const auto& device) { return std::any_of(device.begin(), device.end(), on_it); }));
+            return !any(sessions, on_it) &&
+                   (any(paths, on_it) || any(nics_of_host, [&](const auto& nic) { return nic.up && on_it(nic); }));
         });
     }
     // Behind a group-scoped target a session to an address with an active path is protected from removal.
     bool has_unprotected_session() const {
-        return std::any_of(sessions.begin(), sessions.end(), [&](const SessionView& session) {
-            return session.first_remote_ip != session.current_remote_ip &&
-                   std::none_of(paths.begin(), paths.end(), [&](const auto& device) {
-                       return std::any_of(device.begin(), device.end(), [&](const auto& path) {
-                           return path.active && path.remote_ip == session.current_remote_ip;
-                       });
+        return any(sessions, [&](const SessionView& session) {
+            return is_dynamic(session) && !any(paths, [&](const PathView& path) {
+                       return path.active && path.remote_ip == session.current_remote_ip;
                    });
         });
     }
 };
 
 int required_of(const Seen& seen, const ConfigValues& values) {
-    const int nics = values.vmknic_count != 0 ? static_cast<int>(values.vmknic_count) : seen.nics();
     const TargetView& target = seen.target;
+    const int nics = values.vmknic_count != 0 ? static_cast<int>(values.vmknic_count)
+                     : seen.nics.empty()      ? target.nics
+                                              : static_cast<int>(seen.nics.size());
     if (target.group_scoped) {
         const int required = std::max(nics, 4) * target.arrays + 2 * (target.total_arrays - target.arrays);
         const int least = static_cast<int>(values.min_pe_sessions);
@@ -94,13 +91,12 @@ bool at_a_ceiling(const Host& host, int wanted) {
 }
 
 bool is_reported(const Host& host, const TargetView& target) {
-    return std::any_of(target.devices.begin(), target.devices.end(),
-                       [&](const std::string& eui) { return host.volume(eui).supported; });
+    return any(target.devices, [&](const std::string& eui) { return host.volume(eui).supported; });
 }
 
 std::string described(const Seen& seen, int required) {
     return fmt::format("{} of {} has {} dynamic sessions of {} and {} active paths, required {}", seen.target.iqn,
-                       seen.target.group, seen.dynamic, seen.sessions.size(), seen.active_paths(), required);
+                       seen.target.group, seen.dynamic, seen.sessions.size(), seen.active_paths, required);
 }
 
 // What keeps the target from its number; null: nothing does.
@@ -117,7 +113,7 @@ void judge_number(const Host& host, const ConfigValues& values, const Seen& seen
     ++verdict.targets;
     const int required = required_of(seen, values);
     // A volume whose paths are right isn't looked at.
-    if (seen.dynamic == required || (!seen.target.group_scoped && seen.active_paths() == required)) {
+    if (seen.dynamic == required || (!seen.target.group_scoped && seen.active_paths == required)) {
         return;
     }
     if (const char* const reason = reason_of(host, seen, required)) {

@@ -155,8 +155,23 @@ std::string Site::new_device(Dice& dice, const std::string& group, const std::st
                        group, target, dice.one_in(2));
 }
 
-bool Site::has_room_for_volumes() const {
-    return static_cast<std::size_t>(next_volume_) < program::MOST_VOLUMES;
+// The table of a new volume; none when there is no room.
+std::vector<std::string> Site::new_ones(Dice& dice, bool behind_group_scoped_target) {
+    std::vector<program::GroupScopedTargetEntry> targets = scenario_.group_scoped_targets;
+    // Several devices of a target hold up switches of its group: seldom more than one.
+    std::erase_if(targets, [&](const program::GroupScopedTargetEntry& each) {
+        return !host_->target(each.spec.iqn).devices.empty() && !dice.one_in(8);
+    });
+    if (static_cast<std::size_t>(next_volume_) == program::MOST_VOLUMES ||
+        (behind_group_scoped_target && targets.empty())) {
+        return {};
+    }
+    if (behind_group_scoped_target) {
+        const program::GroupScopedTargetEntry& behind = dice.pick(targets);
+        return {new_device(dice, behind.spec.group, behind.name)};
+    }
+    // Without sessions: the host logs in by itself.
+    return {new_volume(dice, dice.pick(scenario_.groups).name, ", sessions = 0")};
 }
 
 std::vector<std::string> Site::volumes() const {

@@ -24,9 +24,7 @@ public:
     bool has_deep_logs() const { return deep_logs_; }
 
     // What events are made of.
-    std::string new_volume(Dice& dice, const std::string& group, const std::string& more);
-    std::string new_device(Dice& dice, const std::string& group, const std::string& target);
-    bool has_room_for_volumes() const;
+    std::vector<std::string> new_ones(Dice& dice, bool behind_group_scoped_target);
     std::vector<std::string> volumes() const;
     static std::string name_of(const simhost::TargetView& target);
 
@@ -46,6 +44,8 @@ private:
     program::Site site_{scenario_};
     std::unique_ptr<simhost::Host> host_;
 
+    std::string new_volume(Dice& dice, const std::string& group, const std::string& more);
+    std::string new_device(Dice& dice, const std::string& group, const std::string& target);
     std::string describe_host(Dice& dice);
     std::string describe_volumes(Dice& dice);
     void read();
