@@ -182,7 +182,7 @@ TEST(Faults, FireAtTheCallTheyNameOnceOrFromThenOn) {
     EXPECT_EQ(calls(1), (std::vector<IMA_STATUS>{0}));
     EXPECT_EQ(host->faults_injected(), 3U);
     EXPECT_EQ(host->calls("IMA_GetLhbaOidList"), 7U);
-    EXPECT_THROW(host->fail(fault("IMA_GetLhba")), std::invalid_argument);
+    EXPECT_THROW(host->fail(failing("IMA_GetLhba")), std::invalid_argument);
 
     host->fail(errno_fault("psp.5", EBUSY));
     EXPECT_EQ(rescan_ioctl(both_adapters, 1), -1);

@@ -1,3 +1,5 @@
+#include <optional>
+
 #include "OstrelConnections/mode_change/mode_change.h"
 #include "OstrelConnections/mode_change/mode_change_parts.h"
 #include "common/stop_point.h"
@@ -8,8 +10,8 @@ namespace {
 
 constexpr LogOperation procedure = "handle_automatic_to_manual_mode_change";
 
-// Thins out the dynamic sessions, volume by volume, until a stop is asked for. -1 when the sessions of a volume can't
-// be read; volumes before it keep what was done to them.
+// Removes all dynamic sessions of each volume except two, until a stop is requested. -1 if the sessions of a volume
+// cannot be read; earlier volumes are not restored.
 int remove_sessions_but_two(const mode_change_info* changes, int num_changes, OxrLun* luns, ModeChangeBatch& batch) {
     for (int c = 0; c < num_changes; ++c) {
         if (changes[c].change != AUTOMATIC_TO_MANUAL) {
@@ -28,29 +30,49 @@ int remove_sessions_but_two(const mode_change_info* changes, int num_changes, Ox
         }
         if (batch.take(procedure, changes[c], lun)) {
             OXR_INFO_IN(procedure, "removing all dynamic(automatic) sessions but keeping back two");
-            // A volume with fewer than two keeps them all.
+            // A volume with fewer than two keeps them.
             (void)remove_all_dynamic_sessions_but_two(sessions, target_iqn.c_str());
         }
     }
     return 0;
 }
 
-void log_failed_rediscovery() {
-    OXR_ERROR_IN(procedure, "rediscover failed.");
-}
-
 constexpr LogOperation removal = "remove_all_dynamic_mode_targets";
 
-void log_missing_static_session(const char*) {
-    OXR_ERROR_IN(removal, "no static(manual) sessions exist for this lun. Will not delete the target");
+// Adds the targets of a volume's dynamic sessions. A target entry has the address of the session's first connection.
+void collect_dynamic_targets(RemoveList& list, const TargetDtls* sessions, const char* target_iqn) {
+    const int listed = listed_sessions(sessions);
+    for (int s = 0; s < listed; ++s) {
+        const TargetDtls& session = sessions[s];
+        if (is_logged_in(session, SESSION_DYNAMIC) && list.add(removal, target_iqn, session.initial_remote_ip)) {
+            OXR_DEBUG_IN(removal, "- hba %s, target ip %s, target iqn %s, port %d added to remove list",
+                         session.vmhba_name, session.current_remote_ip, target_iqn, static_cast<int>(ISCSI_PORT));
+        }
+    }
 }
 
-// The target entry bears the address that the session was first made to.
-void collect_dynamic_target(RemoveList& list, const TargetDtls& session, const char* target_iqn) {
-    if (list.add(removal, target_iqn, session.initial_remote_ip)) {
-        OXR_DEBUG_IN(removal, "- hba %s, target ip %s, target iqn %s, port %d added to remove list", session.vmhba_name,
-                     session.current_remote_ip, target_iqn, static_cast<int>(ISCSI_PORT));
+// Collects the dynamic targets of the volumes that have a logged-in static session. -1 if some volume has none and
+// keeps its targets; nothing if the sessions of a volume cannot be read.
+std::optional<int> collect_old_targets(const mode_change_info* changes, int num_changes, OxrLun* luns,
+                                       RemoveList& list) {
+    int result = 0;
+    for (int c = 0; c < num_changes; ++c) {
+        if (changes[c].change != AUTOMATIC_TO_MANUAL) {
+            continue;
+        }
+        OxrLun& lun = luns[changes[c].index];
+        TargetDtls sessions[MAX_SESSIONS_PER_TARGET] = {};
+        if (!read_changed_volume(removal, lun, sessions)) {
+            return std::nullopt;
+        }
+        if (has_logged_in(sessions, SESSION_STATIC)) {
+            collect_dynamic_targets(list, sessions, oxr::FieldText(lun.target_iqn).c_str());
+        } else {
+            OXR_ERROR_IN(removal, "no static(manual) sessions exist for this lun. Will not delete the target");
+            result = -1;
+        }
     }
+    return result;
 }
 
 }  // namespace
@@ -59,8 +81,8 @@ int handle_automatic_to_manual_mode_change(const mode_change_info* changes, int 
     ModeChangeBatch batch;
     const UniqueAdapters& adapters = batch.adapters;
     {
-        // The two sessions that a volume keeps may be on one adapter. Until rediscovery has made static ones the
-        // other has none, and no later pass could read the volume's sessions and go on: it would stay with the two.
+        // The two sessions that a volume keeps may be on one adapter. Until the rediscovery creates static sessions on
+        // the other adapter, no pass can read the volume's sessions, so the volume would stay with the two.
         const oxr::StopHold hold;
         if (remove_sessions_but_two(changes, num_changes, luns, batch) != 0) {
             return -1;
@@ -72,7 +94,11 @@ int handle_automatic_to_manual_mode_change(const mode_change_info* changes, int 
         if (delete_dead_path_ioctl(adapters.names, adapters.count, DEAD_PATH_DELAY_SECONDS) < 0) {
             OXR_ERROR("ioctl for deleting dead paths failed.");
         }
-        rediscover_adapters(procedure, adapters, log_failed_rediscovery);
+        for (int a = 0; a < adapters.count; ++a) {
+            if (!rediscover_adapter(procedure, adapters.names[a])) {
+                OXR_ERROR("rediscover failed.");
+            }
+        }
     }
     OXR_INFO("rescanning all adapters");
     if (rescan_ioctl(adapters.names, adapters.count) < 0) {
@@ -102,9 +128,7 @@ int remove_all_dynamic_mode_targets(const mode_change_info* changes, int num_cha
         OXR_ERROR("can not allocate memory for TargetDtls.");
         return -1;
     }
-    const FinalRemoval rules{removal,         AUTOMATIC_TO_MANUAL,        SESSION_STATIC,
-                             SESSION_DYNAMIC, log_missing_static_session, collect_dynamic_target};
-    const std::optional<int> collected = collect_old_kind(rules, changes, num_changes, luns, remove_list);
+    const std::optional<int> collected = collect_old_targets(changes, num_changes, luns, remove_list);
     if (!collected.has_value()) {
         return -1;
     }

@@ -1,3 +1,5 @@
+#include <optional>
+
 #include "OstrelConnections/mode_change/mode_change.h"
 #include "OstrelConnections/mode_change/mode_change_parts.h"
 #include "common/stop_point.h"
@@ -7,8 +9,8 @@ namespace {
 
 constexpr LogOperation procedure = "handle_manual_to_automatic_mode_change";
 
-// Puts all target addresses but the busiest into the remove list: the volume keeps its static paths over that
-// one until dynamic ones exist.
+// Adds all target addresses except the busiest to the remove list: the volume keeps its static paths over that one
+// until dynamic ones exist.
 void collect_targets_but_busiest(const TargetDtls* sessions, const char* target_iqn, RemoveList& remove_list) {
     UniqueIpAddress ips[MAX_UNIQUE_IPS] = {};
     TargetSessionCount map[MAX_UNIQUE_IPS] = {};
@@ -23,12 +25,13 @@ void collect_targets_but_busiest(const TargetDtls* sessions, const char* target_
     }
     for (int i = 0; i < num_ips; ++i) {
         if (i != busiest && map[i].num_sessions > 0) {
-            (void)remove_list.add(procedure, target_iqn, map[i].target_ip);  // one left out goes with the rest
+            // One that does not fit is removed at the end.
+            (void)remove_list.add(procedure, target_iqn, map[i].target_ip);
         }
     }
 }
 
-// Collects the static targets to be thinned out. -1 when the sessions of a volume can't be read.
+// Collects the static targets to remove before the rediscovery. -1 if the sessions of a volume cannot be read.
 int collect_targets(const mode_change_info* changes, int num_changes, OxrLun* luns, ModeChangeBatch& batch,
                     RemoveList& remove_list) {
     for (int c = 0; c < num_changes; ++c) {
@@ -51,28 +54,28 @@ int collect_targets(const mode_change_info* changes, int num_changes, OxrLun* lu
     return 0;
 }
 
-void warn_of_failed_rediscovery() {
-    OXR_WARN_IN(procedure, "rediscovery failed.");
-}
-
-// Thins out the static targets and rediscovers.
+// Removes the collected static targets and rediscovers.
 void replace_targets(const RemoveList& remove_list, const UniqueAdapters& adapters) {
     oxr::stop_point();
-    // Only rediscovery gives a volume paths for those that it loses here: a stop ends the removal, not the step.
+    // Only the rediscovery replaces the paths that a volume loses here: a stop ends the removal, but not this step.
     const oxr::StopHold hold;
     if (remove_list.count() > 0) {
         OXR_INFO_IN(procedure,
                     "Deleting all static targets other than those which have been selected to be deleted later");
-        // A target that stays is removed with the rest at the end.
+        // A target that could not be removed is removed at the end.
         (void)remove_list.remove_from(adapters.names, adapters.count);
     }
     if (delete_dead_path_ioctl(adapters.names, adapters.count, DEAD_PATH_DELAY_SECONDS) < 0) {
         OXR_ERROR_IN(procedure, "ioctl for deleting dead paths failed.");
     }
-    rediscover_adapters(procedure, adapters, warn_of_failed_rediscovery);
+    for (int a = 0; a < adapters.count; ++a) {
+        if (!rediscover_adapter(procedure, adapters.names[a])) {
+            OXR_WARN_IN(procedure, "rediscovery failed.");
+        }
+    }
 }
 
-// Collects and replaces; the list is gone before the final removal needs one. -1 as collect_targets.
+// Collects and replaces the targets; frees its list before the final removal needs one. -1 as collect_targets.
 int replace_targets_but_busiest(const mode_change_info* changes, int num_changes, OxrLun* luns,
                                 ModeChangeBatch& batch) {
     RemoveList remove_list;
@@ -91,15 +94,40 @@ int replace_targets_but_busiest(const mode_change_info* changes, int num_changes
 
 constexpr LogOperation removal = "remove_all_static_targets";
 
-void log_missing_dynamic_session(const char* target_iqn) {
-    OXR_ERROR_IN(removal, "no dynamic(automatic) session present for target %s", target_iqn);
+void collect_static_targets(RemoveList& list, const TargetDtls* sessions, const char* target_iqn) {
+    const int listed = listed_sessions(sessions);
+    for (int s = 0; s < listed; ++s) {
+        const TargetDtls& session = sessions[s];
+        if (is_logged_in(session, SESSION_STATIC) && list.add(removal, target_iqn, session.current_remote_ip)) {
+            OXR_DEBUG_IN(removal, "target - hba %s, target ip %s, target iqn %s, port %d has been added to remove list",
+                         session.vmhba_name, session.current_remote_ip, target_iqn, static_cast<int>(ISCSI_PORT));
+        }
+    }
 }
 
-void collect_static_target(RemoveList& list, const TargetDtls& session, const char* target_iqn) {
-    if (list.add(removal, target_iqn, session.current_remote_ip)) {
-        OXR_DEBUG_IN(removal, "target - hba %s, target ip %s, target iqn %s, port %d has been added to remove list",
-                     session.vmhba_name, session.current_remote_ip, target_iqn, static_cast<int>(ISCSI_PORT));
+// Collects the static targets of the volumes that have a logged-in dynamic session. -1 if some volume has none and
+// keeps its targets; nothing if the sessions of a volume cannot be read.
+std::optional<int> collect_old_targets(const mode_change_info* changes, int num_changes, OxrLun* luns,
+                                       RemoveList& list) {
+    int result = 0;
+    for (int c = 0; c < num_changes; ++c) {
+        if (changes[c].change != MANUAL_TO_AUTOMATIC) {
+            continue;
+        }
+        OxrLun& lun = luns[changes[c].index];
+        const oxr::FieldText target_iqn(lun.target_iqn);
+        TargetDtls sessions[MAX_SESSIONS_PER_TARGET] = {};
+        if (!read_changed_volume(removal, lun, sessions)) {
+            return std::nullopt;
+        }
+        if (has_logged_in(sessions, SESSION_DYNAMIC)) {
+            collect_static_targets(list, sessions, target_iqn.c_str());
+        } else {
+            OXR_ERROR_IN(removal, "no dynamic(automatic) session present for target %s", target_iqn.c_str());
+            result = -1;
+        }
     }
+    return result;
 }
 
 }  // namespace
@@ -185,9 +213,7 @@ int remove_all_static_targets(const mode_change_info* changes, int num_changes, 
         OXR_ERROR("can not allocate memory for TargetDtls.");
         return -1;
     }
-    const FinalRemoval rules{removal,        MANUAL_TO_AUTOMATIC,         SESSION_DYNAMIC,
-                             SESSION_STATIC, log_missing_dynamic_session, collect_static_target};
-    const std::optional<int> collected = collect_old_kind(rules, changes, num_changes, luns, remove_list);
+    const std::optional<int> collected = collect_old_targets(changes, num_changes, luns, remove_list);
     if (!collected.has_value()) {
         return -1;
     }

@@ -30,42 +30,19 @@ bool ModeChangeBatch::take(const char* operation, const mode_change_info& change
     return true;
 }
 
-void rediscover_adapters(const char* operation, const UniqueAdapters& adapters, void (*on_failure)()) {
-    for (int a = 0; a < adapters.count; ++a) {
-        const oxr::FieldText adapter_name(adapters.names[a]);
-        OXR_INFO_IN(operation, "calling rediscover on adapter %s ", adapter_name.c_str());
-        if (do_rediscover_on_adapter(adapter_name.c_str()) != 0) {
-            on_failure();
-        }
-    }
+bool rediscover_adapter(LogOperation operation, const AdapterName& adapter) {
+    const oxr::FieldText adapter_name(adapter);
+    OXR_INFO_IN(operation, "calling rediscover on adapter %s ", adapter_name.c_str());
+    return do_rediscover_on_adapter(adapter_name.c_str()) == 0;
 }
 
-std::optional<int> collect_old_kind(const FinalRemoval& removal, const mode_change_info* changes, int num_changes,
-                                    OxrLun* luns, RemoveList& list) {
-    int result = 0;
-    for (int c = 0; c < num_changes; ++c) {
-        if (changes[c].change != removal.change) {
-            continue;
-        }
-        oxr::stop_point();
-        OxrLun& lun = luns[changes[c].index];
-        const oxr::FieldText target_iqn(lun.target_iqn);
-        OXR_DEBUG_IN(removal.operation, "Getting session connection details for target - %s", target_iqn.c_str());
-        TargetDtls sessions[MAX_SESSIONS_PER_TARGET] = {};
-        if (const int obtained = obtain_oxr_lun_sessions(lun, sessions); obtained < 0) {
-            OXR_ERROR_IN(removal.operation, "populate_oxr_sessions returned %d = ", obtained);
-            return std::nullopt;
-        }
-        if (!has_logged_in(sessions, removal.new_kind)) {
-            removal.on_missing(target_iqn.c_str());
-            result = -1;
-            continue;
-        }
-        std::for_each(sessions, sessions + listed_sessions(sessions), [&](const TargetDtls& session) {
-            if (is_logged_in(session, removal.old_kind)) {
-                removal.collect(list, session, target_iqn.c_str());
-            }
-        });
+bool read_changed_volume(LogOperation operation, OxrLun& lun, TargetDtls* sessions) {
+    oxr::stop_point();
+    OXR_DEBUG_IN(operation, "Getting session connection details for target - %s",
+                 oxr::FieldText(lun.target_iqn).c_str());
+    if (const int obtained = obtain_oxr_lun_sessions(lun, sessions); obtained < 0) {
+        OXR_ERROR_IN(operation, "populate_oxr_sessions returned %d = ", obtained);
+        return false;
     }
-    return result;
+    return true;
 }

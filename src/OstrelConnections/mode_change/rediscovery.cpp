@@ -8,7 +8,7 @@ namespace {
 constexpr int max_status_retries = 5;
 constexpr long status_retry_seconds = 2;
 
-// The outcome, asked again while it can't be read.
+// The result; tries again while it cannot be read.
 int wait_for_outcome(const char* operation, const char* adapter_name) {
     int status = get_discover_iscsi_hba_status(adapter_name);
     for (int retries = 0; status == ISCSI_DISCOVERY_NO_STATUS;) {
@@ -27,7 +27,7 @@ int wait_for_outcome(const char* operation, const char* adapter_name) {
 }  // namespace
 
 int do_rediscover_on_adapter(const char* adapter_name) {
-    (void)rediscover_iscsi_hba(adapter_name);  // the outcome tells
+    (void)rediscover_iscsi_hba(adapter_name);  // its result is read next
     switch (wait_for_outcome(__func__, adapter_name)) {
         case ISCSI_DISCOVERY_FAILURE:
             OXR_ERROR("Rediscovery failed with error code ISCSI_DISCOVERY_FAILURE");
