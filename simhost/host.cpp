@@ -142,6 +142,9 @@ Host* Host::current() {
 // --- faults, counters, scripts ------------------------------------------------------------------------------
 
 void Host::fail(const Fault& fault) {
+    if (fault.operation.empty()) {
+        return;
+    }
     if (!is_operation(fault.operation)) {
         throw std::invalid_argument("simhost: no such operation: '" + fault.operation + "'");
     }

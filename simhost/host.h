@@ -327,7 +327,7 @@ public:
     bool wait_for_horizon(double real_seconds);  // false: not reached within real_seconds
 
     // --- faults, counters, scripts --------------------------------------------------------------------
-    void fail(const Fault& fault);  // an unknown operation throws std::invalid_argument
+    void fail(const Fault& fault);  // an unknown operation throws std::invalid_argument, an empty one is no fault
     void clear_faults();
     std::uint64_t calls(const std::string& operation) const;
     std::uint64_t calls(const std::string& operation, const std::string& host_path) const;  // those on one file
