@@ -28,7 +28,9 @@ int open_regular_file(const char* path, int flags, off_t* size) {
         return -1;
     }
     struct stat status {};
-    if (const int error = refusal(fd, status); error != 0) {
+    // What O_EXCL has just made is a regular file; a refusal would leave it behind.
+    const int error = (flags & O_EXCL) != 0 ? 0 : refusal(fd, status);
+    if (error != 0) {
         (void)::close(fd);
         errno = error;
         return -1;

@@ -150,7 +150,7 @@ constexpr const char* without_failure[] = {
     "^sig(addset|emptyset)$",
     "^lseek$",  // of a file that was opened
     "^pthread_(self|exit|sigmask)$",
-    "^pthread_mutex_(lock|unlock)$",  // of a mutex that was initialised
+    "^pthread_mutex_(lock|trylock|unlock)$",  // of a mutex that was initialised
 };
 
 }  // namespace
