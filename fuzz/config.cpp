@@ -131,12 +131,13 @@ void create() {
     OSTREL_CreateConfigFile();
 }
 
-// A file without comments is in the old format and comes back in the present one; any other is left alone.
+// A file without comments is in the old format and comes back in the present one; any other and an empty one are left
+// alone.
 void convert(const ConfigSite& site, std::string_view text) {
-    const bool is_old = !has_comment_line();
+    const bool is_old = !text.empty() && !has_comment_line();
     create();
     if (!is_old) {
-        fuzz::require(site.text() == text, "a file of the present format is converted");
+        fuzz::require(site.text() == text, "a file that isn't in the old format is converted");
         return;
     }
     const ConfigValues values = read(site);
