@@ -263,8 +263,8 @@ void note_what_surprises(const std::vector<std::string>& lines, ConfigReport& re
             "keeps the values it has.");
     } else if (lines.empty()) {
         report.notes.emplace_back(
-            "The file is empty. The service writes the defaults into it when it starts; a running one leaves it alone "
-            "and keeps the values it has.");
+            "The file is empty. The service leaves it alone: a running one keeps the values it has, one that starts "
+            "uses the defaults. Write it anew, or delete it and restart the service, which creates one.");
     } else if (!has_comment && report.rewrite_reasons.empty()) {
         report.notes.emplace_back(
             "The file has no comment line. At its next start the service takes it for the old format and puts the "
@@ -301,7 +301,9 @@ ConfigReport judge_config_file(const std::string& file) {
     if (report.old_format) {
         report.rewrite_reasons.insert(report.rewrite_reasons.begin(), "it is in the old format");
     }
-    if (judge.wants_rewrite()) {
+    if (lines.empty()) {
+        report.rewrite_reasons.clear();  // what it held isn't known
+    } else if (judge.wants_rewrite()) {
         report.rewritten = rewritten_text(values);
         report.diff = diff_text(lines, report.rewritten);
     }

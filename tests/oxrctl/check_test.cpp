@@ -95,4 +95,5 @@ TEST_F(CheckTest, WarnsOfAFileThatTheNextStartTakesForAnOldOne) {
     EXPECT_EQ(report.notes.size(), 1U);
     EXPECT_FALSE(report.is_clean());
     EXPECT_TRUE(judge("").notes.at(0).starts_with("The file is empty."));
+    EXPECT_TRUE(judge("").rewrite_reasons.empty());
 }
