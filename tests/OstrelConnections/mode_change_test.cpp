@@ -160,6 +160,15 @@ TEST(ModeChanges, BeyondEightAdaptersAreLeftToTheNextPass) {
     }
 }
 
+TEST(AutomaticToManual, IsNotDoneWhileAVolumeHasNoStaticSession) {
+    const auto host = make_site();
+    const std::string iqn = add_volume(*host, "vol", 2, {"vmhba64"});
+    OxrLun lun = read_lun(iqn);
+    const mode_change_info change{AUTOMATIC_TO_MANUAL, 0};
+    EXPECT_EQ(remove_all_dynamic_mode_targets(&change, 1, &lun, lun.vmhba_name_array, lun.num_adapters), -1);
+    EXPECT_EQ(count_sessions(*host, iqn), 2);
+}
+
 TEST_F(HostTest, ListsOfASwitchAreFullOrEmpty) {
     RemoveList list;
     for (int i = 0; i < 2049; ++i) {
