@@ -3,6 +3,7 @@
 
 #include <errno.h>
 #include <fmt/format.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <chrono>
@@ -51,6 +52,36 @@ void set_current(Host* host, std::shared_ptr<Host::Impl> impl) {
     holder.impl.swap(impl);
     __atomic_store_n(&current_host, host, __ATOMIC_RELEASE);
 }
+
+namespace {
+
+constinit Host::Impl* forking = nullptr;  // whose lock the fork holds
+
+// A fork finds the model at rest. In the child its lock is made anew: a recursive mutex isn't its owner's any more.
+void rest_before_fork() {
+    const auto impl = current_impl();
+    if (impl != nullptr) {
+        impl->mutex.lock();
+    }
+    holder_mutex.lock();
+    forking = impl.get();
+}
+
+void go_on_in_parent() {
+    holder_mutex.unlock();
+    if (forking != nullptr) {
+        forking->mutex.unlock();
+    }
+}
+
+void go_on_in_child() {
+    holder_mutex.unlock();
+    if (forking != nullptr) {
+        new (&forking->mutex) HostMutex;
+    }
+}
+
+}  // namespace
 
 std::string text_of(double seconds) {
     return fmt::format("{:g}", seconds);
@@ -115,6 +146,7 @@ std::optional<Fault> Host::Impl::hit(std::string_view operation, std::string_vie
 
 Host::Host(HostOptions options) {
     const Inside inside;
+    [[maybe_unused]] static const int at_fork = pthread_atfork(rest_before_fork, go_on_in_parent, go_on_in_child);
     settle_threads();
     reset_allocations();
     impl_ = std::make_shared<Impl>(*this, std::move(options));

@@ -214,6 +214,7 @@ TEST(Exit, OfAForkedChildLeavesTheWorkerOfItsParentAlone) {
             host->set_horizon(10);
             (void)host->wait_for_horizon(10);
             if (const pid_t child = fork(); child == 0) {
+                alarm(60);
                 check_at_exit = [] { _exit(host->log().find("StopService") == std::string::npos ? 0 : 3); };
                 std::exit(0);
             } else {
