@@ -97,6 +97,10 @@ Catalogue read_catalogue() {
                                 text_of(code, "text"), squeezed(text_of(code, "meaning")),
                                 squeezed(text_of(code, "action"))});
     });
+    for_each_table(parsed, "reason", [&](const toml::table& reason) {
+        result.reasons.push_back({text_of(reason, "name"), text_of(reason, "health"),
+                                  squeezed(text_of(reason, "meaning")), squeezed(text_of(reason, "action"))});
+    });
     return result;
 }
 

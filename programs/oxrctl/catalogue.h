@@ -26,10 +26,19 @@ struct CodeEntry {
     std::string action;
 };
 
+// Why `oxrctl status` doesn't call a host well.
+struct ReasonEntry {
+    std::string name;
+    std::string health;  // what it makes of the host: "warning", "critical" or "unknown"
+    std::string meaning;
+    std::string action;
+};
+
 // Messages by subject; those of one place of the file stand together, one entry a level.
 struct Catalogue {
     std::vector<MessageEntry> messages;
     std::vector<CodeEntry> codes;
+    std::vector<ReasonEntry> reasons;          // the weightiest first
     std::map<std::string, std::string> named;  // formats of the messages that have a name
 };
 

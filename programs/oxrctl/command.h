@@ -27,6 +27,9 @@ public:
 
 using Json = nlohmann::ordered_json;
 
+// Of what the commands print with --json; a field's removal or new meaning makes it another.
+inline constexpr int JSON_VERSION = 1;
+
 // The object on lines of its own, indented. Bytes that are not UTF-8 are replaced.
 std::string json_text(const Json& object);
 

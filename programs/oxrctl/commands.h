@@ -1,6 +1,7 @@
 // The commands of oxrctl. Each gives what it prints, or throws a Refusal.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -18,11 +19,15 @@ struct CheckOptions {
 Answer check(const CheckOptions& options);
 
 struct StatusOptions {
-    std::optional<std::string> log;  // none: where the configuration file on this host says
+    std::vector<std::string> logs{};  // logs, HOST=LOG, folders, "-"; none: the log of this host
     bool json = false;
+    bool check = false;                     // one line for a monitoring plug-in
+    std::optional<std::string> metrics{};   // a file for Prometheus, "-": standard output
+    bool per_volume = false;                // in the metrics
+    std::optional<std::int64_t> max_age{};  // seconds that the last message may be old
 };
-// EXIT_FINE: the last pass ended well. EXIT_FOUND: errors or warnings since the last good pass, a worker that is
-// stopped or held off, or no pass at all.
+// EXIT_FINE: all is well. EXIT_FOUND: something isn't, and is told. EXIT_UNUSABLE: a log can't be read. With `check`,
+// the exit code of a plug-in instead: 0 well, 1 warning, 2 critical, 3 unknown. With `metrics`, EXIT_FINE.
 Answer status(const StatusOptions& options);
 
 struct ExplainOptions {

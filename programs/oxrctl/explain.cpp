@@ -176,6 +176,9 @@ Explanation whole_catalogue() {
         all.messages.push_back({&entry, entry.texts});
     }
     all.codes = codes_that([](const CodeEntry&) { return true; });
+    for (const ReasonEntry& reason : catalogue().reasons) {
+        all.reasons.push_back(&reason);
+    }
     return all;
 }
 
@@ -197,6 +200,12 @@ Explanation find(const std::string& asked) {
     if (const std::optional<CodeNumber> number = code_number(asked)) {
         explanation.codes = codes_of_number(*number);
         return explanation;
+    }
+    for (const ReasonEntry& reason : catalogue().reasons) {
+        if (reason.name == asked) {
+            explanation.reasons.push_back(&reason);
+            return explanation;
+        }
     }
     const LoggedText logged = logged_text(asked);
     if (const FoundMessage message = find_format(logged.text, logged.level)) {

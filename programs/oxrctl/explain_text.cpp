@@ -48,6 +48,10 @@ std::string code_text(const CodeEntry& code) {
            (code.text.empty() ? "" : field("Text", code.text)) + meaning_and_action(code.meaning, code.action);
 }
 
+std::string reason_text(const ReasonEntry& reason) {
+    return reason.name + "\n" + field("Health", reason.health) + meaning_and_action(reason.meaning, reason.action);
+}
+
 // --- for programs ------------------------------------------------------------------------------------------
 
 Json message_json(const ExplainedMessage& message) {
@@ -62,6 +66,10 @@ Json message_json(const ExplainedMessage& message) {
 Json code_json(const CodeEntry& code) {
     return {{"kind", code.kind}, {"code", code.code},       {"name", code.name},
             {"text", code.text}, {"meaning", code.meaning}, {"action", code.action}};
+}
+
+Json reason_json(const ReasonEntry& reason) {
+    return {{"name", reason.name}, {"health", reason.health}, {"meaning", reason.meaning}, {"action", reason.action}};
 }
 
 // --- for the documentation ---------------------------------------------------------------------------------
@@ -119,6 +127,17 @@ std::string code_table(const std::string& kind, const std::string& heading) {
     return text;
 }
 
+std::string reason_table() {
+    std::string text =
+        "\n### Health: why `oxrctl status` does not call a host well\n\n"
+        "| Reason | Health | Meaning | What to do |\n|---|---|---|---|\n";
+    for (const ReasonEntry& reason : catalogue().reasons) {
+        text += fmt::format("| `{}` | {} | {} | {} |\n", reason.name, reason.health, cell(reason.meaning),
+                            cell(reason.action));
+    }
+    return text;
+}
+
 }  // namespace
 
 std::string explanation_text(const Explanation& explanation, std::size_t left_out) {
@@ -128,6 +147,9 @@ std::string explanation_text(const Explanation& explanation, std::size_t left_ou
     }
     for (const CodeEntry* const code : explanation.codes) {
         text += (text.empty() ? "" : "\n") + code_text(*code);
+    }
+    for (const ReasonEntry* const reason : explanation.reasons) {
+        text += (text.empty() ? "" : "\n") + reason_text(*reason);
     }
     if (left_out > 0) {
         text += fmt::format("\nAnd {} more. Give more words to have fewer.\n", left_out);
@@ -144,17 +166,26 @@ std::string explanation_json(const Explanation& explanation, std::size_t left_ou
     for (const CodeEntry* const code : explanation.codes) {
         codes.push_back(code_json(*code));
     }
-    return json_text({{"messages", messages}, {"codes", codes}, {"left_out", left_out}});
+    Json reasons = Json::array();
+    for (const ReasonEntry* const reason : explanation.reasons) {
+        reasons.push_back(reason_json(*reason));
+    }
+    return json_text({{"version", JSON_VERSION},
+                      {"messages", messages},
+                      {"codes", codes},
+                      {"reasons", reasons},
+                      {"left_out", left_out}});
 }
 
 std::string catalogue_markdown() {
     return "## Messages and what to do\n\n"
-           "Each message of the log, then the codes. `oxrctl explain` shows a single one; it takes a whole line of "
+           "Each message of the log, then the codes and the reasons of `oxrctl status`. `oxrctl explain` shows a "
+           "single one; it takes a whole line of "
            "the\n"
            "log too. `%s`, `%d` and the like stand for what the message tells. \"The next pass\" comes with the next\n"
            "cycle, after `interval` seconds.\n" +
            message_tables() + code_table("OXD", "OXD status: the answer to a renewal") +
-           code_table("PSP", "PSP status: the answer of the path-selection plug-in");
+           code_table("PSP", "PSP status: the answer of the path-selection plug-in") + reason_table();
 }
 
 }  // namespace oxrctl

@@ -18,8 +18,9 @@ struct ExplainedMessage {
 struct Explanation {
     std::vector<ExplainedMessage> messages;
     std::vector<const CodeEntry*> codes;
+    std::vector<const ReasonEntry*> reasons{};
 
-    bool empty() const { return messages.empty() && codes.empty(); }
+    bool empty() const { return messages.empty() && codes.empty() && reasons.empty(); }
 };
 
 // `left_out`: messages that were found beyond those shown.

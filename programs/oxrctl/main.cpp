@@ -11,6 +11,7 @@
 
 #include "oxrctl/commands.h"
 #include "oxrctl/text.h"
+#include "shared/duration.h"
 
 namespace {
 
@@ -22,7 +23,8 @@ constexpr char FOOTER[] = R"(
 Examples:
   oxrctl check                            how the service reads /etc/ostrel/oxr.conf
   oxrctl status                           what it did recently, from its log
-  oxrctl status --log copy/oxr.log        the same for a log from another host
+  oxrctl status copy/oxr.log              the same for a log from another host
+  oxrctl status /vmfs/volumes/logs        the same for all hosts whose logs are there, the worst first
   oxrctl explain "No sessions."           what a message means and what to do
   oxrctl explain 8                        the same for a code
   oxrctl plan my-site.toml                what it will do on the described host
@@ -49,17 +51,42 @@ void add_check(CLI::App& app, Run& run) {
     command.callback([&run] { run = [] { return check(options); }; });
 }
 
+std::int64_t seconds_of_age(const std::string& text) {
+    const auto seconds = shared::parse_duration(text);
+    if (!seconds) {
+        throw CLI::ValidationError("--max-age", fmt::format("'{}' is no duration such as 10m", printable(text)));
+    }
+    return static_cast<std::int64_t>(*seconds);
+}
+
 void add_status(CLI::App& app, Run& run) {
     static StatusOptions options;
-    CLI::App& command = *app.add_subcommand("status", "Show what the service did recently, from its log");
+    static std::vector<std::string> logs;
+    static std::string max_age;
+    CLI::App& command = *app.add_subcommand("status", "Show what the service did recently and whether all is well");
     command.footer(
-        "\nReads the log and its older files (.1 to .6). Without --log it also reads the configuration and the\n"
-        "version files.\n"
-        "Exit code: 0 the last pass ended well; 1 there are warnings or errors since the last good pass, the\n"
-        "worker is stopped or paused, or the log has no pass; 2 the log cannot be read.");
-    command.add_option("--log", options.log, "Log file [the one that /etc/ostrel/oxr.conf names]")->type_name("FILE");
+        "\nWithout LOG, it reads the log of this host where /etc/ostrel/oxr.conf names it, and the version files. LOG "
+        "is\n"
+        "a log, with its older files (.1 to .6); HOST=LOG; a folder with oxr.log or with one such folder for each\n"
+        "host; or - for standard input. Several logs are shown in one row each, the worst first.\n"
+        "The age of the last message is judged for the log of this host, and for others with --max-age.\n"
+        "Exit code: 0 all is well; 1 something is not; 2 a log cannot be read. With --check: 0 well, 1 warning,\n"
+        "2 critical, 3 unknown.");
+    command.add_option("LOG", options.logs, "Logs, HOST=LOG, folders [the log of this host]");
+    command.add_option("--log", logs, "The same as LOG")->type_name("LOG")->expected(1)->take_all();
+    command.add_option("--max-age", max_age, "How old the last message may be, such as 10m")->type_name("DURATION");
     add_json(command, options.json);
-    command.callback([&run] { run = [] { return status(options); }; });
+    command.add_flag("--check", options.check, "Print one line and exit as a monitoring plug-in does");
+    command.add_option("--metrics", options.metrics, "Write metrics for Prometheus; - for standard output")
+        ->type_name("FILE");
+    command.add_flag("--per-volume", options.per_volume, "With --metrics, also metrics of each volume");
+    command.callback([&run] {
+        options.logs.insert(options.logs.end(), logs.begin(), logs.end());
+        if (!max_age.empty()) {
+            options.max_age = seconds_of_age(max_age);
+        }
+        run = [] { return status(options); };
+    });
 }
 
 void add_explain(CLI::App& app, Run& run) {

@@ -2,8 +2,8 @@
 #include <filesystem>
 
 #include "oxrctl/commands.h"
-#include "oxrctl/log_lines.h"
-#include "oxrctl/log_story.h"
+#include "oxrctl/status/log_files.h"
+#include "oxrctl/story.h"
 #include "support/service_test.h"
 #include "support/site.h"
 
@@ -21,10 +21,6 @@ std::string line(const std::string& level, const std::string& function, const st
 
 const std::string BEGIN = line("INFO", "handle_ostrel_connections", "found 1 Ostrel volumes, total_vol_paths = 4");
 const std::string END = line("INFO", "do_work", "About to sleep for interval = 120 seconds");
-
-Story story_of(const std::string& text) {
-    return read_story({{"oxr.log", text, ""}});
-}
 
 class StatusTest : public ServiceTest {
 protected:
@@ -49,7 +45,7 @@ protected:
         host->claim_paths();
         start();
         run_to(seconds);
-        return read_story(read_log_files(host->path(LOG)));
+        return read_log(host->path(LOG)).story;
     }
 };
 
@@ -150,6 +146,6 @@ TEST_F(StatusTest, ReadsOlderFilesFirst) {
     host->write_file(LOG, END);
     // One that can't be read keeps none of the others back.
     std::filesystem::create_directory(host->path("/var/log/ostrel/oxr.log.3"));
-    EXPECT_EQ(read_story(read_log_files(host->path(LOG))).passes, 2);
-    EXPECT_NE(status({host->path(LOG), false}).text.find("oxr.log.3: not a regular file"), std::string::npos);
+    EXPECT_EQ(read_log(host->path(LOG)).story.passes, 2);
+    EXPECT_NE(status({.logs = {host->path(LOG)}}).text.find("oxr.log.3: not a regular file"), std::string::npos);
 }

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "oxrctl/catalogue.h"
-#include "oxrctl/status_story.h"
+#include "oxrctl/status/story_views.h"
 #include "oxrctl/text.h"
 #include "shared/name_list.h"
 #include "simhost/limits.h"
@@ -27,7 +27,7 @@ std::string worker_text(const Story& story) {
         case Story::Worker::sleeping:
             return fmt::format("sleeping between two passes since {}", story.worker_since);
         case Story::Worker::in_pass:
-            return fmt::format("in a pass since {}", story.worker_since);
+            return fmt::format("in a pass since {}; the log ends inside it", story.worker_since);
         case Story::Worker::held_off:
             return fmt::format("held off by worker_stop since {}", story.worker_since);
         case Story::Worker::held_off_by_renewal:
@@ -66,11 +66,30 @@ std::vector<std::string> value_lines(const Story& story) {
     return lines.empty() ? std::vector<std::string>{"not in this log"} : lines;
 }
 
-std::string head_text(const Story& story, const Versions& versions) {
+std::string log_text(const Story& story, const Clock& clock) {
+    if (story.messages == 0) {
+        return "no messages";
+    }
+    return fmt::format("{} to {}, {}{}", story.first_time, story.last_time,
+                       count_of(story.messages, "message", "messages"),
+                       clock.oldest_age ? ", the last one " + age_text(clock.now - story.last.time) + " ago" : "");
+}
+
+std::string head_text(const LogReading& reading, const Judgement& judgement, const Surroundings& around) {
+    const Story& story = reading.story;
     Columns rows("", "");
-    rows.add({"log", story.messages == 0 ? std::string("no messages")
-                                         : fmt::format("{} to {}, {}", story.first_time, story.last_time,
-                                                       count_of(story.messages, "message", "messages"))});
+    std::string health(health_word(judgement.health));
+    for (const Reason& reason : judgement.reasons) {
+        rows.add({health, reason.text});
+        health.clear();
+    }
+    if (judgement.reasons.empty()) {
+        rows.add({health, "the last pass ended without a warning or an error"});
+    }
+    rows.add({"log", log_text(story, around.clock)});
+    for (const std::string& note : reading.notes) {
+        rows.add({"", note});
+    }
     rows.add({"worker", worker_text(story)});
     rows.add({"last pass", story.last_pass.empty() ? "none in this log" : story.last_pass});
     rows.add({"last good pass", story.last_good_pass.empty() ? "none in this log" : story.last_good_pass});
@@ -79,10 +98,10 @@ std::string head_text(const Story& story, const Versions& versions) {
     for (const std::string& line : value_lines(story)) {
         rows.add({std::exchange(label, ""), line});
     }
-    rows.add({"versions", versions.oxd.empty() && versions.psp.empty()
+    rows.add({"versions", around.oxd_version.empty() && around.psp_version.empty()
                               ? "not in a log"
-                              : fmt::format("oxd:{} psp:{}", versions.oxd.empty() ? "-" : versions.oxd,
-                                            versions.psp.empty() ? "-" : versions.psp)});
+                              : fmt::format("oxd:{} psp:{}", around.oxd_version.empty() ? "-" : around.oxd_version,
+                                            around.psp_version.empty() ? "-" : around.psp_version)});
     rows.add({"host", fmt::format("{} {}, {} of {} sessions, {} of {} paths", number_or_dash(story.volumes),
                                   story.volumes == 1 ? "volume" : "volumes", number_or_dash(story.sessions),
                                   simhost::MAX_SESSIONS, number_or_dash(story.paths), simhost::MAX_PATHS)});
@@ -115,6 +134,9 @@ std::string remark(const TargetStory& target) {
     }
     if (target.pending > 0) {
         parts.push_back(fmt::format("{} logging in", target.pending));
+    }
+    if (target.in_use > 0) {
+        parts.push_back(fmt::format("{} more than required, they carry active paths", target.in_use));
     }
     if (target.added > 0) {
         parts.push_back(fmt::format("{} added", target.added));
@@ -212,9 +234,10 @@ std::string trouble_text(const Story& story) {
 
 }  // namespace
 
-std::string story_text(const std::vector<LogFile>& files, const Story& story, const Versions& versions) {
-    std::string text = head_text(story, versions);
-    for (const LogFile& file : files) {
+std::string story_text(const LogReading& reading, const Judgement& judgement, const Surroundings& around) {
+    const Story& story = reading.story;
+    std::string text = head_text(reading, judgement, around);
+    for (const LogFile& file : reading.files) {
         text += file.problem.empty() ? "" : fmt::format("not read        {}: {}\n", file.name, file.problem);
     }
     if (!story.targets.empty()) {
@@ -222,9 +245,6 @@ std::string story_text(const std::vector<LogFile>& files, const Story& story, co
     }
     if (!story.changes.empty()) {
         text += "\nSessions added and removed, the latest pass first:\n" + changes_text(story);
-    }
-    if (story.path_limit) {
-        text += fmt::format("\nThe host has {} paths or more: nothing is balanced.\n", simhost::MAX_PATHS);
     }
     const std::string since = story.last_good_pass.empty() ? "in this log" : "since the last good pass";
     text += story.trouble.empty() ? "\nNo warnings or errors " + since + ".\n"

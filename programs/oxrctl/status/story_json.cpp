@@ -1,5 +1,5 @@
 #include "oxrctl/catalogue.h"
-#include "oxrctl/status_story.h"
+#include "oxrctl/status/story_views.h"
 
 namespace oxrctl {
 
@@ -37,9 +37,22 @@ Json number_or_null(int value) {
 
 }  // namespace
 
-Json story_json(const std::vector<LogFile>& files, const Story& story, const Versions& versions) {
+Json reasons_json(const Judgement& judgement) {
+    Json reasons = Json::array();
+    for (const Reason& reason : judgement.reasons) {
+        reasons.push_back({{"name", reason.name}, {"health", health_word(reason.health)}, {"text", reason.text}});
+    }
+    return reasons;
+}
+
+Json age_json(const Story& story, const Clock& clock) {
+    return story.last.time == NO_TIME ? Json() : Json(clock.now - story.last.time);
+}
+
+Json story_json(const LogReading& reading, const Judgement& judgement, const Surroundings& around) {
+    const Story& story = reading.story;
     Json names = Json::array();
-    for (const LogFile& file : files) {
+    for (const LogFile& file : reading.files) {
         names.push_back({{"name", file.name}, {"problem", file.problem.empty() ? Json() : Json(file.problem)}});
     }
     Json values = Json::object();
@@ -59,6 +72,8 @@ Json story_json(const std::vector<LogFile>& files, const Story& story, const Ver
                            {"sessions", number_or_null(sessions_of(story, target))},
                            {"pending", number_or_null(target.pending)},
                            {"paths", number_or_null(target.paths)},
+                           {"dead_paths", number_or_null(target.dead_paths)},
+                           {"in_use", target.in_use},
                            {"added", target.added},
                            {"removed", target.removed},
                            {"cut_short", target.cut_short},
@@ -81,7 +96,16 @@ Json story_json(const std::vector<LogFile>& files, const Story& story, const Ver
                            {"last", each.last},
                            {"action", entry != nullptr ? Json(entry->action) : Json()}});
     }
-    return {{"files", std::move(names)},
+    Json flapping = Json::array();
+    for (const FlappingStory& each : story.flapping) {
+        flapping.push_back({{"target", each.iqn}, {"devices", each.devices}, {"turns", each.turns}});
+    }
+    return {{"version", JSON_VERSION},
+            {"health", health_word(judgement.health)},
+            {"reasons", reasons_json(judgement)},
+            {"age_seconds", age_json(story, around.clock)},
+            {"files", std::move(names)},
+            {"notes", reading.notes},
             {"first", time_or_null(story.first_time)},
             {"last", time_or_null(story.last_time)},
             {"messages", story.messages},
@@ -91,19 +115,21 @@ Json story_json(const std::vector<LogFile>& files, const Story& story, const Ver
             {"passes", story.passes},
             {"last_pass", time_or_null(story.last_pass)},
             {"last_good_pass", time_or_null(story.last_good_pass)},
+            {"pass_seconds", number_or_null(story.pass_seconds)},
             {"renewal_under_way", story.renewal_under_way},
             {"renewal_since", time_or_null(story.renewal_since)},
             {"renewal_target", time_or_null(story.renewal_target)},
             {"last_renewal", time_or_null(story.last_renewal)},
             {"last_renewal_status", number_or_null(story.last_renewal_status)},
             {"values", std::move(values)},
-            {"versions", {{"oxd", time_or_null(versions.oxd)}, {"psp", time_or_null(versions.psp)}}},
+            {"versions", {{"oxd", time_or_null(around.oxd_version)}, {"psp", time_or_null(around.psp_version)}}},
             {"volumes", number_or_null(story.volumes)},
             {"sessions", number_or_null(story.sessions)},
             {"paths", number_or_null(story.paths)},
             {"path_limit", story.path_limit},
             {"targets", std::move(targets)},
             {"changes", std::move(changes)},
+            {"flapping", std::move(flapping)},
             {"trouble", std::move(trouble)}};
 }
 

@@ -1,0 +1,226 @@
+#include "oxrctl/status/health.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+
+#include "oxrctl/catalogue.h"
+#include "oxrctl/command.h"
+#include "oxrctl/text.h"
+#include "shared/name_list.h"
+#include "simhost/limits.h"
+
+namespace oxrctl {
+
+namespace {
+
+constexpr LogSeconds ROOM_SECONDS = 60;
+constexpr int DEFAULT_INTERVAL_SECONDS = 120;
+constexpr int LONG_LOGIN_PASSES = 3;
+constexpr int LONG_RENEWAL_CYCLES = 10;
+
+std::string name_of(const TargetStory& target) {
+    return target.group_scoped || target.devices.empty() ? target.iqn : target.devices.front();
+}
+
+bool carries_volumes(const TargetStory& target) {
+    return !target.group_scoped || !target.devices.empty();
+}
+
+// "volume-1, volume-2 and 3 others: WHAT"; empty when no target is like that.
+template <typename IsSo>
+std::string targets_that(const Story& story, std::string_view what, const IsSo& is_so) {
+    std::vector<std::string> names;
+    for (const TargetStory& target : story.targets) {
+        if (is_so(target)) {
+            names.push_back(printable(name_of(target)));
+        }
+    }
+    return names.empty() ? "" : fmt::format("{}: {}", what, shared::name_list(names));
+}
+
+std::string silent(const Story& story, const Clock& clock) {
+    if (story.last.time == NO_TIME || clock.now == NO_TIME || !clock.oldest_age ||
+        clock.now - story.last.time <= *clock.oldest_age) {
+        return "";
+    }
+    return fmt::format("the last message is {} old: the service is dead or stuck",
+                       age_text(clock.now - story.last.time));
+}
+
+std::string stopped(const Story& story, const Clock&) {
+    return story.worker == Story::Worker::stopped ? "the worker stopped at " + story.worker_since : "";
+}
+
+std::string no_path(const Story& story, const Clock&) {
+    return targets_that(story, "no active path",
+                        [](const TargetStory& target) { return target.paths == 0 && carries_volumes(target); });
+}
+
+std::string no_messages(const Story& story, const Clock&) {
+    return story.messages == 0 ? "the log has no message of the service" : "";
+}
+
+std::string no_pass(const Story& story, const Clock&) {
+    const bool is_told =
+        story.messages == 0 || story.worker == Story::Worker::stopped || story.worker == Story::Worker::held_off;
+    return story.passes > 0 || is_told ? "" : "no pass ended in this log";
+}
+
+std::string held_off(const Story& story, const Clock&) {
+    return story.worker == Story::Worker::held_off ? "held off by worker_stop since " + story.worker_since : "";
+}
+
+std::string long_renewal(const Story& story, const Clock&) {
+    return story.worker == Story::Worker::held_off_by_renewal && story.held_off_cycles >= LONG_RENEWAL_CYCLES
+               ? fmt::format("held off by a renewal for {} cycles", story.held_off_cycles)
+               : "";
+}
+
+std::string path_limit(const Story& story, const Clock&) {
+    return story.path_limit ? fmt::format("the host has {} paths or more: nothing is balanced", simhost::MAX_PATHS)
+                            : "";
+}
+
+std::string one_path(const Story& story, const Clock&) {
+    return targets_that(story, "one active path only", [](const TargetStory& target) {
+        return target.paths == 1 && target.required > 1 && carries_volumes(target);
+    });
+}
+
+std::string unread(const Story& story, const Clock&) {
+    return targets_that(story, "sessions could not be read", [](const TargetStory& target) { return target.unread; });
+}
+
+std::string cut_short(const Story& story, const Clock&) {
+    return targets_that(story, fmt::format("cut short by the host's limit of {} sessions", simhost::MAX_SESSIONS),
+                        [](const TargetStory& target) { return target.cut_short; });
+}
+
+std::string short_of_sessions(const Story& story, const Clock&) {
+    return targets_that(story, "fewer sessions than required", [&story](const TargetStory& target) {
+        return missing_sessions(story, target) > 0 && !target.cut_short;
+    });
+}
+
+std::string logging_in(const Story& story, const Clock&) {
+    return targets_that(story, fmt::format("sessions still logging in after {} passes", LONG_LOGIN_PASSES),
+                        [](const TargetStory& target) { return target.passes_logging_in >= LONG_LOGIN_PASSES; });
+}
+
+std::string flapping(const Story& story, const Clock&) {
+    std::vector<std::string> names;
+    for (const FlappingStory& each : story.flapping) {
+        names.push_back(printable(
+            each.devices.empty() ? each.iqn : fmt::format("{} ({})", fmt::join(each.devices, " and "), each.iqn)));
+    }
+    return names.empty() ? "" : "sessions added and removed by turns: " + shared::name_list(names);
+}
+
+std::string trouble(const Story& story, const Clock&) {
+    if (story.trouble.empty()) {
+        return "";
+    }
+    std::size_t times = 0;
+    for (const TroubleStory& each : story.trouble) {
+        times += static_cast<std::size_t>(each.times);
+    }
+    return fmt::format("{} since the last good pass, such as \"{}\"",
+                       count_of(times, "warning or error", "warnings and errors"),
+                       printable(story.trouble.front().text, 60));
+}
+
+struct Rule {
+    std::string_view name;                            // in the catalogue
+    std::string (*find)(const Story&, const Clock&);  // empty: there is no such reason
+};
+
+// The weightiest first.
+constexpr Rule rules[] = {
+    {"silent", silent},         {"stopped", stopped},   {"no_path", no_path},           {"no_messages", no_messages},
+    {"no_pass", no_pass},       {"held_off", held_off}, {"long_renewal", long_renewal}, {"path_limit", path_limit},
+    {"one_path", one_path},     {"unread", unread},     {"cut_short", cut_short},       {"short", short_of_sessions},
+    {"logging_in", logging_in}, {"flapping", flapping}, {"trouble", trouble},
+};
+
+constexpr std::array<std::string_view, 4> health_words = {"well", "warning", "critical", "unknown"};
+
+Reason reason_of(std::string_view name, std::string text) {
+    const auto& reasons = catalogue().reasons;
+    const auto entry =
+        std::find_if(reasons.begin(), reasons.end(), [name](const ReasonEntry& each) { return each.name == name; });
+    const auto health = std::find(health_words.begin(), health_words.end(), entry->health) - health_words.begin();
+    return {entry->name, static_cast<Health>(health), std::move(text)};
+}
+
+int weight(Health health) {
+    switch (health) {
+        case Health::well:
+            return 0;
+        case Health::warning:
+            return 1;
+        case Health::unknown:
+            return 2;
+        case Health::critical:
+            return 3;
+    }
+    return 0;
+}
+
+}  // namespace
+
+std::string_view health_word(Health health) {
+    return health_words[static_cast<std::size_t>(health)];
+}
+
+bool is_worse(Health a, Health b) {
+    return weight(a) > weight(b);
+}
+
+Reason not_read(std::string text) {
+    return reason_of("not_read", std::move(text));
+}
+
+LogSeconds oldest_age_of(const Story& story) {
+    const int interval = story.interval > 0 ? story.interval : DEFAULT_INTERVAL_SECONDS;
+    return interval + LogSeconds{2} * story.longest_pass + ROOM_SECONDS;
+}
+
+Judgement judge(const Story& story, const Clock& clock) {
+    Judgement judgement;
+    for (const Rule& rule : rules) {
+        if (std::string text = rule.find(story, clock); !text.empty()) {
+            judgement.reasons.push_back(reason_of(rule.name, std::move(text)));
+        }
+    }
+    if (!judgement.reasons.empty()) {
+        judgement.health = judgement.reasons.front().health;
+    }
+    return judgement;
+}
+
+std::string reason_line(const Judgement& judgement) {
+    if (judgement.reasons.empty()) {
+        return "";
+    }
+    const std::size_t others = judgement.reasons.size() - 1;
+    return judgement.reasons.front().text +
+           (others == 0 ? "" : fmt::format(" (and {})", count_of(others, "other reason", "other reasons")));
+}
+
+std::string age_text(LogSeconds seconds) {
+    constexpr LogSeconds minute = 60, hour = 3600, day = 86400;
+    if (seconds < minute) {
+        return fmt::format("{} s", seconds);
+    }
+    if (seconds < hour) {
+        return fmt::format("{} min", seconds / minute);
+    }
+    if (seconds < 2 * day) {
+        return fmt::format("{} h {} min", seconds / hour, seconds % hour / minute);
+    }
+    return fmt::format("{} d", seconds / day);
+}
+
+}  // namespace oxrctl

@@ -1,0 +1,80 @@
+#include "oxrctl/status/log_sources.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <set>
+
+#include "oxrctl/command.h"
+
+namespace oxrctl {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char LOG_NAME[] = "oxr.log";
+
+// A log is named after its folder, unless it has a name of its own.
+std::string host_of(const fs::path& log) {
+    std::error_code error;
+    const fs::path whole = fs::absolute(log, error);
+    const std::string folder = whole.parent_path().filename().string();
+    return whole.filename() == LOG_NAME && !folder.empty() ? folder : whole.filename().string();
+}
+
+void add_folder(const fs::path& folder, const std::string& host, std::vector<LogSource>& sources) {
+    std::error_code error;
+    if (fs::exists(folder / LOG_NAME, error)) {
+        sources.push_back({host.empty() ? host_of(folder / LOG_NAME) : host, folder / LOG_NAME});
+        return;
+    }
+    std::vector<LogSource> found;
+    for (const auto& each : fs::directory_iterator(folder, error)) {
+        if (fs::exists(each.path() / LOG_NAME, error)) {
+            found.push_back({each.path().filename(), each.path() / LOG_NAME});
+        }
+    }
+    if (found.empty()) {
+        throw Refusal(fmt::format("{}: neither {} nor a folder with one is in it", folder.string(), LOG_NAME));
+    }
+    std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.host < b.host; });
+    sources.insert(sources.end(), found.begin(), found.end());
+}
+
+// "HOST=LOG", unless all of it is a path that is there.
+LogSource named(const std::string& given) {
+    std::error_code error;
+    const std::size_t equals = given.find('=');
+    if (equals == 0 || equals == std::string::npos || fs::exists(given, error)) {
+        return {"", given};
+    }
+    return {given.substr(0, equals), given.substr(equals + 1)};
+}
+
+}  // namespace
+
+std::vector<LogSource> find_logs(const std::vector<std::string>& given) {
+    std::vector<LogSource> sources;
+    std::error_code error;
+    for (const std::string& each : given) {
+        LogSource source = named(each);
+        if (source.file == "-") {
+            sources.push_back({source.host.empty() ? "-" : source.host, "-"});
+        } else if (fs::is_directory(source.file, error)) {
+            add_folder(source.file, source.host, sources);
+        } else {
+            sources.push_back({source.host.empty() ? host_of(source.file) : source.host, source.file});
+        }
+    }
+    std::set<std::string> hosts;
+    for (const LogSource& source : sources) {
+        if (!hosts.insert(source.host).second) {
+            throw Refusal(fmt::format("{}: two logs are of this host; name them HOST=LOG", source.host));
+        }
+    }
+    return sources;
+}
+
+}  // namespace oxrctl

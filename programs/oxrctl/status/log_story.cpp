@@ -1,0 +1,492 @@
+#include "oxrctl/status/log_story.h"
+
+#include <algorithm>
+#include <charconv>
+#include <optional>
+
+#include "configuration/config_keys.h"
+#include "oxrctl/catalogue.h"
+#include "oxrctl/message_format.h"
+#include "oxrctl/status/flapping.h"
+#include "oxrctl/status/trouble_book.h"
+#include "shared/log_line.h"
+
+namespace oxrctl {
+
+namespace {
+
+using Arguments = std::vector<std::string_view>;
+using shared::LogLine;
+
+int number(std::string_view text) {
+    int value = TargetStory::unknown;
+    std::from_chars(text.data(), text.data() + text.size(), value);
+    return value;
+}
+
+constexpr std::size_t MOST_CHANGES = 4096;
+
+}  // namespace
+
+// Takes messages in their order and keeps what they add up to.
+class StoryReader::Impl {
+public:
+    explicit Impl(LogPosition since) : since_(since) {}
+    void take_line(std::string_view line);
+    LogSeconds time() const { return story_.last.time; }
+    Story finish();
+
+private:
+    struct Rule {
+        std::string_view function;
+        const char* message;  // its name in the catalogue
+        void (Impl::*meaning)(const Arguments&);
+        bool notes_itself = false;  // the meaning decides whether the message is trouble
+    };
+    static const Rule rules[];
+
+    const Rule* rule_of(const LogLine& line);
+    void take_message(const LogLine& line);
+    void take_time(std::string_view logged);
+    std::string now() const { return plain_time(time()); }
+
+    // --- the worker ---
+    void values(const Arguments& arguments);
+    void held_off(const Arguments&) { worker(Story::Worker::held_off); }
+    void held_off_by_renewal(const Arguments&) {
+        worker(Story::Worker::held_off_by_renewal);
+        ++story_.held_off_cycles;
+    }
+    void sleeping(const Arguments&);
+    void stopped(const Arguments&) { leave_pass(), worker(Story::Worker::stopped); }
+    void worker(Story::Worker state) {
+        story_.worker = state;
+        story_.worker_since = now();
+    }
+
+    // --- a pass ---
+    void pass_begins(const Arguments& arguments);
+    void pass_failed(const Arguments&) { pass_began_ = time(); }
+    void end_pass();
+    void leave_pass();
+    void path_limit(const Arguments&) { story_.path_limit = true; }
+    void host_sessions(const Arguments& arguments) { story_.sessions = number(arguments[0]); }
+
+    // --- its targets ---
+    TargetStory& story_of(std::string_view key, std::string_view iqn);
+    TargetStory& target_in_hand() { return targets_[in_hand_]; }
+    void change(std::string_view iqn, int added, int removed);
+    void volume(const Arguments& arguments);
+    void volume_behind_target(const Arguments& arguments);
+    void static_volume(const Arguments& arguments);
+    void group_scoped_target(const Arguments& arguments);
+    void static_group_scoped_target(const Arguments& arguments);
+    void required_of_target(const Arguments& arguments);
+    void sessions_of_target(const Arguments& arguments);
+    void cut_short(const Arguments&);
+    void adding(const Arguments& arguments);
+    void added_less(const Arguments& arguments) { correct(number(arguments[0]), true); }
+    void added_none(const Arguments&) { correct(0, true); }
+    void removing(const Arguments& arguments);
+    void cannot_remove(const Arguments&) { withheld_ = Trouble(line_, now()); }
+    void removal_failed(const Arguments&) { removal_failed_ = true; }
+    void removed_less(const Arguments& arguments);
+    void removed_none(const Arguments&) { correct(0, false); }
+    void removed_for_switch(const Arguments& arguments) { change(arguments[1], 0, 1); }
+    void not_read(const Arguments&) { target_in_hand().unread = true; }
+    void correct(int done, bool adding);
+
+    // --- renewals ---
+    void renewal_begins(const Arguments&);
+    void renewal_target(const Arguments& arguments) { story_.renewal_target = arguments[0]; }
+    void renewal_ends(const Arguments& arguments);
+
+    void note(const Trouble& trouble);
+    void note_withheld();
+
+    Story story_;
+    const LogPosition since_;
+    bool counts_ = false;  // the message in hand is behind since_
+    std::string last_time_;
+    LogLine line_;
+    std::map<std::string, TargetStory, std::less<>> targets_;
+    std::string in_hand_;  // the target that the following messages are about
+    int logging_in_before_ = 0;
+    Arguments arguments_;
+    bool in_pass_ = false;
+    bool troubled_ = false;  // a warning or an error since the last cycle
+    bool removal_failed_ = false;
+    std::optional<Trouble> withheld_;
+    int pass_ = 0;
+    LogSeconds cycle_began_ = NO_TIME, pass_began_ = NO_TIME;
+    TroubleBook trouble_;
+    FlappingWatch flapping_;
+};
+
+// The messages that the story is read from.
+const StoryReader::Impl::Rule StoryReader::Impl::rules[] = {
+    {"do_work", "values", &Impl::values},
+    {"do_work", "held_off", &Impl::held_off},
+    {"do_work", "held_off_by_renewal", &Impl::held_off_by_renewal},
+    {"do_work", "sleeping", &Impl::sleeping},
+    {"sigusr1_handler", "stopped", &Impl::stopped},
+
+    {"handle_ostrel_connections", "pass_begins", &Impl::pass_begins},
+    {"handle_ostrel_connections", "pass_failed", &Impl::pass_failed},
+    {"handle_ostrel_connections", "path_limit", &Impl::path_limit},
+    {"get_all_system_sessions", "host_sessions", &Impl::host_sessions},
+
+    {"handle_ostrel_connections", "volume", &Impl::volume},
+    {"handle_ostrel_connections", "volume_behind_target", &Impl::volume_behind_target},
+    {"handle_ostrel_connections", "static_volume", &Impl::static_volume},
+    {"handle_group_scoped_target_connections", "group_scoped_target", &Impl::group_scoped_target},
+    {"handle_group_scoped_target_connections", "static_group_scoped_target", &Impl::static_group_scoped_target},
+    {"handle_group_scoped_target_connections", "required_of_target", &Impl::required_of_target},
+    {"handle_num_sessions", "sessions_of_target", &Impl::sessions_of_target},
+    {"handle_num_sessions", "cut_short", &Impl::cut_short},
+    {"handle_num_sessions", "adding", &Impl::adding},
+    {"handle_num_sessions", "added_less", &Impl::added_less},
+    {"handle_num_sessions", "added_none", &Impl::added_none},
+    {"handle_num_sessions", "removing", &Impl::removing},
+    {"remove_isid_sessions", "cannot_remove", &Impl::cannot_remove, true},
+    {"remove_isid_sessions", "removal_failed", &Impl::removal_failed},
+    {"handle_num_sessions", "removed_less", &Impl::removed_less, true},
+    {"handle_num_sessions", "removed_none", &Impl::removed_none},
+
+    {"handle_ostrel_connections", "volume_not_read", &Impl::not_read},
+    {"handle_group_scoped_target_connections", "target_not_read", &Impl::not_read},
+    {"remove_all_dynamic_sessions_but_two", "removed_for_switch", &Impl::removed_for_switch},
+
+    {"OstrelHandleRenewIscsiConnections", "renewal_begins", &Impl::renewal_begins},
+    {"renew_iscsi_connections", "renewal_target", &Impl::renewal_target},
+    {"OstrelHandleRenewIscsiConnections", "renewal_ends", &Impl::renewal_ends},
+};
+
+void StoryReader::Impl::take_line(std::string_view line) {
+    if (shared::parse_log_line(line, line_)) {
+        take_time(line_.time);
+        take_message(line_);
+    } else if (!line.empty()) {
+        ++story_.unreadable_lines;
+    }
+}
+
+void StoryReader::Impl::take_time(std::string_view logged) {
+    if (logged != last_time_) {
+        last_time_ = logged;
+        if (const auto seconds = seconds_of(logged); seconds && *seconds != time()) {
+            story_.last = {*seconds, 0};
+        }
+    }
+    ++story_.last.messages;
+    if (story_.messages++ == 0) {
+        story_.first = time();
+        story_.first_time = now();
+    }
+    counts_ = time() > since_.time || (time() == since_.time && story_.last.messages > since_.messages);
+}
+
+const StoryReader::Impl::Rule* StoryReader::Impl::rule_of(const LogLine& line) {
+    for (const Rule& rule : rules) {
+        if (rule.function == line.function && match(catalogue().named.at(rule.message), line.text, arguments_)) {
+            return &rule;
+        }
+    }
+    return nullptr;
+}
+
+void StoryReader::Impl::take_message(const LogLine& line) {
+    if (line.level == "DEBUG") {
+        return;
+    }
+    const Rule* const rule = rule_of(line);
+    if (line.level != "INFO" && (rule == nullptr || !rule->notes_itself)) {
+        note(Trouble(line, now()));
+    }
+    if (rule != nullptr) {
+        (this->*rule->meaning)(arguments_);
+    }
+}
+
+void StoryReader::Impl::values(const Arguments& arguments) {
+    leave_pass();
+    cycle_began_ = time();
+    story_.values.resize(arguments.size());
+    for (const ConfigKey& key : config_keys) {
+        const auto place = static_cast<std::size_t>(key.logged.place);
+        story_.values[place] = {std::string(key.name), std::string(arguments[place])};
+        if (key.name == std::string_view("interval")) {
+            story_.interval = number(arguments[place]);
+        }
+    }
+    worker(Story::Worker::in_pass);
+}
+
+void StoryReader::Impl::pass_begins(const Arguments& arguments) {
+    in_pass_ = true;
+    ++pass_;
+    pass_began_ = time();
+    story_.volumes = number(arguments[0]);
+    story_.paths = number(arguments[1]);
+    story_.path_limit = false;
+    worker(Story::Worker::in_pass);
+}
+
+void StoryReader::Impl::end_pass() {
+    ++story_.passes;
+    story_.totals.passes += counts_ ? 1 : 0;
+    story_.last_pass_began = pass_began_;
+    if (!troubled_) {
+        story_.totals.good_passes += counts_ ? 1 : 0;
+        story_.last_good_pass_began = pass_began_;
+        trouble_ = {};
+    }
+    if (cycle_began_ != NO_TIME) {
+        story_.pass_seconds = static_cast<int>(std::clamp<LogSeconds>(time() - cycle_began_, 0, INT32_MAX));
+        story_.longest_pass = std::max(story_.longest_pass, story_.pass_seconds);
+    }
+    std::erase_if(targets_, [this](const auto& each) { return each.second.pass != pass_; });
+    flapping_.end_pass(pass_, story_.changes);
+}
+
+// A pass that was stopped, or whose end isn't in the log.
+void StoryReader::Impl::leave_pass() {
+    note_withheld();
+    in_pass_ = false;
+}
+
+void StoryReader::Impl::sleeping(const Arguments&) {
+    note_withheld();
+    if (in_pass_) {
+        end_pass();
+    }
+    leave_pass();
+    cycle_began_ = NO_TIME;
+    troubled_ = false;
+    if (story_.worker != Story::Worker::held_off_by_renewal) {
+        story_.held_off_cycles = 0;
+    }
+    if (story_.worker == Story::Worker::in_pass) {
+        worker(Story::Worker::sleeping);
+    }
+}
+
+// `key`: a volume's name, or the IQN of a group-scoped target.
+TargetStory& StoryReader::Impl::story_of(std::string_view key, std::string_view iqn) {
+    in_hand_ = key;
+    TargetStory& entry = targets_[in_hand_];
+    if (entry.pass != pass_) {
+        logging_in_before_ = entry.passes_logging_in;
+        entry = {};
+        entry.iqn = iqn;
+        entry.pass = pass_;
+    }
+    return entry;
+}
+
+void StoryReader::Impl::volume(const Arguments& arguments) {
+    TargetStory& entry = story_of(arguments[1], arguments[2]);
+    entry.devices.emplace_back(arguments[1]);
+    entry.nics = number(arguments[3]);
+    entry.arrays = number(arguments[4]);
+    entry.mode_changed = number(arguments[6]) != 0;
+    entry.paths = number(arguments[8]);
+    entry.required = number(arguments[9]);
+}
+
+void StoryReader::Impl::volume_behind_target(const Arguments& arguments) {
+    story_of(arguments[2], arguments[2]).devices.emplace_back(arguments[1]);
+}
+
+void StoryReader::Impl::static_volume(const Arguments& arguments) {
+    TargetStory& entry = story_of(arguments[1], arguments[2]);
+    entry.devices.emplace_back(arguments[1]);
+    entry.static_mode = true;
+    entry.mode_changed = number(arguments[4]) != 0;
+}
+
+void StoryReader::Impl::group_scoped_target(const Arguments& arguments) {
+    TargetStory& entry = story_of(arguments[1], arguments[1]);
+    entry.group_scoped = true;
+    entry.mode_changed = number(arguments[3]) != 0;
+    entry.paths = number(arguments[6]);
+    entry.dead_paths = number(arguments[7]);
+}
+
+void StoryReader::Impl::static_group_scoped_target(const Arguments& arguments) {
+    TargetStory& entry = story_of(arguments[1], arguments[1]);
+    entry.group_scoped = true;
+    entry.static_mode = true;
+    entry.mode_changed = number(arguments[3]) != 0;
+}
+
+void StoryReader::Impl::required_of_target(const Arguments& arguments) {
+    TargetStory& entry = target_in_hand();
+    entry.nics = number(arguments[0]);
+    entry.arrays = number(arguments[1]);
+    entry.required = number(arguments[3]);
+}
+
+void StoryReader::Impl::sessions_of_target(const Arguments& arguments) {
+    TargetStory& entry = target_in_hand();
+    entry.sessions = number(arguments[2]);
+    entry.pending = number(arguments[3]);
+    entry.passes_logging_in = entry.pending > 0 ? logging_in_before_ + 1 : 0;
+}
+
+void StoryReader::Impl::cut_short(const Arguments&) {
+    target_in_hand().cut_short = true;
+}
+
+// Those that belong together stand in one entry.
+void StoryReader::Impl::change(std::string_view iqn, int added, int removed) {
+    if (story_.changes.empty() || story_.changes.back().pass != pass_ || story_.changes.back().target != iqn) {
+        story_.changes.push_back({now(), pass_, std::string(iqn), 0, 0});
+        if (story_.changes.size() > MOST_CHANGES) {
+            story_.changes.pop_front();
+            ++story_.earlier_changes;
+        }
+    }
+    story_.totals.added += counts_ ? added : 0;
+    story_.totals.removed += counts_ ? removed : 0;
+    story_.changes.back().added += added;
+    story_.changes.back().removed += removed;
+}
+
+void StoryReader::Impl::adding(const Arguments& arguments) {
+    const int wanted = number(arguments[0]);
+    target_in_hand().added += wanted;
+    change(arguments[1], wanted, 0);
+}
+
+void StoryReader::Impl::removing(const Arguments& arguments) {
+    const int wanted = number(arguments[0]);
+    removal_failed_ = false;
+    target_in_hand().removed += wanted;
+    change(arguments[1], 0, wanted);
+}
+
+// Fewer were removed than asked for. Sessions of a group-scoped target that carry active paths stay: that is no
+// trouble, unless the host refused a removal.
+void StoryReader::Impl::removed_less(const Arguments& arguments) {
+    TargetStory& entry = target_in_hand();
+    if (entry.group_scoped && !removal_failed_) {
+        entry.in_use = number(arguments[1]) - number(arguments[0]);
+        withheld_.reset();
+    } else {
+        note_withheld();
+        note(Trouble(line_, now()));
+    }
+    correct(number(arguments[0]), false);
+}
+
+// Of what was announced last, only so many came about.
+void StoryReader::Impl::correct(int done, bool adding) {
+    if (story_.changes.empty()) {
+        return;
+    }
+    TargetStory& entry = target_in_hand();
+    int& of_target = adding ? entry.added : entry.removed;
+    ChangeStory& change = story_.changes.back();
+    (adding ? change.added : change.removed) += done - of_target;
+    (adding ? story_.totals.added : story_.totals.removed) += counts_ ? done - of_target : 0;
+    of_target = done;
+    if (change.added == 0 && change.removed == 0) {
+        story_.changes.pop_back();
+    }
+}
+
+void StoryReader::Impl::renewal_begins(const Arguments&) {
+    story_.renewal_under_way = true;
+    story_.renewal_since = now();
+    story_.renewal_target.clear();
+}
+
+void StoryReader::Impl::renewal_ends(const Arguments& arguments) {
+    story_.renewal_under_way = false;
+    story_.last_renewal = now();
+    story_.last_renewal_status = number(arguments[0]);
+}
+
+void StoryReader::Impl::note(const Trouble& trouble) {
+    troubled_ = true;
+    trouble_.note(trouble);
+    if (counts_) {
+        ++story_.totals.messages[{trouble.level, trouble_.subject_of(trouble)}];
+    }
+}
+
+void StoryReader::Impl::note_withheld() {
+    if (withheld_) {
+        note(*withheld_);
+        withheld_.reset();
+    }
+}
+
+Story StoryReader::Impl::finish() {
+    note_withheld();
+    story_.last_time = now();
+    story_.last_pass = plain_time(story_.last_pass_began);
+    story_.last_good_pass = plain_time(story_.last_good_pass_began);
+    for (auto& [name, entry] : targets_) {
+        story_.targets.push_back(std::move(entry));
+    }
+    story_.trouble = trouble_.by_times();
+    story_.flapping = flapping_.found(pass_, story_.targets);
+    return std::move(story_);
+}
+
+StoryReader::StoryReader(LogPosition since) : impl_(std::make_unique<Impl>(since)) {}
+StoryReader::~StoryReader() = default;
+StoryReader::StoryReader(StoryReader&&) noexcept = default;
+
+void StoryReader::take(std::string_view line) {
+    impl_->take_line(line);
+}
+
+LogSeconds StoryReader::last_time() const {
+    return impl_->time();
+}
+
+Story StoryReader::finish() {
+    return impl_->finish();
+}
+
+int sessions_of(const Story& story, const TargetStory& target) {
+    if (target.unread) {
+        return TargetStory::unknown;
+    }
+    if (target.sessions != TargetStory::unknown) {
+        return target.sessions;
+    }
+    if (target.group_scoped) {
+        return story.path_limit ? TargetStory::unknown : target.required;
+    }
+    return target.paths;
+}
+
+int missing_sessions(const Story& story, const TargetStory& target) {
+    const int sessions = sessions_of(story, target);
+    if (target.static_mode || target.required == TargetStory::unknown || sessions == TargetStory::unknown) {
+        return 0;
+    }
+    return std::max(target.required - sessions - target.added, 0);
+}
+
+int short_targets(const Story& story) {
+    return static_cast<int>(
+        std::count_if(story.targets.begin(), story.targets.end(),
+                      [&story](const TargetStory& target) { return missing_sessions(story, target) > 0; }));
+}
+
+int dead_paths(const Story& story) {
+    int sum = TargetStory::unknown;
+    for (const TargetStory& target : story.targets) {
+        if (target.dead_paths != TargetStory::unknown) {
+            sum = std::max(sum, 0) + target.dead_paths;
+        }
+    }
+    return sum;
+}
+
+}  // namespace oxrctl

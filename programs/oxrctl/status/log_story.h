@@ -1,0 +1,150 @@
+// What a log tells, put together message by message: the worker, its passes, the targets, renewals, and what went
+// wrong since all was well.
+#pragma once
+
+#include <deque>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "oxrctl/status/log_time.h"
+
+namespace oxrctl {
+
+// A volume, or a group-scoped target with what stands behind it, as the last pass that looked at it found it.
+struct TargetStory {
+    static constexpr int unknown = -1;
+
+    std::string iqn;
+    std::vector<std::string> devices;
+    bool group_scoped = false;
+    bool static_mode = false;
+    bool mode_changed = false;
+    int nics = unknown;
+    int arrays = unknown;
+    int required = unknown;
+    int paths = unknown;       // active ones
+    int dead_paths = unknown;  // told of group-scoped targets only
+    int sessions = unknown;    // all; told only when they aren't as required
+    int pending = unknown;     // of them, those still logging in
+    int added = 0;             // in that pass
+    int removed = 0;
+    int in_use = 0;             // surplus sessions that stay because they carry active paths
+    int passes_logging_in = 0;  // without a break, up to this one
+    bool cut_short = false;     // by the host's ceiling
+    bool unread = false;        // its sessions could not be read
+    int pass = 0;
+};
+
+// Sessions that a pass added to or removed from one target.
+struct ChangeStory {
+    std::string time;
+    int pass = 0;
+    std::string target;  // its IQN
+    int added = 0;
+    int removed = 0;
+};
+
+// Messages of one place in the source.
+struct TroubleStory {
+    std::string level;
+    std::string place;  // "OstrelConnections: populate_oxr_sessions"
+    std::string text;   // of the last one
+    std::string first;  // times
+    std::string last;
+    int times = 0;
+};
+
+// Sessions of a target that passes in a row added and removed by turns.
+struct FlappingStory {
+    std::string iqn;
+    std::vector<std::string> devices;
+    int turns = 0;
+};
+
+// Up to where a log was counted: the last message's time, and how many messages of that second were.
+struct LogPosition {
+    LogSeconds time = NO_TIME;
+    std::uint64_t messages = 0;
+};
+
+// What happened since a position.
+struct Totals {
+    std::int64_t passes = 0, good_passes = 0, added = 0, removed = 0;
+    std::map<std::pair<std::string, std::string>, std::int64_t> messages;  // ERROR and WARN, by level and subject
+};
+
+struct Story {
+    enum class Worker { unknown, sleeping, in_pass, held_off, held_off_by_renewal, stopped };
+
+    std::string first_time, last_time;
+    LogSeconds first = NO_TIME;
+    LogPosition last;  // the last message
+    std::size_t messages = 0;
+    std::size_t unreadable_lines = 0;  // not empty, and not of a message
+
+    Worker worker = Worker::unknown;
+    std::string worker_since;
+    int held_off_cycles = 0;                                  // by a renewal, without a break
+    std::vector<std::pair<std::string, std::string>> values;  // keys and values of the last cycle
+    int interval = TargetStory::unknown;                      // seconds
+    int passes = 0;                                           // that ended
+    std::string last_pass;                                    // when the last one that ended began
+    std::string last_good_pass;                               // the last one without a warning or an error
+    LogSeconds last_pass_began = NO_TIME, last_good_pass_began = NO_TIME;
+    int pass_seconds = TargetStory::unknown;  // of the last cycle with a pass
+    int longest_pass = 0;                     // seconds
+    int volumes = TargetStory::unknown, paths = TargetStory::unknown, sessions = TargetStory::unknown;
+    bool path_limit = false;  // the last pass found too many paths
+
+    bool renewal_under_way = false;
+    std::string renewal_since, renewal_target;  // the target of the one under way
+    std::string last_renewal;                   // when the last one ended
+    int last_renewal_status = TargetStory::unknown;
+
+    std::vector<TargetStory> targets;   // of the last pass
+    std::deque<ChangeStory> changes;    // the oldest first
+    std::size_t earlier_changes = 0;    // older ones, which are not kept
+    std::vector<TroubleStory> trouble;  // since the last good pass, the most frequent first
+    std::vector<FlappingStory> flapping;
+    Totals totals;
+};
+
+// A target's sessions at the last pass. The log tells them only of a target that doesn't have its number; else the
+// number is the one that the pass saw.
+int sessions_of(const Story& story, const TargetStory& target);
+
+// How many sessions a target lacks after the last pass; 0 also when that isn't known.
+int missing_sessions(const Story& story, const TargetStory& target);
+
+// How many targets lack sessions.
+int short_targets(const Story& story);
+
+// The dead paths of all targets of which they are known.
+int dead_paths(const Story& story);
+
+// Takes the lines of a log in their order. Memory doesn't grow with the log.
+class StoryReader {
+public:
+    // Totals are counted of the messages behind `since`.
+    explicit StoryReader(LogPosition since = {});
+    ~StoryReader();
+    StoryReader(StoryReader&&) noexcept;
+
+    void take(std::string_view line);
+
+    // The time of the message taken last, NO_TIME before the first.
+    LogSeconds last_time() const;
+
+    // What was taken. The reader is used up.
+    Story finish();
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace oxrctl

@@ -1,0 +1,31 @@
+// How `oxrctl status` shows the log of one host.
+#pragma once
+
+#include <string>
+
+#include "oxrctl/command.h"
+#include "oxrctl/status/health.h"
+#include "oxrctl/status/log_files.h"
+
+namespace oxrctl {
+
+// What a log doesn't tell.
+struct Surroundings {
+    Clock clock;
+    std::string oxd_version, psp_version;  // empty where not known
+};
+
+std::string story_text(const LogReading& reading, const Judgement& judgement, const Surroundings& around);
+Json story_json(const LogReading& reading, const Judgement& judgement, const Surroundings& around);
+
+Json reasons_json(const Judgement& judgement);
+Json age_json(const Story& story, const Clock& clock);
+
+// What monitoring plug-ins call a health, and a text that may stand before the bar.
+std::string_view plugin_word(Health health);
+std::string plugin_text(std::string text);
+
+// One line for a monitoring plug-in: the state, its reason, and figures behind a bar.
+std::string plugin_line(const Story& story, const Judgement& judgement, const Clock& clock);
+
+}  // namespace oxrctl
