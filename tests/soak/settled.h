@@ -1,14 +1,11 @@
 // What every target must have come to when nothing more happens.
 #pragma once
 
-#include <cstdint>
-#include <map>
 #include <set>
 #include <string>
 #include <vector>
 
-#include "OstrelProvider/config.h"
-#include "simhost/host.h"
+#include "soak/site.h"
 
 namespace soak {
 
@@ -16,9 +13,8 @@ namespace soak {
 inline constexpr char SWITCH_HELD_UP[] = "switch held up";
 
 struct Verdict {
-    std::vector<std::string> wrong;             // could have what it should have, and has not
-    std::map<std::string, std::uint64_t> kept;  // targets, by what keeps them
-    std::uint64_t targets = 0;
+    std::vector<std::string> wrong;  // could have what it should have, and has not
+    Tally counts;                    // targets looked at, and those by what keeps them
 };
 
 // Whether every adapter in the target's sight has a session of it. If not, the procedures go by a part of its
@@ -28,6 +24,6 @@ bool is_readable(const simhost::Host& host, const std::string& iqn);
 // The targets with a dead path over a NIC that carries none of their sessions: it counts until the path is deleted.
 std::set<std::string> counting_lost_nics(const simhost::Host& host);
 
-Verdict judge(const simhost::Host& host, const ConfigValues& values);
+Verdict judge(const Site& site, const ConfigValues& values);
 
 }  // namespace soak

@@ -6,15 +6,14 @@
 #include <string>
 #include <vector>
 
-#include "simhost/host.h"
 #include "soak/operator.h"
-#include "soak/tally.h"
+#include "soak/site.h"
 
 namespace soak {
 
 class Watch {
 public:
-    Watch(Site& site, const Operator& by, Tally& tally);
+    Watch(Site& site, const Operator& by);
 
     // After a cycle, on the thread that ran it, with nothing else running.
     void after_cycle();
@@ -26,23 +25,21 @@ public:
     // The targets that did both since then.
     std::vector<std::string> gained_and_lost() const;
 
-    bool broken() const { return !found_.empty(); }
-    const std::vector<std::string>& found() const { return found_; }
+    const std::string& broken() const { return broken_; }
 
 private:
+    Site& site_;
     simhost::Host& host_;
     const Operator& operator_;
-    Tally& tally_;
+    std::string broken_;  // what was broken first: "pass 12, 1440.000 s: text"; empty: nothing
     std::uint64_t faults_before_ = 0;
     std::size_t violations_seen_ = 0;
-    std::vector<std::string> found_;  // "pass 12, 1440.000 s: text"
-    std::uint64_t additions_ = 0;     // calls so far
+    std::uint64_t additions_ = 0;  // calls so far
     std::set<std::string> gained_;
     std::set<std::string> lost_;
 
     void note(const simhost::Event& event);
     void look_at_addition(const std::string& iqn);
-    void look_at_what_is_held();
 };
 
 }  // namespace soak

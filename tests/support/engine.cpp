@@ -114,6 +114,19 @@ Lines shared_mutexes_held() {
     return held;
 }
 
+Lines what_is_held(const Host& host) {
+    const std::pair<std::int64_t, const char*> counts[] = {{host.lists_held(), " IMA lists"},
+                                                           {host.descriptors_held(), " descriptors"},
+                                                           {host.blocks_held(), " heap blocks"}};
+    Lines held = shared_mutexes_held();
+    for (const auto& [count, what] : counts) {
+        if (count != 0) {
+            held.push_back(std::to_string(count) + what);
+        }
+    }
+    return held;
+}
+
 long resident_kib() {
     long pages = 0;
     long resident = 0;

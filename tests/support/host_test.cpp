@@ -1,5 +1,6 @@
 #include "support/host_test.h"
 
+#include "support/engine.h"
 #include "support/log_lines.h"
 #include "support/site.h"
 
@@ -22,9 +23,7 @@ HostTest::HostTest(std::unique_ptr<simhost::Host> made) : host(std::move(made)) 
 HostTest::HostTest() : HostTest(make_host()) {}
 
 void HostTest::TearDown() {
-    EXPECT_EQ(host->lists_held(), 0U);
-    EXPECT_EQ(host->descriptors_held(), 0U);
-    EXPECT_EQ(host->violations(), Lines());
+    expect_nothing_held(*host);
 }
 
 }  // namespace testing_support
