@@ -53,42 +53,32 @@ const Happenings::Kind Happenings::kinds[] = {
 
 // What a word may stand for at this moment.
 std::vector<std::string> Happenings::choices(const std::string& word) {
-    const simhost::Host& host = site_.host();
     std::map<std::string, std::vector<std::string>> all{
         {"count", {"1", "2", "3"}},
         {"flag", {"true", "false"}},
         {"state", {"XPT_WAIT", "XPT_UP", "IN_LOGIN", "IN_LOGOUT", "CLEANUP_WAIT"}},
         {"status", {"0", "1", "3", "4", "5"}}};
-    if (word == "edit" || word == "hold_off") {
-        return {operator_.edit(word == "hold_off")};
-    }
-    if (word == "damage") {
-        return {operator_.damage()};
-    }
-    if (word == "absence") {
-        operator_.leave();
-        return {"true"};
-    }
-    if (word == "fault") {
-        return fault();
-    }
-    if (word == "new_volume") {
-        return site_.new_volume();
-    }
-    if (word == "new_device") {
-        return site_.new_device();
-    }
-    if (word == "seconds") {
-        return {format("{}", site_.dice.one_in(3) ? 0 : site_.dice.seconds(40))};
+    const std::map<std::string, std::function<std::vector<std::string>()>> made_anew{
+        {"edit", [&] { return std::vector{operator_.edit(false)}; }},
+        {"hold_off", [&] { return std::vector{operator_.edit(true)}; }},
+        {"damage", [&] { return std::vector{operator_.damage()}; }},
+        {"absence", [&] { return std::vector{operator_.removal()}; }},
+        {"seconds", [&] { return std::vector{format("{}", site_.dice.one_in(3) ? 0 : site_.dice.seconds(40))}; }},
+        {"fault", [&] { return fault(); }},
+        {"new_volume", [&] { return site_.new_volume(); }},
+        {"new_device", [&] { return site_.new_device(); }},
+    };
+    if (const auto found = made_anew.find(word); found != made_anew.end()) {
+        return found->second();
     }
     for (const auto& each : site_.scenario().adapters) {
         all["adapter"].push_back(each.name);
     }
-    for (const simhost::NicView& each : host.nics()) {
+    for (const simhost::NicView& each : site_.host().nics()) {
         all[each.up ? "nic" : "lost_nic"].push_back(each.ip);
         all["on_nic"].push_back(format("local_ip = \"{}\",", each.ip));
     }
-    for (const simhost::GroupView& each : host.groups()) {
+    for (const simhost::GroupView& each : site_.host().groups()) {
         const bool is_static = each.mode == simhost::GroupMode::static_discovery;
         all["switch"].push_back(format("group = \"{}\", mode = \"{}\"", each.name, is_static ? "dynamic" : "static"));
         all[is_static ? "static_group" : "dynamic_group"].push_back(each.name);
@@ -100,7 +90,7 @@ std::vector<std::string> Happenings::choices(const std::string& word) {
             all[array.up ? "array" : "lost_array"].push_back(each.name + "/" + array.name);
         }
     }
-    for (const simhost::TargetView& each : host.targets()) {
+    for (const simhost::TargetView& each : site_.host().targets()) {
         all["target"].push_back(each.group_scoped ? each.iqn.substr(each.iqn.find(':') + 1) : each.devices.front());
         all["volume"].insert(all["volume"].end(), each.devices.begin(), each.devices.end());
     }

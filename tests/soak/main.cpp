@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <atomic>
+#include <cinttypes>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -28,7 +29,6 @@ struct Options {
     std::uint64_t passes = 600;
     unsigned jobs = std::max(1U, std::thread::hardware_concurrency());
     bool trace = false;
-    bool write = false;
 };
 
 void print(const Tally& counts) {
@@ -37,15 +37,10 @@ void print(const Tally& counts) {
     }
 }
 
-// A pass's large buffers come from memory that stays: mapping it anew in each pass takes most of the time.
-void keep_memory() {
-    constexpr int keep = 64 << 20;
-    (void)mallopt(M_MMAP_THRESHOLD, keep);
-    (void)mallopt(M_TRIM_THRESHOLD, keep);
-}
-
 int run_seed(const Options& options) {
-    keep_memory();
+    // A pass's large buffers come from memory that stays: mapping it anew in each pass takes most of the time.
+    (void)mallopt(M_MMAP_THRESHOLD, 64 << 20);
+    (void)mallopt(M_TRIM_THRESHOLD, 64 << 20);
     // The library's own words there are many; what a sanitizer has to say goes to the descriptor itself.
     if (std::FILE* const nowhere = std::fopen("/dev/null", "w"); nowhere != nullptr && !options.trace) {
         stderr = nowhere;
@@ -53,8 +48,6 @@ int run_seed(const Options& options) {
     const soak::Ended ended = soak::live_through(options.seed, options.passes, options.trace);
     if (!ended.broken.empty()) {
         fmt::print("seed {}, {}\n", options.seed, ended.broken);
-    }
-    if (!ended.broken.empty() || options.write) {
         const auto file = std::filesystem::temp_directory_path() / fmt::format("oxr-soak-{}.toml", options.seed);
         std::ofstream(file) << ended.scenario;
         fmt::print("  what happened to the host: ostrel-simhost {}\n", file.string());
@@ -63,47 +56,46 @@ int run_seed(const Options& options) {
     return ended.broken.empty() ? 0 : 1;
 }
 
+// In a process of its own; its counts are added to those of all.
+void run_apart(std::uint64_t seed, std::uint64_t passes, Tally& total) {
+    static std::mutex mutex;
+    std::string output;
+    const shared::ChildEnd end = shared::run_child(
+        {.command = {"/proc/self/exe", fmt::format("--seed={}", seed), fmt::format("--passes={}", passes)},
+         .input = {},
+         .on_output = [&](std::string_view piece) { output += piece; }});
+    const std::lock_guard lock(mutex);
+    std::istringstream lines(output);
+    for (std::string line; std::getline(lines, line);) {
+        std::uint64_t count = 0;
+        char name[80];
+        if (std::sscanf(line.c_str(), "%" SCNu64 " %79[^\n]", &count, name) == 2) {
+            total[name] += count;
+        } else {
+            fmt::print("{}\n", line);
+        }
+    }
+    ++total["seeds"];
+    if (end.exit_code != 0) {
+        ++total["seeds that failed"];
+        fmt::print("{}seed {} ended with {}; replay: oxr_soak --seed {} --passes {} --trace\n", end.error_output, seed,
+                   end.exit_code, seed, passes);
+    }
+    std::fflush(stdout);
+}
+
 int run_seeds(const Options& options) {
     std::atomic<std::uint64_t> next = options.seeds.first;
-    std::mutex mutex;
     Tally total;
-    const auto run_some = [&] {
-        for (std::uint64_t seed; (seed = next++) <= options.seeds.second;) {
-            std::string output;
-            std::vector<std::string> command{"/proc/self/exe", fmt::format("--seed={}", seed),
-                                             fmt::format("--passes={}", options.passes)};
-            if (options.write) {
-                command.emplace_back("--write");
+    std::vector<std::jthread> workers(options.jobs);
+    for (std::jthread& each : workers) {
+        each = std::jthread([&] {
+            for (std::uint64_t seed; (seed = next++) <= options.seeds.second;) {
+                run_apart(seed, options.passes, total);
             }
-            const shared::ChildEnd end = shared::run_child(
-                {.command = command, .input = {}, .on_output = [&](std::string_view piece) { output += piece; }});
-            const std::lock_guard lock(mutex);
-            std::istringstream lines(output);
-            for (std::string line; std::getline(lines, line);) {
-                std::uint64_t count = 0;
-                char name[80];
-                if (std::sscanf(line.c_str(), "%lu %79[^\n]", &count, name) == 2) {
-                    total[name] += count;
-                } else {
-                    fmt::print("{}\n", line);
-                }
-            }
-            ++total["seeds"];
-            if (end.exit_code != 0) {
-                ++total["seeds that failed"];
-                fmt::print("{}seed {} ended with {}; replay: oxr_soak --seed {} --passes {} --trace\n",
-                           end.error_output, seed, end.exit_code, seed, options.passes);
-            }
-            std::fflush(stdout);
-        }
-    };
-    std::vector<std::thread> workers;
-    for (unsigned i = 0; i < options.jobs; ++i) {
-        workers.emplace_back(run_some);
+        });
     }
-    for (std::thread& each : workers) {
-        each.join();
-    }
+    workers.clear();  // when all is done
     print(total);
     return total.contains("seeds that failed") ? 1 : 0;
 }
@@ -119,7 +111,6 @@ int main(int argc, char** argv) {
     app.add_option("--jobs", options.jobs, "Seeds at a time [one for each processor]")->check(CLI::PositiveNumber);
     app.add_flag("--trace", options.trace,
                  "Print what happens to the one seed's host, what is asked of it, and the log");
-    app.add_flag("--write", options.write, "Write down the scenario of every seed, not only of those that fail");
     CLI11_PARSE(app, argc, argv);
     return options.seed != 0 ? run_seed(options) : run_seeds(options);
 }

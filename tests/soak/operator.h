@@ -15,8 +15,10 @@ public:
     // What an event that happens now writes, as a text of TOML: values that are all in range, with a comment of his
     // own;
     std::string edit(bool hold_off_worker);
-    // anything else, as bad values, missing keys, the old format, noise, an empty file.
+    // anything else, as bad values, missing keys, the old format, noise, an empty file;
     std::string damage();
+    // nothing: the file goes.
+    std::string removal() { return leave(), "true"; }
     // The file is no longer as the operator wrote it.
     void leave();
     // The worker has just read the file.

@@ -66,11 +66,12 @@ public:
         for (const auto& [hazard, times] : host().let_pass()) {
             counts["let pass: " + hazard] = times;
         }
-        const auto read = program::read_scenario(site_.text());
+        const std::string scenario = fmt::format("run_for = {}\n", host().now() + 1) + site_.text();
+        const auto read = program::read_scenario(scenario);
         if (!read.problems.empty()) {
             watch_.report("the scenario can't be read: " + program::problems_text(read.problems, "scenario"));
         }
-        return {watch_.broken(), site_.text(), counts};
+        return {watch_.broken(), scenario, counts};
     }
 
 private:

@@ -156,8 +156,4 @@ void Site::remark(const std::string& text) {
     text_ += format("# at {} s: {}\n", host_->now(), text);
 }
 
-std::string Site::text() const {
-    return format("run_for = {}\n", host_->now() + 1) + text_;
-}
-
 }  // namespace soak

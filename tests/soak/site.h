@@ -39,8 +39,8 @@ public:
     void happen(const std::string& event);
     // A line for the reader of the scenario: what was done through the library.
     void remark(const std::string& text);
-    // The scenario up to this moment.
-    std::string text() const;
+    // The scenario up to this moment, but for how long it runs.
+    const std::string& text() const { return text_; }
 
 private:
     int next_volume_ = 0;
