@@ -125,10 +125,7 @@ std::string one_pass(Host& host) {
 }
 
 std::string one_pass_with_fewer(Host& host) {
-    ConfigValues values;
-    values.max_pe_sessions = 4;
-    values.vol_sessions = 4;
-    return pass_with(host, values);
+    return pass_with(host, {.vol_sessions = 4, .max_pe_sessions = 4});
 }
 
 // The worker's first cycle, and its end.

@@ -132,42 +132,6 @@ TEST(SimulatedHost, DoesByItselfWhatAnInitiatorDoes) {
            {[](Host& host) { host.array_up("g", "a1"), host.advance(15); }, "d1.1>1 d1.2>1 d2.1>1 d2.2>1 0+4 a1"}});
 }
 
-TEST(Faults, FireAtTheCallTheyNameOnceOrFromThenOn) {
-    const auto host = make_site();
-    const auto rescan = [] { return rescan_ioctl(both_adapters, 1); };
-    const auto make_conf = [] { return close(open("/etc/ostrel/oxr.conf", O_WRONLY | O_CREAT, 0600)); };
-    const struct {
-        simhost::Fault fault;
-        int (*call)();
-        std::vector<int> answers;  // of the next calls
-    } cases[] = {
-        {status_fault("psp.5", 6, 2), rescan, {0, 6, 0}},
-        {lasting(status_fault("psp.5", 6)), rescan, {6, 6}},
-        {errno_fault("psp.5", EBUSY), rescan, {-1, 0}},
-        {failing_with("open", ENOSPC, "oxr.conf"), make_conf, {-1, 0}},
-        {failing_with("open", ENOSPC, "other"), make_conf, {0}},
-    };
-    std::uint64_t injected = 0;
-    for (const auto& [fault, call, answers] : cases) {
-        host->clear_faults();
-        host->fail(fault);
-        for (const int answer : answers) {
-            EXPECT_EQ(call(), answer) << fault.operation;
-            injected += answer == 0 ? 0 : 1;
-        }
-    }
-    EXPECT_EQ(host->faults_injected(), injected);
-    EXPECT_EQ(host->calls("psp.5"), 7U);
-    EXPECT_THROW(host->fail(failing("IMA_GetLhba")), std::invalid_argument);
-    host->count_allocations(true);
-    host->fail(failing("new", 2));
-    const std::unique_ptr<int> first(new (std::nothrow) int);
-    const std::unique_ptr<int> second(new (std::nothrow) int);
-    host->count_allocations(false);
-    EXPECT_TRUE(first != nullptr && second == nullptr);
-    EXPECT_EQ(host->blocks_held(), 1);
-}
-
 TEST(Invariants, NoticeWhatMustNotHappen) {
     const auto remove = [](std::uint64_t oid) { IMA_VMW_RemoveSession(session_oid(oid)); };
     const auto remove_all = [=](Host& host) {

@@ -137,10 +137,8 @@ private:
             }
         }
         ++site_.counts[digests ? "digest change" : "renewal"];
-        const std::string status = driver_.renew(targets, digests ? "iscsidigest" : "",
-                                                 !digests ? ""
-                                                 : enable ? "enable"
-                                                          : "disable");
+        const std::string value = enable ? "enable" : "disable";
+        const std::string status = driver_.renew(targets, digests ? "iscsidigest" : "", digests ? value : "");
         site_.remark(fmt::format("renewal of {} answers {}", fmt::join(targets, ", "), status));
         site_.counts["renewals and digest changes that succeeded"] += status == "0" ? 1 : 0;
     }
@@ -172,21 +170,15 @@ private:
             return;
         }
         ++site_.counts[fmt::format("rounds settled after {} passes", settled_after)];
-        Verdict verdict = judge(site_, operator_.values());
         // A switch that can't be finished is tried again in every pass, down to its requests.
-        if ((verdict.counts.contains(SWITCH_HELD_UP) ? sessions_settled_after : settled_after) > passes_to_settle) {
+        const bool held_up = judge(site_, watch_, operator_.values());
+        if ((held_up ? sessions_settled_after : settled_after) > passes_to_settle) {
             watch_.report(fmt::format("sessions or paths change in pass {} after events ended", settled_after));
         }
-        for (const std::string& iqn : watch_.gained_and_lost()) {
-            if (!by_lost_nics.contains(iqn) && is_readable(host(), iqn)) {
+        for (const auto& [iqn, changes] : watch_.changes()) {
+            if (changes == (GAINED | LOST) && !by_lost_nics.contains(iqn) && is_readable(host(), iqn)) {
                 watch_.report(iqn + " gains and loses sessions though nothing happens");
             }
-        }
-        for (const std::string& each : verdict.wrong) {
-            watch_.report(each);
-        }
-        for (const auto& [name, targets] : verdict.counts) {
-            site_.counts[name] += targets;
         }
     }
 

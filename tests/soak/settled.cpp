@@ -1,6 +1,7 @@
 #include "soak/settled.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 
@@ -44,7 +45,7 @@ bool at_a_ceiling(const Host& host, int wanted) {
     return totals.sessions + wanted > simhost::MAX_SESSIONS || paths + wanted >= simhost::MAX_PATHS;
 }
 
-// What keeps the target from its number; null: nothing does.
+// What keeps the target from its number, each a bound of the procedures; null: nothing does.
 const char* reason_of(const Host& host, const TargetRow& row) {
     const bool too_many = row.group_scoped && row.dynamic_sessions > row.required;
     return !is_readable(host, row.iqn)                           ? "unreadable, an adapter in sight has no session"
@@ -83,9 +84,8 @@ std::set<std::string> counting_lost_nics(const Host& host) {
     return found;
 }
 
-Verdict judge(const Site& site, const ConfigValues& values) {
+bool judge(Site& site, Watch& watch, const ConfigValues& values) {
     const Host& host = site.host();
-    Verdict verdict;
     // By mode: one target that can't be read holds up the switches of all.
     std::map<bool, std::vector<std::string>> switched;
     std::set<bool> held_up;
@@ -93,32 +93,29 @@ Verdict judge(const Site& site, const ConfigValues& values) {
         if (!row.supported || row.devices == 0) {
             continue;
         }
-        ++verdict.counts["targets looked at"];
+        ++site.counts["targets looked at"];
         if (row.mode_changed) {
             switched[row.static_mode].push_back(row.iqn);
-            if (!is_readable(host, row.iqn)) {
+            if (!is_readable(host, row.iqn) || at_a_ceiling(host, 64)) {
                 held_up.insert(row.static_mode);
             }
         } else if (row.static_mode || has_its_number(row)) {
             continue;
         } else if (const char* const reason = reason_of(host, row)) {
-            ++verdict.counts[reason];
+            ++site.counts[reason];
         } else {
-            verdict.wrong.push_back(fmt::format("{} has {} dynamic sessions of {} and {} active paths, required {}",
-                                                row.iqn, row.dynamic_sessions, row.sessions(), row.active_paths,
-                                                row.required));
+            watch.report(fmt::format("{} has {} dynamic sessions of {} and {} active paths, required {}", row.iqn,
+                                     row.dynamic_sessions, row.sessions(), row.active_paths, row.required));
         }
     }
     for (const auto& [mode, targets] : switched) {
-        if (held_up.contains(mode) || at_a_ceiling(host, 64)) {
-            verdict.counts[SWITCH_HELD_UP] += targets.size();
-            continue;
-        }
-        for (const std::string& iqn : targets) {
-            verdict.wrong.push_back("the mode change of " + iqn + " isn't finished");
+        if (held_up.contains(mode)) {
+            site.counts["switch held up"] += targets.size();
+        } else {
+            watch.report(fmt::format("the mode change of {} isn't finished", fmt::join(targets, ", ")));
         }
     }
-    return verdict;
+    return !held_up.empty();
 }
 
 }  // namespace soak

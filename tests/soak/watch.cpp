@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <iterator>
 
 #include "support/engine.h"
 
@@ -15,24 +14,13 @@ Watch::Watch(Site& site, const Operator& by) : site_(site), host_(site.host()), 
     host_.observe([this](const Event& event) { note(event); });
 }
 
-void Watch::quiet_begins() {
-    gained_.clear();
-    lost_.clear();
-}
-
-std::vector<std::string> Watch::gained_and_lost() const {
-    std::vector<std::string> both;
-    std::set_intersection(gained_.begin(), gained_.end(), lost_.begin(), lost_.end(), std::back_inserter(both));
-    return both;
-}
-
 // Sessions that the manager adds and removes; the host's own logins are none of them.
 void Watch::note(const Event& event) {
     if (event.kind == Event::Kind::session_removed) {
-        lost_.insert(event.target);
+        changes_[event.target] |= LOST;
     } else if (event.kind == Event::Kind::session_added && host_.calls("IMA_VMW_AddSession") != additions_) {
         additions_ = host_.calls("IMA_VMW_AddSession");
-        gained_.insert(event.target);
+        changes_[event.target] |= GAINED;
         look_at_addition(event.target);
     }
 }

@@ -2,14 +2,16 @@
 #pragma once
 
 #include <cstdint>
-#include <set>
+#include <map>
 #include <string>
-#include <vector>
 
 #include "soak/operator.h"
 #include "soak/site.h"
 
 namespace soak {
+
+inline constexpr unsigned GAINED = 1;
+inline constexpr unsigned LOST = 2;
 
 class Watch {
 public:
@@ -21,9 +23,9 @@ public:
     void look();
     void report(const std::string& what);
     // From here on nothing happens any more, so a target either gains sessions or loses some.
-    void quiet_begins();
-    // The targets that did both since then.
-    std::vector<std::string> gained_and_lost() const;
+    void quiet_begins() { changes_.clear(); }
+    // By target what it did since then: GAINED, LOST or both.
+    const std::map<std::string, unsigned>& changes() const { return changes_; }
 
     const std::string& broken() const { return broken_; }
 
@@ -35,8 +37,7 @@ private:
     std::uint64_t faults_before_ = 0;
     std::size_t violations_seen_ = 0;
     std::uint64_t additions_ = 0;  // calls so far
-    std::set<std::string> gained_;
-    std::set<std::string> lost_;
+    std::map<std::string, unsigned> changes_;
 
     void note(const simhost::Event& event);
     void look_at_addition(const std::string& iqn);
