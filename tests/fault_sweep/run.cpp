@@ -43,16 +43,18 @@ constexpr double no_horizon = 1e9;
 
 // Comments and values, each key once.
 bool is_whole(const std::string& config) {
-    std::istringstream lines(config);
     std::multiset<std::string> keys;
+    std::multiset<std::string> found;
+    for (const ConfigKey& key : config_keys) {
+        keys.emplace(key.name);
+    }
+    std::istringstream lines(config);
     for (std::string line; std::getline(lines, line);) {
         if (!line.empty() && line[0] != '#') {
-            keys.insert(line.substr(0, line.find('=')));
+            found.insert(line.substr(0, line.find('=')));
         }
     }
-    return keys.size() == std::size(config_keys) &&
-           std::all_of(std::begin(config_keys), std::end(config_keys),
-                       [&](const ConfigKey& key) { return keys.count(std::string(key.name)) == 1; });
+    return found == keys;
 }
 
 class Run {
@@ -162,9 +164,8 @@ private:
         run_cycle();
         expect(host_.read_file(OSTREL_CONFIG_FILE) == config && is_whole(config),
                "the configuration file is not whole:\n" + config);
-        for (const std::string& violation : host_.violations()) {
-            expect(false, violation);
-        }
+        const auto violations = host_.violations();
+        report_.broken.insert(report_.broken.end(), violations.begin(), violations.end());
     }
 
     // A cycle of the worker on this thread, and the time until the next one.

@@ -12,14 +12,11 @@
 #include <ctime>
 #include <filesystem>
 #include <functional>
-#include <memory>
 #include <thread>
 
 #include "OstrelConnections/psp/psp_client.h"
-#include "common/text.h"
 #include "ima/ima.h"
 #include "oxd_ima_utility/discovery.h"
-#include "oxd_ima_utility/oid_lookup.h"
 #include "oxd_ima_utility/session_operations.h"
 #include "support/engine.h"
 #include "support/site.h"
