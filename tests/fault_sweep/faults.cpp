@@ -20,40 +20,8 @@ bool matches(const std::string& text, const std::string& pattern) {
     return std::regex_search(text, std::regex(pattern));
 }
 
-bool is_of_files(const std::string& operation) {
-    static constexpr const char* all[] = {"open",   "read",   "write", "close",    "stat",
-                                          "unlink", "access", "mkdir", "ftruncate"};
-    return std::find(std::begin(all), std::end(all), operation) != std::end(all);
-}
-
 bool is_psp_request(const std::string& operation) {
     return matches(operation, "^psp\\.[0-9]$");
-}
-
-std::vector<Fault> faults_of_files(const std::string& operation) {
-    if (operation == "mkdir") {
-        return {failing_with(operation, EIO)};
-    }
-    std::vector<Fault> made;
-    for (const char* const file : {"oxr.log", "oxr.conf", ".lock", "version.txt"}) {
-        made.push_back(failing_with(operation, operation == "write" ? ENOSPC : EIO, file));
-        if (operation == "write") {
-            made.push_back(failing_with(operation, 0, file));
-            made.back().short_by = 7;
-        }
-    }
-    if (operation == "access") {  // of the folders
-        made.push_back(failing_with(operation, EIO));
-    }
-    return made;
-}
-
-std::vector<Fault> faults_of_request(const std::string& operation) {
-    std::vector<Fault> made = {failing_with(operation, EIO)};
-    for (std::uint32_t status = 1; status <= last_psp_status; ++status) {
-        made.push_back(status_fault(operation, status));
-    }
-    return made;
 }
 
 // What the log says of a failed call, the first row that fits; null: nothing, for the reason beside it.
@@ -120,49 +88,32 @@ constexpr Outcome outcomes[] = {
     {"^started", "^pthread_(join|kill)", "^started 0, stopped -1$"},
 };
 
-// Symbols that the library imports, and the operation that calls of them count as.
-struct Imported {
-    const char* symbol;
-    const char* operation;
-};
-
-constexpr Imported imported_operations[] = {
-    {"^(IMA_.*)$", "$1"},
-    {"^ioctl$", "psp.0"},
-    {"^__fxstat$", "stat"},
-    {"^_Zna?[wm][jm]RKSt9nothrow_t$", "new"},
-    {"^v?dprintf$", "write"},
-    {"^p(read|write)$", "$1"},
-    {"^(open|read|write|close|access|mkdir|unlink|ftruncate)$", "$1"},
-    {"^(pthread_(create|join|kill|mutex_init|mutex_destroy)|sigaction)$", "$1"},
-};
-
-// Imported symbols without a failure that a platform could answer with.
-constexpr const char* without_failure[] = {
-    "^_",                                // the language's runtime, release of memory, start and end of a library
-    "^(mem|str|wcs|wmem|mbs)",           // text in memory
-    "^v?snprintf$",                      // idem
-    "^(inet_ntop|asctime_r)$",           // idem, into buffers that are large enough
-    "^(f?puts|fprintf|perror|stderr)$",  // for a person at the standard error output
-    "^(time|clock_gettime|localtime_r|strftime)$",
-    "^(getenv|getp?pid|kill|raise)$",   // of and to the process itself
-    "^(nanosleep|poll|sigtimedwait)$",  // ended early they are begun anew for the rest
-    "^sig(addset|emptyset)$",
-    "^lseek$",  // of a file that was opened
-    "^pthread_(self|exit|sigmask)$",
-    "^pthread_mutex_(lock|trylock|unlock)$",  // of a mutex that was initialised
-};
-
 }  // namespace
 
 std::vector<Fault> faults_of(const std::string& operation) {
-    if (is_of_files(operation)) {
-        return faults_of_files(operation);
+    std::vector<Fault> made;
+    if (matches(operation, "^(open|read|write|close|stat|unlink|access|ftruncate)$")) {
+        for (const char* const file : {"oxr.log", "oxr.conf", ".lock", "version.txt"}) {
+            made.push_back(failing_with(operation, operation == "write" ? ENOSPC : EIO, file));
+            if (operation == "write") {
+                made.push_back(failing_with(operation, 0, file));
+                made.back().short_by = 7;
+            }
+        }
     }
-    if (is_psp_request(operation)) {
-        return faults_of_request(operation);
+    if (operation == "access" || operation == "mkdir" || is_psp_request(operation)) {
+        made.push_back(failing_with(operation, EIO));  // access: of the folders
     }
-    return {failing(operation)};
+    for (std::uint32_t status = 1; is_psp_request(operation) && status <= last_psp_status; ++status) {
+        made.push_back(status_fault(operation, status));
+    }
+    if (made.empty()) {
+        made.push_back(failing(operation));
+    }
+    for (std::size_t passing = made.size(); passing > 0; --passing) {
+        made.push_back(lasting(made[passing - 1]));
+    }
+    return made;
 }
 
 bool is_told(const Fault& fault, const std::string& met, const std::vector<std::string>& complaints) {
@@ -187,20 +138,6 @@ bool may_come_of(const Fault& fault, const std::string& undisturbed, const std::
                return matches(undisturbed, each.undisturbed) && matches(operation, each.operation) &&
                       matches(result, each.result);
            });
-}
-
-std::string operation_of(const std::string& symbol) {
-    for (const Imported& each : imported_operations) {
-        if (matches(symbol, each.symbol)) {
-            return std::regex_replace(symbol, std::regex(each.symbol), each.operation);
-        }
-    }
-    return "";
-}
-
-bool is_without_failure(const std::string& symbol) {
-    return std::any_of(std::begin(without_failure), std::end(without_failure),
-                       [&](const char* each) { return matches(symbol, each); });
 }
 
 }  // namespace fault_sweep

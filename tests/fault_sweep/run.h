@@ -1,7 +1,6 @@
 // One run of a situation with a fault, in a process of its own, and what must hold after it.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,20 +11,17 @@ namespace fault_sweep {
 
 // What a run came to. `broken` names what did not hold, one line each.
 struct Report {
-    bool hit = false;           // the fault was met
-    std::string result;         // what the caller got
-    std::string host_after;     // the site three passes later
-    std::string config_before;  // the configuration file around the work
-    std::string config_after;
-    std::vector<std::string> counts;      // "operation calls", of the work
-    std::vector<std::string> complaints;  // warnings and errors of the work
+    bool hit = false;                     // the fault was met
+    std::string result;                   // what the caller got
+    std::string host_after;               // the site three passes later
+    std::string config_after;             // the configuration file after the work
+    std::vector<std::string> operations;  // that the work called
     std::vector<std::string> broken;
-    std::string log;  // when something is broken
 };
 
 // Runs the situation on a prepared host, which stays as it was. Without a fault: how it goes undisturbed.
 // Otherwise `undisturbed` is that report.
-Report run(const Situation& situation, simhost::Host& host, const std::optional<simhost::Fault>& fault,
-           const Report& undisturbed);
+Report run(const Situation& situation, simhost::Host& host, const simhost::Fault& fault = {},
+           const Report& undisturbed = {});
 
 }  // namespace fault_sweep

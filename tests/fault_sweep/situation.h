@@ -12,7 +12,7 @@
 namespace fault_sweep {
 
 struct Situation {
-    const char* name;
+    std::string name;
     std::function<std::unique_ptr<simhost::Host>()> make;
     // The work; what its caller got. It runs on the thread that calls it, and may start and stop the worker.
     std::function<std::string(simhost::Host&)> act;
@@ -23,14 +23,10 @@ struct Situation {
     bool compare_totals_only = false;
     // Another state than the undisturbed one that the procedure itself may come to rest in after a fault.
     bool (*excused)(const simhost::Host&) = nullptr;
+
+    friend void PrintTo(const Situation& each, std::ostream* out) { *out << each.name; }
 };
 
 const std::vector<Situation>& situations();
-
-// How a situation is named in test output.
-void PrintTo(const Situation& situation, std::ostream* out);
-
-// A cycle of the worker on this thread, and the time until the next one.
-void run_cycle(simhost::Host& host);
 
 }  // namespace fault_sweep

@@ -26,11 +26,10 @@ TEST_F(ConfigFileTest, PutsInForceWhatTheConnectionManagerTakes) {
           "#\nostrel_logs_path=/var/log/none\n", "#\nmax_vol_sessions=16\nmax_vol_sessions=99\n"}) {
         SCOPED_TRACE(text);
         const oxr::MutexLock lock(config_file_mutex);
-        ConfigValues before;
-        before.interval = 777;
-        ConfigValues values = before;
+        ConfigValues values;
+        values.interval = 777;
         host->write_file(OSTREL_CONFIG_FILE, text);
-        const ConfigValues at_cycle = program::config_at_cycle(*host).value_or(before);
+        const ConfigValues at_cycle = program::config_at_cycle(*host).value_or(values);
         (void)OSTREL_GetConfigValues(&values, CONFIG_NORMAL);
         EXPECT_EQ(as_text(at_cycle), as_text(values));
 

@@ -3,8 +3,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <random>
-#include <vector>
 
 namespace soak {
 
@@ -12,15 +12,16 @@ class Dice {
 public:
     explicit Dice(std::uint64_t seed) : engine_(seed) {}
 
-    int any(int least, int most) {
-        return least + static_cast<int>(engine_() % static_cast<std::uint64_t>(most - least + 1));
+    template <typename Number>
+    Number any(Number least, Number most) {
+        return least + static_cast<Number>(engine_() % static_cast<std::uint64_t>(most - least + 1));
     }
     bool one_in(int times) { return any(1, times) == 1; }
     double seconds(double most) { return most * any(0, 1'000'000) / 1e6; }
 
-    template <typename Item>
-    const Item& pick(const std::vector<Item>& items) {
-        return items[static_cast<std::size_t>(any(0, static_cast<int>(items.size()) - 1))];
+    template <typename Items>
+    const auto& pick(const Items& items) {
+        return *std::next(std::begin(items), any<std::ptrdiff_t>(0, std::ssize(items) - 1));
     }
 
 private:

@@ -1,17 +1,16 @@
 #include "soak/driver.h"
 
-#include <variant>
-
-#include "OstrelProvider/service.h"
 #include "OstrelProvider/worker.h"
-#include "OstrelProviderSetting/setting_methods.h"
-#include "cimserver/broker/objects.h"
+#include "support/cim.h"
 
 namespace soak {
 
 using simhost::Event;
 
-Driver::Driver(Site& site, Dice& dice, Watch& watch) : host_(site.host()), dice_(dice), watch_(watch) {
+// The library is loaded as by a CIM server's factory call.
+Driver::Driver(Site& site, Watch& watch) : host_(site.host()), dice_(site.dice), watch_(watch) {
+    (void)testing_support::providers(host_);
+    host_.remove_file(OSTREL_LOCK_FILE);
     host_.observe([this](const Event& event) { note(event); });
     host_.set_horizon(host_.now());
 }
@@ -85,46 +84,30 @@ void Driver::note(const Event& event) {
 // To the end of the cycle that is under way at that moment. The time it takes is its own.
 void Driver::run_on(double from) {
     const std::uint64_t cycles = cycles_;
-    for (double more = 15; cycles_ == cycles && running() && !watch_.broken(); more *= 2) {
+    for (double more = 15; cycles_ == cycles && running() && watch_.broken().empty(); more *= 2) {
         run_until(from + more);
     }
 }
 
 // Until the worker sleeps beyond the horizon.
 void Driver::wait() {
-    constexpr double patience = 120;
-    if (!host_.wait_for_horizon(patience)) {
+    if (!host_.wait_for_horizon(120)) {
         watch_.report("the worker doesn't come back to its sleep");
     }
 }
 
 // With the worker away: it would take the clock on while the renewal works between two waits.
-std::uint32_t Driver::renew(const RenewalCall& call) {
+std::string Driver::renew(const std::vector<std::string>& targets, const std::string& name, const std::string& value) {
     stop();
     host_.set_horizon(1e12);
-    const cimserver::Request request;
-    cimserver::NamedList arguments{{"targets", cimserver::text_list(call.targets)}};
-    for (const char* const name : {"paramname", "paramvalue"}) {
-        arguments.push_back({name, cimserver::null_value(CMPI_string)});
-    }
-    if (call.digests) {
-        arguments[1].value = cimserver::text_value("iscsidigest");
-        arguments[2].value = cimserver::text_value(call.enable ? "enable" : "disable");
-    }
-    auto* const in = cimserver::make_object<cimserver::ArgsObject>(arguments);
-    auto* const out = cimserver::make_object<cimserver::ArgsObject>(cimserver::NamedList{});
-    (void)OstrelHandleRenewIscsiConnections(nullptr, in, out);
-    const cimserver::Value* const status = cimserver::find(out->args, "oxd_status");
+    const std::string status = testing_support::renew(testing_support::providers(host_), targets, name, value);
     watch_.look();
     host_.set_horizon(host_.now());
-    return status == nullptr ? UINT32_MAX : static_cast<std::uint32_t>(std::get<std::uint64_t>(status->data));
+    return status;
 }
 
 void Driver::set_value(const std::string& name, std::uint32_t value) {
-    const cimserver::Request request;
-    auto* const in = cimserver::make_object<cimserver::ArgsObject>(
-        cimserver::NamedList{{"name", cimserver::text_value(name)}, {"value", cimserver::uint32_value(value)}});
-    (void)::set_value("SetValue", nullptr, in);
+    (void)testing_support::set_value(testing_support::providers(host_), name, value);
 }
 
 }  // namespace soak

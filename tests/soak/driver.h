@@ -9,15 +9,9 @@
 
 namespace soak {
 
-struct RenewalCall {
-    std::vector<std::string> targets;
-    bool digests = false;
-    bool enable = false;
-};
-
 class Driver {
 public:
-    Driver(Site& site, Dice& dice, Watch& watch);
+    Driver(Site& site, Watch& watch);
     ~Driver() { stop(); }
     Driver(const Driver&) = delete;
     Driver& operator=(const Driver&) = delete;
@@ -33,8 +27,7 @@ public:
     // Stops somewhere inside one of the next passes; then nothing runs.
     void stop_in_pass();
     // The renewal method's OXD status. No cycle comes meanwhile.
-    std::uint32_t renew(const RenewalCall& call);
-    // The method "setvalue".
+    std::string renew(const std::vector<std::string>& targets, const std::string& name, const std::string& value);
     void set_value(const std::string& name, std::uint32_t value);
 
 private:

@@ -2,27 +2,25 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 #include "OstrelProvider/config.h"
-#include "soak/dice.h"
 #include "soak/site.h"
 
 namespace soak {
 
 class Operator {
 public:
-    Operator(Site& site, Dice& dice) : site_(site), dice_(dice) {}
+    explicit Operator(Site& site) : site_(site) {}
 
-    // What an event that happens now writes: values that are all in range, with a comment of his own;
-    std::vector<std::string> edits(bool hold_off_worker = false);
+    // What an event that happens now writes, as a text of TOML: values that are all in range, with a comment of his
+    // own;
+    std::string edit(bool hold_off_worker);
     // anything else, as bad values, missing keys, the old format, noise, an empty file;
-    std::vector<std::string> damages();
+    std::string damage();
     // nothing: the file goes.
-    std::vector<std::string> removals();
-
-    // A setting was written through the library: the file is no longer the operator's.
-    void gave_way() { edited_.clear(); }
+    std::string removal() { return leave(), "true"; }
+    // The file is no longer as the operator wrote it.
+    void leave();
     // The worker has just read the file.
     void was_read() { read_ = true; }
 
@@ -35,13 +33,11 @@ public:
 
 private:
     Site& site_;
-    Dice& dice_;
     ConfigValues values_;
     std::string edited_;  // empty: the file isn't that of a valid edit
     bool read_ = false;   // since it was written
 
     ConfigValues any_values();
-    void leave();
 };
 
 }  // namespace soak

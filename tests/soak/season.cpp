@@ -1,18 +1,16 @@
 #include "soak/season.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
-#include <optional>
 #include <set>
 
 #include "OstrelConnections/psp/psp_client.h"
-#include "OstrelProvider/service.h"
-#include "OstrelProvider/worker.h"
 #include "soak/driver.h"
 #include "soak/happenings.h"
 #include "soak/settled.h"
-#include "soak/trace.h"
+#include "support/engine.h"
 
 namespace soak {
 
@@ -23,8 +21,7 @@ constexpr int passes_looked_at = 8;  // after events have ended
 
 class Season {
 public:
-    Season(std::uint64_t seed, const SeasonOptions& options, Tally& tally)
-        : dice_(seed), tally_(tally), site_(dice_), watch_(site_, operator_, tally) {
+    explicit Season(std::uint64_t seed) : site_(seed) {
         host().observe([this](const simhost::Event& event) {
             if (event.kind == simhost::Event::Kind::pass_begun) {
                 operator_.was_read();
@@ -33,127 +30,117 @@ public:
                 }
             }
         });
-        if (options.trace) {
-            trace(host());
-        }
-        prepare_library();
-        driver_.emplace(site_, dice_, watch_);
-        passes_ = static_cast<std::uint64_t>(site_.large() ? options.passes / 4 : options.passes);
     }
 
-    void live() {
-        while (tally_.passes < passes_ && !watch_.broken()) {
+    void trace() {
+        host().observe([this, told = std::map<std::string, std::size_t>()](const simhost::Event& event) mutable {
+            const std::pair<std::string, std::string> texts[] = {
+                {"events", site_.text()},
+                {"log", host().log()},
+                {DEEP_LOGS, host().read_file(std::string(DEEP_LOGS) + "/oxr.log")}};
+            for (const auto& [name, text] : texts) {
+                std::size_t& bytes = told[name];
+                fmt::print("{}", text.substr(bytes > text.size() ? 0 : bytes));  // shorter: it began anew
+                bytes = text.size();
+            }
+            fmt::print("{:12.3f}  {} {} {}\n", event.time, testing_support::request_text(event), event.adapter,
+                       event.text);
+        });
+    }
+
+    Ended live(std::uint64_t passes) {
+        passes = site_.large ? passes / 4 : passes;
+        while (site_.counts["passes"] < passes && is_whole()) {
             go_through_events();
-            if (!watch_.broken()) {
+            if (is_whole()) {
                 settle();
             }
         }
-        driver_->stop();
+        driver_.stop();
         watch_.look();
-        tally_.seconds = host().now();
-        tally_.of("faults injected") = host().faults_injected();
-        tally_.of("sessions added") = host().calls("IMA_VMW_AddSession");
-        tally_.of("sessions removed") = host().calls("IMA_VMW_RemoveSession");
+        Tally& counts = site_.counts;
+        counts["simulated hours"] = static_cast<std::uint64_t>(host().now() / 3600);
+        counts["faults injected"] = host().faults_injected();
+        counts["sessions added"] = host().calls("IMA_VMW_AddSession");
+        counts["sessions removed"] = host().calls("IMA_VMW_RemoveSession");
         for (const auto& [hazard, times] : host().let_pass()) {
-            tally_.of("let pass: " + hazard) = times;
+            counts["let pass: " + hazard] = times;
         }
-        std::string problem;
-        written_ = site_.written(problem);
-        if (!problem.empty()) {
-            watch_.report("the scenario can't be read: " + problem);
+        const std::string scenario = fmt::format("run_for = {}\n", host().now() + 1) + site_.text();
+        const auto read = program::read_scenario(scenario);
+        if (!read.problems.empty()) {
+            watch_.report("the scenario can't be read: " + program::problems_text(read.problems, "scenario"));
         }
+        return {watch_.broken(), scenario, counts};
     }
-
-    const Watch& watch() const { return watch_; }
-    const std::string& written() const { return written_; }
 
 private:
-    Dice dice_;
-    Tally& tally_;
     Site site_;
-    Operator operator_{site_, dice_};
-    Happenings happenings_{site_, dice_, operator_, tally_};
-    Watch watch_;
-    std::optional<Driver> driver_;
-    std::string written_;
+    Operator operator_{site_};
+    Happenings happenings_{site_, operator_};
+    Watch watch_{site_, operator_};
+    Driver driver_{site_, watch_};
     bool eventful_ = false;
-    std::uint64_t passes_ = 0;
 
     simhost::Host& host() const { return site_.host(); }
-
-    // As a CIM server's factory call does; the worker comes as far as its first wait and is stopped there.
-    void prepare_library() {
-        host().set_horizon(host().now());
-        OstrelProviderInit();
-        if (!host().wait_for_horizon(60) || StopService() != 0) {
-            watch_.report("the service doesn't start and stop");
-        }
-        host().remove_file(OSTREL_LOCK_FILE);
-    }
+    bool is_whole() const { return watch_.broken().empty(); }
 
     void go_through_events() {
         eventful_ = true;
-        const double length = dice_.any(5, 40) * 120;
+        const double length = site_.dice.any(5, 40) * 120;
         const double end = host().now() + length;
-        happenings_.plan(dice_.any(2, static_cast<int>(length / 120) * 2), length);
-        for (int acts = dice_.any(0, 6); acts > 0 && !watch_.broken(); --acts) {
-            driver_->run_until(std::min(end, host().now() + dice_.seconds(length / 4)));
+        happenings_.plan(site_.dice.any(2, static_cast<int>(length / 120) * 2), length);
+        for (int acts = site_.dice.any(0, 6); acts > 0 && is_whole(); --acts) {
+            driver_.run_until(std::min(end, host().now() + site_.dice.seconds(length / 4)));
             act();
         }
-        if (!watch_.broken()) {
-            driver_->start();
-            driver_->run_until(end);
+        if (is_whole()) {
+            driver_.start();
+            driver_.run_until(end);
         }
         eventful_ = false;
     }
 
     // Something that is done through the library.
     void act() {
-        const int chance = dice_.any(1, 10);
+        const int chance = site_.dice.any(1, 10);
         if (chance <= 4) {
             renew();
         } else if (chance <= 6) {
-            set_value();
-        } else if (!driver_->running()) {
-            driver_->start();
+            ++site_.counts["value set"];
+            operator_.leave();
+            const bool interval = site_.dice.one_in(2);
+            driver_.set_value(interval ? "interval" : "vol_sessions",
+                              interval ? site_.dice.any(30U, 600U) : site_.dice.any(0U, 20U));
+        } else if (!driver_.running()) {
+            driver_.start();
         } else if (chance <= 8) {
-            ++tally_.of("stop");
-            driver_->stop();
+            ++site_.counts["stop"];
+            driver_.stop();
         } else {
-            ++tally_.of("stop in a pass");
-            driver_->stop_in_pass();
+            ++site_.counts["stop in a pass"];
+            driver_.stop_in_pass();
         }
     }
 
     void renew() {
-        const auto targets = host().targets();
-        RenewalCall call;
-        for (int count = dice_.any(1, 3); count > 0 && !targets.empty(); --count) {
-            call.targets.push_back(dice_.pick(targets).iqn);
+        const auto all = host().targets();
+        std::vector<std::string> targets;
+        for (int count = site_.dice.any(1, 3); count > 0 && !all.empty(); --count) {
+            targets.push_back(site_.dice.pick(all).iqn);
         }
-        call.digests = dice_.one_in(2);
-        call.enable = dice_.one_in(2);
-        if (call.digests && dice_.one_in(2)) {
+        const bool digests = site_.dice.one_in(2);
+        const bool enable = site_.dice.one_in(2);
+        if (digests && site_.dice.one_in(2)) {
             for (const program::AdapterEntry& each : site_.scenario().adapters) {
-                site_.happen(fmt::format("digests = {{ adapter = \"{}\", on = {} }}", each.name, call.enable));
+                site_.happen(fmt::format("digests = {{ adapter = \"{}\", on = {} }}", each.name, enable));
             }
         }
-        ++tally_.of(call.digests ? "digest change" : "renewal");
-        const std::uint32_t status = driver_->renew(call);
-        site_.remark(fmt::format("renewal of {} answers {}", fmt::join(call.targets, ", "), status));
-        if (status == 0) {
-            ++tally_.of("renewals and digest changes that succeeded");
-        }
-    }
-
-    void set_value() {
-        ++tally_.of("value set");
-        operator_.gave_way();
-        if (dice_.one_in(2)) {
-            driver_->set_value("interval", static_cast<std::uint32_t>(dice_.any(30, 600)));
-        } else {
-            driver_->set_value("vol_sessions", static_cast<std::uint32_t>(dice_.any(0, 20)));
-        }
+        ++site_.counts[digests ? "digest change" : "renewal"];
+        const std::string value = enable ? "enable" : "disable";
+        const std::string status = driver_.renew(targets, digests ? "iscsidigest" : "", digests ? value : "");
+        site_.remark(fmt::format("renewal of {} answers {}", fmt::join(targets, ", "), status));
+        site_.counts["renewals and digest changes that succeeded"] += status == "0" ? 1 : 0;
     }
 
     // The events end. What the host does by itself comes first, with or without passes meanwhile.
@@ -162,68 +149,58 @@ private:
         // Logging in with a login time that was set meanwhile, a second try, and claiming the paths.
         const program::Scenario& on = site_.scenario();
         const double recovered = host().now() + 2 * 15 + 40 + on.login_seconds + on.claim_seconds + 5;
-        if (dice_.one_in(2)) {
-            driver_->stop();
+        if (site_.dice.one_in(2)) {
+            driver_.stop();
         }
-        driver_->run_until(recovered);
-        driver_->finish_cycle();
+        driver_.run_until(recovered);
+        driver_.finish_cycle();
         watch_.quiet_begins();
         const std::set<std::string> by_lost_nics = counting_lost_nics(host());
-        Changes before = changes();
-        driver_->start();
+        driver_.start();
         int settled_after = 0;
         int sessions_settled_after = 0;
-        for (int pass = 1; pass <= passes_looked_at && !watch_.broken(); ++pass) {
-            driver_->run_cycle();
-            const Changes now = changes();
-            settled_after = now.sessions != before.sessions || now.requests != before.requests ? pass : settled_after;
-            sessions_settled_after = now.sessions != before.sessions ? pass : sessions_settled_after;
-            before = now;
+        for (int pass = 1; pass <= passes_looked_at && is_whole(); ++pass) {
+            const std::uint64_t sessions = session_changes();
+            const std::uint64_t requests = host_requests();
+            driver_.run_cycle();
+            sessions_settled_after = session_changes() != sessions ? pass : sessions_settled_after;
+            settled_after = host_requests() != requests ? pass : std::max(settled_after, sessions_settled_after);
         }
-        if (watch_.broken()) {
+        if (!is_whole()) {
             return;
         }
-        ++tally_.of(fmt::format("rounds settled after {} passes", settled_after));
-        const Verdict verdict = judge(host(), operator_.values());
+        ++site_.counts[fmt::format("rounds settled after {} passes", settled_after)];
         // A switch that can't be finished is tried again in every pass, down to its requests.
-        if ((verdict.kept.contains(SWITCH_HELD_UP) ? sessions_settled_after : settled_after) > passes_to_settle) {
-            watch_.report("sessions or paths change in pass " + std::to_string(settled_after) + " after events ended");
+        const bool held_up = judge(site_, watch_, operator_.values());
+        if ((held_up ? sessions_settled_after : settled_after) > passes_to_settle) {
+            watch_.report(fmt::format("sessions or paths change in pass {} after events ended", settled_after));
         }
-        for (const std::string& iqn : watch_.gained_and_lost()) {
-            if (!by_lost_nics.contains(iqn) && is_readable(host(), iqn)) {
+        for (const auto& [iqn, changes] : watch_.changes()) {
+            if (changes == (GAINED | LOST) && !by_lost_nics.contains(iqn) && is_readable(host(), iqn)) {
                 watch_.report(iqn + " gains and loses sessions though nothing happens");
             }
         }
-        for (const std::string& each : verdict.wrong) {
-            watch_.report(each);
-        }
-        tally_.of("targets looked at") += verdict.targets;
-        for (const auto& [reason, targets] : verdict.kept) {
-            tally_.of(reason) += targets;
-        }
     }
 
-    // What the connection manager has done to the host.
-    struct Changes {
-        std::uint64_t sessions;
-        std::uint64_t requests;
-    };
-    Changes changes() const {
-        const simhost::Host& on = host();
-        return {on.calls("IMA_VMW_AddSession") + on.calls("IMA_VMW_RemoveSession") +
-                    on.calls("IMA_RemoveStaticDiscoveryTarget"),
-                on.calls("IMA_VMW_Rediscover") + on.calls("psp." + std::to_string(OSTREL_PSP_IOCTL_RESCAN)) +
-                    on.calls("psp." + std::to_string(OSTREL_PSP_IOCTL_DELETE_DEAD_PATHS))};
+    // What the connection manager has done to the host's sessions, and asked of it beside.
+    std::uint64_t session_changes() const {
+        return host().calls("IMA_VMW_AddSession") + host().calls("IMA_VMW_RemoveSession") +
+               host().calls("IMA_RemoveStaticDiscoveryTarget");
+    }
+    std::uint64_t host_requests() const {
+        return host().calls("IMA_VMW_Rediscover") + host().calls(fmt::format("psp.{}", OSTREL_PSP_IOCTL_RESCAN)) +
+               host().calls(fmt::format("psp.{}", OSTREL_PSP_IOCTL_DELETE_DEAD_PATHS));
     }
 };
 
 }  // namespace
 
-Ended live_through(std::uint64_t seed, const SeasonOptions& options, Tally& tally) {
-    Season season(seed, options, tally);
-    season.live();
-    ++tally.of("seeds");
-    return {season.watch().broken() ? season.watch().found().front() : std::string(), season.written()};
+Ended live_through(std::uint64_t seed, std::uint64_t passes, bool trace) {
+    Season season(seed);
+    if (trace) {
+        season.trace();
+    }
+    return season.live(passes);
 }
 
 }  // namespace soak

@@ -4,21 +4,17 @@
 #include <cstdint>
 #include <string>
 
-#include "soak/tally.h"
+#include "soak/site.h"
 
 namespace soak {
-
-struct SeasonOptions {
-    int passes = 600;
-    bool trace = false;
-};
 
 struct Ended {
     std::string broken;    // first; empty: nothing
     std::string scenario;  // all that happened to the host
+    Tally counts;
 };
 
-// Counts into `tally`.
-Ended live_through(std::uint64_t seed, const SeasonOptions& options, Tally& tally);
+// `trace`: print the log, what happens to the host and what is asked of it as it comes.
+Ended live_through(std::uint64_t seed, std::uint64_t passes, bool trace);
 
 }  // namespace soak

@@ -1,25 +1,12 @@
 // What every target must have come to when nothing more happens.
 #pragma once
 
-#include <cstdint>
-#include <map>
 #include <set>
 #include <string>
-#include <vector>
 
-#include "OstrelProvider/config.h"
-#include "simhost/host.h"
+#include "soak/watch.h"
 
 namespace soak {
-
-// What keeps a target from its number of sessions; each is a bound of the procedures.
-inline constexpr char SWITCH_HELD_UP[] = "switch held up";
-
-struct Verdict {
-    std::vector<std::string> wrong;             // could have what it should have, and has not
-    std::map<std::string, std::uint64_t> kept;  // targets, by what keeps them
-    std::uint64_t targets = 0;
-};
 
 // Whether every adapter in the target's sight has a session of it. If not, the procedures go by a part of its
 // sessions, or by none.
@@ -28,6 +15,8 @@ bool is_readable(const simhost::Host& host, const std::string& iqn);
 // The targets with a dead path over a NIC that carries none of their sessions: it counts until the path is deleted.
 std::set<std::string> counting_lost_nics(const simhost::Host& host);
 
-Verdict judge(const simhost::Host& host, const ConfigValues& values);
+// Reports the targets that could have what they should have, and have not; counts the others by what keeps them.
+// Whether a switch of modes is held up.
+bool judge(Site& site, Watch& watch, const ConfigValues& values);
 
 }  // namespace soak

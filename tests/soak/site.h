@@ -1,6 +1,7 @@
 // A host made by chance: a scenario, to which everything that happens is added.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -14,47 +15,49 @@ namespace soak {
 
 inline constexpr char DEEP_LOGS[] = "/var/log/ostrel/deep";
 
+using Tally = std::map<std::string, std::uint64_t>;
+
 class Site {
 public:
-    explicit Site(Dice& dice);
+    explicit Site(std::uint64_t seed);
+
+    Dice dice;
+    Tally counts;  // of all that was done and found
+    const bool large;
+    const bool has_deep_logs;
 
     simhost::Host& host() const { return *host_; }
     const program::Scenario& scenario() const { return scenario_; }
-    bool large() const { return large_; }
-    bool has_deep_logs() const { return deep_logs_; }
+    std::vector<program::TargetRow> rows(const ConfigValues& values) const { return site_.rows(*host_, values); }
 
-    // What events are made of.
-    std::vector<std::string> new_ones(Dice& dice, bool behind_group_scoped_target);
-    std::vector<std::string> volumes() const;
-    static std::string name_of(const simhost::TargetView& target);
+    // What events are made of: the table of a new volume, or of a device behind a group-scoped target; none when there
+    // is no room.
+    std::vector<std::string> new_volume();
+    std::vector<std::string> new_device();
 
     // Makes an event happen: the keys of an [[event]], without its moment.
     void happen(const std::string& event);
     // A line for the reader of the scenario: what was done through the library.
     void remark(const std::string& text);
-    // The scenario up to this moment; `problem` tells why it can't be read again.
-    std::string written(std::string& problem) const;
+    // The scenario up to this moment, but for how long it runs.
+    const std::string& text() const { return text_; }
 
 private:
-    bool large_;
-    bool deep_logs_;
     int next_volume_ = 0;
     std::string text_;
     program::Scenario scenario_;
     program::Site site_{scenario_};
     std::unique_ptr<simhost::Host> host_;
 
-    std::string new_volume(Dice& dice, const std::string& group, const std::string& more);
-    std::string new_device(Dice& dice, const std::string& group, const std::string& target);
-    std::string describe_host(Dice& dice);
-    std::string describe_volumes(Dice& dice);
+    bool is_full() const { return next_volume_ == static_cast<int>(program::MOST_VOLUMES); }
+    std::string volume_of(const simhost::GroupSpec& group, const std::string& more);
+    std::string device_of(const std::string& group, const std::string& target);
+    std::string describe_host();
+    std::string describe_volumes();
     void read();
 };
 
-// As a text of TOML.
-std::string quoted(std::string_view text);
-
-// "name" and "data_ips" of an array of the group, which the host shows as many arrays of before.
+// "name" and "data_ips" of an array of the group, which has as many arrays then.
 std::string array_keys(std::string_view group, std::size_t number);
 
 }  // namespace soak

@@ -2,19 +2,20 @@
 #pragma once
 
 #include <cstdint>
-#include <set>
+#include <map>
 #include <string>
-#include <vector>
 
-#include "simhost/host.h"
 #include "soak/operator.h"
-#include "soak/tally.h"
+#include "soak/site.h"
 
 namespace soak {
 
+inline constexpr unsigned GAINED = 1;
+inline constexpr unsigned LOST = 2;
+
 class Watch {
 public:
-    Watch(Site& site, const Operator& by, Tally& tally);
+    Watch(Site& site, const Operator& by);
 
     // After a cycle, on the thread that ran it, with nothing else running.
     void after_cycle();
@@ -22,27 +23,24 @@ public:
     void look();
     void report(const std::string& what);
     // From here on nothing happens any more, so a target either gains sessions or loses some.
-    void quiet_begins();
-    // The targets that did both since then.
-    std::vector<std::string> gained_and_lost() const;
+    void quiet_begins() { changes_.clear(); }
+    // By target what it did since then: GAINED, LOST or both.
+    const std::map<std::string, unsigned>& changes() const { return changes_; }
 
-    bool broken() const { return !found_.empty(); }
-    const std::vector<std::string>& found() const { return found_; }
+    const std::string& broken() const { return broken_; }
 
 private:
+    Site& site_;
     simhost::Host& host_;
     const Operator& operator_;
-    Tally& tally_;
+    std::string broken_;  // what was broken first: "pass 12, 1440.000 s: text"; empty: nothing
     std::uint64_t faults_before_ = 0;
     std::size_t violations_seen_ = 0;
-    std::vector<std::string> found_;  // "pass 12, 1440.000 s: text"
-    std::uint64_t additions_ = 0;     // calls so far
-    std::set<std::string> gained_;
-    std::set<std::string> lost_;
+    std::uint64_t additions_ = 0;  // calls so far
+    std::map<std::string, unsigned> changes_;
 
     void note(const simhost::Event& event);
     void look_at_addition(const std::string& iqn);
-    void look_at_what_is_held();
 };
 
 }  // namespace soak

@@ -1,12 +1,19 @@
 // CIM requests as clients make them, through a broker.
 #pragma once
 
+#include <dlfcn.h>
+
 #include <cstdint>
+#include <memory>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "OstrelProvider/service.h"
 #include "cimserver/broker/broker.h"
+#include "cimserver/server.h"
+#include "simhost/host.h"
 
 namespace testing_support {
 
@@ -24,6 +31,20 @@ inline cimserver::ObjectPath named(const std::string& class_name, const std::str
 
 inline cimserver::ObjectPath service() {
     return named(SERVICE, "OSTREL Connection Service");
+}
+
+// The providers of this program behind a broker, loaded at the first call for the whole process, without a worker.
+inline const cimserver::Broker& providers(simhost::Host& host) {
+    static const cimserver::Broker& loaded = [&host]() -> const cimserver::Broker& {
+        host.set_horizon(host.now());
+        std::string error;
+        auto broker = cimserver::make_broker(RTLD_DEFAULT, "", error);
+        if (broker == nullptr || !host.wait_for_horizon(60) || StopService() != 0) {
+            throw std::runtime_error("the providers don't load: " + error);
+        }
+        return *broker.release();  // its cleanup would need a host
+    }();
+    return loaded;
 }
 
 // "CODE MESSAGE"

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <map>
 #include <sstream>
 
 #include "OstrelConnections/psp/psp_client.h"
@@ -68,22 +69,17 @@ std::string describe(const Host& host) {
 }
 
 std::string request_text(const Event& event) {
-    switch (event.kind) {
-        case Event::Kind::adapter_rescanned:
-            return "rescan " + event.adapter;
-        case Event::Kind::dead_paths_requested:
-            return "dead paths " + event.adapter;
-        case Event::Kind::adapter_rediscovered:
-            return "rediscover " + event.adapter;
-        case Event::Kind::session_added:
-            return "add " + event.target;
-        case Event::Kind::session_removed:
-            return "remove " + event.target;
-        case Event::Kind::static_target_removed:
-            return "remove static target " + event.text;
-        default:
-            return "";
-    }
+    using Kind = Event::Kind;
+    static const std::map<Kind, std::pair<std::string, std::string Event::*>> requests{
+        {Kind::adapter_rescanned, {"rescan ", &Event::adapter}},
+        {Kind::dead_paths_requested, {"dead paths ", &Event::adapter}},
+        {Kind::adapter_rediscovered, {"rediscover ", &Event::adapter}},
+        {Kind::session_added, {"add ", &Event::target}},
+        {Kind::session_removed, {"remove ", &Event::target}},
+        {Kind::static_target_removed, {"remove static target ", &Event::text}},
+    };
+    const auto request = requests.find(event.kind);
+    return request == requests.end() ? "" : request->second.first + event.*request->second.second;
 }
 
 void record_requests(Host& host, Lines& into) {
@@ -109,6 +105,19 @@ Lines shared_mutexes_held() {
             held.emplace_back(name);
         } else {
             pthread_mutex_unlock(native);
+        }
+    }
+    return held;
+}
+
+Lines what_is_held(const Host& host) {
+    const std::pair<std::int64_t, const char*> counts[] = {{host.lists_held(), " IMA lists"},
+                                                           {host.descriptors_held(), " descriptors"},
+                                                           {host.blocks_held(), " heap blocks"}};
+    Lines held = shared_mutexes_held();
+    for (const auto& [count, what] : counts) {
+        if (count != 0) {
+            held.push_back(std::to_string(count) + what);
         }
     }
     return held;

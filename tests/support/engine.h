@@ -44,6 +44,9 @@ void record_requests(simhost::Host& host, Lines& into);
 // Names of the shared mutexes that some thread holds.
 Lines shared_mutexes_held();
 
+// These, and what the host counts as held: "2 IMA lists", "1 descriptors", "1 heap blocks".
+Lines what_is_held(const simhost::Host& host);
+
 // Resident memory of this process, in KiB.
 long resident_kib();
 

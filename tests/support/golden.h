@@ -27,8 +27,6 @@ public:
 private:
     std::string file_;
     std::string text_;
-
-    void hold_against_file() const;
 };
 
 }  // namespace testing_support

@@ -1,30 +1,14 @@
 #include "support/host_test.h"
 
 #include "support/log_lines.h"
-#include "support/site.h"
 
 namespace testing_support {
 
-Lines said(simhost::Host& host) {
+Lines said(simhost::Host& host, std::string_view beginning) {
     Lines lines = short_lines(host.log());
+    std::erase_if(lines, [&](const std::string& line) { return !line.starts_with(beginning); });
     host.write_file("/var/log/ostrel/oxr.log", "");
     return lines;
-}
-
-Lines said(simhost::Host& host, std::string_view level) {
-    Lines lines = said(host);
-    std::erase_if(lines, [&](const std::string& line) { return !line.starts_with(level); });
-    return lines;
-}
-
-HostTest::HostTest(std::unique_ptr<simhost::Host> made) : host(std::move(made)) {}
-
-HostTest::HostTest() : HostTest(make_host()) {}
-
-void HostTest::TearDown() {
-    EXPECT_EQ(host->lists_held(), 0U);
-    EXPECT_EQ(host->descriptors_held(), 0U);
-    EXPECT_EQ(host->violations(), Lines());
 }
 
 }  // namespace testing_support

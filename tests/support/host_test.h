@@ -8,29 +8,24 @@
 #include <vector>
 
 #include "simhost/host.h"
-#include "support/faults.h"
+#include "support/engine.h"
+#include "support/site.h"
 
 namespace testing_support {
 
-using Lines = std::vector<std::string>;
-
-// The messages logged since the last call, as short_lines() has them. Empties the log.
-Lines said(simhost::Host& host);
-
-// Those of them that have this level.
-Lines said(simhost::Host& host, std::string_view level);
+// The messages logged since the last call that begin so (with a level, say), as short_lines() has them. Empties the
+// log.
+Lines said(simhost::Host& host, std::string_view beginning = {});
 
 // Every test ends with each list and descriptor given back and no invariant of the host broken.
 class HostTest : public ::testing::Test {
 protected:
     std::unique_ptr<simhost::Host> host;
 
-    explicit HostTest(std::unique_ptr<simhost::Host> made);
-    HostTest();
-    void TearDown() override;
+    explicit HostTest(std::unique_ptr<simhost::Host> made = make_host()) : host(std::move(made)) {}
+    void TearDown() override { expect_nothing_held(*host); }
 
-    Lines said() { return testing_support::said(*host); }
-    Lines said(std::string_view level) { return testing_support::said(*host, level); }
+    Lines said(std::string_view beginning = {}) { return testing_support::said(*host, beginning); }
 };
 
 }  // namespace testing_support

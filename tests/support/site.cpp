@@ -100,4 +100,12 @@ int count_static(const Host& host, const std::string& iqn) {
     return count_sessions(host, iqn) - count_dynamic(host, iqn);
 }
 
+std::vector<std::string> bare_adapters(const Host& host, const simhost::TargetView& target) {
+    std::vector<std::string> bare = target.adapters;
+    for (const simhost::SessionView& session : host.sessions(target.iqn)) {
+        std::erase(bare, session.adapter);
+    }
+    return bare;
+}
+
 }  // namespace testing_support

@@ -44,4 +44,7 @@ int count_sessions(const simhost::Host& host, const std::string& iqn);
 int count_dynamic(const simhost::Host& host, const std::string& iqn);
 int count_static(const simhost::Host& host, const std::string& iqn);
 
+// The target's adapters that have no session of it.
+std::vector<std::string> bare_adapters(const simhost::Host& host, const simhost::TargetView& target);
+
 }  // namespace testing_support
