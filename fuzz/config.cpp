@@ -25,7 +25,7 @@ struct ConfigSite {
         fuzz::require(::symlink("oxr.conf", host->path("/etc/ostrel/oxdversion.txt").c_str()) == 0, "no version file");
         fuzz::require(::mkdir(host->path("/vmfs/volumes/logs of 2").c_str(), 0755) == 0, "no folder for logs");
     }
-    void put(std::string_view text) const { fuzz::put_file(host->path(OSTREL_CONFIG_FILE), text); }
+    void put(std::string_view text) const { host->write_file(OSTREL_CONFIG_FILE, text); }
     std::string text() const { return host->read_file(OSTREL_CONFIG_FILE); }
 };
 

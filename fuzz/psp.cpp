@@ -210,15 +210,6 @@ void ask_for_one(const std::string& name) {
     }
 }
 
-void command_adapters(const std::string& name) {
-    AdapterName adapters[2];
-    oxr::copy_field(adapters[0], "vmhba64");
-    oxr::copy_field(adapters[1], name);
-    require(rescan_ioctl(adapters, 2) >= -1, "rescan result");
-    const int deleted = delete_dead_path_ioctl(adapters, 2, 2);
-    require(deleted == 0 || deleted == -1, "dead path result");
-}
-
 ConfigValues read_config(Input& input) {
     ConfigValues values;
     values.vmknic_count = input.below(4);
@@ -254,7 +245,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     if (what < 5) {
         ask_for_one(name);
-        command_adapters(name);
     } else {
         (void)handle_ostrel_connections(values);
     }

@@ -1,8 +1,6 @@
 #include "support/host.h"
 
-#include <fcntl.h>
 #include <pthread.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -66,13 +64,6 @@ void require(bool holds, const char* what, const std::string& found) {
 std::unique_ptr<simhost::Host> make_host(simhost::HostOptions options) {
     set_log_filename("");
     return std::make_unique<simhost::Host>(std::move(options));
-}
-
-void put_file(const std::string& path, std::string_view text) {
-    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0 || ::write(fd, text.data(), text.size()) != static_cast<ssize_t>(text.size()) || ::close(fd) != 0) {
-        std::abort();
-    }
 }
 
 void require_nothing_held(const simhost::Host& host) {

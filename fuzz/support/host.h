@@ -3,7 +3,6 @@
 
 #include <memory>
 #include <string>
-#include <string_view>
 
 #include "simhost/host.h"
 
@@ -14,9 +13,6 @@ void require(bool holds, const char* what, const std::string& found = {});
 
 // A host whose log messages are formatted and then lost: nothing is written.
 std::unique_ptr<simhost::Host> make_host(simhost::HostOptions options = {});
-
-// Puts a text into a file of the host, without the host's help.
-void put_file(const std::string& path, std::string_view text);
 
 // No IMA list, no descriptor and no shared mutex is held, and nothing was given back twice.
 void require_nothing_held(const simhost::Host& host);

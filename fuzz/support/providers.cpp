@@ -54,7 +54,7 @@ Providers::Providers() {
 Site& Providers::begin(std::string_view config, bool threads) {
     site_ = &Site::of(0);
     config_ = config;
-    put_file(site_->host().path(OSTREL_CONFIG_FILE), config_);
+    site_->host().write_file(OSTREL_CONFIG_FILE, config_);
     if (!threads) {
         site_->host().fail(lasting(failing("pthread_create")));
     }
