@@ -288,6 +288,7 @@ TEST_F(Providers, WhatOnlyAnotherBrokerAsksIsAnsweredToo) {
     };
     const Request request;
     auto* const path = make_object<PathObject>(service());
+    auto* const unknown = make_object<PathObject>(path_of("Unknown"));
     const std::pair<const CMPIBroker*, std::size_t> cases[] = {{&untelling, 0}, {broker->handle(), 2}};
     for (const auto& [from, returned] : cases) {
         CMPIAssociationMI* mi;
@@ -303,6 +304,10 @@ TEST_F(Providers, WhatOnlyAnotherBrokerAsksIsAnsweredToo) {
         EXPECT_EQ(mi->ft->modifyInstance(mi, nullptr, nullptr, path, nullptr, nullptr).rc, CMPI_RC_ERR_NOT_SUPPORTED);
         EXPECT_EQ(mi->ft->deleteInstance(mi, nullptr, nullptr, path).rc, CMPI_RC_ERR_NOT_SUPPORTED);
         EXPECT_EQ(mi->ft->execQuery(mi, nullptr, nullptr, path, "", "WQL").rc, CMPI_RC_ERR_NOT_SUPPORTED);
+        const CMPIrc expected = each == "OstrelAssocProvider" ? CMPI_RC_OK : CMPI_RC_ERR_INVALID_CLASS;
+        auto* const to = make_object<ResultObject>();
+        EXPECT_EQ(mi->ft->enumerateInstanceNames(mi, nullptr, to, unknown).rc, expected) << each;
+        EXPECT_EQ(mi->ft->enumerateInstances(mi, nullptr, to, unknown, nullptr).rc, expected) << each;
     }
 }
 
