@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <optional>
 
 #include "OstrelProvider/config.h"
 #include "OstrelProvider/logs_path.h"
@@ -17,19 +18,15 @@
 namespace {
 
 // The host with its files; the version file is another name of the configuration file.
-class ConfigSite {
-public:
-    ConfigSite() : host(fuzz::make_host()), file_(host->path(OSTREL_CONFIG_FILE)) {
+struct ConfigSite {
+    const std::unique_ptr<simhost::Host> host = fuzz::make_host();
+
+    ConfigSite() {
         fuzz::require(::symlink("oxr.conf", host->path("/etc/ostrel/oxdversion.txt").c_str()) == 0, "no version file");
         fuzz::require(::mkdir(host->path("/vmfs/volumes/logs of 2").c_str(), 0755) == 0, "no folder for logs");
     }
-    void put(std::string_view text) const { fuzz::put_file(file_, text); }
+    void put(std::string_view text) const { host->write_file(OSTREL_CONFIG_FILE, text); }
     std::string text() const { return host->read_file(OSTREL_CONFIG_FILE); }
-
-    const std::unique_ptr<simhost::Host> host;
-
-private:
-    std::string file_;
 };
 
 std::string canonical(const ConfigValues& values) {
@@ -59,23 +56,20 @@ void require_bounds(const ConfigValues& values) {
     fuzz::require(::access(values.ostrel_logs_path, F_OK) == 0, "ostrel_logs_path doesn't exist");
 }
 
-// Whether the file is read; then its values are within their bounds.
-bool try_read(const ConfigSite& site, ConfigValues& values) {
+// Its values, which are within their bounds; none when the file isn't read.
+std::optional<ConfigValues> read(const ConfigSite& site) {
+    ConfigValues values;
     int result;
     {
         const oxr::MutexLock lock(config_file_mutex);
         result = OSTREL_GetConfigValues(&values, CONFIG_NORMAL);
     }
     fuzz::require_nothing_held(*site.host);
-    if (result == 0) {
-        require_bounds(values);
+    if (result != 0) {
+        fuzz::require(same_values(values, ConfigValues()), "a refused file gives values");
+        return std::nullopt;
     }
-    return result == 0;
-}
-
-ConfigValues read(const ConfigSite& site) {
-    ConfigValues values;
-    fuzz::require(try_read(site, values), "the file isn't read");
+    require_bounds(values);
     return values;
 }
 
@@ -83,7 +77,8 @@ ConfigValues read(const ConfigSite& site) {
 void require_fixed_point(const ConfigSite& site, const ConfigValues& values) {
     fuzz::require(site.text() == canonical(values), "written in another form", site.text());
     const std::uint64_t writes = site.host->calls("write");
-    fuzz::require(same_values(read(site), values), "read again, it has other values", site.text());
+    const auto again = read(site);
+    fuzz::require(again && same_values(*again, values), "read again, it has other values", site.text());
     fuzz::require(site.host->calls("write") == writes, "written again");
 }
 
@@ -100,14 +95,13 @@ bool has_comment_line() {
 
 // Only an empty file and one that still waits for its conversion are refused, and they are left alone.
 void read_values(const ConfigSite& site, std::string_view text) {
-    ConfigValues values;
-    if (!try_read(site, values)) {
+    const auto values = read(site);
+    if (!values) {
         fuzz::require(site.text() == text, "a refused file is changed");
-        fuzz::require(same_values(values, ConfigValues()), "a refused file gives values");
         fuzz::require(text.empty() || (!has_comment_line() && text.find(':') != std::string_view::npos),
                       "a file is refused");
     } else if (site.text() != text) {
-        require_fixed_point(site, values);
+        require_fixed_point(site, *values);
     }
 }
 
@@ -126,23 +120,21 @@ void read_log_filename() {
     fuzz::require(name.size() < LOG_FILENAME_SIZE && name.ends_with("/oxr.log"), "log file name", std::string(name));
 }
 
-void create() {
-    const oxr::MutexLock lock(config_file_mutex);
-    OSTREL_CreateConfigFile();
-}
-
 // A file without comments is in the old format and comes back in the present one; any other and an empty one are left
 // alone.
 void convert(const ConfigSite& site, std::string_view text) {
     const bool is_old = !text.empty() && !has_comment_line();
-    create();
+    {
+        const oxr::MutexLock lock(config_file_mutex);
+        OSTREL_CreateConfigFile();
+    }
     if (!is_old) {
         fuzz::require(site.text() == text, "a file that isn't in the old format is converted");
         return;
     }
-    const ConfigValues values = read(site);
-    fuzz::require(site.text() == canonical(values), "not converted to the present form", site.text());
-    fuzz::require(values.interval == 120 && values.vmknic_count == 0, "what a conversion gives up");
+    const auto values = read(site);
+    fuzz::require(values && site.text() == canonical(*values), "not converted to the present form", site.text());
+    fuzz::require(values->interval == 120 && values->vmknic_count == 0, "what a conversion gives up");
 }
 
 }  // namespace

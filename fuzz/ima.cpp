@@ -65,10 +65,10 @@ Change read_change(Input& input) {
     return change;
 }
 
-void change_record(const Change& change, char* record, std::size_t size) {
+void change_record(const Change& change, void* record, std::size_t size) {
     const std::size_t at = change.place % size;
     if (change.kind == Change::bytes || change.kind == Change::fill) {
-        fuzz::overwrite(record + at, size - at, change.text, change.kind == Change::fill);
+        fuzz::overwrite(static_cast<char*>(record) + at, size - at, change.text, change.kind == Change::fill);
     }
 }
 
@@ -87,32 +87,14 @@ void change_list(const Change& change, IMA_OID_LIST*& list) {
     } else if (count > 0 && change.kind == Change::oid) {
         list->oids[change.place % count].objectSequenceNumber = change.value % 64;
     } else if (count > 0) {
-        change_record(change, reinterpret_cast<char*>(list->oids), count * sizeof(IMA_OID));
+        change_record(change, list->oids, count * sizeof(IMA_OID));
     }
 }
 
 // What the answers told: ISIDs, as the host has them, of sessions whose connection's state was told too.
-class Told {
-public:
-    void session(const IMA_SESSION_PROPERTIES& answer) {
-        std::memcpy(last_, answer.isid, sizeof last_);
-        has_last_ = true;
-    }
-    void no_session() { has_last_ = false; }
-    void connection() {
-        if (has_last_) {
-            char text[24];
-            format_isid(text, last_);
-            isids_.insert(text);
-        }
-    }
-    bool tells(const std::string& isid) const { return isids_.contains(isid); }
-    bool tells_anything() const { return !isids_.empty(); }
-
-private:
-    std::uint8_t last_[6] = {};
-    bool has_last_ = false;
-    std::set<std::string> isids_;
+struct Told {
+    std::string last;  // session; empty: it can't be read
+    std::set<std::string> isids;
 };
 
 // The changes of one operation and the calls of it so far.
@@ -125,11 +107,10 @@ struct Script {
 std::uint32_t answer(Script& script, Told& told, void* out, std::uint32_t status) {
     const unsigned call = script.calls++;
     const Operation& operation = *script.operation;
-    IMA_SESSION_PROPERTIES session{};
-    const bool is_session = operation.answer == sizeof session && out != nullptr && status == IMA_STATUS_SUCCESS;
-    if (is_session) {
-        session = *static_cast<IMA_SESSION_PROPERTIES*>(out);
-    }
+    auto* const session = operation.answer == sizeof(IMA_SESSION_PROPERTIES) && status == IMA_STATUS_SUCCESS
+                              ? static_cast<IMA_SESSION_PROPERTIES*>(out)
+                              : nullptr;
+    const IMA_SESSION_PROPERTIES real = session != nullptr ? *session : IMA_SESSION_PROPERTIES{};
     for (const Change& each : script.changes) {
         if (!each.hits(call)) {
             continue;
@@ -139,26 +120,32 @@ std::uint32_t answer(Script& script, Told& told, void* out, std::uint32_t status
         } else if (operation.answer == LIST) {
             change_list(each, *static_cast<IMA_OID_LIST**>(out));
         } else if (operation.answer != NOTHING && out != nullptr) {
-            change_record(each, static_cast<char*>(out), operation.answer);
+            change_record(each, out, operation.answer);
         }
     }
-    if (is_session) {
+    if (session != nullptr) {
         // The host never has two sessions of one ISID.
-        std::memcpy(static_cast<IMA_SESSION_PROPERTIES*>(out)->isid, session.isid, sizeof session.isid);
-        status == IMA_STATUS_SUCCESS ? told.session(session) : told.no_session();
-    } else if (operation.answer == sizeof(IMA_VMW_CONNECTION_STATUS) && status == IMA_STATUS_SUCCESS) {
-        told.connection();
+        std::memcpy(session->isid, real.isid, sizeof real.isid);
+        char text[24] = "";
+        if (status == IMA_STATUS_SUCCESS) {
+            format_isid(text, real.isid);
+        }
+        told.last = text;
+    } else if (operation.answer == sizeof(IMA_VMW_CONNECTION_STATUS) && status == IMA_STATUS_SUCCESS &&
+               !told.last.empty()) {
+        told.isids.insert(told.last);
     }
     return status;
 }
 
 void judge(const fuzz::Site& site, const Told& told) {
     using Kind = simhost::Event::Kind;
-    for (const fuzz::Happening& each : site.happenings()) {
+    for (const simhost::Event& each : site.happenings()) {
         if (each.kind == Kind::session_removed) {
-            require(told.tells(each.text.substr(0, 17)), "a session was removed that no answer told", each.text);
+            require(told.isids.contains(each.text.substr(0, 17)), "a session was removed that no answer told",
+                    each.text);
         } else if (each.kind == Kind::static_target_removed) {
-            require(told.tells_anything(), "a static target was removed without any session told", each.text);
+            require(!told.isids.empty(), "a static target was removed without any session told", each.text);
         }
     }
 }
@@ -166,18 +153,14 @@ void judge(const fuzz::Site& site, const Told& told) {
 // --- acts -------------------------------------------------------------------------------------------------------
 
 constexpr char VOLUME[] = "iqn.2012-07.com.ostrel:dyn-0";
-constexpr char STATIC_VOLUME[] = "iqn.2012-07.com.ostrel:sta-0";
 
-void name_adapters(AdapterName (&names)[8], std::int32_t& count) {
-    count = 2;
-    oxr::copy_field(names[0], "vmhba64");
-    oxr::copy_field(names[1], "vmhba65");
-}
+constexpr AdapterName ADAPTERS[] = {"vmhba64", "vmhba65"};
 
 void take_inventory(const std::string& iqn) {
     IscsiProps props{};
     oxr::copy_field(props.target_iqn, iqn.empty() ? VOLUME : std::string_view(iqn));
-    name_adapters(props.vmhba_name_array, props.num_adapters);
+    std::memcpy(props.vmhba_name_array, ADAPTERS, sizeof ADAPTERS);
+    props.num_adapters = 2;
     TargetDtls sessions[MAX_SESSIONS_PER_TARGET] = {};
     int dynamic = 0;
     int total = 0;
@@ -218,51 +201,22 @@ void look_up(const std::string& name) {
     require(sessions >= 0, "host session count");
 }
 
-void handle_static_targets() {
-    AdapterName adapters[8];
-    std::int32_t count = 0;
-    name_adapters(adapters, count);
-    StaticTargetEntry entries[2] = {};
-    oxr::copy_text(entries[0].target_iqn, STATIC_VOLUME);
-    oxr::copy_text(entries[0].target_ip, "10.9.9.1");
-    oxr::copy_text(entries[1].target_iqn, VOLUME);
-    oxr::copy_text(entries[1].target_ip, "10.9.9.100");
-    const int result = remove_iscsi_static_targets(entries, 2, ISCSI_PORT, adapters, count);
+void remove_static_targets() {
+    const StaticTargetEntry entries[] = {{"iqn.2012-07.com.ostrel:sta-0", "10.9.9.1"},
+                                         {"iqn.2012-07.com.ostrel:dyn-0", "10.9.9.100"}};
+    const int result = remove_iscsi_static_targets(entries, 2, ISCSI_PORT, ADAPTERS, 2);
     require(result == 0 || result == -1, "static target result");
 }
 
 void ask_adapters() {
-    AdapterName adapters[8];
-    std::int32_t count = 0;
-    name_adapters(adapters, count);
     const char eui[OSTREL_EUI_SIZE] = "dyn-0";
-    require(get_num_nic(eui, adapters, count, 0, nullptr) >= -1, "NIC count");
+    require(get_num_nic(eui, ADAPTERS, 2, 0, nullptr) >= -1, "NIC count");
     const int status = get_discover_iscsi_hba_status("vmhba64");
     require(status >= ISCSI_DISCOVERY_DONE && status <= ISCSI_DISCOVERY_NO_STATUS, "discovery outcome");
     (void)do_rediscover_on_adapter("vmhba65");
     (void)isSessionStillPresent("vmhba64", VOLUME, "00:02:3d:01:00:01");
-}
-
-void change_sessions() {
     (void)create_sessions("vmhba64", VOLUME, "00:02:3d:01:00:01");
     (void)create_sessions("vmhba65", VOLUME, nullptr);
-}
-
-void act(unsigned what, const std::string& name, const ConfigValues& values) {
-    switch (what) {
-        case 0:
-            return take_inventory(name);
-        case 1:
-            return look_up(name);
-        case 2:
-            return handle_static_targets();
-        case 3:
-            return ask_adapters();
-        case 4:
-            return change_sessions();
-        default:
-            (void)handle_ostrel_connections(values);
-    }
 }
 
 }  // namespace
@@ -285,11 +239,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     Told told;
     for (Script& each : scripts) {
-        site.script_ima(std::string(each.operation->name),
-                        [&](void* out, std::uint32_t status) { return answer(each, told, out, status); });
+        site.host().script_ima(std::string(each.operation->name),
+                               [&](void* out, std::uint32_t status) { return answer(each, told, out, status); });
     }
-    act(what, name, values);
-    if (what != 2) {  // which removes without looking
+    if (what < 5) {
+        take_inventory(name);
+        look_up(name);
+        ask_adapters();
+        judge(site, told);
+        remove_static_targets();  // without looking
+    } else {
+        (void)handle_ostrel_connections(values);
         judge(site, told);
     }
     site.finish();

@@ -1,10 +1,8 @@
-// What the targets share: one folder for the host's files in a process, no log file, and checks that end the
-// process as a crash does.
+// What the targets share: hosts without a log file, and checks that end the process as a crash does.
 #pragma once
 
 #include <memory>
 #include <string>
-#include <string_view>
 
 #include "simhost/host.h"
 
@@ -13,12 +11,8 @@ namespace fuzz {
 // Ends the process when it doesn't hold, naming what was broken and what was found.
 void require(bool holds, const char* what, const std::string& found = {});
 
-// A host whose files are in memory and stay there for the next host of this process. Log messages are formatted and
-// then lost: nothing is written.
+// A host whose log messages are formatted and then lost: nothing is written.
 std::unique_ptr<simhost::Host> make_host(simhost::HostOptions options = {});
-
-// Puts a text into a file of the host, without the host's help.
-void put_file(const std::string& path, std::string_view text);
 
 // No IMA list, no descriptor and no shared mutex is held, and nothing was given back twice.
 void require_nothing_held(const simhost::Host& host);

@@ -1,81 +1,27 @@
 #include "support/providers.h"
 
-#include <unistd.h>
+#include <dlfcn.h>
 
-#include <cstring>
-#include <utility>
-
-#include "OstrelAssocProvider/association_class.h"
 #include "OstrelProvider/config.h"
 #include "OstrelProvider/service.h"
-#include "OstrelProvider/service_class.h"
 #include "OstrelProvider/worker.h"
-#include "OstrelProviderSetting/setting_class.h"
-#include "OstrelRegisteredProfileProvider/profile_provider.h"
 #include "cimserver/broker/request.h"
-#include "cimserver/mof/reader.h"
+#include "cimserver/server.h"
 #include "configuration/config_text.h"
 #include "support/host.h"
+#include "tests/support/faults.h"
+
+using testing_support::failing;
+using testing_support::lasting;
 
 namespace fuzz {
 
 namespace {
 
-template <typename Factory>
-void* address_of(Factory* factory) {
-    return reinterpret_cast<void*>(factory);
-}
-
-void* find_factory(const std::string& symbol) {
-    const std::pair<const char*, void*> factories[] = {
-        {"OstrelProvider_Create_InstanceMI", address_of(OstrelProvider_Create_InstanceMI)},
-        {"OstrelProvider_Create_MethodMI", address_of(OstrelProvider_Create_MethodMI)},
-        {"OstrelProviderSetting_Create_InstanceMI", address_of(OstrelProviderSetting_Create_InstanceMI)},
-        {"OstrelProviderSetting_Create_MethodMI", address_of(OstrelProviderSetting_Create_MethodMI)},
-        {"OstrelAssocProvider_Create_InstanceMI", address_of(OstrelAssocProvider_Create_InstanceMI)},
-        {"OstrelAssocProvider_Create_AssociationMI", address_of(OstrelAssocProvider_Create_AssociationMI)},
-        {"OstrelProfileProvider_Create_InstanceMI", address_of(OstrelProfileProvider_Create_InstanceMI)},
-    };
-    for (const auto& [name, factory] : factories) {
-        if (symbol == name) {
-            return factory;
-        }
-    }
-    return nullptr;
-}
-
-cimserver::Schema read_schema() {
-    cimserver::Schema schema;
-    std::string error;
-    for (const char* const file : {"/cim_schema_minimal.mof", "/ostrel.mof"}) {
-        require(cimserver::read_mof_file(std::string(OXR_CIM_FOLDER) + file, schema, error), "class definitions",
-                error);
-    }
-    return schema;
-}
-
-void forbid_threads(simhost::Host& host) {
-    simhost::Fault fault;
-    fault.operation = "pthread_create";
-    fault.persistent = true;
-    host.fail(fault);
-}
-
-// The text without the values of its keys.
-std::string frame_of(std::string_view text) {
-    std::string frame;
-    while (!text.empty()) {
-        const std::string_view line = text.substr(0, text.find('\n'));
-        frame += line.starts_with('#') ? line : line.substr(0, line.find('='));
-        frame += text.size() == line.size() ? "" : "\n";
-        text.remove_prefix(std::min(line.size() + 1, text.size()));
-    }
-    return frame;
-}
-
-std::string frame_of_form(ConfigForm form) {
+// The text of the configuration file with these values.
+std::string composed(ConfigForm form, const ConfigValues& values) {
     char text[CONFIG_TEXT_SIZE];
-    return frame_of({text, compose_config(text, form, ConfigValues())});
+    return {text, compose_config(text, form, values)};
 }
 
 }  // namespace
@@ -96,14 +42,11 @@ Providers& Providers::get() {
     return made;
 }
 
-Providers::Providers() : broker_(read_schema()) {
-    std::vector<cimserver::Registration> registrations;
-    std::string error;
-    require(cimserver::read_registration_file(std::string(OXR_CIM_FOLDER) + "/ostrelprovider.sections.reg",
-                                              registrations, error),
-            "registrations", error);
+Providers::Providers() {
     Site& site = begin(config_of(0), false);
-    require(broker_.load(registrations, find_factory, error), "providers", error);
+    std::string error;
+    broker_ = cimserver::make_broker(RTLD_DEFAULT, OXR_CIM_FOLDER, error);
+    require(broker_ != nullptr, "providers", error);
     set_log_filename("");
     site.finish();
 }
@@ -111,9 +54,9 @@ Providers::Providers() : broker_(read_schema()) {
 Site& Providers::begin(std::string_view config, bool threads) {
     site_ = &Site::of(0);
     config_ = config;
-    put_file(site_->host().path(OSTREL_CONFIG_FILE), config_);
+    site_->host().write_file(OSTREL_CONFIG_FILE, config_);
     if (!threads) {
-        forbid_threads(site_->host());
+        site_->host().fail(lasting(failing("pthread_create")));
     }
     return *site_;
 }
@@ -132,14 +75,17 @@ void Providers::finish() {
     site_->finish();
 }
 
+// As it was, or as it is written with the values that are read from it.
 void Providers::require_whole_config() const {
-    static const std::string created = frame_of_form(ConfigForm::created);
-    static const std::string rewritten = frame_of_form(ConfigForm::rewritten);
     const std::string text = site_->host().read_file(OSTREL_CONFIG_FILE);
-    if (text != config_) {
-        const std::string frame = frame_of(text);
-        require(frame == created || frame == rewritten, "the configuration file isn't whole", text);
+    if (text == config_) {
+        return;
     }
+    ConfigValues values;
+    const oxr::MutexLock lock(config_file_mutex);
+    require(OSTREL_GetConfigValues(&values, CONFIG_NORMAL) == 0 &&
+                (text == composed(ConfigForm::created, values) || text == composed(ConfigForm::rewritten, values)),
+            "the configuration file isn't whole", text);
 }
 
 }  // namespace fuzz

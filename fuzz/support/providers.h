@@ -14,7 +14,7 @@ class Providers {
 public:
     static Providers& get();
 
-    const cimserver::Broker& broker() const { return broker_; }
+    const cimserver::Broker& broker() const { return *broker_; }
 
     // The site and the configuration file, anew. Without `threads` none can be created: neither a worker nor a
     // renewal.
@@ -28,7 +28,7 @@ private:
     Providers();
     void require_whole_config() const;
 
-    cimserver::Broker broker_;
+    std::unique_ptr<cimserver::Broker> broker_;
     Site* site_ = nullptr;
     std::string config_;  // as it was put
 };

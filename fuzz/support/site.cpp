@@ -5,7 +5,9 @@
 
 #include "OstrelProvider/log.h"
 #include "oxd_ima_utility/oid_cache.h"
+#include "simhost/operations.h"
 #include "support/host.h"
+#include "tests/support/site.h"
 
 namespace fuzz {
 
@@ -14,61 +16,28 @@ namespace {
 using simhost::Event;
 using simhost::GroupMode;
 using simhost::Host;
-
-void add_group(Host& host, const std::string& name, GroupMode mode, int arrays) {
-    simhost::GroupSpec group;
-    group.name = name;
-    group.mode = mode;
-    group.discovery_ip = "10.9.9.100";
-    for (int a = 1; a <= arrays; ++a) {
-        group.arrays.push_back({"a" + std::to_string(a), {"10.9.9." + std::to_string(a)}});
-    }
-    host.add_group(group);
-}
-
-void add_volume(Host& host, const std::string& name, const std::string& group, const std::string& behind,
-                int sessions) {
-    simhost::VolumeSpec volume;
-    volume.eui = name;
-    volume.group = group;
-    volume.group_scoped_target = behind;
-    volume.protocol_endpoint = !behind.empty();
-    host.add_volume(volume);
-    if (sessions >= 0) {
-        host.connect(host.iqn_of(name), sessions);
-    }
-}
+using testing_support::add_volume;
 
 void describe(Host& host, int sessions) {
     host.add_adapter("vmhba64", {"10.0.1.1", "10.0.1.2"});
     host.add_adapter("vmhba65", {"10.0.2.1", "10.0.2.2"});
-    add_group(host, "dyn", GroupMode::dynamic_discovery, 1);
-    add_group(host, "sta", GroupMode::static_discovery, 2);
+    const simhost::ArraySpec first = {"a1", {"10.9.9.1"}};
+    host.add_group({"dyn", GroupMode::dynamic_discovery, "10.9.9.100", {first}});
+    host.add_group({"sta", GroupMode::static_discovery, "10.9.9.100", {first, {"a2", {"10.9.9.2"}}}});
     host.add_group_scoped_target({"iqn.gst", "dyn", {"a1"}, {}});
-    add_volume(host, "dyn-0", "dyn", "", sessions);
-    add_volume(host, "dyn-1", "dyn", "", 4);
-    add_volume(host, "sta-0", "sta", "", 0);
-    add_volume(host, "pe-0", "dyn", "iqn.gst", sessions);
-    add_volume(host, "pe-1", "dyn", "iqn.gst", -1);
+    add_volume(host, "dyn-0", sessions, {}, "dyn");
+    add_volume(host, "dyn-1", 4, {}, "dyn");
+    add_volume(host, "sta-0", 0, {}, "sta");
+    add_volume(host, "pe-0", sessions, {}, "dyn", "iqn.gst");
+    add_volume(host, "pe-1", -1, {}, "dyn", "iqn.gst");
     host.claim_paths();
 }
 
 bool changes_the_site(Event::Kind kind) {
-    switch (kind) {
-        case Event::Kind::session_added:
-        case Event::Kind::session_removed:
-        case Event::Kind::session_lost:
-        case Event::Kind::session_state:
-        case Event::Kind::path_claimed:
-        case Event::Kind::path_died:
-        case Event::Kind::dead_path_deleted:
-        case Event::Kind::adapter_rediscovered:
-        case Event::Kind::static_target_removed:
-        case Event::Kind::violation:
-            return true;
-        default:
-            return false;
-    }
+    using enum Event::Kind;
+    constexpr Event::Kind others[] = {adapter_rescanned, dead_paths_requested, mode_switched, pass_begun,
+                                      pass_ended,        sleep_begun,          action,        fault_injected};
+    return std::find(std::begin(others), std::end(others), kind) == std::end(others);
 }
 
 }  // namespace
@@ -91,7 +60,7 @@ Site::Site(unsigned kind) : kind_(kind) {
     }
     host_->observe([this](const Event& event) {
         if (changes_the_site(event.kind)) {
-            happenings_.push_back({event.kind, event.target, event.adapter, event.text});
+            happenings_.push_back(event);
         }
     });
 }
@@ -105,31 +74,13 @@ Site& Site::of(unsigned kind) {
     return *site;
 }
 
-bool Site::any(Event::Kind kind) const {
-    return std::any_of(happenings_.begin(), happenings_.end(),
-                       [&](const Happening& each) { return each.kind == kind; });
-}
-
-void Site::script_psp(unsigned long request, std::function<int(void* buffer, int result)> script) {
-    host_->script_psp(request, std::move(script));
-    psp_scripts_.push_back(request);
-}
-
-void Site::script_ima(const std::string& operation,
-                      std::function<std::uint32_t(void* out, std::uint32_t status)> script) {
-    host_->script_ima(operation, std::move(script));
-    ima_scripts_.push_back(operation);
-}
-
 void Site::finish() {
-    for (const unsigned long request : psp_scripts_) {
+    for (const simhost::Operation& each : simhost::OPERATIONS) {
+        host_->script_ima(std::string(each.name), {});
+    }
+    for (unsigned long request = 0; request < 8; ++request) {
         host_->script_psp(request, {});
     }
-    for (const std::string& operation : ima_scripts_) {
-        host_->script_ima(operation, {});
-    }
-    psp_scripts_.clear();
-    ima_scripts_.clear();
     refresh_target_oids_table();
     require_nothing_held(*host_);
 }

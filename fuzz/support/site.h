@@ -2,25 +2,14 @@
 // volumes with a target of their own and two behind a group-scoped target.
 #pragma once
 
-#include <functional>
 #include <memory>
-#include <string>
 #include <vector>
 
-#include "OstrelProvider/config.h"
 #include "simhost/host.h"
 
 namespace fuzz {
 
 inline constexpr unsigned NUM_SITES = 6;
-
-// What the acts on a site did to sessions and targets.
-struct Happening {
-    simhost::Event::Kind kind;
-    std::string target;
-    std::string adapter;
-    std::string text;
-};
 
 class Site {
 public:
@@ -32,11 +21,8 @@ public:
     static Site& of(unsigned kind);
 
     simhost::Host& host() { return *host_; }
-    const std::vector<Happening>& happenings() const { return happenings_; }
-    bool any(simhost::Event::Kind kind) const;
-
-    void script_psp(unsigned long request, std::function<int(void* buffer, int result)> script);
-    void script_ima(const std::string& operation, std::function<std::uint32_t(void* out, std::uint32_t status)> script);
+    // What the acts on it did to sessions, paths and targets.
+    const std::vector<simhost::Event>& happenings() const { return happenings_; }
 
     // Takes the scripts away, empties the OID cache and holds the host to what must be true after any act.
     void finish();
@@ -44,9 +30,7 @@ public:
 private:
     unsigned kind_;
     std::unique_ptr<simhost::Host> host_;
-    std::vector<Happening> happenings_;
-    std::vector<unsigned long> psp_scripts_;
-    std::vector<std::string> ima_scripts_;
+    std::vector<simhost::Event> happenings_;
 };
 
 }  // namespace fuzz

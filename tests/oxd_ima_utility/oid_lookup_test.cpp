@@ -1,7 +1,5 @@
 #include "oxd_ima_utility/oid_lookup.h"
 
-#include <thread>
-
 #include "OstrelProvider/log.h"
 #include "oxd_ima_utility/oid_cache.h"
 #include "support/golden.h"
@@ -45,7 +43,7 @@ protected:
         make_oid_query(query, adapter.c_str(), target.c_str(), isid.c_str());
         return iscsi_get_oids(query, oid, bypass);
     }
-    bool is_cached(const std::string& adapter, const std::string& target, const std::string& isid) {
+    bool is_cached(const std::string& adapter, const std::string& target, const std::string& isid = "") {
         return fetch_target_oid(adapter.c_str(), target.c_str(), isid.c_str(), oid) == 1;
     }
 };
@@ -64,17 +62,12 @@ TEST_F(LookupTest, NamesMatchInFullAndWithCase) {
         {"vmhba6", iqn, ""},
         {"VMHBA64", iqn, ""},
         {"vmhba640", iqn, ""},
-        {"vmhba64vmhba64", iqn, ""},
-        {"", iqn, ""},
         {"vmhba64", iqn.substr(0, iqn.size() - 1), ""},
         {"vmhba64", iqn + "0", ""},
         {"vmhba64", "I" + iqn.substr(1), ""},
-        {"vmhba64", iqn + std::string(300, 'x'), ""},
-        {"vmhba64", "", ""},
         {"vmhba64", iqn, upper},
         {"vmhba64", iqn, isid + "0"},
         {"vmhba64", iqn, isid.substr(0, 16)},
-        {"vmhba64", iqn, isid + isid},
     };
     Golden golden("oxd_ima_utility", "other_names");
     for (const auto& each : cases) {
@@ -213,7 +206,7 @@ TEST_F(LookupTest, AnAnswerIsKeptUntilItIsForgotten) {
     dump_target_oids();
     refresh_target_oids_table();
     dump_target_oids();
-    EXPECT_FALSE(is_cached("vmhba64", iqn, ""));
+    EXPECT_FALSE(is_cached("vmhba64", iqn));
     Golden("oxd_ima_utility", "cache").add_log(*host);
 }
 
@@ -224,7 +217,7 @@ TEST_F(LookupTest, AFullCacheReusesForgottenPlacesOnly) {
         add_target_oid(query, {9, 1, number + 1});
     };
     const auto kept = [&](std::uint64_t number) {
-        return is_cached("vmhba64", "iqn." + std::to_string(number), "") && oid.objectSequenceNumber == number + 1;
+        return is_cached("vmhba64", "iqn." + std::to_string(number)) && oid.objectSequenceNumber == number + 1;
     };
     for (std::uint64_t i = 0; i < MAX_TARGET_OIDS; ++i) {
         add(i);
@@ -241,26 +234,6 @@ TEST_F(LookupTest, AFullCacheReusesForgottenPlacesOnly) {
     add(5002);
     EXPECT_TRUE(kept(5000) && kept(5001) && kept(511) && kept(513));
     EXPECT_FALSE(kept(5002));
-}
-
-TEST_F(LookupTest, TheCacheServesThreadsAtOnce) {
-    log_level = 0;
-    const auto use = [this] {
-        for (int i = 0; i < 200; ++i) {
-            IMA_OID found{};
-            IscsiOidQuery query;
-            make_oid_query(query, "vmhba64", iqn.c_str(), session.isid.c_str());
-            EXPECT_EQ(iscsi_get_oids(query, found, 0), 0);
-            EXPECT_EQ(found.objectSequenceNumber, session.oid);
-            invalidate_oid_record(found);
-        }
-    };
-    std::thread other(use);
-    for (int i = 0; i < 200; ++i) {
-        refresh_target_oids_table();
-    }
-    use();
-    other.join();
 }
 
 }  // namespace

@@ -97,33 +97,6 @@ TEST(FindMessage, FindsTheEntryOfEachPrintedFormat) {
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10)) << "too slow for a log";
 }
 
-TEST(FindMessage, TakesWhatALogMakesOfAText) {
-    const std::string no_match =
-        "Can not find a matching vmhba or target or session for the input. \nvmhba=%s,target=%s,session=%s";
-    const std::pair<const char*, std::string> cases[] = {
-        {"populate_oxr_sessions returned -1", "populate_oxr_sessions returned %d"},
-        {"ioctl failed with errno=0xd\n\n", "ioctl failed with errno=0x%x\n"},
-        {"target  has 0 luns", "target %s has %d luns"},
-        {"calling rediscover on adapter vmhba64", "calling rediscover on adapter %s "},
-        {"total number of sessions removed = 3", "total number of sessions removed  = %d"},
-        {"Can not find a matching vmhba or target or session for the input. ", no_match},
-        {"vmhba=vmhba64,target=iqn.a,session=", no_match},
-        {"No such file or directory, fopen() failed on oxr.conf.", "%s, fopen() failed on oxr.conf."},
-        {"Permission denied, fopen() failed", "%s, fopen() failed"},
-        {"No sessions", "none"},
-        {"populate_oxr_sessions returned x", "none"},
-        {"", "none"},
-    };
-    for (const auto& [logged, format] : cases) {
-        const FoundMessage found = find_format(logged);
-        EXPECT_EQ(found ? *found.format : "none", format) << logged;
-    }
-    constexpr char text[] = "Getting session connection details for target iqn - iqn.a";
-    EXPECT_EQ(find_message(text, "INFO")->level, "INFO");
-    EXPECT_EQ(find_message(text, "DEBUG")->level, "DEBUG");
-    EXPECT_EQ(find_message("No sessions.", "INFO")->level, "ERROR");
-}
-
 }  // namespace
 
 }  // namespace oxrctl

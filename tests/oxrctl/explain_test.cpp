@@ -8,6 +8,8 @@ TEST(Explain, FindsMessagesAndCodes) {
     using Words = std::vector<std::string>;
     const std::string head = "Wed May  01 08:00:02 2024: ";
     const std::string getting = "Getting session connection details for target iqn - %s";
+    const std::string no_match =
+        "Can not find a matching vmhba or target or session for the input. \nvmhba=%s,target=%s,session=%s";
     const struct {
         Words asked;
         Words texts;
@@ -43,6 +45,12 @@ TEST(Explain, FindsMessagesAndCodes) {
         {{"iqn.a:vol7 has exceeded 32 sessions"}, {"volume: target_iqn = %s has exceeded %d sessions"}, {}},
         {{"Getting session connection details for target iqn - iqn.a"}, {getting, getting}, {}},
         {{"x:1: INFO: m: f:2 : Getting session connection details for target iqn - iqn.a"}, {getting}, {}},
+        {{"ioctl failed with errno=0xd\n\n"}, {"ioctl failed with errno=0x%x\n"}, {}},
+        {{"target  has 0 luns"}, {"target %s has %d luns"}, {}},
+        {{"calling rediscover on adapter vmhba64"}, {"calling rediscover on adapter %s "}, {}},
+        {{"vmhba=vmhba64,target=iqn.a,session="}, {no_match}, {}},
+        {{"No such file or directory, fopen() failed on oxr.conf."}, {"%s, fopen() failed on oxr.conf."}, {}},
+        {{"Permission denied, fopen() failed"}, {"%s, fopen() failed"}, {}},
         {{"zzz"}, {}, {}},
         {{"populate_oxr_sessions:129 : "}, {}, {}},
         {{head + "ERROR: other: f:1 : of somebody else"}, {}, {}},

@@ -9,4 +9,4 @@
 // as its "%s" counts with that text.
 std::set<std::pair<std::string, std::string>> source_messages();
 
-std::string content_of(const std::string& path);  // below the source's folder
+std::string content_of(const std::string& path);  // below the source's folder, unless it begins with "/"
