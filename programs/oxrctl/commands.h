@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "oxrctl/command.h"
+#include "oxrctl/status/target_filter.h"
 
 namespace oxrctl {
 
@@ -21,6 +22,8 @@ Answer check(const CheckOptions& options);
 struct StatusOptions {
     std::vector<std::string> logs{};  // logs, HOST=LOG, folders, "-"; none: the log of this host
     bool json = false;
+    TargetFilter targets{};
+    bool no_group = false;                  // a row for each target
     bool check = false;                     // one line for a monitoring plug-in
     std::optional<std::string> metrics{};   // a file for Prometheus, "-": standard output
     bool per_volume = false;                // in the metrics

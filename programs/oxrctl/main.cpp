@@ -75,6 +75,12 @@ void add_status(CLI::App& app, Run& run) {
     command.add_option("LOG", options.logs, "Logs, HOST=LOG, folders [the log of this host]");
     command.add_option("--log", logs, "The same as LOG")->type_name("LOG")->expected(1)->take_all();
     command.add_option("--max-age", max_age, "How old the last message may be, such as 10m")->type_name("DURATION");
+    command.add_option("--volume", options.targets.volume, "Show all that is known of these volumes or IQNs")
+        ->type_name("PATTERN");
+    command.add_option("--adapter", options.targets.adapter, "Only targets at this adapter (needs log_level=2)")
+        ->type_name("NAME");
+    command.add_flag("--problems", options.targets.problems, "Only targets with a problem");
+    command.add_flag("--no-group", options.no_group, "A row for each target");
     add_json(command, options.json);
     command.add_flag("--check", options.check, "Print one line and exit as a monitoring plug-in does");
     command.add_option("--metrics", options.metrics, "Write metrics for Prometheus; - for standard output")

@@ -99,10 +99,10 @@ std::string read_file(OpenFile& file, off_t from, StoryReader& reader) {
 }
 
 // Reads the last `bytes` bytes of the files together.
-LogReading read_end(std::vector<OpenFile>& files, off_t bytes, LogPosition since) {
+LogReading read_end(std::vector<OpenFile>& files, off_t bytes, LogPosition since, const std::string& naming) {
     LogReading reading;
     reading.notes = gaps(files);
-    StoryReader reader(since);
+    StoryReader reader(since, naming);
     off_t behind = 0;
     for (const OpenFile& file : files) {
         behind += file.size;
@@ -127,9 +127,9 @@ bool tells_enough(const Story& story, LogPosition since) {
     return counts_all && story.passes >= PASSES_OF_AN_END && !story.last_good_pass.empty() && story.pass_seconds >= 0;
 }
 
-LogReading read_standard_input(LogPosition since) {
+LogReading read_standard_input(LogPosition since, const std::string& naming) {
     LogReading reading;
-    StoryReader reader(since);
+    StoryReader reader(since, naming);
     LineReader lines(STDIN_FILENO);
     std::string_view line;
     while (lines.next(line)) {
@@ -142,9 +142,9 @@ LogReading read_standard_input(LogPosition since) {
 
 }  // namespace
 
-LogReading read_log(const std::string& file, HowMuch how_much, LogPosition since) {
+LogReading read_log(const std::string& file, HowMuch how_much, LogPosition since, const std::string& naming) {
     if (file == "-") {
-        return read_standard_input(since);
+        return read_standard_input(since, naming);
     }
     std::vector<OpenFile> files = open_files(file);
     off_t all = 0;
@@ -153,13 +153,13 @@ LogReading read_log(const std::string& file, HowMuch how_much, LogPosition since
     }
     if (how_much == HowMuch::end) {
         for (off_t bytes = FIRST_END_BYTES; bytes < all; bytes *= 4) {
-            LogReading reading = read_end(files, bytes, since);
+            LogReading reading = read_end(files, bytes, since, naming);
             if (tells_enough(reading.story, since)) {
                 return reading;
             }
         }
     }
-    return read_end(files, all, since);
+    return read_end(files, all, since, naming);
 }
 
 }  // namespace oxrctl

@@ -29,6 +29,8 @@ enum class HowMuch {
 
 // Reads the log `file` with its older files, or standard input for "-". Throws a Refusal when `file` itself can't be
 // read. `since`: what the totals are counted from.
-LogReading read_log(const std::string& file, HowMuch how_much = HowMuch::all, LogPosition since = {});
+// `naming`: of StoryReader.
+LogReading read_log(const std::string& file, HowMuch how_much = HowMuch::all, LogPosition since = {},
+                    const std::string& naming = "");
 
 }  // namespace oxrctl

@@ -1,8 +1,12 @@
 #include "oxrctl/status/log_story.h"
 
+#include <fnmatch.h>
+
 #include <algorithm>
 #include <charconv>
 #include <optional>
+
+#include <fmt/format.h>
 
 #include "configuration/config_keys.h"
 #include "oxrctl/catalogue.h"
@@ -25,13 +29,15 @@ int number(std::string_view text) {
 }
 
 constexpr std::size_t MOST_CHANGES = 4096;
+constexpr std::size_t MOST_NAMING = 20;
+constexpr std::size_t MOST_SESSIONS_OF_A_TARGET = 64;
 
 }  // namespace
 
 // Takes messages in their order and keeps what they add up to.
 class StoryReader::Impl {
 public:
-    explicit Impl(LogPosition since) : since_(since) {}
+    Impl(LogPosition since, std::string naming) : since_(since), naming_(std::move(naming)) {}
     void take_line(std::string_view line);
     LogSeconds time() const { return story_.last.time; }
     Story finish();
@@ -72,6 +78,9 @@ private:
     void path_limit(const Arguments&) { story_.path_limit = true; }
     void host_sessions(const Arguments& arguments) { story_.sessions = number(arguments[0]); }
 
+    void device_paths(const Arguments& arguments);
+    void device_adapter(const Arguments& arguments) { devices_[device_].adapters.emplace_back(arguments[1]); }
+
     // --- its targets ---
     TargetStory& story_of(std::string_view key, std::string_view iqn);
     TargetStory& target_in_hand() { return targets_[in_hand_]; }
@@ -83,7 +92,15 @@ private:
     void static_group_scoped_target(const Arguments& arguments);
     void required_of_target(const Arguments& arguments);
     void sessions_of_target(const Arguments& arguments);
+    void session(const Arguments& arguments, const char* state);
+    void dynamic_session(const Arguments& arguments) { session(arguments, "logged in"); }
+    void pending_session(const Arguments& arguments) { session(arguments, "logging in"); }
+    void static_session(const Arguments& arguments) { session(arguments, "static"); }
+    void target_session(const Arguments& arguments);
     void cut_short(const Arguments&);
+    void adding_over(const Arguments& arguments) { over("+", arguments); }
+    void removing_over(const Arguments& arguments) { over("-", arguments); }
+    void over(const char* sign, const Arguments& arguments);
     void adding(const Arguments& arguments);
     void added_less(const Arguments& arguments) { correct(number(arguments[0]), true); }
     void added_none(const Arguments&) { correct(0, true); }
@@ -103,10 +120,21 @@ private:
 
     void note(const Trouble& trouble);
     void note_withheld();
+    void keep_if_naming(const LogLine& line);
+
+    // What a DEBUG log tells of a device before its pass begins.
+    struct Device {
+        std::vector<std::string> adapters;
+        int dead_paths = TargetStory::unknown;
+    };
 
     Story story_;
     const LogPosition since_;
-    bool counts_ = false;  // the message in hand is behind since_
+    const std::string naming_;
+    std::map<std::string, Device, std::less<>> devices_;
+    std::string device_;
+    std::vector<SessionStory> sessions_;  // of the inventory that is being told
+    bool counts_ = false;                 // the message in hand is behind since_
     std::string last_time_;
     LogLine line_;
     std::map<std::string, TargetStory, std::less<>> targets_;
@@ -136,15 +164,24 @@ const StoryReader::Impl::Rule StoryReader::Impl::rules[] = {
     {"handle_ostrel_connections", "path_limit", &Impl::path_limit},
     {"get_all_system_sessions", "host_sessions", &Impl::host_sessions},
 
+    {"get_host_total_scsiPaths", "device_paths", &Impl::device_paths},
+    {"get_host_total_scsiPaths", "device_adapter", &Impl::device_adapter},
+    {"populate_oxr_sessions", "pending_session", &Impl::pending_session},
+    {"populate_oxr_sessions", "dynamic_session", &Impl::dynamic_session},
+    {"populate_oxr_sessions", "static_session", &Impl::static_session},
+
     {"handle_ostrel_connections", "volume", &Impl::volume},
     {"handle_ostrel_connections", "volume_behind_target", &Impl::volume_behind_target},
     {"handle_ostrel_connections", "static_volume", &Impl::static_volume},
     {"handle_group_scoped_target_connections", "group_scoped_target", &Impl::group_scoped_target},
     {"handle_group_scoped_target_connections", "static_group_scoped_target", &Impl::static_group_scoped_target},
     {"handle_group_scoped_target_connections", "required_of_target", &Impl::required_of_target},
+    {"handle_group_scoped_target_connections", "target_session", &Impl::target_session},
     {"handle_num_sessions", "sessions_of_target", &Impl::sessions_of_target},
     {"handle_num_sessions", "cut_short", &Impl::cut_short},
     {"handle_num_sessions", "adding", &Impl::adding},
+    {"add_isid_sessions", "adding_over", &Impl::adding_over},
+    {"remove_isid_sessions", "removing_over", &Impl::removing_over},
     {"handle_num_sessions", "added_less", &Impl::added_less},
     {"handle_num_sessions", "added_none", &Impl::added_none},
     {"handle_num_sessions", "removing", &Impl::removing},
@@ -196,11 +233,12 @@ const StoryReader::Impl::Rule* StoryReader::Impl::rule_of(const LogLine& line) {
 }
 
 void StoryReader::Impl::take_message(const LogLine& line) {
-    if (line.level == "DEBUG") {
-        return;
+    const bool is_trouble = line.level == "ERROR" || line.level == "WARN";
+    if (is_trouble) {
+        keep_if_naming(line);
     }
     const Rule* const rule = rule_of(line);
-    if (line.level != "INFO" && (rule == nullptr || !rule->notes_itself)) {
+    if (is_trouble && (rule == nullptr || !rule->notes_itself)) {
         note(Trouble(line, now()));
     }
     if (rule != nullptr) {
@@ -222,6 +260,11 @@ void StoryReader::Impl::values(const Arguments& arguments) {
     worker(Story::Worker::in_pass);
 }
 
+void StoryReader::Impl::device_paths(const Arguments& arguments) {
+    device_ = arguments[0];
+    devices_[device_] = {{}, number(arguments[6])};
+}
+
 void StoryReader::Impl::pass_begins(const Arguments& arguments) {
     in_pass_ = true;
     ++pass_;
@@ -233,6 +276,7 @@ void StoryReader::Impl::pass_begins(const Arguments& arguments) {
 }
 
 void StoryReader::Impl::end_pass() {
+    devices_.clear();
     ++story_.passes;
     story_.totals.passes += counts_ ? 1 : 0;
     story_.last_pass_began = pass_began_;
@@ -286,12 +330,17 @@ TargetStory& StoryReader::Impl::story_of(std::string_view key, std::string_view 
 
 void StoryReader::Impl::volume(const Arguments& arguments) {
     TargetStory& entry = story_of(arguments[1], arguments[2]);
+    sessions_.clear();
     entry.devices.emplace_back(arguments[1]);
     entry.nics = number(arguments[3]);
     entry.arrays = number(arguments[4]);
     entry.mode_changed = number(arguments[6]) != 0;
     entry.paths = number(arguments[8]);
     entry.required = number(arguments[9]);
+    if (const auto device = devices_.find(in_hand_); device != devices_.end()) {
+        entry.adapters = device->second.adapters;
+        entry.dead_paths = device->second.dead_paths;
+    }
 }
 
 void StoryReader::Impl::volume_behind_target(const Arguments& arguments) {
@@ -327,8 +376,25 @@ void StoryReader::Impl::required_of_target(const Arguments& arguments) {
     entry.required = number(arguments[3]);
 }
 
+// The inventory of a volume comes behind the volume's message, that of a group-scoped target before its own.
+void StoryReader::Impl::session(const Arguments& arguments, const char* state) {
+    if (sessions_.size() > MOST_SESSIONS_OF_A_TARGET) {
+        sessions_.clear();  // inventories that aren't of a pass
+    }
+    sessions_.push_back({std::string(arguments[0]), "", std::string(arguments[2]), "", state});
+}
+
+void StoryReader::Impl::target_session(const Arguments& arguments) {
+    if (number(arguments[0]) == 0) {
+        sessions_.clear();
+    }
+    sessions_.push_back({std::string(arguments[1]), std::string(arguments[2]), std::string(arguments[4]),
+                         std::string(arguments[5]), std::string(arguments[6])});
+}
+
 void StoryReader::Impl::sessions_of_target(const Arguments& arguments) {
     TargetStory& entry = target_in_hand();
+    entry.sessions_seen = std::exchange(sessions_, {});
     entry.sessions = number(arguments[2]);
     entry.pending = number(arguments[3]);
     entry.passes_logging_in = entry.pending > 0 ? logging_in_before_ + 1 : 0;
@@ -338,10 +404,17 @@ void StoryReader::Impl::cut_short(const Arguments&) {
     target_in_hand().cut_short = true;
 }
 
+// Attempts of the change that was announced last.
+void StoryReader::Impl::over(const char* sign, const Arguments& arguments) {
+    if (!story_.changes.empty() && story_.changes.back().pass == pass_) {
+        story_.changes.back().over.push_back(fmt::format("{} {} {}", sign, arguments[1], arguments[2]));
+    }
+}
+
 // Those that belong together stand in one entry.
 void StoryReader::Impl::change(std::string_view iqn, int added, int removed) {
     if (story_.changes.empty() || story_.changes.back().pass != pass_ || story_.changes.back().target != iqn) {
-        story_.changes.push_back({now(), pass_, std::string(iqn), 0, 0});
+        story_.changes.push_back({now(), pass_, std::string(iqn), 0, 0, {}});
         if (story_.changes.size() > MOST_CHANGES) {
             story_.changes.pop_front();
             ++story_.earlier_changes;
@@ -416,6 +489,15 @@ void StoryReader::Impl::note(const Trouble& trouble) {
     }
 }
 
+void StoryReader::Impl::keep_if_naming(const LogLine& line) {
+    if (!naming_.empty() && ::fnmatch(naming_.c_str(), std::string(line.text).c_str(), 0) == 0) {
+        story_.naming.push_back({now(), std::string(line.level), std::string(line.text)});
+        if (story_.naming.size() > MOST_NAMING) {
+            story_.naming.pop_front();
+        }
+    }
+}
+
 void StoryReader::Impl::note_withheld() {
     if (withheld_) {
         note(*withheld_);
@@ -436,7 +518,8 @@ Story StoryReader::Impl::finish() {
     return std::move(story_);
 }
 
-StoryReader::StoryReader(LogPosition since) : impl_(std::make_unique<Impl>(since)) {}
+StoryReader::StoryReader(LogPosition since, std::string naming)
+    : impl_(std::make_unique<Impl>(since, std::move(naming))) {}
 StoryReader::~StoryReader() = default;
 StoryReader::StoryReader(StoryReader&&) noexcept = default;
 

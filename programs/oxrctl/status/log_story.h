@@ -14,12 +14,19 @@
 
 namespace oxrctl {
 
+// A session as a DEBUG log tells it; what it doesn't tell is empty.
+struct SessionStory {
+    std::string isid, local_address, remote_address, adapter, state;
+};
+
 // A volume, or a group-scoped target with what stands behind it, as the last pass that looked at it found it.
 struct TargetStory {
     static constexpr int unknown = -1;
 
     std::string iqn;
     std::vector<std::string> devices;
+    std::vector<std::string> adapters;        // told by a DEBUG log only
+    std::vector<SessionStory> sessions_seen;  // the same
     bool group_scoped = false;
     bool static_mode = false;
     bool mode_changed = false;
@@ -27,7 +34,7 @@ struct TargetStory {
     int arrays = unknown;
     int required = unknown;
     int paths = unknown;       // active ones
-    int dead_paths = unknown;  // told of group-scoped targets only
+    int dead_paths = unknown;  // of a volume told by a DEBUG log only
     int sessions = unknown;    // all; told only when they aren't as required
     int pending = unknown;     // of them, those still logging in
     int added = 0;             // in that pass
@@ -46,6 +53,12 @@ struct ChangeStory {
     std::string target;  // its IQN
     int added = 0;
     int removed = 0;
+    std::vector<std::string> over;  // local addresses and adapters of attempts: "+ 10.0.1.1 vmhba64"
+};
+
+// A warning or an error that names what is looked for.
+struct NamingMessage {
+    std::string time, level, text;
 };
 
 // Messages of one place in the source.
@@ -110,6 +123,7 @@ struct Story {
     std::size_t earlier_changes = 0;    // older ones, which are not kept
     std::vector<TroubleStory> trouble;  // since the last good pass, the most frequent first
     std::vector<FlappingStory> flapping;
+    std::deque<NamingMessage> naming;  // the last ones
     Totals totals;
 };
 
@@ -130,7 +144,8 @@ int dead_paths(const Story& story);
 class StoryReader {
 public:
     // Totals are counted of the messages behind `since`.
-    explicit StoryReader(LogPosition since = {});
+    // `naming`: a pattern of the shell; warnings and errors with such a text are kept. Empty: none is.
+    explicit StoryReader(LogPosition since = {}, std::string naming = "");
     ~StoryReader();
     StoryReader(StoryReader&&) noexcept;
 

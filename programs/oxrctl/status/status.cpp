@@ -96,12 +96,20 @@ void refuse_foreign(const std::string& file, const Story& story) {
     }
 }
 
+std::string nothing_like(const TargetFilter& filter) {
+    return filter.volume.empty()
+               ? fmt::format("{}: the log tells of no target at this adapter (a log with log_level=2 tells adapters)",
+                             filter.adapter)
+               : fmt::format("{}: the last pass found no such volume or target{}", filter.volume,
+                             filter.adapter.empty() ? "" : " at this adapter");
+}
+
 Answer one_log(const Question& question, const LogSource& source) {
     const StatusOptions& options = question.options;
     const bool only_judged = options.check || options.metrics;
     const std::string host = question.own ? "" : source.host;
-    const LogReading reading =
-        read_log(source.file, only_judged ? question.how_much(host) : HowMuch::all, question.since(host));
+    LogReading reading = read_log(source.file, only_judged ? question.how_much(host) : HowMuch::all,
+                                  question.since(host), options.targets.naming());
     refuse_foreign(source.file, reading.story);
     const Surroundings around{question.clock(reading.story), question.oxd_version, question.psp_version};
     const Judgement judgement = judge(reading.story, around.clock);
@@ -115,13 +123,21 @@ Answer one_log(const Question& question, const LogSource& source) {
     if (options.check) {
         return {plugin_line(reading.story, judgement, around.clock), exit_code};
     }
+    options.targets.apply(reading.story);
+    if (reading.story.targets.empty() && options.targets.is_set() && !options.targets.problems) {
+        throw Refusal(nothing_like(options.targets));
+    }
+    const TargetView view{!options.no_group, !options.targets.volume.empty()};
     return {options.json ? json_text(story_json(reading, judgement, around))
-                         : without_control_characters(story_text(reading, judgement, around)),
+                         : without_control_characters(story_text(reading, judgement, around, view)),
             exit_code};
 }
 
 Answer many_logs(const Question& question, const std::vector<LogSource>& sources) {
     const StatusOptions& options = question.options;
+    if (options.targets.is_set() || options.no_group) {
+        throw Refusal("--volume, --adapter, --problems and --no-group look into one log");
+    }
     std::mutex mutex;  // of what follows
     std::vector<HostRow> rows(sources.size());
     std::vector<MetricSample> samples;

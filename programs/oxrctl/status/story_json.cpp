@@ -27,7 +27,7 @@ bool is_off(const Story& story, const TargetStory& target) {
     return !target.static_mode && sessions_of(story, target) != target.required;
 }
 
-Json time_or_null(const std::string& text) {
+Json text_or_null(const std::string& text) {
     return text.empty() ? Json() : Json(text);
 }
 
@@ -47,6 +47,18 @@ Json reasons_json(const Judgement& judgement) {
 
 Json age_json(const Story& story, const Clock& clock) {
     return story.last.time == NO_TIME ? Json() : Json(clock.now - story.last.time);
+}
+
+Json sessions_json(const TargetStory& target) {
+    Json sessions = Json::array();
+    for (const SessionStory& session : target.sessions_seen) {
+        sessions.push_back({{"isid", session.isid},
+                            {"local_address", text_or_null(session.local_address)},
+                            {"remote_address", text_or_null(session.remote_address)},
+                            {"adapter", text_or_null(session.adapter)},
+                            {"state", session.state}});
+    }
+    return sessions;
 }
 
 Json story_json(const LogReading& reading, const Judgement& judgement, const Surroundings& around) {
@@ -72,6 +84,8 @@ Json story_json(const LogReading& reading, const Judgement& judgement, const Sur
                            {"sessions", number_or_null(sessions_of(story, target))},
                            {"pending", number_or_null(target.pending)},
                            {"paths", number_or_null(target.paths)},
+                           {"adapters", target.adapters},
+                           {"sessions_seen", sessions_json(target)},
                            {"dead_paths", number_or_null(target.dead_paths)},
                            {"in_use", target.in_use},
                            {"added", target.added},
@@ -82,8 +96,11 @@ Json story_json(const LogReading& reading, const Judgement& judgement, const Sur
     }
     Json changes = Json::array();
     for (const ChangeStory& change : story.changes) {
-        changes.push_back(
-            {{"time", change.time}, {"target", change.target}, {"added", change.added}, {"removed", change.removed}});
+        changes.push_back({{"time", change.time},
+                           {"target", change.target},
+                           {"added", change.added},
+                           {"removed", change.removed},
+                           {"over", change.over}});
     }
     Json trouble = Json::array();
     for (const TroubleStory& each : story.trouble) {
@@ -106,23 +123,23 @@ Json story_json(const LogReading& reading, const Judgement& judgement, const Sur
             {"age_seconds", age_json(story, around.clock)},
             {"files", std::move(names)},
             {"notes", reading.notes},
-            {"first", time_or_null(story.first_time)},
-            {"last", time_or_null(story.last_time)},
+            {"first", text_or_null(story.first_time)},
+            {"last", text_or_null(story.last_time)},
             {"messages", story.messages},
             {"unreadable_lines", story.unreadable_lines},
             {"worker", worker_word(story.worker)},
-            {"worker_since", time_or_null(story.worker_since)},
+            {"worker_since", text_or_null(story.worker_since)},
             {"passes", story.passes},
-            {"last_pass", time_or_null(story.last_pass)},
-            {"last_good_pass", time_or_null(story.last_good_pass)},
+            {"last_pass", text_or_null(story.last_pass)},
+            {"last_good_pass", text_or_null(story.last_good_pass)},
             {"pass_seconds", number_or_null(story.pass_seconds)},
             {"renewal_under_way", story.renewal_under_way},
-            {"renewal_since", time_or_null(story.renewal_since)},
-            {"renewal_target", time_or_null(story.renewal_target)},
-            {"last_renewal", time_or_null(story.last_renewal)},
+            {"renewal_since", text_or_null(story.renewal_since)},
+            {"renewal_target", text_or_null(story.renewal_target)},
+            {"last_renewal", text_or_null(story.last_renewal)},
             {"last_renewal_status", number_or_null(story.last_renewal_status)},
             {"values", std::move(values)},
-            {"versions", {{"oxd", time_or_null(around.oxd_version)}, {"psp", time_or_null(around.psp_version)}}},
+            {"versions", {{"oxd", text_or_null(around.oxd_version)}, {"psp", text_or_null(around.psp_version)}}},
             {"volumes", number_or_null(story.volumes)},
             {"sessions", number_or_null(story.sessions)},
             {"paths", number_or_null(story.paths)},

@@ -158,13 +158,13 @@ std::vector<std::string> target_cells(const Story& story, const TargetStory& tar
             remark(target)};
 }
 
-std::string targets_text(const Story& story) {
+std::string targets_text(const Story& story, bool grouped) {
     std::vector<std::pair<std::vector<std::string>, std::vector<std::string>>> alike;
     for (const TargetStory& target : story.targets) {
         std::vector<std::string> cells = target_cells(story, target);
         const auto place =
             std::find_if(alike.begin(), alike.end(), [&](const auto& each) { return each.first == cells; });
-        if (place != alike.end() && !target.group_scoped) {
+        if (place != alike.end() && grouped && !target.group_scoped) {
             place->second.push_back(target_name(target));
         } else {
             alike.push_back({std::move(cells), {target_name(target)}});
@@ -234,14 +234,18 @@ std::string trouble_text(const Story& story) {
 
 }  // namespace
 
-std::string story_text(const LogReading& reading, const Judgement& judgement, const Surroundings& around) {
+std::string story_text(const LogReading& reading, const Judgement& judgement, const Surroundings& around,
+                       TargetView view) {
     const Story& story = reading.story;
     std::string text = head_text(reading, judgement, around);
     for (const LogFile& file : reading.files) {
         text += file.problem.empty() ? "" : fmt::format("not read        {}: {}\n", file.name, file.problem);
     }
     if (!story.targets.empty()) {
-        text += "\nTargets as last looked at:\n" + targets_text(story);
+        text += "\nTargets as last looked at:\n" + targets_text(story, view.grouped);
+    }
+    if (view.detailed) {
+        return text + details_text(story);
     }
     if (!story.changes.empty()) {
         text += "\nSessions added and removed, the latest pass first:\n" + changes_text(story);

@@ -15,7 +15,16 @@ struct Surroundings {
     std::string oxd_version, psp_version;  // empty where not known
 };
 
-std::string story_text(const LogReading& reading, const Judgement& judgement, const Surroundings& around);
+// How the targets are shown.
+struct TargetView {
+    bool grouped = true;    // alike ones share a row
+    bool detailed = false;  // each with all that is known of it
+};
+
+std::string story_text(const LogReading& reading, const Judgement& judgement, const Surroundings& around,
+                       TargetView view);
+// All that is known of each of the story's targets.
+std::string details_text(const Story& story);
 Json story_json(const LogReading& reading, const Judgement& judgement, const Surroundings& around);
 
 Json reasons_json(const Judgement& judgement);

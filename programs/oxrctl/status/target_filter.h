@@ -1,0 +1,27 @@
+// Which targets `oxrctl status` was asked for.
+#pragma once
+
+#include <string>
+
+#include "oxrctl/status/log_story.h"
+
+namespace oxrctl {
+
+struct TargetFilter {
+    std::string volume;   // pattern of the shell on a volume's name or an IQN; empty: all
+    std::string adapter;  // empty: any
+    bool problems = false;
+
+    bool is_set() const { return !volume.empty() || !adapter.empty() || problems; }
+
+    // Leaves in the story only the targets that were asked for, and their changes.
+    void apply(Story& story) const;
+
+    // What a message that names the volume is like; empty: no volume was asked for.
+    std::string naming() const { return volume.empty() ? "" : "*" + volume + "*"; }
+};
+
+// Whether something about the target is a reason for a host not to be well.
+bool has_problem(const Story& story, const TargetStory& target);
+
+}  // namespace oxrctl
