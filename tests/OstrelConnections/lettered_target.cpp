@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "oxd_ima_utility/oid_cache.h"
 #include "support/engine.h"
 #include "support/site.h"
 
@@ -14,21 +15,10 @@ constexpr std::string_view nics[] = {"10.0.1.1", "10.0.1.2", "10.0.2.1", "10.0.2
 }  // namespace
 
 std::uint32_t state_of(char letter) {
-    switch (letter) {
-        case 'b':
-            return SESSION_STATE_FREE;
-        case 'x':
-        case 'p':
-            return SESSION_STATE_XPT_WAIT;
-        case 'i':
-            return SESSION_STATE_IN_LOGIN;
-        default:
-            return SESSION_STATE_LOGGED_IN;
-    }
-}
-
-std::uint32_t type_of(char letter) {
-    return letter == 's' ? SESSION_STATIC : letter == 'p' ? SESSION_LOGIN_PENDING : SESSION_DYNAMIC;
+    return letter == 'b'                    ? SESSION_STATE_FREE
+           : letter == 'x' || letter == 'p' ? SESSION_STATE_XPT_WAIT
+           : letter == 'i'                  ? SESSION_STATE_IN_LOGIN
+                                            : SESSION_STATE_LOGGED_IN;
 }
 
 LetteredTarget::LetteredTarget(std::string_view letters, const simhost::Fault& fault) : host(make_site()) {
@@ -40,21 +30,15 @@ LetteredTarget::LetteredTarget(std::string_view letters, const simhost::Fault& f
             nic = nics[letter - '1'];
             continue;
         }
-        const char* const first = type_of(letter) == SESSION_DYNAMIC ? "10.0.9.100" : "10.0.9.1";
+        const char* const first = letter == 's' || letter == 'p' ? "10.0.9.1" : "10.0.9.100";
         host->add_session(session_of(iqn, nic, first, "10.0.9.1", state_of(letter)));
-        const simhost::SessionView made = host->sessions(iqn).back();
-        records[before.size()] =
-            make_record(made.isid, nic, made.current_remote_ip, made.state, type_of(letter), made.adapter);
-        before.push_back(made);
     }
-    if (!fault.operation.empty()) {
-        host->fail(fault);
-    }
-}
-
-int LetteredTarget::count(std::uint32_t type) const {
-    return static_cast<int>(std::count_if(records, records + before.size(),
-                                          [&](const TargetDtls& record) { return record.session_type == type; }));
+    before = host->sessions(iqn);
+    lun = read_lun(iqn);
+    (void)obtain_oxr_lun_sessions(lun, records);
+    refresh_target_oids_table();
+    host->write_file("/var/log/ostrel/oxr.log", "");
+    host->fail(fault);
 }
 
 std::string LetteredTarget::gone() const {

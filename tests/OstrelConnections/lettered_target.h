@@ -1,4 +1,5 @@
-// A target of make_site() whose sessions are written as letters, with their records. It is seen by the adapters named.
+// A target of make_site() whose sessions are written as letters, with its record and theirs. It is seen by the adapters
+// named.
 //   d dynamic, b the same in FREE, x in XPT_WAIT, i in IN_LOGIN; s static; p login pending
 //   1 and 2 (vmhba64), 3 and 4 (vmhba65): the NIC of the sessions behind it; before any it is 1.
 #pragma once
@@ -11,19 +12,16 @@
 #include "OstrelConnections/inventory/session_inventory.h"
 #include "simhost/host.h"
 
-// What a letter means.
 std::uint32_t state_of(char letter);
-std::uint32_t type_of(char letter);
 
 struct LetteredTarget {
     std::unique_ptr<simhost::Host> host;
     std::string iqn;
     std::vector<simhost::SessionView> before;
+    OxrLun lun{};
     TargetDtls records[MAX_SESSIONS_PER_TARGET] = {};
 
     explicit LetteredTarget(std::string_view letters, const simhost::Fault& fault = {});
-    // Records of one type.
-    int count(std::uint32_t type) const;
     // Which of the sessions are gone, by position: "02".
     std::string gone() const;
     // NICs of the sessions made since, in order: "31".

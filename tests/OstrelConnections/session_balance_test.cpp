@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
+#include <span>
 
 #include "OstrelConnections/balancing/required_sessions.h"
 #include "OstrelConnections/balancing/session_list.h"
@@ -18,13 +18,11 @@ TEST(RequiredSessions, OfVolumesFollowNicsArraysAndLimits) {
         std::uint32_t vol, min, max;
         int nics, arrays;
         std::uint32_t required;
-    } cases[] = {
-        {0, 2, 8, 1, 1, 2},           {0, 2, 8, 1, 3, 6},  {0, 2, 8, 3, 2, 6},         {0, 2, 8, 4, 3, 8},
-        {0, 2, 8, 2, 0, 2},           {0, 2, 8, 2, 4, 8},  {0, 2, 8, 2, 1, 2},         {5, 2, 8, 4, 3, 5},
-        {5, 2, 8, 1, 0, 5},           {9, 2, 8, 1, 1, 8},  {1, 2, 8, 4, 3, 2},         {0, 10, 8, 2, 2, 8},
-        {20, 10, 8, 2, 2, 8},         {0, 0, 8, 3, 0, 0},  {0, 2, 0, 3, 3, 0},         {0, 2, 4294967295U, 2, 3, 6},
-        {4294967295U, 2, 8, 1, 1, 8}, {0, 2, 8, 1, -1, 8}, {0, 2, 8, 3, INT32_MIN, 8}, {0, 2, 8, 8, INT32_MAX, 8},
-    };
+    } cases[] = {{0, 2, 8, 1, 1, 2},           {0, 2, 8, 3, 2, 6},           {0, 2, 8, 4, 3, 8},
+                 {0, 2, 8, 2, 0, 2},           {5, 2, 8, 4, 3, 5},           {9, 2, 8, 1, 1, 8},
+                 {1, 2, 8, 4, 3, 2},           {0, 10, 8, 2, 2, 8},          {0, 0, 8, 3, 0, 0},
+                 {0, 2, 4294967295U, 2, 3, 6}, {4294967295U, 2, 8, 1, 1, 8}, {0, 2, 8, 1, -1, 8},
+                 {0, 2, 8, 3, INT32_MIN, 8},   {0, 2, 8, 8, INT32_MAX, 8}};
     for (const auto& c : cases) {
         ConfigValues values;
         values.vol_sessions = c.vol;
@@ -44,84 +42,58 @@ TEST(RequiredSessions, OfTargetsFollowNicsAndArrays) {
     }
 }
 
+// The log tells what is added and removed, and where. `dynamic`: as a PSP record has it; otherwise as they are.
+void balance(Golden& golden, const char* sessions, int required, int host_sessions, const simhost::Fault& fault = {},
+             int dynamic = -1) {
+    const std::string name = std::string(sessions) + ", required " + std::to_string(required) + " of " +
+                             std::to_string(host_sessions) + " " + fault.operation;
+    SCOPED_TRACE(name);
+    LetteredTarget target(sessions, fault);
+    int host_sessions_after = host_sessions;
+    std::int32_t ioctl_required = 0;
+    target.host->count_allocations(true);
+    const int result =
+        handle_num_sessions(target.iqn.c_str(), target.records, required, host_sessions_after,
+                            dynamic < 0 ? target.lun.num_dynamic_sessions : dynamic, target.lun.num_sessions,
+                            target.lun.num_login_pending_sessions, ioctl_required);
+    target.host->count_allocations(false);
+    const int added = static_cast<int>(target.added().size());
+    const int gone = static_cast<int>(target.gone().size());
+    EXPECT_EQ(host_sessions_after, std::max(host_sessions + added - gone, 0));
+    EXPECT_EQ(ioctl_required, added > 0 ? RESCAN : gone > 0 ? DELETE_DEAD_PATHS : 0);
+    EXPECT_EQ(target.host->blocks_held(), 0);
+    expect_nothing_held(*target.host);
+    golden.heading(name + ": " + std::to_string(result) + ", added over " + target.added() + ", gone " + target.gone());
+    golden.add_log(*target.host);
+}
+
 TEST(SessionBalance, AddsAndRemovesWhatIsMissingOrTooMuch) {
-    const struct {
+    struct Case {
         const char* sessions;
-        int required;
-        int host_sessions;
-        int result;
-        const char* added;
-        const char* gone;
-        simhost::Fault fault = {};
-        int dynamic = -1;  // as a PSP record has it; otherwise as they are
-    } cases[] = {
-        // How many.
-        {"dd", 4, 10, 2, "11", ""},
-        {"ddp", 4, 10, 1, "1", ""},
-        {"ddpp", 4, 10, 0, "", ""},
-        {"dddd", 4, 10, 0, "", ""},
-        {"dddpp", 4, 10, 0, "", ""},
-        {"dddd", 2, 10, 2, "", "23"},
-        {"ddddp", 2, 10, 0, "", ""},
-        {"dddd", 2, 1, 2, "", "23"},
-        {"dd", 4, 2038, 2, "11", ""},
-        {"dd", 4, 2039, 1, "1", ""},
-        {"dd", 4, 2040, 0, "", ""},
-        {"dd", 4, 2100, 0, "", ""},
-        {"dddd", 2, 2100, 2, "", "23"},
-        {"ss3s", 5, 2100, 0, "", ""},
-        {"", 5, 2100, 0, "", ""},
-        // Where they are added: to the least used address, the first of equal ones, new ones count.
-        {"ddd3d", 6, 4, 2, "33", ""},
-        {"d3d", 5, 2, 3, "131", ""},
-        {"dd3d2d", 7, 4, 3, "321", ""},
-        {"xd3dd", 5, 4, 1, "1", ""},
-        {"i3dd", 4, 3, 1, "1", ""},
-        {"2s1dd", 3, 3, 1, "1", ""},
-        {"x", 3, 1, 0, "", ""},
-        // Which are removed: of the most used address, those that don't work first, never a static one.
-        {"ddd3ddd", 4, 6, 2, "", "25"},
-        {"d3ddd", 2, 4, 2, "", "23"},
-        {"bdd3d", 3, 4, 1, "", "0"},
-        {"dxd", 2, 3, 1, "", "1"},
-        {"ss3dd", 1, 4, 1, "", "3"},
-        {"ds3dd", 1, 4, 3, "", "023", {}, 5},
-        // Failures.
-        {"d3d", 5, 2, 1, "1", "", failing("IMA_VMW_AddSession", 2)},
-        {"ddd3d", 2, 4, 1, "", "1", failing("IMA_VMW_RemoveSession")},
-        {"d3d", 4, 7, -1, "", "", failing("new")},
-        {"d3d", 1, 7, -1, "", "", failing("new")},
+        int required, host_sessions;
     };
+    const Case how_many[] = {{"dd", 4, 10},   {"ddp", 4, 10},   {"ddpp", 4, 10},   {"dddd", 4, 10},   {"dddpp", 4, 10},
+                             {"dddd", 2, 10}, {"ddddp", 2, 10}, {"dddd", 2, 1},    {"dd", 4, 2038},   {"dd", 4, 2039},
+                             {"dd", 4, 2040}, {"dd", 4, 2100},  {"dddd", 2, 2100}, {"ss3s", 5, 2100}, {"", 5, 2100}};
+    // To the least used address, the first of equal ones, new ones count.
+    const Case where_added[] = {{"ddd3d", 6, 4}, {"d3d", 5, 2},   {"dd3d2d", 7, 4}, {"xd3dd", 5, 4},
+                                {"i3dd", 4, 3},  {"2s1dd", 3, 3}, {"x", 3, 1}};
+    // Of the most used address, those that don't work first, never a static one.
+    const Case which_removed[] = {{"ddd3ddd", 4, 6}, {"d3ddd", 2, 4}, {"bdd3d", 3, 4}, {"dxd", 2, 3}, {"ss3dd", 1, 4}};
     Golden golden("OstrelConnections", "balancing");
-    for (const auto& c : cases) {
-        const std::string name = std::string(c.sessions) + ", required " + std::to_string(c.required) + " of " +
-                                 std::to_string(c.host_sessions) + " " + c.fault.operation;
-        SCOPED_TRACE(name);
-        LetteredTarget target(c.sessions, c.fault);
-        int host_sessions = c.host_sessions;
-        std::int32_t ioctl_required = 0;
-        target.host->count_allocations(true);
-        const int result = handle_num_sessions(target.iqn.c_str(), target.records, c.required, host_sessions,
-                                               c.dynamic < 0 ? target.count(SESSION_DYNAMIC) : c.dynamic,
-                                               static_cast<int>(target.before.size()),
-                                               target.count(SESSION_LOGIN_PENDING), ioctl_required);
-        target.host->count_allocations(false);
-        const int added = static_cast<int>(std::string(c.added).size());
-        const int gone = static_cast<int>(std::string(c.gone).size());
-        EXPECT_EQ(result, c.result);
-        EXPECT_EQ(target.added(), c.added);
-        EXPECT_EQ(target.gone(), c.gone);
-        EXPECT_EQ(host_sessions, std::max(c.host_sessions + added - gone, 0));
-        EXPECT_EQ(ioctl_required, added > 0 ? RESCAN : gone > 0 ? DELETE_DEAD_PATHS : 0);
-        EXPECT_EQ(target.host->blocks_held(), 0);
-        expect_nothing_held(*target.host);
-        golden.heading(name);
-        golden.add_log(*target.host);
+    for (const std::span<const Case> cases : {std::span<const Case>(how_many), {where_added}, {which_removed}}) {
+        for (const Case& c : cases) {
+            balance(golden, c.sessions, c.required, c.host_sessions);
+        }
     }
+    balance(golden, "ds3dd", 1, 4, {}, 5);
+    balance(golden, "d3d", 5, 2, failing("IMA_VMW_AddSession", 2));
+    balance(golden, "ddd3d", 2, 4, failing("IMA_VMW_RemoveSession"));
+    balance(golden, "d3d", 4, 7, failing("new"));
+    balance(golden, "d3d", 1, 7, failing("new"));
 }
 
 TEST(SessionList, LooksAtNoMoreRecordsThanThereAre) {
-    const auto host = make_host();
     const std::vector<TargetDtls> records(MAX_SESSIONS_PER_TARGET + 1, make_record("d", "A", "R"));
     ip_session_list list[MAX_SESSION_LIST_ENTRIES] = {};
     int entries = 0;
@@ -131,9 +103,7 @@ TEST(SessionList, LooksAtNoMoreRecordsThanThereAre) {
 
 TEST(SessionList, SortPutsLoggedInFirst) {
     const std::pair<std::string, const char*> cases[] = {
-        {"xdid", "3120"}, {"ddd", "012"}, {"", ""},       {"x", "0"},         {"xi", "01"},
-        {"dx", "01"},     {"xd", "10"},   {"xdd", "210"}, {"dxxdd", "04321"},
-    };
+        {"xdid", "3120"}, {"", ""}, {"xi", "01"}, {"dx", "01"}, {"dxxdd", "04321"}};
     for (const auto& [letters, expected] : cases) {
         ip_session_list list[1] = {};
         for (const char letter : letters) {

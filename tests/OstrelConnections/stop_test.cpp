@@ -4,9 +4,6 @@
 #include <signal.h>
 
 #include <chrono>
-#include <cstdio>
-#include <initializer_list>
-#include <map>
 #include <random>
 #include <thread>
 
@@ -21,69 +18,10 @@ using simhost::GroupMode;
 
 namespace {
 
-constexpr double seconds_a_second = 1000;  // a cycle of 60 seconds takes 60 ms
-
-// Time of the host.
-void let_pass(std::chrono::milliseconds time) {
-    std::this_thread::sleep_for(time);
-}
-
-std::unique_ptr<simhost::Host> make_busy_site() {
-    simhost::HostOptions options;
-    options.clock = simhost::ClockMode::scaled;
-    options.factor = seconds_a_second;
-    options.login_seconds = 2;
-    options.discovery_seconds = 3;
-    auto host = make_site(2, GroupMode::dynamic_discovery, options);
-    host->write_file("/etc/ostrel/oxr.conf", "interval=60\nvol_sessions=6\n");
-    add_volumes(*host, 4, 5);
-    add_target(*host, "iqn.gst", {"a1"}, 4);
-    return host;
-}
-
-// Seed 0: one that nobody knows before.
-void stop_at_random_moments(unsigned seed, int stops) {
-    seed = seed == 0 ? std::random_device{}() : seed;
-    SCOPED_TRACE(testing::Message() << "seed " << seed);
-    std::printf("seed %u\n", seed);
-    std::mt19937 random(seed);
-    const auto host = make_busy_site();
-    OstrelProviderInit();
-    ASSERT_EQ(StopService(), 0);
-    int in_mid_pass = 0;
-    for (int stop = 0; stop < stops; ++stop) {
-        SCOPED_TRACE(testing::Message() << "stop " << stop);
-        host->count_allocations(true);
-        ASSERT_EQ(StartService(), 0);
-        // Something to do for the pass: sessions go, or the group's mode switches.
-        if (stop % 10 == 9) {
-            host->switch_mode("g", stop % 20 == 9 ? GroupMode::static_discovery : GroupMode::dynamic_discovery);
-        } else {
-            host->drop_sessions(host->iqn_of("vol-" + std::to_string(stop % 4)), 2);
-        }
-        let_pass(std::chrono::milliseconds(random() % 20000));
-        ASSERT_EQ(StopService(), 0);
-        host->count_allocations(false);
-        in_mid_pass += host->exists("/etc/ostrel/.lock") ? 1 : 0;
-        EXPECT_EQ(oxr_thread.load(), pthread_t{0});
-        ASSERT_EQ(shared_mutexes_held(), Lines{});
-        ASSERT_EQ(host->lists_held(), 0U);
-        ASSERT_EQ(host->descriptors_held(), 0U);
-        ASSERT_EQ(host->blocks_held(), 0);
-        if (stop % 25 == 24) {
-            host->write_file("/var/log/ostrel/oxr.log", "");
-        }
-    }
-    std::printf("%d of %d stops came in mid-pass\n", in_mid_pass, stops);
-    EXPECT_GT(in_mid_pass, 0);
-    // After all that a worker still makes its passes, and takes away the lock file that a stopped one left.
-    ASSERT_EQ(StartService(), 0);
-    const std::uint64_t passes = host->calls("psp.0");
-    for (int waited = 0; host->calls("psp.0") < passes + 2 && waited < 10000; ++waited) {
-        let_pass(std::chrono::seconds(1));
-    }
-    EXPECT_GE(host->calls("psp.0"), passes + 2);
-    EXPECT_EQ(StopService(), 0);
+void expect_nothing_left(const simhost::Host& host) {
+    EXPECT_EQ(host.blocks_held(), 0);
+    EXPECT_EQ(host.lists_held() + host.descriptors_held(), 0U);
+    EXPECT_EQ(shared_mutexes_held(), Lines{});
 }
 
 class StopsAtRandomMoments : public ::testing::TestWithParam<unsigned> {};
@@ -91,30 +29,61 @@ class StopsAtRandomMoments : public ::testing::TestWithParam<unsigned> {};
 }  // namespace
 
 TEST_P(StopsAtRandomMoments, LeaveNothingBehind) {
-    stop_at_random_moments(GetParam(), 50);
+    const unsigned seed = GetParam() == 0 ? std::random_device{}() : GetParam();  // 0: one that nobody knows before
+    SCOPED_TRACE(testing::Message() << "seed " << seed);
+    std::mt19937 random(seed);
+    simhost::HostOptions options;
+    options.clock = simhost::ClockMode::scaled;
+    options.factor = 1000;  // a cycle of 60 seconds takes 60 ms
+    options.login_seconds = 2;
+    options.discovery_seconds = 3;
+    const auto host = make_site(2, GroupMode::dynamic_discovery, options);
+    host->write_file("/etc/ostrel/oxr.conf", "interval=60\nvol_sessions=6\n");
+    const Lines iqns = add_volumes(*host, 4, 5);
+    add_target(*host, "iqn.gst", {"a1"}, 4);
+    int in_mid_pass = 0;
+    for (unsigned stop = 0; stop < 50 && !HasFailure(); ++stop) {
+        SCOPED_TRACE(testing::Message() << "stop " << stop);
+        host->count_allocations(true);
+        ASSERT_EQ(StartService(), 0);
+        // Something to do for the pass: sessions go, or the group's mode switches.
+        if (stop % 10 == 9) {
+            host->switch_mode("g", stop % 20 == 9 ? GroupMode::static_discovery : GroupMode::dynamic_discovery);
+        } else {
+            host->drop_sessions(iqns[stop % iqns.size()], 2);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(random() % 20000));  // time of the host
+        ASSERT_EQ(StopService(), 0);
+        host->count_allocations(false);
+        in_mid_pass += host->exists("/etc/ostrel/.lock") ? 1 : 0;
+        EXPECT_EQ(oxr_thread.load(), pthread_t{0});
+        expect_nothing_left(*host);
+    }
+    EXPECT_GT(in_mid_pass, 0);
+    // After all that a worker still makes its passes.
+    ASSERT_EQ(StartService(), 0);
+    const std::uint64_t passes = host->calls("psp.0");
+    for (int waited = 0; host->calls("psp.0") < passes + 2 && waited < 10000; ++waited) {
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+    }
+    EXPECT_GE(host->calls("psp.0"), passes + 2);
+    EXPECT_EQ(StopService(), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, StopsAtRandomMoments, ::testing::Values(1, 2, 3, 0));
+INSTANTIATE_TEST_SUITE_P(Seeds, StopsAtRandomMoments, ::testing::Values(1, 2, 0));
 
 // A thread sanitizer objects to asking for the stop with the host's lock held, as an observer does.
 #ifndef __SANITIZE_THREAD__
 namespace {
 
-std::uint64_t calls(const simhost::Host& host, std::initializer_list<const char*> operations) {
-    std::uint64_t made = 0;
-    for (const char* const operation : operations) {
-        made += host.calls(operation);
-    }
-    return made;
-}
-
 std::uint64_t sessions_changed(const simhost::Host& host) {
-    return calls(host, {"IMA_VMW_AddSession", "IMA_VMW_RemoveSession", "IMA_RemoveStaticDiscoveryTarget"});
+    return host.calls("IMA_VMW_AddSession") + host.calls("IMA_VMW_RemoveSession") +
+           host.calls("IMA_RemoveStaticDiscoveryTarget");
 }
 
 // Rediscoveries, rescans and deletions of dead paths.
 std::uint64_t adapters_asked(const simhost::Host& host) {
-    return calls(host, {"IMA_VMW_Rediscover", "psp.5", "psp.6"});
+    return host.calls("IMA_VMW_Rediscover") + host.calls("psp.5") + host.calls("psp.6");
 }
 
 // A cycle on a thread that can be stopped as the worker can.
@@ -129,25 +98,21 @@ void* stoppable_cycle(void*) {
     return nullptr;
 }
 
-// The cycles that follow, and the sessions that each target has then.
-std::map<std::string, int> settle(simhost::Host& host) {
+// What the cycles that follow make of the host.
+std::string settle(simhost::Host& host) {
     for (int cycle = 0; cycle < 4; ++cycle) {
         ConfigValues values;
         run_worker_cycle(values);
         host.advance(values.interval);
     }
-    std::map<std::string, int> sessions;
-    for (const auto& target : host.targets()) {
-        sessions[target.iqn] = count_sessions(host, target.iqn);
-    }
-    return sessions;
+    return describe(host);
 }
 
 }  // namespace
 
 TEST(Stops, ComeBetweenAnyTwoChangesAndCutNoVolumeOff) {
     for (const GroupMode now : {GroupMode::dynamic_discovery, GroupMode::static_discovery}) {
-        const auto undisturbed = settle(*make_unbalanced_site(now));
+        const std::string undisturbed = settle(*make_unbalanced_site(now));
         std::uint64_t stops = 0;
         for (bool asked = true; asked; ++stops) {
             SCOPED_TRACE(testing::Message() << (now == GroupMode::static_discovery) << ", change " << stops + 1);
@@ -175,11 +140,10 @@ TEST(Stops, ComeBetweenAnyTwoChangesAndCutNoVolumeOff) {
                 // A switch that has begun to remove deletes dead paths and rediscovers, on each of two adapters.
                 EXPECT_LE(adapters_asked(*host) - requests, changed > 0 && requests < 4 ? 4U - requests : 0U);
             }
-            EXPECT_EQ(host->blocks_held(), 0);
-            EXPECT_EQ(shared_mutexes_held(), Lines{});
             for (const auto& target : host->targets()) {
                 EXPECT_GE(target.active_paths, 2) << target.iqn;
             }
+            expect_nothing_left(*host);
             settling = true;
             EXPECT_EQ(settle(*host), undisturbed);
             expect_nothing_held(*host);

@@ -10,6 +10,7 @@
 
 #include "OstrelProvider/worker.h"
 #include "support/engine.h"
+#include "support/golden.h"
 #include "support/service_test.h"
 
 namespace {
@@ -26,15 +27,9 @@ protected:
         hand_out(mi);
         OstrelProviderInit();
     }
-    static struct sigaction installed() {
-        struct sigaction action {};
-        sigaction(SIGUSR1, nullptr, &action);
-        return action;
-    }
 };
 
 TEST_F(UsersTest, TheFirstOneStartsTheWorkerAndTheLastOneStopsIt) {
-    const struct sigaction before = installed();
     for (const std::uint64_t round : {1, 2}) {
         SCOPED_TRACE(round);
         init(ProviderMi::setting_instance);
@@ -51,31 +46,20 @@ TEST_F(UsersTest, TheFirstOneStartsTheWorkerAndTheLastOneStopsIt) {
         EXPECT_EQ(oxr_thread, 0U);
         EXPECT_EQ(host->calls("pthread_mutex_destroy"), 5 * round);
         EXPECT_EQ(host->calls("pthread_mutex_init"), 5 * round);
-        EXPECT_EQ(installed().sa_handler, before.sa_handler);
     }
     const oxr::MutexLock lock(log_file_mutex);  // for the last messages
     EXPECT_EQ(testing_support::shared_mutexes_held(), Lines{"log_file_mutex"});
 }
 
 TEST_F(UsersTest, AFailedPreparationStartsNothingAndCanBeTriedAgain) {
-    const struct {
-        const char* operation;
-        std::uint64_t nth;  // fails, and every later one
-        std::string error;
-    } cases[] = {
-        {"pthread_mutex_init", 1, "pthread_mutex_init returned 12"},
-        {"pthread_mutex_init", 2, "pthread_mutex_init returned 12 for config_file_mutex"},
-        {"pthread_mutex_init", 3, "pthread_mutex_init returned 12 for lock_file_mutex"},
-        {"pthread_mutex_init", 4, "pthread_mutex_init returned 12 for conn_renew_mutex"},
-        {"pthread_mutex_init", 5, "pthread_mutex_init returned 12 for start_service_mutex"},
-        {"sigaction", 1, "sigaction returned -1, Cannot allocate memory"},
-    };
-    for (const auto& each : cases) {
-        host->fail(lasting(errno_fault(each.operation, ENOMEM, each.nth)));
+    testing_support::Golden golden("OstrelProvider", "preparation_failures");
+    for (std::uint64_t nth = 1; nth <= 6; ++nth) {  // mutex that fails, and every later one; at last, none
+        host->fail(
+            lasting(nth < 6 ? errno_fault("pthread_mutex_init", ENOMEM, nth) : errno_fault("sigaction", ENOMEM)));
         init();
         host->clear_faults();
         give_back(ProviderMi::service_instance);
-        EXPECT_EQ(said("ERROR"), Lines{"ERROR OstrelProviderInit: " + each.error});
+        golden.add_log(*host, "E");
         EXPECT_EQ(host->calls("pthread_create"), 0U);
     }
     init();
@@ -117,8 +101,9 @@ TEST_F(UsersTest, ASignalToTheProcessReachesTheHostsOwnHandler) {
     EXPECT_EQ(error, EBUSY) << "of what the signal interrupted";
     EXPECT_EQ(signals_after(1), 1);
     give_back(ProviderMi::service_instance);
-    kill(getpid(), SIGUSR1);
-    EXPECT_EQ(signals_after(2), 2);
+    struct sigaction put_back {};
+    sigaction(SIGUSR1, nullptr, &put_back);
+    EXPECT_EQ(put_back.sa_sigaction, own.sa_sigaction);
 }
 
 TEST_F(UsersTest, ASignalThatTheHostIgnoresOrDiesOfDoesTheSame) {

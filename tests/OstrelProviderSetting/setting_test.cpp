@@ -1,32 +1,48 @@
-// The settings against the configuration file: what a client sets loses nothing, what it sees stood in the file.
+// The settings against the configuration file: what a client sets loses nothing, what it sees stood in the file; and
+// the renewal method against the worker's lock file.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <functional>
 #include <utility>
 
+#include "OstrelConnections/psp/psp_records.h"
+#include "OstrelConnections/renewal/renewal.h"
+#include "OstrelProvider/service.h"
+#include "OstrelProvider/worker.h"
 #include "OstrelProviderSetting/setting_class.h"
 #include "OstrelProviderSetting/setting_methods.h"
-#include "cimserver/broker/broker.h"
 #include "cimserver/broker/objects.h"
-#include "cimserver/mof/reader.h"
+#include "cimserver/server.h"
 #include "support/cim.h"
 #include "support/host_test.h"
 
 namespace {
 
 using namespace cimserver;
-using testing_support::HostTest;
-using testing_support::Lines;
+using namespace testing_support;
 
-TEST_F(HostTest, AFileWhoseValuesAreNotKnownIsNotSet) {
+class SettingTest : public HostTest {
+protected:
+    std::unique_ptr<Broker> broker;
+
+    SettingTest() {
+        host->set_horizon(0);
+        std::string error;
+        broker = make_broker(RTLD_DEFAULT, OXR_SOURCE_DIR "/cim", error);
+        EXPECT_NE(broker, nullptr) << error;
+        EXPECT_EQ(StopService(), 0);
+        host->set_horizon(1000);
+    }
+};
+
+TEST_F(SettingTest, AFileWhoseValuesAreNotKnownIsNotSet) {
     for (const std::string text : {"interval:300\nworker_stop:1\n", ""}) {
         host->write_file(OSTREL_CONFIG_FILE, text);
-        const Request request;
-        auto* const in =
-            make_object<ArgsObject>(NamedList{{"name", text_value("interval")}, {"value", uint32_value(60)}});
-        (void)set_value("SetValue", nullptr, in);
+        (void)set_value(*broker, "interval", 60);
         EXPECT_EQ(host->read_file(OSTREL_CONFIG_FILE), text);
-        EXPECT_EQ(said("ERROR SetValue").size(), 2U);  // it can't be read, so it isn't set
+        EXPECT_TRUE(said("ERROR").back().ends_with("failed to set values in oxr.conf"));
     }
 }
 
@@ -42,7 +58,7 @@ Lines enumerated_values() {
     };
     ResultObject result;
     result.ft = &table;
-    auto* const path = make_object<PathObject>(testing_support::path_of(SETTING_CLASS));
+    auto* const path = make_object<PathObject>(path_of(SETTING_CLASS));
     (void)OstrelProviderSettingEnumInstances(nullptr, nullptr, &result, path, nullptr);
     Lines found;
     for (const Value& each : result.values) {
@@ -51,14 +67,7 @@ Lines enumerated_values() {
     return found;
 }
 
-TEST_F(HostTest, AnEnumerationOfSettingsAnswersFromOneReading) {
-    std::string error;
-    Schema schema;
-    for (const char* const file : {"cim_schema_minimal.mof", "ostrel.mof"}) {
-        ASSERT_TRUE(read_mof_file(std::string(OXR_SOURCE_DIR "/cim/") + file, schema, error)) << error;
-    }
-    const Broker broker(std::move(schema));
-    auto* const interface = OstrelProviderSetting_Create_InstanceMI(broker.handle(), nullptr, nullptr);
+TEST_F(SettingTest, AnEnumerationOfSettingsAnswersFromOneReading) {
     const Request request;
     host->write_file(OSTREL_CONFIG_FILE, "#\ninterval=120\nvol_sessions=4\n");
     Lines in_between;
@@ -68,7 +77,28 @@ TEST_F(HostTest, AnEnumerationOfSettingsAnswersFromOneReading) {
     };
     EXPECT_EQ(enumerated_values(), (Lines{"120", "4"}));
     EXPECT_EQ(in_between, (Lines{"300", "5"}));
-    (void)interface->ft->cleanup(interface, nullptr, 1);
+}
+
+// A lock file that can't be seen may be there; one that a pass couldn't make, in a full folder, holds off as well.
+TEST_F(SettingTest, ARenewalIsHeldOffByThePassAndByALockFileThatCannotBeSeen) {
+    const std::string held_off = std::to_string(OXD_POLLING_PASS_TIMEOUT);
+    const double slept = host->slept();
+    host->write_file("/etc/ostrel/oxr.conf", "#\n");
+    host->fail(lasting(failing_with("access", EIO, ".lock")));
+    EXPECT_EQ(renew(*broker, {"iqn.unknown"}), held_off);
+    EXPECT_EQ(host->slept() - slept, 59);
+    host->clear_faults();
+    EXPECT_EQ(renew(*broker, {"iqn.unknown"}), std::to_string(OXD_DEVICE_NOT_FOUND));
+    host->fail(lasting(failing_with("open", ENOSPC, ".lock")));
+    std::string in_mid_pass;
+    host->script_psp(OSTREL_PSP_IOCTL_GET_ALL_DEVICE_INFO, [&](void*, int result) {
+        in_mid_pass = renew(*broker, {"iqn.unknown"});
+        return result;
+    });
+    ConfigValues values;
+    run_worker_cycle(values);
+    EXPECT_EQ(in_mid_pass, held_off);
+    EXPECT_EQ(renew(*broker, {"iqn.unknown"}), std::to_string(OXD_DEVICE_NOT_FOUND));
 }
 
 }  // namespace

@@ -11,21 +11,8 @@ using testing_support::Lines;
 
 constexpr char FILE_READ[] = "/etc/ostrel/text";
 
-Lines lines_of_file() {
-    Lines found;
-    oxr::FileReader reader(FILE_READ);
-    std::string_view line;
-    while (reader.next_line(line)) {
-        found.emplace_back(line);
-    }
-    return found;
-}
-
 TEST_F(HostTest, AFileIsReadLineByLineAndLongLinesAreCut) {
-    const struct {
-        std::string text;
-        Lines lines;
-    } cases[] = {
+    const std::pair<std::string, Lines> cases[] = {
         {"", {}},
         {"\n\na", {"\n", "\n", "a"}},
         {std::string(254, 'y') + "\nnext\n", {std::string(254, 'y') + "\n", "next\n"}},
@@ -33,10 +20,15 @@ TEST_F(HostTest, AFileIsReadLineByLineAndLongLinesAreCut) {
         {std::string(4095, 'b') + "\nnext\n", {std::string(255, 'b'), "next\n"}},
         {std::string("a\0b\n\0", 5), {std::string("a\0b\n", 4), std::string("\0", 1)}},
     };
-    for (const auto& each : cases) {
-        host->write_file(FILE_READ, each.text);
+    for (const auto& [text, lines] : cases) {
+        host->write_file(FILE_READ, text);
         host->fail(testing_support::failing_with("read", EINTR));
-        EXPECT_EQ(lines_of_file(), each.lines) << each.text.substr(0, 20);
+        Lines found;
+        oxr::FileReader reader(FILE_READ);
+        for (std::string_view line; reader.next_line(line);) {
+            found.emplace_back(line);
+        }
+        EXPECT_EQ(found, lines) << text.substr(0, 20);
     }
 }
 
@@ -49,13 +41,6 @@ TEST_F(HostTest, AFailedReadingOfAFileIsFinal) {
     EXPECT_TRUE(half.next_line(line));
     EXPECT_EQ(half.error(), EIO);
     EXPECT_FALSE(half.next_line(line));
-}
-
-TEST(CommentLine, IsOneWhoseFirstNonBlankIsAHash) {
-    for (const auto& [line, is_one] :
-         {std::pair("#", true), {" \t#a", true}, {"\r#", true}, {"\n", false}, {"a#", false}}) {
-        EXPECT_EQ(oxr::is_comment_line(line), is_one) << line;
-    }
 }
 
 }  // namespace

@@ -34,10 +34,9 @@ told() {
 expect() {
     checks=$((checks + 1))
     # shellcheck disable=SC2053
-    if ! [[ $3 == $2 ]]; then
-        failures=$((failures + 1))
-        printf 'FAILED %s: expected\n%s\nfound\n%s\n' "$1" "$2" "$3"
-    fi
+    [[ $3 == $2 ]] && return
+    failures=$((failures + 1))
+    printf 'FAILED %s: expected\n%s\nfound\n%s\n' "$1" "$2" "$3"
 }
 
 # The command that was read last and the lines below it.
