@@ -33,6 +33,10 @@ struct StatusOptions {
 // the exit code of a plug-in instead: 0 well, 1 warning, 2 critical, 3 unknown. With `metrics`, EXIT_FINE.
 Answer status(const StatusOptions& options);
 
+// Shows `status` on the terminal, anew after so many seconds, until a signal ends it. Throws a Refusal when standard
+// output is no terminal. The answer has no text, and the exit code of what was shown last.
+Answer watch_status(const StatusOptions& options, std::int64_t seconds);
+
 struct ExplainOptions {
     std::vector<std::string> words;  // of a message or a code, as given on the command line
     bool all = false;                // the whole catalogue, as the pages of the documentation have it

@@ -51,10 +51,10 @@ void add_check(CLI::App& app, Run& run) {
     command.callback([&run] { run = [] { return check(options); }; });
 }
 
-std::int64_t seconds_of_age(const std::string& text) {
+std::int64_t seconds_of(const std::string& option, const std::string& text) {
     const auto seconds = shared::parse_duration(text);
     if (!seconds) {
-        throw CLI::ValidationError("--max-age", fmt::format("'{}' is no duration such as 10m", printable(text)));
+        throw CLI::ValidationError(option, fmt::format("'{}' is no duration such as 10m", printable(text)));
     }
     return static_cast<std::int64_t>(*seconds);
 }
@@ -63,6 +63,7 @@ void add_status(CLI::App& app, Run& run) {
     static StatusOptions options;
     static std::vector<std::string> logs;
     static std::string max_age;
+    static std::string watch;
     CLI::App& command = *app.add_subcommand("status", "Show what the service did recently and whether all is well");
     command.footer(
         "\nWithout LOG, it reads the log of this host where /etc/ostrel/oxr.conf names it, and the version files. LOG "
@@ -81,7 +82,9 @@ void add_status(CLI::App& app, Run& run) {
         ->type_name("NAME");
     command.add_flag("--problems", options.targets.problems, "Only targets with a problem");
     command.add_flag("--no-group", options.no_group, "A row for each target");
-    add_json(command, options.json);
+    command.add_option("--watch", watch, "Show it anew every so often, such as 5, until Ctrl-C")
+        ->type_name("DURATION")
+        ->excludes(command.add_flag("--json", options.json, "Print one JSON object, for use by programs"));
     command.add_flag("--check", options.check, "Print one line and exit as a monitoring plug-in does");
     command.add_option("--metrics", options.metrics, "Write metrics for Prometheus; - for standard output")
         ->type_name("FILE");
@@ -89,9 +92,12 @@ void add_status(CLI::App& app, Run& run) {
     command.callback([&run] {
         options.logs.insert(options.logs.end(), logs.begin(), logs.end());
         if (!max_age.empty()) {
-            options.max_age = seconds_of_age(max_age);
+            options.max_age = seconds_of("--max-age", max_age);
         }
         run = [] { return status(options); };
+        if (!watch.empty()) {
+            run = [seconds = seconds_of("--watch", watch)] { return watch_status(options, seconds); };
+        }
     });
 }
 

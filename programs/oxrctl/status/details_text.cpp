@@ -52,7 +52,7 @@ std::string target_text(const Story& story, const TargetStory& target) {
     rows.add({"adapters", target.adapters.empty() ? "not told (log_level=2 tells them)"
                                                   : fmt::format("{}", fmt::join(target.adapters, ", "))});
     rows.add({"required",
-              fmt::format("{} ({} NICs, {} arrays)", told(target.required), told(target.nics), told(target.arrays))});
+              fmt::format("{} (NICs: {}, arrays: {})", told(target.required), told(target.nics), told(target.arrays))});
     const int sessions = sessions_of(story, target);
     rows.add({"sessions", target.pending > 0 ? fmt::format("{}, {} of them logging in", told(sessions), target.pending)
                                              : told(sessions)});

@@ -344,7 +344,15 @@ void StoryReader::Impl::volume(const Arguments& arguments) {
 }
 
 void StoryReader::Impl::volume_behind_target(const Arguments& arguments) {
-    story_of(arguments[2], arguments[2]).devices.emplace_back(arguments[1]);
+    TargetStory& entry = story_of(arguments[2], arguments[2]);
+    entry.devices.emplace_back(arguments[1]);
+    if (const auto device = devices_.find(arguments[1]); device != devices_.end()) {
+        for (const std::string& adapter : device->second.adapters) {
+            if (std::find(entry.adapters.begin(), entry.adapters.end(), adapter) == entry.adapters.end()) {
+                entry.adapters.push_back(adapter);
+            }
+        }
+    }
 }
 
 void StoryReader::Impl::static_volume(const Arguments& arguments) {

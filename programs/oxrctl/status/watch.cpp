@@ -1,0 +1,117 @@
+#include <fmt/format.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <ctime>
+
+#include "oxrctl/commands.h"
+#include "oxrctl/text.h"
+
+namespace oxrctl {
+
+namespace {
+
+void write_out(std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = ::write(STDOUT_FILENO, text.data(), text.size());
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
+            return;
+        }
+        text.remove_prefix(static_cast<std::size_t>(written));
+    }
+}
+
+// A screen of its own for as long as it lives, without a cursor.
+class Screen {
+public:
+    Screen() { write_out("\033[?1049h\033[?25l"); }
+    ~Screen() { write_out("\033[?25h\033[?1049l"); }
+    Screen(const Screen&) = delete;
+    Screen& operator=(const Screen&) = delete;
+
+    // Writes over what is there, so that nothing flickers; what doesn't fit is cut.
+    void draw(std::string_view text) const {
+        winsize size{};
+        if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0 || size.ws_col == 0) {
+            size.ws_row = 24;
+            size.ws_col = 80;
+        }
+        std::string frame = "\033[H";
+        for (int row = 0; row < size.ws_row && !text.empty(); ++row) {
+            const std::string_view line = text.substr(0, text.find('\n'));
+            text.remove_prefix(std::min(line.size() + 1, text.size()));
+            frame += fmt::format("{}{}\033[K", row == 0 ? "" : "\r\n", first_columns(line, size.ws_col));
+        }
+        write_out(frame + "\033[J");
+    }
+
+private:
+    static std::string_view first_columns(std::string_view line, std::size_t columns) {
+        std::size_t end = 0;
+        for (std::size_t width = 0; end < line.size(); ++end) {
+            width += continues_letter(line[end]) ? 0 : 1;
+            if (width > columns) {
+                break;
+            }
+        }
+        return line.substr(0, end);
+    }
+};
+
+// The signals that end or redraw, taken only where they are waited for.
+class Signals {
+public:
+    Signals() {
+        (void)sigemptyset(&taken_);
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGWINCH}) {
+            (void)sigaddset(&taken_, signal);
+        }
+        (void)sigprocmask(SIG_BLOCK, &taken_, &before_);
+    }
+    ~Signals() { (void)sigprocmask(SIG_SETMASK, &before_, nullptr); }
+    Signals(const Signals&) = delete;
+    Signals& operator=(const Signals&) = delete;
+
+    // The signal that came, or -1 after so many seconds.
+    int wait(std::int64_t seconds) const {
+        const timespec longest{static_cast<std::time_t>(seconds), 0};
+        return sigtimedwait(&taken_, nullptr, &longest);
+    }
+
+private:
+    sigset_t taken_{}, before_{};
+};
+
+// A log that can't be read just now, as while it is rotated, is told like all else.
+Answer look(const StatusOptions& options) {
+    try {
+        return status(options);
+    } catch (const Refusal& refusal) {
+        return {without_control_characters(refusal.what()) + "\n", refusal.exit_code};
+    }
+}
+
+}  // namespace
+
+Answer watch_status(const StatusOptions& options, std::int64_t seconds) {
+    if (::isatty(STDOUT_FILENO) == 0) {
+        throw Refusal("--watch: standard output is not a terminal");
+    }
+    const Signals signals;
+    const Screen screen;
+    Answer answer = look(options);
+    for (int signal = SIGWINCH; signal == SIGWINCH || signal < 0; signal = signals.wait(seconds)) {
+        if (signal != SIGWINCH) {
+            answer = look(options);
+        }
+        screen.draw(answer.text);
+    }
+    return {"", answer.exit_code};
+}
+
+}  // namespace oxrctl
