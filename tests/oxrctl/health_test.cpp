@@ -220,3 +220,16 @@ TEST(Health, IsAsAPersonWouldJudge) {
                   .in_use,
               5);
 }
+
+TEST(StoryReader, SeesPassesAndRenewalsInAnyPieceOfALog) {
+    const std::string piece =
+        "of a line: that was cut off\n" + log().begin(1, 4).well().text() + "\n" + log().well().text().substr(0, 60);
+    EXPECT_EQ(story_of(piece).passes, 1);
+    EXPECT_EQ(story_of(piece).last_pass, "2024-05-01 08:00:00");
+    EXPECT_EQ(story_of(piece).unreadable_lines, 2U);
+    LogText renewal = log().well().named("OstrelHandleRenewIscsiConnections", "renewal_begins", 1);
+    EXPECT_TRUE(story_of(renewal.text()).renewal_under_way);
+    renewal.named("OstrelHandleRenewIscsiConnections", "renewal_ends", 6);
+    EXPECT_FALSE(story_of(renewal.text()).renewal_under_way);
+    EXPECT_EQ(story_of(renewal.text()).last_renewal_status, 6);
+}

@@ -3,7 +3,6 @@
 
 #include "oxrctl/commands.h"
 #include "oxrctl/status/log_files.h"
-#include "oxrctl/story.h"
 #include "support/service_test.h"
 #include "support/site.h"
 
@@ -50,45 +49,6 @@ protected:
 };
 
 }  // namespace
-
-TEST(Status, SeesTheWorkerAndARenewal) {
-    const std::string pass = BEGIN + END;
-    const std::string bad = BEGIN + line("ERROR", "populate_oxr_sessions", "No sessions.") + END;
-    const std::string held = line("INFO", "do_work", "worker_stop = 1 continue to sleep.") + END;
-    const std::string exits = line("INFO", "sigusr1_handler", "Polling thread exiting. Thread id = -77");
-    const std::string renewal = line("INFO", "OstrelHandleRenewIscsiConnections", "target array size is 1");
-    const std::string renewed = line("INFO", "OstrelHandleRenewIscsiConnections", "returning oxd status 6");
-    using Worker = Story::Worker;
-    const struct {
-        std::string text;
-        Worker worker;
-        int passes;
-        std::size_t troubles;
-        bool renewal = false;
-    } cases[] = {
-        {"", Worker::unknown, 0, 0},
-        {pass, Worker::sleeping, 1, 0},
-        {bad, Worker::sleeping, 1, 1},
-        {bad + bad, Worker::sleeping, 2, 1},
-        {bad + pass, Worker::sleeping, 2, 0},
-        {pass + bad + held, Worker::held_off, 2, 1},
-        {pass + BEGIN, Worker::in_pass, 1, 0},
-        {BEGIN + exits, Worker::stopped, 0, 0},
-        {BEGIN + pass, Worker::sleeping, 1, 0},
-        {pass + renewal, Worker::sleeping, 1, 0, true},
-        {pass + renewal + renewed, Worker::sleeping, 1, 0},
-        {"of a line: that was cut off\n" + pass + "\n" + BEGIN.substr(0, 60), Worker::sleeping, 1, 0},
-    };
-    for (const auto& c : cases) {
-        const Story story = story_of(c.text);
-        EXPECT_EQ(story.worker, c.worker) << c.text;
-        EXPECT_EQ(story.passes, c.passes) << c.text;
-        EXPECT_EQ(story.trouble.size(), c.troubles) << c.text;
-        EXPECT_EQ(story.renewal_under_way, c.renewal) << c.text;
-    }
-    EXPECT_EQ(story_of(renewal + renewed).last_renewal_status, 6);
-    EXPECT_EQ(story_of(pass).last_pass, "2024-05-01 08:00:02");
-}
 
 // Every rule fits what the library really logs.
 TEST_F(StatusTest, KnowsTheTargetsOfAHost) {
