@@ -44,8 +44,11 @@ void add_check(CLI::App& app, Run& run) {
     CLI::App& command = *app.add_subcommand("check", "Show how the service reads a configuration file");
     command.footer(
         "\nReads the file as the service does, and changes nothing. Shows the value of each key in the file and in\n"
-        "force, the lines that are ignored, and what the service would write back.\n"
-        "Exit code: 0 the file is used unchanged; 1 something is corrected or ignored; 2 the file cannot be read.");
+        "force, the lines that are ignored, and what the service would write back; the values of a service that runs "
+        "and\n"
+        "of one that starts where they differ; and characters that an editor does not show.\n"
+        "Exit code: 0 the file is used unchanged; 1 something is corrected, ignored or noted; 2 the file cannot be "
+        "read.");
     command.add_option("FILE", options.file, "Configuration file [/etc/ostrel/oxr.conf]");
     add_json(command, options.json);
     command.callback([&run] { run = [] { return check(options); }; });
