@@ -34,7 +34,8 @@ std::string headline(const ConfigReport& report) {
     if (!report.rewrite_reasons.empty()) {
         parts.push_back(report.old_format ? "converts it when it starts" : "rewrites it at its next reading");
     }
-    return parts.empty() ? "the service takes it, but see the notes below" : fmt::format("the service {}", fmt::join(parts, ", "));
+    return parts.empty() ? "the service takes it, but see the notes below"
+                         : fmt::format("the service {}", fmt::join(parts, ", "));
 }
 
 std::string lines_text(const std::vector<int>& lines) {

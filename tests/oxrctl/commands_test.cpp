@@ -30,7 +30,10 @@ TEST(Commands, PrintWhatTheyShould) {
     fs::copy(source / "small.toml", folder);
     fs::current_path(folder);
     setenv("TMPDIR", (folder / "tmp").c_str(), 1);
-    setenv("PATH", (std::string(OXR_PROGRAMS_DIR "/oxrctl:") + getenv("PATH")).c_str(), 1);
+    setenv("PATH",
+           (std::string(OXR_PROGRAMS_DIR "/oxrctl:" OXR_PROGRAMS_DIR "/ostrel-simhost:") + getenv("PATH")).c_str(), 1);
+    unsetenv("COLUMNS");
+    unsetenv("NO_COLOR");
     std::ifstream commands(source / "commands.txt");
     std::string command, output;
     int ran = 0;
