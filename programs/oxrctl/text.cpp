@@ -103,7 +103,7 @@ void set_line_width(std::size_t columns) {
 std::string wrapped(const std::string& first, std::string_view text) {
     const std::size_t indent = width_of(first);
     std::string lines;
-    for (const std::string& line : broken(text, line_width() - std::min(indent + 1, line_width()) + 1)) {
+    for (const std::string& line : broken(text, line_width() - std::min(indent, line_width()))) {
         lines += (lines.empty() ? first : std::string(indent, ' ')) + line + "\n";
     }
     return lines;
@@ -168,7 +168,7 @@ void fit(std::size_t room, std::vector<Column>& columns) {
             column.width = column.natural;
         }
         narrow_to(room, all.first(all.size() - 1));
-        last.width = std::max(last.least, std::min(last.natural, room));
+        last.width = std::max(last.least, std::min(last.natural, room - std::min(2 * GAP, room)));
     }
 }
 
