@@ -16,6 +16,7 @@
 #include "runner.h"
 #include "scenario.h"
 #include "shared/duration.h"
+#include "shared/terminal.h"
 
 namespace {
 
@@ -54,7 +55,8 @@ The table has one line per volume or group-scoped target (identical ones share a
 Exit code: 0 the run is complete; 1 an invariant of the host was broken or the connection manager hung;
 2 the scenario or the command line is wrong, or the output cannot be written; 3 the connection manager could
 not be loaded, or the diagram could not be drawn.
-The root folder of the simulated host, with its log and configuration, is kept and printed at the end.)";
+The root folder of the simulated host, with its log and configuration, is kept and printed at the end. Only SIGTERM,
+and an end because nobody reads the output, remove one that --root does not name.)";
 
 std::filesystem::path own_folder() {
     std::error_code ignored;
@@ -120,8 +122,11 @@ bool read_speed(const std::string& word, program::RunOptions& options) {
     return true;
 }
 
-// The reader of the output is gone.
+// With a reader that is gone it ends quietly.
 int refuse_lost_output() {
+    if (shared::output_is_abandoned()) {
+        shared::end_by_signal(SIGPIPE);
+    }
     fmt::print(stderr, "ostrel-simhost: standard output: {}\n", std::strerror(errno));
     return program::EXIT_BAD_INPUT;
 }
@@ -138,6 +143,7 @@ int main(int argc, char** argv) {
     std::string for_text;
     std::string speed;
     std::string cim_address;
+    std::string colour = "auto";
     std::vector<std::string> overrides;
     bool check_only = false;
     program::RunOptions options;
@@ -177,6 +183,9 @@ int main(int argc, char** argv) {
     app.add_flag("--events", options.events,
                  "Also read events from standard input, one per line; they happen at once. An event has the keys of "
                  "an [[event]] without `at`, such as nic_down = \"10.1.1.12\"");
+    app.add_option("--color", colour, "Colours: auto (on a terminal), always or never [auto]")
+        ->type_name("WHEN")
+        ->check(CLI::IsMember({"auto", "always", "never"}).description(""));
     auto* const plot =
         app.add_option("--plot", options.plot,
                        "Draw a diagram of sessions and active paths over time; a .svg or .png file (needs gnuplot)")
@@ -235,6 +244,7 @@ int main(int argc, char** argv) {
         fmt::print("{}: fine\n", file.string());
         return 0;
     }
+    options.colour = *shared::colour_wish(colour);
     options.scenario_file = std::filesystem::exists(scenario_name) ? scenario_name : file.filename().string();
     const int exit_code = program::run_scenario(result.scenario, options);
     return std::fflush(stdout) == 0 && std::ferror(stdout) == 0 ? exit_code : refuse_lost_output();

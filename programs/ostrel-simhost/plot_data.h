@@ -15,7 +15,15 @@ using Course = std::vector<std::pair<double, int>>;
 
 struct Curve {
     std::vector<std::string> names;  // of the targets with this course
-    Course sessions, paths;
+    Course sessions;                 // those that are logged in
+    Course all_sessions;
+    Course paths;
+
+    bool same_course(const Curve& other) const {
+        return sessions == other.sessions && all_sessions == other.all_sessions && paths == other.paths;
+    }
+    // All sessions while some aren't logged in.
+    Course with_missing_logins() const;
 };
 
 struct PlotData {

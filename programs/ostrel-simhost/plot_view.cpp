@@ -22,6 +22,10 @@ std::string last_line(std::string text) {
     return text.substr(text.rfind('\n') + 1);
 }
 
+std::string not_run(int error) {
+    return fmt::format("gnuplot can't be run: {} (package gnuplot-nox)", std::strerror(error));
+}
+
 // An empty text: the picture is there.
 std::string draw(const PlotData& data, const std::string& file) {
     const std::string script = plot_script(data, plot_format_of(file).value_or(PlotFormat::svg));
@@ -40,7 +44,7 @@ std::string draw(const PlotData& data, const std::string& file) {
         return "";
     }
     unlink(file.c_str());
-    return !end.started ? fmt::format("gnuplot can't be run: {} (package gnuplot-nox)", std::strerror(end.error_number))
+    return !end.started               ? not_run(end.error_number)
            : end.error_output.empty() ? "gnuplot failed and doesn't say why"
                                       : fmt::format("gnuplot failed: {}", last_line(end.error_output));
 }
@@ -97,6 +101,22 @@ std::optional<PlotFormat> plot_format_of(const std::string& file) {
     return file.ends_with(".svg")   ? std::optional(PlotFormat::svg)
            : file.ends_with(".png") ? std::optional(PlotFormat::png)
                                     : std::nullopt;
+}
+
+std::string plot_obstacle(const std::string& file) {
+    const bool is_there = access(file.c_str(), F_OK) == 0;
+    const int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+    if (fd < 0) {
+        return fmt::format("{}: {}", file, std::strerror(errno));
+    }
+    close(fd);
+    if (!is_there) {
+        unlink(file.c_str());
+    }
+    shared::ChildProcess gnuplot;
+    gnuplot.command = {"gnuplot", "--version"};
+    const shared::ChildEnd end = shared::run_child(gnuplot);
+    return end.started ? "" : not_run(end.error_number);
 }
 
 std::unique_ptr<View> make_plot_view(std::unique_ptr<View> printing, std::string file, std::string& failure) {

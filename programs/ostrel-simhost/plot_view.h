@@ -13,6 +13,9 @@ namespace program {
 // By the suffix of the file's name; empty for any other than .svg and .png.
 std::optional<PlotFormat> plot_format_of(const std::string& file);
 
+// Why no picture can be drawn to this file, or nothing. Leaves the file as it is.
+std::string plot_obstacle(const std::string& file);
+
 // `failure` is filled at the end when there is no picture, with one line that says why; it must outlive the view.
 std::unique_ptr<View> make_plot_view(std::unique_ptr<View> printing, std::string file, std::string& failure);
 

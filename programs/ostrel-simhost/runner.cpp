@@ -7,9 +7,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <stdexcept>
 
 #include "cimserver/server.h"
@@ -25,10 +28,10 @@ namespace program {
 
 namespace {
 
-std::atomic<bool> interrupted{false};
+std::atomic<int> interrupted{0};  // the signal that did it
 
-void on_interrupt(int) {
-    interrupted = true;
+void on_interrupt(int signal) {
+    interrupted = signal;
 }
 
 // Interrupts reach the thread that constructs this and no thread started while `blocked` stands: the
@@ -38,11 +41,15 @@ public:
     Interrupts() {
         struct sigaction action {};
         action.sa_handler = on_interrupt;
-        sigaction(SIGINT, &action, nullptr);
-        sigaction(SIGTERM, &action, nullptr);
         sigemptyset(&set_);
-        sigaddset(&set_, SIGINT);
-        sigaddset(&set_, SIGTERM);
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+            struct sigaction before {};
+            sigaction(signal, &action, &before);
+            if (signal == SIGHUP && before.sa_handler == SIG_IGN) {
+                sigaction(signal, &before, nullptr);  // as nohup wants it
+            }
+            sigaddset(&set_, signal);
+        }
     }
     void block() const { pthread_sigmask(SIG_BLOCK, &set_, nullptr); }
     void unblock() const { pthread_sigmask(SIG_UNBLOCK, &set_, nullptr); }
@@ -117,7 +124,7 @@ bool wait_for_end(simhost::Host& host, const RunOptions& options, double end, Vi
     std::uint64_t last_sleeps = host.sleeps();
     auto progress = Clock::now();
     bool done = false;
-    while (!done && !interrupted && std::ferror(stdout) == 0) {
+    while (!done && interrupted == 0 && std::ferror(stdout) == 0) {
         if (options.clock == simhost::ClockMode::instant) {
             done = host.wait_for_horizon(instant_wait_seconds);
             if (host.now() != last_now || host.sleeps() != last_sleeps) {
@@ -169,7 +176,8 @@ double next_action_after(const Scenario& scenario, double time) {
 
 std::unique_ptr<View> make_view(const RunOptions& options, std::string& plot_failure) {
     auto view = options.json ? make_json_view()
-                             : make_text_view(isatty(STDOUT_FILENO) == 1, options.clock != simhost::ClockMode::instant);
+                             : make_text_view(shared::wants_colours(options.colour),
+                                              options.clock != simhost::ClockMode::instant);
     return options.plot.empty() ? std::move(view) : make_plot_view(std::move(view), options.plot, plot_failure);
 }
 
@@ -187,7 +195,33 @@ bool start_connection_manager(Provider& provider, const RunOptions& options, Vie
     return true;
 }
 
-int run_on(simhost::Host& host, const Scenario& scenario, const RunOptions& options) {
+// Why nothing can be written below the host's root, or nothing: the log and the configuration may have lost lines.
+std::string write_failure(const std::filesystem::path& root) {
+    constexpr std::size_t room = 16384;  // more than what is left over in the last block of a file
+    const std::filesystem::path probe = root / "var/log/ostrel/.room";
+    errno = 0;
+    std::FILE* const file = std::fopen(probe.c_str(), "w");
+    const std::string blanks(room, ' ');
+    const bool written = file != nullptr && std::fwrite(blanks.data(), 1, room, file) == room;
+    const int error = errno;
+    const bool closed = file != nullptr && std::fclose(file) == 0;
+    std::error_code ignored;
+    std::filesystem::remove(probe, ignored);
+    return written && closed ? "" : std::strerror(written ? errno : error);
+}
+
+bool leaves_root(const RunOptions& options) {
+    return !options.root.empty() || (interrupted != SIGTERM && !(interrupted == 0 && shared::output_is_abandoned()));
+}
+
+void remove_unless_left(const std::filesystem::path& root, const RunOptions& options) {
+    std::error_code ignored;
+    if (!leaves_root(options)) {
+        std::filesystem::remove_all(root, ignored);
+    }
+}
+
+int run_on(simhost::Host& host, const Scenario& scenario, const RunOptions& options, const Interrupts& interrupts) {
     // Who serves CIM goes on until interrupted.
     constexpr double a_year = 365.0 * 24 * 3600;
     const double end = options.for_seconds.value_or(options.cim ? a_year : scenario.run_for_seconds);
@@ -210,7 +244,6 @@ int run_on(simhost::Host& host, const Scenario& scenario, const RunOptions& opti
     view->begin({options.scenario_file, scenario.title, host.root(), options.library, end, speed_text(options)},
                 site.rows(host, config), host.nics(), host.totals(), balanced_paths(host));
 
-    const Interrupts interrupts;
     interrupts.block();
     Provider provider;
     std::string error;
@@ -237,14 +270,14 @@ int run_on(simhost::Host& host, const Scenario& scenario, const RunOptions& opti
     }
     recorder.finish();
     show(*view, recorder, last_pass);
-    outcome.interrupted = interrupted;
+    outcome.interrupted = interrupted != 0;
     outcome.passes_after_last_action = recorder.passes_after_last_happening();
     outcome.last_action_at = recorder.last_action_at();
     outcome.next_action_at = next_action_after(scenario, outcome.ended_at);
     outcome.most_sessions = std::max(recorder.most_sessions(), outcome.totals.sessions);
     outcome.most_paths = std::max(recorder.most_paths(), outcome.paths);
     outcome.violations = host.violations();
-    outcome.root = host.root();
+    outcome.root = leaves_root(options) ? host.root() : "";
     outcome.let_pass = scenario.allowed_hazards;
     if (!outcome.stalled) {
         add_leftovers(host, outcome.violations);
@@ -256,8 +289,14 @@ int run_on(simhost::Host& host, const Scenario& scenario, const RunOptions& opti
         fmt::print(stderr, "ostrel-simhost: --plot: {}\n", plot_failure);
         exit_code = EXIT_NOT_RUN;
     }
+    if (const std::string failure = write_failure(host.root()); !failure.empty()) {
+        fmt::print(stderr, "ostrel-simhost: {}: {}: its log and configuration may be incomplete\n", host.root(),
+                   failure);
+        exit_code = EXIT_BAD_INPUT;
+    }
     if (outcome.stalled) {
         std::fflush(nullptr);
+        remove_unless_left(host.root(), options);
         _exit(exit_code);
     }
     return exit_code;
@@ -280,6 +319,11 @@ int run_scenario(const Scenario& given, const RunOptions& options) {
         fmt::print(stderr, "ostrel-simhost: --cim: expected ADDRESS:PORT, found \"{}\"\n", *options.cim);
         return EXIT_BAD_INPUT;
     }
+    const Interrupts interrupts;
+    if (const std::string failure = options.plot.empty() ? "" : plot_obstacle(options.plot); !failure.empty()) {
+        fmt::print(stderr, "ostrel-simhost: --plot: {}\n", failure);
+        return EXIT_NOT_RUN;
+    }
     std::optional<simhost::Host> host;
     try {
         host.emplace(on);
@@ -288,13 +332,17 @@ int run_scenario(const Scenario& given, const RunOptions& options) {
                    options.root.empty() ? "the temporary folder" : "--root " + options.root, exception.what());
         return EXIT_BAD_INPUT;
     }
+    int exit_code = EXIT_BAD_INPUT;
     try {
-        return run_on(*host, scenario, options);
+        exit_code = run_on(*host, scenario, options, interrupts);
     } catch (const std::exception& exception) {
         fmt::print(stderr, "ostrel-simhost: {}: the host refuses the scenario: {}\n", options.scenario_file,
                    exception.what());
-        return EXIT_BAD_INPUT;
     }
+    const std::string root = host->root();
+    host.reset();
+    remove_unless_left(root, options);
+    return exit_code;
 }
 
 }  // namespace program

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "scenario.h"
+#include "shared/terminal.h"
 #include "simhost/host.h"
 
 namespace program {
@@ -18,6 +19,7 @@ struct RunOptions {
     std::string library;  // empty: by the loader's rules
     int log_level = 0;
     bool json = false;
+    shared::ColourWish colour = shared::ColourWish::automatic;
     std::string plot;                // file for a picture; empty: none
     bool events = false;             // from standard input too
     std::optional<std::string> cim;  // "ADDRESS:PORT" to serve CIM at; empty: the usual one
@@ -25,7 +27,8 @@ struct RunOptions {
 
 enum ExitCode { EXIT_FINE = 0, EXIT_BROKEN = 1, EXIT_BAD_INPUT = 2, EXIT_NOT_RUN = 3 };
 
-// Returns the program's exit code. SIGINT and SIGTERM end the run early and in order.
+// Returns the program's exit code. SIGINT, SIGHUP and SIGTERM end the run early and in order. A root folder of our own
+// making is kept, but not after SIGTERM or when nobody reads any more where it is.
 int run_scenario(const Scenario& scenario, const RunOptions& options);
 
 }  // namespace program

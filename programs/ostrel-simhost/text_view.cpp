@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "shared/duration.h"
+#include "shared/terminal.h"
 #include "table.h"
 #include "view.h"
 
@@ -43,7 +44,8 @@ std::string did(const PassRecord& pass) {
 
 class TextView final : public View {
 public:
-    TextView(bool colours, bool live) : pen_(colours), live_(live) {}
+    TextView(bool colours, bool live)
+        : pen_(colours), live_(live), width_(shared::terminal_width().value_or(UNLIMITED_WIDTH)) {}
 
     void begin(const RunHead& head, const std::vector<TargetRow>& rows, const std::vector<Address>& addresses,
                const simhost::Totals& totals, int paths) override {
@@ -147,7 +149,9 @@ public:
         for (const std::string& note : verdict.notes) {
             print(fmt::format("note        {}", note));
         }
-        print(fmt::format("files       {} (var/log/ostrel/oxr.log, etc/ostrel/oxr.conf)", outcome.root));
+        print(outcome.root.empty()
+                  ? "files       removed"
+                  : fmt::format("files       {} (var/log/ostrel/oxr.log, etc/ostrel/oxr.conf)", outcome.root));
         print("over CIM    with --speed 60 --cim this host is served to WBEM clients (cim.md)");
     }
 
@@ -164,7 +168,7 @@ private:
 
     // The lines of the table that differ from those last shown.
     void show_table(const std::vector<TargetRow>& rows, const std::vector<Address>& addresses) {
-        const std::vector<std::string> lines = table_lines(rows, addresses, pen_);
+        const std::vector<std::string> lines = table_lines(rows, addresses, pen_, width_);
         std::size_t unchanged = 0;
         for (std::size_t i = 0; i < lines.size(); ++i) {
             const bool known = i > 0 && std::find(lines_.begin(), lines_.end(), lines[i]) != lines_.end();
@@ -213,6 +217,7 @@ private:
 
     Pen pen_;
     bool live_;
+    std::size_t width_;
     std::vector<TargetRow> rows_;  // as last shown
     std::vector<std::string> lines_;
     std::vector<Address> addresses_;

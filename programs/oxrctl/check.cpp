@@ -16,6 +16,9 @@ std::string headline(const ConfigReport& report) {
     if (report.is_clean()) {
         return "the service takes it as it stands";
     }
+    if (report.start.refuses) {
+        return "it is empty";
+    }
     const auto corrected = static_cast<std::size_t>(std::count_if(
         report.values.begin(), report.values.end(), [](const ConfigReport::Value& value) { return value.corrected; }));
     std::vector<std::string> parts;
@@ -25,26 +28,35 @@ std::string headline(const ConfigReport& report) {
     if (!report.ignored.empty()) {
         parts.push_back("ignores " + count_of(report.ignored.size(), "line", "lines"));
     }
+    if (!report.old_format && !report.running.refuses && report.readings_differ()) {
+        parts.emplace_back("reads it in another way when it starts");
+    }
     if (!report.rewrite_reasons.empty()) {
         parts.push_back(report.old_format ? "converts it when it starts" : "rewrites it at its next reading");
     }
-    return parts.empty() ? "see the notes below" : fmt::format("the service {}", fmt::join(parts, ", "));
+    return parts.empty() ? "the service takes it, but see the notes below"
+                         : fmt::format("the service {}", fmt::join(parts, ", "));
 }
 
 std::string lines_text(const std::vector<int>& lines) {
     return lines.empty() ? "-" : fmt::format("{}", fmt::join(lines, ", "));
 }
 
+// With the values of both readings where they differ.
 std::string values_text(const ConfigReport& report) {
+    const bool both = report.readings_differ();
     Columns columns;
-    columns.add({"key", "line", "in the file", "in force", "why"});
+    columns.add(both ? std::vector<std::string>{"key", "line", "in the file", "running", "at a start", "why"}
+                     : std::vector<std::string>{"key", "line", "in the file", "in force", "why"});
     for (const ConfigReport::Value& value : report.values) {
-        std::string why = value.why;
-        if (value.lines.size() > 1) {
-            why += fmt::format("{}the last of its lines counts", why.empty() ? "" : "; ");
+        std::vector<std::string> cells = {value.key, lines_text(value.lines),
+                                          value.lines.empty() ? "-" : printable(value.in_file, 40),
+                                          both && report.running.refuses ? "kept" : value.in_force};
+        if (both) {
+            cells.push_back(value.at_start);
         }
-        columns.add({value.key, lines_text(value.lines), value.lines.empty() ? "-" : printable(value.in_file, 40),
-                     value.in_force, why});
+        cells.push_back(value.why);
+        columns.add(std::move(cells));
     }
     return columns.text();
 }
@@ -77,13 +89,20 @@ std::string report_text(const std::string& file, const ConfigReport& report) {
     return text;
 }
 
+Json reading_json(const ConfigReport::Reading& reading) {
+    return {{"refuses", reading.refuses}, {"rewrites", !reading.rewritten.empty()}};
+}
+
 Json report_json(const std::string& file, const ConfigReport& report) {
     Json values = Json::array();
     for (const ConfigReport::Value& value : report.values) {
         values.push_back({{"key", value.key},
                           {"lines", value.lines},
+                          {"line_in_force", value.lines.empty() ? Json() : Json(value.lines.back())},
                           {"in_file", value.lines.empty() ? Json() : Json(value.in_file)},
                           {"in_force", value.in_force},
+                          {"running", report.running.refuses ? Json() : Json(value.in_force)},
+                          {"at_start", value.at_start},
                           {"corrected", value.corrected},
                           {"why", value.why}});
     }
@@ -91,11 +110,19 @@ Json report_json(const std::string& file, const ConfigReport& report) {
     for (const ConfigReport::IgnoredLine& line : report.ignored) {
         ignored.push_back({{"line", line.line}, {"text", line.text}, {"why", line.why}});
     }
+    Json hidden = Json::array();
+    for (const ConfigReport::HiddenCharacter& each : report.hidden) {
+        hidden.push_back({{"line", each.line}, {"what", each.what}});
+    }
     return {{"file", file},
             {"clean", report.is_clean()},
             {"format", report.old_format ? "old" : "current"},
             {"values", std::move(values)},
             {"ignored", std::move(ignored)},
+            {"hidden", std::move(hidden)},
+            {"readings_differ", report.readings_differ()},
+            {"running", reading_json(report.running)},
+            {"start", reading_json(report.start)},
             {"notes", report.notes},
             {"rewritten", !report.rewrite_reasons.empty()},
             {"rewrite_reasons", report.rewrite_reasons},

@@ -16,6 +16,7 @@
 #include "configuration/config_judge.h"
 #include "configuration/config_text.h"
 #include "configuration/logs_path_rule.h"
+#include "oxrctl/hidden_characters.h"
 #include "oxrctl/text.h"
 #include "shared/config_file.h"
 
@@ -131,7 +132,9 @@ public:
     void logs_path_line(bool usable) {
         ConfigReport::Value& value = enter(LOGS_PATH_KEY);
         if (!usable) {
-            report_.ignored.push_back({number_, text_, "this key must be in lower case and have a path"});
+            report_.ignored.push_back(
+                {number_, text_,
+                 converting_ ? "given up with the old format" : "this key must be in lower case and have a path"});
             value.lines.pop_back();
         }
     }
@@ -205,6 +208,14 @@ bool is_old_format(const std::vector<std::string>& lines) {
     return judge.fitness() == ConfigFitness::not_converted;
 }
 
+std::string why_no_logs_path(const std::string& path) {
+    if (path.size() > MAX_LOGS_PATH) {
+        return fmt::format("longer than {} characters; the default", MAX_LOGS_PATH);
+    }
+    return fmt::format("{}no such folder on this host; the default",
+                       !path.empty() && oxr::is_blank(path.back()) ? "ends with a blank; " : "");
+}
+
 // The last logs-path line's value, put into `values` when this host has that folder.
 void judge_logs_path(const std::vector<std::string>& lines, ConfigValues& values, ConfigReport& report) {
     std::string_view value;
@@ -218,8 +229,7 @@ void judge_logs_path(const std::vector<std::string>& lines, ConfigValues& values
     if (is_usable_logs_path(found.c_str())) {
         oxr::copy_text(values.ostrel_logs_path, found);
     } else if (!entry.lines.empty() && found != values.ostrel_logs_path) {
-        entry.why = found.size() > MAX_LOGS_PATH ? fmt::format("longer than {} characters; the default", MAX_LOGS_PATH)
-                                                 : "no such folder on this host; the default";
+        entry.why = why_no_logs_path(found);
         entry.corrected = true;
     }
 }
@@ -255,8 +265,39 @@ std::string diff_text(const std::vector<std::string>& lines, const std::string& 
     return printed.str();
 }
 
-void note_what_surprises(const std::vector<std::string>& lines, ConfigReport& report) {
-    const bool has_comment = std::any_of(lines.begin(), lines.end(), oxr::is_comment_line);
+// The file read as one of the current or of the old format, which the service converts.
+ConfigReport read_as(const std::vector<std::string>& lines, bool converting) {
+    ConfigReport report;
+    Collector collector(report, converting);
+    ConfigJudge judge(converting, collector);
+    take_lines(lines, judge, &collector, converting ? ':' : '=');
+    judge.finish();
+    ConfigValues values = judge.values();
+    if (judge.has_logs_path()) {
+        judge_logs_path(lines, values, report);
+    }
+    enter_values(values, report);
+    if (converting) {
+        report.rewrite_reasons.insert(report.rewrite_reasons.begin(), "it is in the old format");
+    }
+    if (lines.empty()) {
+        report.rewrite_reasons.clear();  // what it held isn't known
+    } else if (judge.wants_rewrite()) {
+        report.rewritten = rewritten_text(values);
+    }
+    return report;
+}
+
+void enter_start(const ConfigReport& at_start, ConfigReport& report) {
+    for (std::size_t i = 0; i < report.values.size(); ++i) {
+        report.values[i].at_start = at_start.values[i].in_force;
+    }
+    report.start.rewritten = at_start.rewritten;
+}
+
+// --- notes -------------------------------------------------------------------------------------------------
+
+void note_the_form(const std::vector<std::string>& lines, ConfigReport& report) {
     if (report.old_format) {
         report.notes.emplace_back(
             "The file is in the old format. The service converts it when it starts; a running one leaves it alone and "
@@ -265,17 +306,45 @@ void note_what_surprises(const std::vector<std::string>& lines, ConfigReport& re
         report.notes.emplace_back(
             "The file is empty. The service leaves it alone: a running one keeps the values it has, one that starts "
             "uses the defaults. Write it anew, or delete it and restart the service, which creates one.");
-    } else if (!has_comment && report.rewrite_reasons.empty()) {
-        report.notes.emplace_back(
-            "The file has no comment line. At its next start the service takes it for the old format and puts the "
-            "defaults in place of all values: add a line that begins with \"#\".");
+    } else if (report.readings_differ()) {
+        report.notes.push_back(fmt::format(
+            "The file has no comment line. A service that starts takes it for the old format and puts the values "
+            "\"at a start\" into it.{} Add a line that begins with \"#\".",
+            report.running.rewritten.empty()
+                ? ""
+                : " One that runs rewrites it at its next reading, with comment lines, and a start is harmless then."));
     }
+}
+
+void note_repeated_keys(ConfigReport& report) {
+    for (const ConfigReport::Value& value : report.values) {
+        if (value.lines.size() > 1) {
+            report.notes.push_back(fmt::format("{} is in lines {}: line {} is in force.", value.key,
+                                               fmt::join(value.lines, ", "), value.lines.back()));
+        }
+    }
+}
+
+void note_hidden_characters(ConfigReport& report) {
+    std::vector<std::pair<std::string, std::vector<int>>> kinds;
+    for (const ConfigReport::HiddenCharacter& hidden : report.hidden) {
+        const auto known =
+            std::find_if(kinds.begin(), kinds.end(), [&](const auto& kind) { return kind.first == hidden.what; });
+        auto& lines = known != kinds.end() ? known->second : kinds.emplace_back(hidden.what, std::vector<int>{}).second;
+        lines.push_back(hidden.line);
+    }
+    for (const auto& [what, lines] : kinds) {
+        report.notes.push_back(fmt::format("{} {} {}.", line_numbers(lines), lines.size() == 1 ? "has" : "have", what));
+    }
+}
+
+void note_what_is_cut(const std::vector<std::string>& lines, ConfigReport& report) {
     for (std::size_t i = 0; i < lines.size(); ++i) {
-        if (lines[i].size() == 255 && !lines[i].ends_with('\n')) {
+        if (lines[i].size() == oxr::FileReader::line_capacity && !lines[i].ends_with('\n')) {
             report.notes.push_back(fmt::format("Line {} is longer than 255 characters; the rest is not read.", i + 1));
         }
     }
-    if (!lines.empty() && !lines.back().ends_with('\n') && lines.back().size() < 255) {
+    if (!lines.empty() && !lines.back().ends_with('\n') && lines.back().size() < oxr::FileReader::line_capacity) {
         report.notes.emplace_back("The last line has no line end: the file may have been cut off.");
     }
 }
@@ -287,27 +356,27 @@ bool ConfigReport::is_clean() const {
            std::none_of(values.begin(), values.end(), [](const Value& value) { return value.corrected; });
 }
 
+bool ConfigReport::readings_differ() const {
+    return running.refuses || start.refuses || running.rewritten != start.rewritten;
+}
+
 ConfigReport judge_config_file(const std::string& file) {
     const std::vector<std::string> lines = read_lines(file);
-    ConfigReport report;
-    report.old_format = is_old_format(lines);
-    Collector collector(report, report.old_format);
-    ConfigJudge judge(report.old_format, collector);
-    take_lines(lines, judge, &collector, report.old_format ? ':' : '=');
-    judge.finish();
-    ConfigValues values = judge.values();
-    judge_logs_path(lines, values, report);
-    enter_values(values, report);
-    if (report.old_format) {
-        report.rewrite_reasons.insert(report.rewrite_reasons.begin(), "it is in the old format");
-    }
-    if (lines.empty()) {
-        report.rewrite_reasons.clear();  // what it held isn't known
-    } else if (judge.wants_rewrite()) {
-        report.rewritten = rewritten_text(values);
+    const bool has_comment = std::any_of(lines.begin(), lines.end(), oxr::is_comment_line);
+    const bool old_format = is_old_format(lines);
+    ConfigReport report = read_as(lines, old_format);
+    report.old_format = old_format;
+    report.running = {old_format || lines.empty(), old_format ? "" : report.rewritten};
+    report.start.refuses = lines.empty();
+    enter_start(has_comment || lines.empty() ? report : read_as(lines, true), report);
+    if (!report.rewritten.empty()) {
         report.diff = diff_text(lines, report.rewritten);
     }
-    note_what_surprises(lines, report);
+    report.hidden = hidden_characters(lines);
+    note_the_form(lines, report);
+    note_repeated_keys(report);
+    note_hidden_characters(report);
+    note_what_is_cut(lines, report);
     return report;
 }
 

@@ -12,6 +12,7 @@
 #include "oxrctl/catalogue.h"
 #include "oxrctl/commands.h"
 #include "oxrctl/explain_text.h"
+#include "oxrctl/told_line.h"
 #include "shared/log_line.h"
 
 namespace oxrctl {
@@ -38,7 +39,8 @@ std::string in_lower_case(std::string_view text) {
     return result;
 }
 
-// A line of the log, or as much of one as was given: behind its "FUNCTION:LINE : " comes the text.
+// A line of the log or of a program that tells it, or as much of one as was given: behind its "FUNCTION:LINE : " comes
+// the text.
 struct LoggedText {
     std::string level;  // may be empty
     std::string text;
@@ -46,6 +48,12 @@ struct LoggedText {
 };
 
 LoggedText logged_text(const std::string& asked) {
+    if (const std::optional<ToldMessage> told = told_message(asked)) {
+        if (told->text.empty()) {
+            throw Refusal("explain: the message stands in the line below this one; give that one, or both");
+        }
+        return {told->level, told->text, true};
+    }
     shared::LogLine line;
     return shared::parse_log_line_end(asked, line) ? LoggedText{std::string(line.level), std::string(line.text), true}
                                                    : LoggedText{"", asked, false};

@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -10,8 +11,10 @@
 #include <sstream>
 
 #include "oxrctl/commands.h"
+#include "oxrctl/paint.h"
 #include "oxrctl/text.h"
 #include "shared/duration.h"
+#include "shared/terminal.h"
 
 namespace {
 
@@ -35,8 +38,14 @@ cannot be written, and one line on standard error says why; 3 ostrel-simhost, wh
 
 using Run = std::function<Answer()>;
 
-void add_json(CLI::App& command, bool& json) {
+std::string colour_word = "auto";
+
+// What every command can be told about its output.
+void add_output(CLI::App& command, bool& json) {
     command.add_flag("--json", json, "Print one JSON object, for use by programs");
+    command.add_option("--color", colour_word, "Colours: auto (on a terminal), always or never [auto]")
+        ->type_name("WHEN")
+        ->check(CLI::IsMember({"auto", "always", "never"}).description(""));
 }
 
 void add_check(CLI::App& app, Run& run) {
@@ -44,10 +53,13 @@ void add_check(CLI::App& app, Run& run) {
     CLI::App& command = *app.add_subcommand("check", "Show how the service reads a configuration file");
     command.footer(
         "\nReads the file as the service does, and changes nothing. Shows the value of each key in the file and in\n"
-        "force, the lines that are ignored, and what the service would write back.\n"
-        "Exit code: 0 the file is used unchanged; 1 something is corrected or ignored; 2 the file cannot be read.");
+        "force, the lines that are ignored, and what the service would write back; the values of a service that runs "
+        "and\n"
+        "of one that starts where they differ; and characters that an editor does not show.\n"
+        "Exit code: 0 the file is used unchanged; 1 something is corrected, ignored or noted; 2 the file cannot be "
+        "read.");
     command.add_option("FILE", options.file, "Configuration file [/etc/ostrel/oxr.conf]");
-    add_json(command, options.json);
+    add_output(command, options.json);
     command.callback([&run] { run = [] { return check(options); }; });
 }
 
@@ -82,9 +94,10 @@ void add_status(CLI::App& app, Run& run) {
         ->type_name("NAME");
     command.add_flag("--problems", options.targets.problems, "Only targets with a problem");
     command.add_flag("--no-group", options.no_group, "A row for each target");
+    add_output(command, options.json);
     command.add_option("--watch", watch, "Show it anew every so often, such as 5, until Ctrl-C")
         ->type_name("DURATION")
-        ->excludes(command.add_flag("--json", options.json, "Print one JSON object, for use by programs"));
+        ->excludes(command.get_option("--json"));
     command.add_flag("--check", options.check, "Print one line and exit as a monitoring plug-in does");
     command.add_option("--metrics", options.metrics, "Write metrics for Prometheus; - for standard output")
         ->type_name("FILE");
@@ -105,12 +118,13 @@ void add_explain(CLI::App& app, Run& run) {
     static ExplainOptions options;
     CLI::App& command = *app.add_subcommand("explain", "Explain a log message or a code, and what to do");
     command.footer(
-        "\nMESSAGE is a log line or a part of one. CODE is a name or a number, such as 8. To choose the kind:\n"
+        "\nMESSAGE is a log line or a part of one, also as `oxrctl status` or ostrel-simhost prints it. CODE is a name "
+        "or a number, such as 8. To choose the kind:\n"
         "OXD 8 (a renewal), PSP 8 (the path-selection plug-in).\n"
         "Exit code: 0 it was found; 1 nothing matches.");
     command.add_option("MESSAGE|CODE", options.words, "What to explain");
     command.add_flag("--all", options.all, "Print the whole catalogue as Markdown");
-    add_json(command, options.json);
+    add_output(command, options.json);
     command.callback([&run] { run = [] { return explain(options); }; });
 }
 
@@ -131,7 +145,7 @@ void add_plan(CLI::App& app, Run& run) {
         ->take_all();
     command.add_option("--for", options.run_for, "How much time to simulate, such as 45m [as in the scenario]")
         ->type_name("DURATION");
-    add_json(command, options.json);
+    add_output(command, options.json);
     command.callback([&run] { run = [] { return plan(options); }; });
 }
 
@@ -145,7 +159,39 @@ int refuse(const std::string& what, ExitCode code) {
 }
 
 int show(const std::string& text, ExitCode code) {
-    return print(text) ? code : refuse(std::string("standard output: ") + std::strerror(errno), EXIT_UNUSABLE);
+    if (print(text)) {
+        return code;
+    }
+    const int error = errno;
+    if (error == EPIPE || shared::output_is_abandoned()) {
+        shared::end_by_signal(SIGPIPE);
+    }
+    return refuse(std::string("standard output: ") + std::strerror(error), EXIT_UNUSABLE);
+}
+
+// The first word that isn't an option; empty, or one of the commands: there is nothing to say against it.
+void refuse_unknown_command(const CLI::App& app, int argc, char** argv) {
+    const std::string_view word = argc > 1 ? argv[1] : "";
+    std::vector<std::string> names;
+    for (const CLI::App* const command : app.get_subcommands({})) {
+        names.push_back(command->get_name());
+    }
+    if (word.empty() || word.starts_with('-') || std::find(names.begin(), names.end(), word) != names.end()) {
+        return;
+    }
+    const std::vector<std::string_view> views(names.begin(), names.end());
+    const std::string near = nearest(word, views);
+    throw Refusal(fmt::format(
+        "no command '{}'; {}", printable(word),
+        near.empty() ? fmt::format("there are {}", fmt::join(names, ", ")) : fmt::format("did you mean {}?", near)));
+}
+
+int run_command(CLI::App& app, const Run& run) {
+    set_line_width(shared::terminal_width().value_or(LINE_WIDTH));
+    const Answer answer = run();
+    const bool is_json = app.get_subcommands().front()->count("--json") > 0;
+    const bool with_colours = !is_json && shared::wants_colours(*shared::colour_wish(colour_word));
+    return show(with_colours ? painted(answer.text) : answer.text, answer.exit_code);
 }
 
 }  // namespace
@@ -162,17 +208,15 @@ int main(int argc, char** argv) {
     add_explain(app, run);
     add_plan(app, run);
     try {
+        refuse_unknown_command(app, argc, argv);
         app.parse(argc, argv);
+        return run_command(app, run);
     } catch (const CLI::ParseError& error) {
         std::ostringstream help;
         std::ostringstream mistake;
         return app.exit(error, help, mistake) == 0
                    ? show(help.str(), EXIT_FINE)
                    : refuse(std::string(error.what()) + " (see oxrctl --help)", EXIT_UNUSABLE);
-    }
-    try {
-        const Answer answer = run();
-        return show(answer.text, answer.exit_code);
     } catch (const Refusal& refusal) {
         return refuse(refusal.what(), refusal.exit_code);
     } catch (const std::exception& exception) {

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -10,6 +11,7 @@
 #include <future>
 
 #include "shared/child_process.h"
+#include "shared/terminal.h"
 
 namespace oxrctl {
 
@@ -53,16 +55,33 @@ private:
     std::string path_;
 };
 
-// An interrupt ends the children, which tell how far they came; this program stays to clean up.
+std::atomic<int> ended_by{0};
+
+void on_end(int signal) {
+    ended_by = signal;
+    shared::send_to_children(SIGTERM);
+}
+
+// An interrupt ends the children, which tell how far they came; this program stays to clean up. So it does at the
+// signals that are to end it, too, and then it ends by them.
 class InterruptsForChildren {
 public:
-    InterruptsForChildren() : before_(std::signal(SIGINT, SIG_IGN)) {}
+    InterruptsForChildren() {
+        std::signal(SIGINT, SIG_IGN);
+        for (const int signal : {SIGTERM, SIGHUP}) {
+            if (std::signal(signal, on_end) == SIG_IGN) {
+                std::signal(signal, SIG_IGN);  // as nohup wants it
+            }
+        }
+    }
     InterruptsForChildren(const InterruptsForChildren&) = delete;
     InterruptsForChildren& operator=(const InterruptsForChildren&) = delete;
-    ~InterruptsForChildren() { std::signal(SIGINT, before_); }
-
-private:
-    void (*before_)(int);
+    ~InterruptsForChildren() {
+        std::signal(SIGINT, SIG_DFL);
+        if (ended_by != 0) {
+            shared::end_by_signal(ended_by);
+        }
+    }
 };
 
 std::vector<std::string> command_of(const PlanRun& run, const std::string& root) {

@@ -17,8 +17,10 @@ std::string printable(std::string_view text, std::size_t most = 120);
 // Control characters but line feeds as \\xNN.
 std::string without_control_characters(std::string_view text);
 
-// Columns of a terminal that lines are kept within.
+// Columns that lines are kept within: these, unless the program found out about others.
 inline constexpr std::size_t LINE_WIDTH = 100;
+std::size_t line_width();
+void set_line_width(std::size_t columns);
 
 // Columns of a terminal that UTF-8 text takes.
 bool continues_letter(char c);
@@ -27,7 +29,8 @@ std::size_t width_of(std::string_view text);
 // A sentence behind `first`, over as many lines as it takes, all of them indented by the width of `first`.
 std::string wrapped(const std::string& first, std::string_view text);
 
-// Cells in columns as wide as they need, two blanks between them.
+// Cells in columns as wide as they need, two blanks between them. Where a line has no room for them, text that stands
+// at the left is broken at blanks, and columns that still don't fit go on in a line of their own. Nothing is cut.
 class Columns {
 public:
     // `right`: an 'r' at the place of each column that stands at the right.
@@ -37,6 +40,8 @@ public:
     std::string text() const;
 
 private:
+    bool is_at_right(std::size_t column) const { return column < right_.size() && right_[column] == 'r'; }
+
     std::string right_;
     std::string indent_;
     std::vector<std::vector<std::string>> rows_;

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 
 namespace shared {
@@ -59,7 +60,7 @@ struct Spawning {
         posix_spawnattr_init(&attributes);
         sigset_t usual;
         sigemptyset(&usual);
-        for (const int signal : {SIGPIPE, SIGINT, SIGTERM}) {
+        for (const int signal : {SIGPIPE, SIGINT, SIGTERM, SIGHUP}) {
             sigaddset(&usual, signal);
         }
         posix_spawnattr_setsigdefault(&attributes, &usual);
@@ -165,6 +166,43 @@ private:
     sigset_t before_{};
 };
 
+// The children that run, for a signal handler.
+std::array<std::atomic<pid_t>, 8> children{};
+std::atomic<int> last_sent{0};
+
+class Registered {
+public:
+    explicit Registered(pid_t pid) : pid_(pid) {
+        for (std::atomic<pid_t>& place : children) {
+            pid_t none = 0;
+            if (place.compare_exchange_strong(none, pid)) {
+                break;
+            }
+        }
+        if (const int signal = last_sent; signal != 0) {
+            kill(pid, signal);
+        }
+    }
+    Registered(const Registered&) = delete;
+    Registered& operator=(const Registered&) = delete;
+    ~Registered() {
+        for (std::atomic<pid_t>& place : children) {
+            pid_t mine = pid_;
+            place.compare_exchange_strong(mine, 0);
+        }
+    }
+
+private:
+    pid_t pid_;
+};
+
+// Leaves it unreaped, so that its number stays its own.
+void wait_without_reaping(pid_t pid) {
+    siginfo_t ignored;
+    while (waitid(P_PID, static_cast<id_t>(pid), &ignored, WEXITED | WNOWAIT) < 0 && errno == EINTR) {
+    }
+}
+
 int wait_for(pid_t pid) {
     int status = 0;
     while (waitpid(pid, &status, 0) < 0) {
@@ -204,10 +242,23 @@ ChildEnd run_child(const ChildProcess& child) {
         return end;
     }
     end.started = true;
-    const NoBrokenPipe no_broken_pipe;
-    Exchange(child, end, input, output, errors).run();
+    {
+        const Registered registered(pid);
+        const NoBrokenPipe no_broken_pipe;
+        Exchange(child, end, input, output, errors).run();
+        wait_without_reaping(pid);
+    }
     end.exit_code = wait_for(pid);
     return end;
+}
+
+void send_to_children(int signal) {
+    last_sent = signal;
+    for (const std::atomic<pid_t>& place : children) {
+        if (const pid_t pid = place; pid > 0) {
+            kill(pid, signal);
+        }
+    }
 }
 
 }  // namespace shared

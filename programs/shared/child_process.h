@@ -26,4 +26,7 @@ struct ChildEnd {
 // them. `on_output` is called with each piece on this thread.
 ChildEnd run_child(const ChildProcess& child);
 
+// Sends it to the children that run, and to those that are still started. May be called by a signal handler.
+void send_to_children(int signal);
+
 }  // namespace shared

@@ -1,5 +1,5 @@
 // What oxrctl tells of a configuration file is what the service does with it.
-#include <fstream>
+#include <algorithm>
 
 #include "OstrelProvider/config.h"
 #include "configuration/config_keys.h"
@@ -20,11 +20,46 @@ std::string canonical(const std::string& from = "", const std::string& to = "") 
     return file.replace(file.find(from), from.size(), to);
 }
 
+// The text as it may come from elsewhere: in the old format, without comments, from another system.
+std::vector<std::string> forms_of(const std::string& text) {
+    std::string old = text, plain, foreign;
+    std::replace(old.begin(), old.end(), '=', ':');
+    for (const std::string_view line : shared::config_lines(text)) {
+        plain += line.starts_with('#') ? std::string_view() : line;
+        foreign += std::string(line.substr(0, line.find('\n'))) + "\r\n";
+    }
+    std::string plain_old = plain;
+    std::replace(plain_old.begin(), plain_old.end(), '=', ':');
+    return {text, old, plain, plain_old, plain + plain_old, foreign, "\xEF\xBB\xBF" + text, "\xEF\xBB\xBF" + plain};
+}
+
 class CheckTest : public testing_support::HostTest {
 protected:
     ConfigReport judge(const std::string& text) {
         host->write_file(OSTREL_CONFIG_FILE, text);
         return judge_config_file(host->path(OSTREL_CONFIG_FILE));
+    }
+
+    // Lets the library read the file, as a running service or as one that starts.
+    void expect_reading(const std::string& text, const ConfigReport& report, bool starts) {
+        host->write_file(OSTREL_CONFIG_FILE, text);
+        ConfigValues values;
+        {
+            const oxr::MutexLock lock(config_file_mutex);
+            if (starts) {
+                OSTREL_CreateConfigFile();
+            }
+            const auto& reading = starts ? report.start : report.running;
+            EXPECT_EQ(OSTREL_GetConfigValues(&values, CONFIG_NORMAL) != 0, reading.refuses);
+            EXPECT_EQ(host->read_file(OSTREL_CONFIG_FILE), reading.rewritten.empty() ? text : reading.rewritten);
+        }
+        for (const auto& value : report.values) {
+            if (starts || !report.running.refuses) {
+                EXPECT_EQ(starts ? value.at_start : value.in_force,
+                          shared::value_text(*find_config_key(value.key), values))
+                    << value.key << (starts ? " at a start" : " while running");
+            }
+        }
     }
 };
 
@@ -49,7 +84,7 @@ TEST_F(CheckTest, TellsWhatTheServiceDoes) {
         {canonical("interval=120", "intreval=300"), {}, {"unknown key; did you mean interval?"}},
         {canonical("interval=120", "colour=blue"), {}, {"unknown key"}},
         {canonical("interval=120", "interval 300"), {}, {"no \"=\" in it"}},
-        {canonical("interval=120", "interval=300\ninterval=60"), {}, {}},
+        {canonical("interval=120", "interval=300\ninterval=60"), {}, {}, true},
         {canonical("min_vol_sessions=2", "min_volsessions=9"), {"min_vol_sessions"}, {}},
         {canonical("max_vol_sessions=8", "max_vol_sessions=-1"), {"max_vol_sessions"}, {}},
         {canonical("\nvol_sessions=0", "\nvol_sessions=10"), {"vol_sessions"}, {}},
@@ -62,18 +97,24 @@ TEST_F(CheckTest, TellsWhatTheServiceDoes) {
         {canonical().substr(0, 1500), {}, {}, true},
         {canonical("interval=120", "interval=300" + std::string(300, ' ')), {}, {}, true},
         {"interval:300\nvol_sessions:4\nvmknic_count:2\n", {"interval", "vmknic_count"}, {}, true},
+        {"", {}, {}, true},
+        {"nothing\n", {}, {"no \"=\" in it"}},
+        {"interval=300\nuse_ostrel_timeouts=1\nostrel_logs_path=/var/log/ostrel\n", {}, {}, true},
+        {"interval=300\n", {}, {}, true},
+        {canonical("interval=120",
+                   "interval=\xC2\xA0"
+                   "300"),
+         {"interval"},
+         {},
+         true},
+        {canonical(path, path + " "), {"ostrel_logs_path"}, {}},
     };
+    int files = 0;
     for (const auto& c : cases) {
         SCOPED_TRACE(c.text);
         const ConfigReport report = judge(c.text);
-        ConfigValues values;
-        {
-            const oxr::MutexLock lock(config_file_mutex);
-            ASSERT_EQ(OSTREL_GetConfigValues(&values, report.old_format ? CONFIG_CONVERT : CONFIG_NORMAL), 0);
-        }
         Lines corrected, ignored;
         for (const auto& value : report.values) {
-            EXPECT_EQ(value.in_force, shared::value_text(*find_config_key(value.key), values)) << value.key;
             corrected.insert(corrected.end(), value.corrected ? 1 : 0, value.key);
         }
         for (const auto& line : report.ignored) {
@@ -81,19 +122,37 @@ TEST_F(CheckTest, TellsWhatTheServiceDoes) {
         }
         EXPECT_EQ(corrected, c.corrected);
         EXPECT_EQ(ignored, c.ignored);
-        EXPECT_EQ(!report.notes.empty(), c.notes);
-        const std::string written = host->read_file(OSTREL_CONFIG_FILE);
-        EXPECT_EQ(report.rewritten, report.rewrite_reasons.empty() ? "" : written);
-        EXPECT_EQ(report.rewrite_reasons.empty(), written == c.text);
+        EXPECT_EQ(!report.notes.empty(), c.notes) << testing::PrintToString(report.notes);
+        EXPECT_EQ(report.rewrite_reasons.empty(), report.rewritten.empty());
+        for (const std::string& text : forms_of(c.text)) {
+            SCOPED_TRACE(text);
+            const ConfigReport form = judge(text);
+            expect_reading(text, form, false);
+            expect_reading(text, form, true);
+            ++files;
+        }
     }
+    EXPECT_GT(files, 200);
 }
 
-// Read without a comment line it works, until the service starts again.
-TEST_F(CheckTest, WarnsOfAFileThatTheNextStartTakesForAnOldOne) {
-    const ConfigReport report = judge("interval=300\nuse_ostrel_timeouts=1\nostrel_logs_path=/var/log/ostrel\n");
-    EXPECT_EQ(report.values[0].in_force, "300");
-    EXPECT_EQ(report.notes.size(), 1U);
-    EXPECT_FALSE(report.is_clean());
-    EXPECT_TRUE(judge("").notes.at(0).starts_with("The file is empty."));
-    EXPECT_TRUE(judge("").rewrite_reasons.empty());
+// What only a start makes of a file, and what can't be seen in one, is told.
+TEST_F(CheckTest, TellsWhatIsNotSeen) {
+    const std::string three = "interval=300\nuse_ostrel_timeouts=1\nostrel_logs_path=/var/log/ostrel\n";
+    const std::pair<std::string, std::string> cases[] = {
+        {three, "The file has no comment line."},
+        {"interval=300\n", "One that runs rewrites it"},
+        {"", "The file is empty."},
+        {"#\r\n" + three + "\r\n", "Lines 1, 5 have a carriage return at the end"},
+        {"\xEF\xBB\xBF#\n#\n" + three, "Line 1 has a byte order mark"},
+        {"#\n\xE2\x80\x8B\xE2\x80\x8B" + three, "Line 2 has a character without width"},
+        {"#\ninterval=60\n" + three, "interval is in lines 2, 3: line 3 is in force."},
+    };
+    for (const auto& [text, note] : cases) {
+        const ConfigReport report = judge(text);
+        ASSERT_FALSE(report.notes.empty()) << note;
+        EXPECT_TRUE(report.notes.front().find(note) != std::string::npos) << report.notes.front();
+        EXPECT_FALSE(report.is_clean());
+    }
+    EXPECT_EQ(judge(three).values[0].in_force, "300");
+    EXPECT_EQ(judge(three).values[0].at_start, "120");
 }

@@ -32,6 +32,8 @@ TEST(Commands, PrintWhatTheyShould) {
     setenv("TMPDIR", (folder / "tmp").c_str(), 1);
     setenv("PATH",
            (std::string(OXR_PROGRAMS_DIR "/oxrctl:" OXR_PROGRAMS_DIR "/ostrel-simhost:") + getenv("PATH")).c_str(), 1);
+    unsetenv("COLUMNS");
+    unsetenv("NO_COLOR");
     std::ifstream commands(source / "commands.txt");
     std::string command, output;
     int ran = 0;

@@ -51,6 +51,19 @@ TEST(Explain, FindsMessagesAndCodes) {
         {{"vmhba=vmhba64,target=iqn.a,session="}, {no_match}, {}},
         {{"No such file or directory, fopen() failed on oxr.conf."}, {"%s, fopen() failed on oxr.conf."}, {}},
         {{"Permission denied, fopen() failed"}, {"%s, fopen() failed"}, {}},
+        {{"  3 x ERROR OstrelConnections: populate_oxr_sessions, last at 2024-05-01 08:00:02\n      No sessions.\n     "
+          " -> "
+          "Look."},
+         {"No sessions."},
+         {}},
+        {{"3 x ERROR m: f, last at 2024-05-01 08:00:02 No sessions."}, {"No sessions."}, {}},
+        {{"      No sessions."}, {"No sessions."}, {}},
+        {{"    log ERROR populate_oxr_sessions: No sessions. (and 2 alike)"}, {"No sessions."}, {}},
+        {{"warning  2 errors since the last good pass, such as \"No sessions.\""}, {"No sessions."}, {}},
+        {{"1 x ERROR m: f, last at Wed\n      Can not find a matching vmhba or target or session for the input. "
+          "\\x0avmhba=a,target=b,session=c"},
+         {no_match},
+         {}},
         {{"zzz"}, {}, {}},
         {{"populate_oxr_sessions:129 : "}, {}, {}},
         {{head + "ERROR: other: f:1 : of somebody else"}, {}, {}},

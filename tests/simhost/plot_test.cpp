@@ -48,6 +48,30 @@ TEST(Plot, TellsGnuplotCoursesPassesAndEvents) {
     }
 }
 
+// A login that fails is a gap between the logged-in sessions and all of them; very many paths make the scale one of
+// powers; a long text goes on in the next line.
+TEST(Plot, HidesNothing) {
+    PlotRecord record;
+    TargetRow stuck = row("stuck", 0, 2);
+    stuck.static_sessions = 2;
+    record.state(0, {stuck, row("many", 8, 500), row("few", 4, 4)});
+    stuck.pending_sessions = 1;
+    stuck.static_sessions = 1;
+    record.state(60, {stuck, row("many", 8, 500), row("few", 4, 4)});
+    stuck.pending_sessions = 0;
+    stuck.dynamic_sessions = stuck.broken_sessions = 1;
+    record.state(90, {stuck, row("many", 8, 500), row("few", 4, 4)});
+    record.event(60, "array g/a1 lost  (" + std::string(60, 'm') + " the last words)");
+    const std::string script = plot_script(record.finish(120), PlotFormat::svg);
+    for (const char* const part :
+         {"$sessions0 << EOD\n0 2\n60 1\n120 1\nEOD\n", "$all0 << EOD\n60 2\n120 2\nEOD\n", "not logged in",
+          "log(1+$2)/log(2)", "'500' 8.9687", "'array g/a1 lost ", "'words)'"}) {
+        EXPECT_TRUE(has(script, part)) << part << " in\n" << script;
+    }
+    EXPECT_FALSE(has(script, "..."));
+    EXPECT_FALSE(has(script, "$all1"));
+}
+
 TEST(Plot, DrawsTheCurvesOfMostTargetsAndTellsOfTheRest) {
     PlotRecord record;
     std::vector<TargetRow> rows{row("w", 19, 19)};

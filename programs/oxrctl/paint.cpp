@@ -1,0 +1,62 @@
+#include "oxrctl/paint.h"
+
+#include <string_view>
+
+namespace oxrctl {
+
+namespace {
+
+constexpr std::string_view RED = "1;31", YELLOW = "33", GREEN = "32", BLUE = "36";
+
+struct Word {
+    std::string_view text;
+    std::string_view colour;
+    std::string_view behind;  // one of these characters stands behind it, or two blanks, or the line ends
+};
+
+constexpr Word words[] = {
+    {"critical", RED, ""},   {"unknown", BLUE, ""},    {"warning", YELLOW, ""},
+    {"well", GREEN, ""},     {"ERROR", RED, " "},      {"WARN", YELLOW, " "},
+    {"SETTLED", GREEN, ":"}, {"SETTLED", YELLOW, ","}, {"NOT SETTLED", RED, ":,"},
+};
+
+bool begins_a_cell(std::string_view text, std::size_t at) {
+    const std::string_view before = text.substr(0, at);
+    return before.empty() || before.ends_with('\n') || before.ends_with("  ") || before.ends_with(" x ");
+}
+
+const Word* word_at(std::string_view text, std::size_t at) {
+    for (const Word& word : words) {
+        const std::string_view rest = text.substr(at);
+        if (rest.starts_with(word.text)) {
+            const std::string_view behind = rest.substr(word.text.size());
+            if (behind.empty() || behind.starts_with('\n') || behind.starts_with("  ") ||
+                word.behind.find(behind.front()) != std::string_view::npos) {
+                return &word;
+            }
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+std::string painted(const std::string& text) {
+    std::string result;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const Word* const word = begins_a_cell(text, at) ? word_at(text, at) : nullptr;
+        if (word == nullptr) {
+            result += text[at];
+            continue;
+        }
+        result += "\x1b[";
+        result += word->colour;
+        result += "m";
+        result += word->text;
+        result += "\x1b[0m";
+        at += word->text.size() - 1;
+    }
+    return result;
+}
+
+}  // namespace oxrctl
