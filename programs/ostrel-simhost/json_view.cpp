@@ -81,12 +81,18 @@ class JsonView final : public View {
 public:
     void begin(const RunHead& head, const std::vector<TargetRow>& rows, const std::vector<Address>& addresses,
                const simhost::Totals& totals, int paths) override {
+        Json not_taken = Json::array();
+        for (const ValueNotTaken& value : head.not_taken) {
+            not_taken.push_back(
+                {{"key", value.key}, {"written", value.written}, {"in_force", value.in_force}, {"why", value.why}});
+        }
         print({{"type", "begin"},
                {"scenario", head.scenario_file},
                {"title", head.title},
                {"for_seconds", head.for_seconds},
                {"speed", head.speed},
                {"root", head.root},
+               {"not_taken", std::move(not_taken)},
                {"totals", json_of(totals, paths)},
                {"targets", json_of(rows, addresses)}});
     }

@@ -51,6 +51,10 @@ public:
         print(fmt::format("{} for {} at {} speed; {} volumes, {} targets, {} sessions, {} paths", head.scenario_file,
                           shared::duration_text(head.for_seconds), head.speed, totals.volumes, totals.targets,
                           totals.sessions, paths));
+        for (const ValueNotTaken& value : head.not_taken) {
+            print(pen_(Ink::poor, fmt::format("{}={} is not taken, {} is in force: {}", value.key, value.written,
+                                              value.in_force, value.why)));
+        }
         print(
             "need: sessions required; dyn, sta, pend: dynamic, static, pending sessions; * mode switch under way; x "
             "NIC lost");

@@ -42,9 +42,11 @@ struct PlanOptions {
     std::vector<std::string> scenarios;  // one, or two to compare
     std::vector<std::string> what_if;    // KEY=VALUE
     std::string run_for;                 // empty: the scenario's own time
+    bool as_written = false;             // also values in `what_if` that the service corrects
     bool json = false;
 };
-// EXIT_FOUND: the host doesn't settle, or a limit cuts something short. EXIT_NOT_RUN: ostrel-simhost can't be run.
+// EXIT_FOUND: the host doesn't settle, or a limit cuts something short. EXIT_UNUSABLE: also a value that the service
+// doesn't take. EXIT_NOT_RUN: ostrel-simhost can't be run.
 Answer plan(const PlanOptions& options);
 
 }  // namespace oxrctl

@@ -108,8 +108,10 @@ void add_plan(CLI::App& app, Run& run) {
     command.footer(
         "\nSCENARIO is a scenario file or the name of an installed scenario, as for ostrel-simhost. With two of them,\n"
         "or with --what-if, the differences are shown. KEY is a configuration key, the number of volumes\n"
-        "(db-##=48), the number of initial connections (NAME.sessions=2), or login_seconds, claim_seconds or\n"
-        "discovery_seconds.\n"
+        "(db-##=48), the number of initial connections (NAME.sessions=2), login_seconds, claim_seconds or\n"
+        "discovery_seconds, or an event of a scenario, which happens at the start: nic_down=10.1.1.12,\n"
+        "'add_array={ group = \"prod\", name = \"p4\", data_ips = [\"10.1.1.104\"] }'. A configuration value that the\n"
+        "service would correct is refused, unless --as-written is given.\n"
         "Exit code: 0 the host settles within its limits; 1 it does not, or a volume gets fewer sessions than\n"
         "required; 2 a scenario has an error; 3 ostrel-simhost cannot be run.");
     command.add_option("SCENARIO", options.scenarios, "One scenario, or two to compare")->required()->expected(1, 2);
@@ -117,6 +119,8 @@ void add_plan(CLI::App& app, Run& run) {
         ->type_name("KEY=VALUE")
         ->expected(1)
         ->take_all();
+    command.add_flag("--as-written", options.as_written,
+                     "Plan with what the service makes of a value that it corrects, instead of refusing it");
     command.add_option("--for", options.run_for, "How much time to simulate, such as 45m [as in the scenario]")
         ->type_name("DURATION");
     add_json(command, options.json);
@@ -160,6 +164,9 @@ int main(int argc, char** argv) {
     }
     try {
         const Answer answer = run();
+        if (!answer.complaint.empty()) {
+            refuse(answer.complaint, answer.exit_code);
+        }
         return show(answer.text, answer.exit_code);
     } catch (const Refusal& refusal) {
         return refuse(refusal.what(), refusal.exit_code);

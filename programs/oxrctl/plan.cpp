@@ -39,11 +39,24 @@ std::vector<PlanSubject> subjects_of(const std::vector<PlanRun>& runs, std::vect
     return subjects;
 }
 
+// What is in force instead is told before anybody plans with it by mistake.
+Answer refuse_values(const std::vector<ValueNotTaken>& values, bool json) {
+    std::string complaint;
+    for (const ValueNotTaken& value : values) {
+        complaint += (complaint.empty() ? "--what-if: " : "; ") + not_taken_text(value);
+    }
+    return {json ? json_text({{"not_taken", not_taken_json(values)}}) : "", EXIT_UNUSABLE,
+            complaint + " (--as-written plans with that)"};
+}
+
 }  // namespace
 
 Answer plan(const PlanOptions& options) {
     const std::vector<PlanRun> runs = runs_of(options);
     const std::vector<PlanSubject> subjects = subjects_of(runs, run_plans(runs));
+    if (const auto refused = values_refused(subjects); !refused.empty() && !options.as_written) {
+        return refuse_values(refused, options.json);
+    }
     const bool fine =
         std::all_of(subjects.begin(), subjects.end(), [](const PlanSubject& subject) { return subject.plan.fine(); });
     return {options.json ? json_text(plan_json(subjects)) : plan_text(subjects), fine ? EXIT_FINE : EXIT_FOUND};

@@ -40,7 +40,7 @@ std::map<std::string_view, const PlanTarget*> by_name(const Plan& plan) {
 
 const PlanPhase* phase_like(const Plan& plan, const PlanPhase& wanted) {
     const auto found = std::find_if(plan.phases.begin(), plan.phases.end(), [&](const PlanPhase& phase) {
-        return phase.began == wanted.began && phase.events == wanted.events;
+        return phase.began == wanted.began && (phase.began == 0 || phase.events == wanted.events);
     });
     return found == plan.phases.end() ? nullptr : &*found;
 }
@@ -89,6 +89,22 @@ std::vector<CutShort> cut_short(const Plan& plan) {
         alike->names.push_back(target->name);
     }
     return all;
+}
+
+std::vector<ValueNotTaken> values_refused(const std::vector<PlanSubject>& subjects) {
+    if (subjects.back().overrides.empty()) {
+        return {};
+    }
+    std::vector<ValueNotTaken> values = subjects.back().plan.not_taken;
+    std::erase_if(values, [&](const ValueNotTaken& value) {
+        const auto& before = subjects.front().plan.not_taken;
+        return std::find(before.begin(), before.end(), value) != before.end();
+    });
+    return values;
+}
+
+std::string not_taken_text(const ValueNotTaken& value) {
+    return fmt::format("{}={} is not taken, {} is in force: {}", value.key, value.written, value.in_force, value.why);
 }
 
 std::vector<std::string> notes_of(const PlanSubject& subject) {

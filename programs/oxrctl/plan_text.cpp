@@ -84,6 +84,13 @@ private:
             for (std::size_t i = 0; i < subjects_.size(); ++i) {
                 wrapped(fmt::format("{}  ", letter(i)), subjects_[i].label);
             }
+        }
+        for (std::size_t i = 0; i < subjects_.size(); ++i) {
+            for (const ValueNotTaken& value : subjects_[i].plan.not_taken) {
+                wrapped(two_ ? fmt::format("{}  ", letter(i)) : "  ", not_taken_text(value));
+            }
+        }
+        if (two_) {
             line("Where they differ, A -> B is shown.");
         }
         line(fmt::format("Looked ahead {}: {} passes of the connection manager.",
@@ -259,7 +266,7 @@ private:
         if (phase.events.size() > 1) {
             text = count_of(phase.events.size(), "event", "events") + ": " + text + ", ...";
         }
-        return text;
+        return (phase.began == 0 ? "the start, " : "") + text;
     }
 
     static std::string work_text(const PlanPhase& phase) {

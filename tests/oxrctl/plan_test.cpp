@@ -8,7 +8,7 @@ namespace oxrctl {
 TEST(PlanReader, TakesPiecesAndPassesByWhatItDoesNotKnow) {
     const std::string output = R"(not JSON
 {"type":"event","time":1,"kind":"action","text":"before the beginning"}
-{"type":"begin","scenario":"s","title":"t","targets":[]}
+{"type":"begin","scenario":"s","title":"t","not_taken":[],"targets":[]}
 {"type":"event","time":60,"kind":"action","text":"one"}
 {"type":"event","time":60,"kind":"sessions_lost","text":"not of the scenario"}
 {"type":"event","time":60,"kind":"action","text":"two"}
