@@ -135,6 +135,10 @@ public:
     }
 
     void end(const RunOutcome& outcome, const Verdict& verdict) override {
+        Json let_pass = Json::array();
+        for (const auto& [hazard, times] : outcome.let_pass) {
+            let_pass.push_back(hazard);
+        }
         print({{"type", "verdict"},
                {"time", outcome.ended_at},
                {"settled", verdict.settled},
@@ -151,7 +155,8 @@ public:
                {"worst_spread", verdict.worst_spread},
                {"worst_spread_target", verdict.worst_spread_target},
                {"violations", outcome.violations},
-               {"let_pass", outcome.let_pass},
+               {"let_pass", std::move(let_pass)},
+               {"let_pass_times", outcome.let_pass},
                {"exit_code", verdict.exit_code},
                {"root", outcome.root},
                {"targets", json_of(outcome.rows, outcome.addresses)}});

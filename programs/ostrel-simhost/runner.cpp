@@ -246,7 +246,7 @@ int run_on(simhost::Host& host, const Scenario& scenario, const RunOptions& opti
     outcome.most_paths = std::max(recorder.most_paths(), outcome.paths);
     outcome.violations = host.violations();
     outcome.root = host.root();
-    outcome.let_pass = scenario.allowed_hazards;
+    outcome.let_pass = host.let_pass();
     if (!outcome.stalled) {
         add_leftovers(host, outcome.violations);
     }

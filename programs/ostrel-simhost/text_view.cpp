@@ -134,8 +134,11 @@ public:
         print(verdict.worst_spread_target.empty() ? "spread      no balanced target has sessions"
                                                   : fmt::format("spread      worst over local addresses {} ({})",
                                                                 verdict.worst_spread, verdict.worst_spread_target));
-        const std::string let_pass =
-            outcome.let_pass.empty() ? "" : fmt::format(" (let pass: {})", fmt::join(outcome.let_pass, ", "));
+        std::string let_pass;
+        for (const auto& [hazard, times] : outcome.let_pass) {
+            let_pass += fmt::format("{}{}, {}x", let_pass.empty() ? " (let pass: " : "; ", hazard, times);
+        }
+        let_pass += let_pass.empty() ? "" : ")";
         print(fmt::format("invariants  {}{}",
                           outcome.violations.empty()
                               ? pen_(Ink::good, "none broken")

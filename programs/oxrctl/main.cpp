@@ -29,6 +29,7 @@ Examples:
   oxrctl explain 8                        the same for a code
   oxrctl plan my-site.toml                what it will do on the described host
   oxrctl plan my-site.toml --what-if max_vol_sessions=16
+  oxrctl plan --from-log copy/oxr.log --write my-site.toml
 
 Exit code: 0 everything is fine; 1 something needs attention and was printed; 2 the input cannot be used or the output
 cannot be written, and one line on standard error says why; 3 ostrel-simhost, which `plan` needs, cannot be run.)";
@@ -113,8 +114,21 @@ void add_plan(CLI::App& app, Run& run) {
         "'add_array={ group = \"prod\", name = \"p4\", data_ips = [\"10.1.1.104\"] }'. A configuration value that the\n"
         "service would correct is refused, unless --as-written is given.\n"
         "Exit code: 0 the host settles within its limits; 1 it does not, or a volume gets fewer sessions than\n"
-        "required; 2 a scenario has an error; 3 ostrel-simhost cannot be run.");
-    command.add_option("SCENARIO", options.scenarios, "One scenario, or two to compare")->required()->expected(1, 2);
+        "required; 2 a scenario has an error, or the service would correct a value; 3 ostrel-simhost cannot be run.");
+    CLI::Option* const scenario =
+        command.add_option("SCENARIO", options.scenarios, "One scenario, or two to compare")->expected(1, 2);
+    CLI::Option* const from_log = command
+                                      .add_option("--from-log", options.from_log,
+                                                  "Make the scenario of what this log tells, and say what it doesn't")
+                                      ->type_name("LOG")
+                                      ->excludes(scenario);
+    command
+        .add_option("--config", options.config, "With --from-log, the configuration file [what the log tells of it]")
+        ->type_name("FILE")
+        ->needs(from_log);
+    command.add_option("--write", options.write, "With --from-log, also write the scenario to this new file")
+        ->type_name("FILE")
+        ->needs(from_log);
     command.add_option("--what-if", options.what_if, "Compare with the scenario after this change; can be repeated")
         ->type_name("KEY=VALUE")
         ->expected(1)
@@ -124,7 +138,12 @@ void add_plan(CLI::App& app, Run& run) {
     command.add_option("--for", options.run_for, "How much time to simulate, such as 45m [as in the scenario]")
         ->type_name("DURATION");
     add_json(command, options.json);
-    command.callback([&run] { run = [] { return plan(options); }; });
+    command.callback([&run] {
+        if (options.scenarios.empty() && options.from_log.empty()) {
+            throw CLI::RequiredError("SCENARIO or --from-log");
+        }
+        run = [] { return plan(options); };
+    });
 }
 
 bool print(const std::string& text) {

@@ -62,6 +62,7 @@ Json of_subject(const PlanSubject& subject) {
             {"fine", plan.fine()},
             {"settled", plan.settled},
             {"reasons", plan.reasons},
+            {"guesses", subject.guesses},
             {"notes", notes_of(subject)},
             {"violations", plan.violations},
             {"sessions", of_limit(plan.sessions, plan.most_sessions, plan.session_limit)},

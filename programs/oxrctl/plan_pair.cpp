@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
+#include <utility>
 
 #include "shared/duration.h"
 
@@ -91,6 +93,28 @@ std::vector<CutShort> cut_short(const Plan& plan) {
     return all;
 }
 
+std::vector<std::string> broken_invariants(const Plan& plan) {
+    // "TIME s: TEXT (known hazard: NAME)"
+    const auto kind_of = [](const std::string& violation) {
+        const std::size_t hazard = violation.find(" (known hazard: ");
+        const std::size_t behind_time = violation.find(": ");
+        return violation.substr(hazard != std::string::npos        ? hazard
+                                : behind_time != std::string::npos ? behind_time
+                                                                   : 0);
+    };
+    std::map<std::string, std::size_t> times;
+    for (const std::string& violation : plan.violations) {
+        ++times[kind_of(violation)];
+    }
+    std::vector<std::string> all;
+    for (const std::string& violation : plan.violations) {
+        if (const std::size_t number = std::exchange(times[kind_of(violation)], 0); number > 0) {
+            all.push_back(number == 1 ? violation : fmt::format("{}, and {} more like it", violation, number - 1));
+        }
+    }
+    return all;
+}
+
 std::vector<ValueNotTaken> values_refused(const std::vector<PlanSubject>& subjects) {
     if (subjects.back().overrides.empty()) {
         return {};
@@ -98,7 +122,9 @@ std::vector<ValueNotTaken> values_refused(const std::vector<PlanSubject>& subjec
     std::vector<ValueNotTaken> values = subjects.back().plan.not_taken;
     std::erase_if(values, [&](const ValueNotTaken& value) {
         const auto& before = subjects.front().plan.not_taken;
-        return std::find(before.begin(), before.end(), value) != before.end();
+        return std::any_of(before.begin(), before.end(), [&](const ValueNotTaken& other) {
+            return other.key == value.key && other.written == value.written && other.in_force == value.in_force;
+        });
     });
     return values;
 }

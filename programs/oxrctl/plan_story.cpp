@@ -145,6 +145,12 @@ void PlanReader::verdict(const Json& object) {
         plan_.notes.push_back(note);
     }
     plan_.violations = object.at("violations").get<std::vector<std::string>>();
+    for (const auto& [hazard, times] : object.at("let_pass_times").items()) {
+        if (times > 0) {
+            plan_.notes.push_back(fmt::format("known hazard, which the scenario lets pass: {} ({})", hazard,
+                                              count_of(times.get<std::size_t>(), "time", "times")));
+        }
+    }
     plan_.sessions = totals.at("sessions");
     plan_.paths = totals.at("paths");
     plan_.most_sessions = object.at("most_sessions");

@@ -47,8 +47,6 @@ struct PlanPhase {
 // A value of the configuration file that isn't the one in force when the service starts.
 struct ValueNotTaken {
     std::string key, written, in_force, why;
-
-    bool operator==(const ValueNotTaken&) const = default;
 };
 
 struct Plan {

@@ -124,12 +124,15 @@ private:
                                 count_of(static_cast<std::size_t>(each.by), "session", "sessions"),
                                 each.names.size() > 1 ? " each" : "", shared::name_list(each.names), limit));
         }
-        for (const std::string& violation : plan.violations) {
+        for (const std::string& violation : broken_invariants(plan)) {
             wrapped(indent + "  - ", "broken: " + violation);
         }
     }
 
     void notes() {
+        for (const std::string& guess : subjects_.front().guesses) {
+            wrapped("guessed: ", guess);
+        }
         for (std::size_t i = 0; i < subjects_.size(); ++i) {
             const std::string mark = two_ ? fmt::format("note, {}: ", letter(i)) : "note: ";
             for (const std::string& note : notes_of(subjects_[i])) {
