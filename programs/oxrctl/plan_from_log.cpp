@@ -23,6 +23,8 @@ namespace {
 
 // What a scenario can take.
 constexpr std::size_t LONGEST_NAME = 40;
+constexpr std::size_t LONGEST_IQN = 223;
+constexpr int MOST_NICS = 32;
 constexpr int MOST_SESSIONS = 32;
 constexpr int MOST_ADAPTERS_OF_A_VOLUME = 8;
 constexpr int MOST_ARRAYS = 32;
@@ -73,8 +75,8 @@ bool comes_before(const Entry& a, const Entry& b) {
     return std::tie(x.stem, x.number, a.name) < std::tie(y.stem, y.number, b.name);
 }
 
-bool is_usable_name(std::string_view name) {
-    return !name.empty() && name.size() <= LONGEST_NAME && std::all_of(name.begin(), name.end(), [](char c) {
+bool is_usable_name(std::string_view name, std::size_t longest = LONGEST_NAME) {
+    return !name.empty() && name.size() <= longest && std::all_of(name.begin(), name.end(), [](char c) {
         return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
                std::string_view("._:-").find(c) != std::string_view::npos;
     });
@@ -154,7 +156,7 @@ private:
                 numbers.insert(target.nics);
             }
         }
-        nics_ = numbers.empty() ? 2 : std::min(*numbers.rbegin(), 32);
+        nics_ = numbers.empty() ? 2 : std::min(*numbers.rbegin(), MOST_NICS);
         each_on_its_own_ = numbers.size() > 1 && nics_ <= MOST_ADAPTERS_OF_A_VOLUME;
         guess(fmt::format("addresses and adapters of {}: {}", count_of(static_cast<std::size_t>(nics_), "NIC", "NICs"),
                           numbers.empty()            ? "the log tells of none"
@@ -221,12 +223,16 @@ private:
 
     int sessions_left(const TargetStory& target, const std::string& name) {
         if (target.static_mode) {
-            guess_of("sessions in static mode, one to each of two portals", name);
-            return -1;
+            const int share = static_share();
+            guess_of(share < 0 ? "sessions in static mode, one to each of two portals"
+                               : "sessions in static mode, an equal part of those of the host that are left",
+                     name);
+            return share;
         }
         const int sessions = sessions_of(story_, target);
         if (sessions != TargetStory::unknown) {
-            return std::clamp(sessions + target.added - target.removed, 0, MOST_SESSIONS);
+            const auto left = std::int64_t{sessions} + target.added - target.removed;
+            return static_cast<int>(std::clamp<std::int64_t>(left, 0, MOST_SESSIONS));
         }
         if (target.group_scoped && story_.path_limit) {
             guess_of("sessions, as many as the number of the host's paths makes likely", name);
@@ -238,12 +244,13 @@ private:
 
     // A session to a group-scoped target brings a path to each of its volumes.
     int likely_sessions() const {
-        int paths = story_.paths, volumes = 0;
+        std::int64_t paths = story_.paths, volumes = 0;
         for (const TargetStory& target : story_.targets) {
             paths -= target.group_scoped ? 0 : std::max(target.paths, 0);
-            volumes += target.group_scoped ? static_cast<int>(target.devices.size()) : 0;
+            volumes += target.group_scoped ? static_cast<std::int64_t>(target.devices.size()) : 0;
         }
-        return volumes == 0 ? 0 : std::clamp((paths + volumes - 1) / volumes, 0, MOST_SESSIONS);
+        const std::int64_t each = volumes == 0 ? 0 : (paths + volumes - 1) / volumes;
+        return static_cast<int>(std::clamp<std::int64_t>(each, 0, MOST_SESSIONS));
     }
 
     void add_volume(const TargetStory& target) {
@@ -263,7 +270,7 @@ private:
         }
         entry.arrays = within(target.arrays, 1, MOST_ARRAYS, 1);
         entry.group = group_of(target, std::clamp(most_arrays, 1, MOST_ARRAYS));
-        entry.iqn = sharing.size() > 1 && is_usable_name(target.iqn.substr(0, LONGEST_NAME)) ? target.iqn : "";
+        entry.iqn = sharing.size() > 1 && is_usable_name(target.iqn, LONGEST_IQN) ? target.iqn : "";
         entry.nics = nics_of(target, entry.name);
         entry.sessions = sessions_left(target, entry.name);
         note_state(target, entry.name);
@@ -294,8 +301,9 @@ private:
     // The number of the group's arrays that brings about the required sessions.
     int arrays_of_group(const TargetStory& target, const std::string& name) {
         const int active = within(target.arrays, 1, MOST_ARRAYS, 1);
+        const int nics = std::min(target.nics, MOST_NICS);
         for (int total = active; total <= MOST_ARRAYS; ++total) {
-            if (shared::required_for_group_scoped_target(values_, target.nics, active, total) == target.required) {
+            if (shared::required_for_group_scoped_target(values_, nics, active, total) == target.required) {
                 return total;
             }
         }
@@ -318,18 +326,35 @@ private:
     void tell_what_is_left_out() {
         guess("portals, and the groups: one for each number of arrays");
         guess("logins take no time");
-        int sum = 0;
-        bool known = story_.sessions != TargetStory::unknown;
-        for (const TargetStory& target : story_.targets) {
-            const int sessions = sessions_of(story_, target);
-            known = known && !target.static_mode && sessions != TargetStory::unknown && target.added == 0 &&
-                    target.removed == 0;
-            sum += sessions;
-        }
-        if (known && story_.sessions > sum) {
+        const bool at_rest = std::all_of(story_.targets.begin(), story_.targets.end(), [](const TargetStory& target) {
+            return !target.static_mode && target.added == 0 && target.removed == 0;
+        });
+        if (const std::int64_t others = other_sessions(); at_rest && others > 0) {
             guess(fmt::format("{} of the host belong to none of these targets and are left out: it has less room",
-                              count_of(static_cast<std::size_t>(story_.sessions - sum), "session", "sessions")));
+                              count_of(static_cast<std::size_t>(others), "session", "sessions")));
         }
+    }
+
+    // The sessions of the host that aren't those of targets in dynamic mode.
+    std::int64_t other_sessions() const {
+        std::int64_t others = story_.sessions;
+        for (const TargetStory& target : story_.targets) {
+            const int sessions = target.static_mode ? 0 : sessions_of(story_, target);
+            if (sessions == TargetStory::unknown) {
+                return TargetStory::unknown;
+            }
+            others -= sessions;
+        }
+        return others;
+    }
+
+    // Of each target in static mode, whose sessions the log doesn't tell; -1: not that either.
+    int static_share() const {
+        const std::int64_t others = other_sessions();
+        const auto number = std::count_if(story_.targets.begin(), story_.targets.end(),
+                                          [](const TargetStory& each) { return each.static_mode; });
+        const bool is_equal = others > 0 && others % number == 0 && others / number <= MOST_SESSIONS;
+        return is_equal ? static_cast<int>(others / number) : -1;
     }
 
     // --- TOML ---

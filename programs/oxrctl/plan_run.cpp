@@ -120,7 +120,11 @@ Plan run_plan(const PlanRun& run) {
                       EXIT_NOT_RUN);
     }
     if (end.exit_code == EXIT_UNUSABLE) {
-        throw Refusal(in_own_words(end.error_output));
+        std::string why = in_own_words(end.error_output);
+        if (const std::string made = scenario_beside(root.path()); why.starts_with(made)) {
+            why.replace(0, made.size(), "the scenario made of " + run.scenario);
+        }
+        throw Refusal(why);
     }
     Plan plan = reader.finish();
     if (!plan.complete) {
@@ -144,6 +148,9 @@ void write_file(const std::string& file, std::string_view text) {
         close(descriptor);
     }
     if (written != static_cast<ssize_t>(text.size())) {
+        if (descriptor >= 0) {
+            unlink(file.c_str());
+        }
         throw Refusal(fmt::format("{}: {}", file, std::strerror(error)));
     }
 }
