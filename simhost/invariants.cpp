@@ -22,17 +22,23 @@ void Host::allow(const std::string& hazard) {
     impl_->let_pass.emplace(hazard, 0);
 }
 
-// Whether this hazard is let pass; counted.
+// Whether this hazard is let pass; counted. If not, the violation that follows tells its name.
 bool Host::Impl::excuse(KnownHazard hazard) {
     const auto found = let_pass.find(hazard.name);
     if (found == let_pass.end()) {
+        not_excused.emplace_back(hazard.name);
         return false;
     }
+    not_excused.clear();
     ++found->second;
     return true;
 }
 
 void Host::Impl::violate(std::string text) {
+    if (!not_excused.empty()) {
+        text += fmt::format(" (known hazard: {})", fmt::join(not_excused, " or "));
+        not_excused.clear();
+    }
     violations.push_back(fmt::format("{:.3f} s: {}", now(), text));
     emit({Event::Kind::violation, now(), {}, {}, std::move(text)});
 }

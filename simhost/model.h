@@ -310,6 +310,7 @@ struct Host::Impl {
     bool telling = false;
     std::vector<std::string> violations;
     std::map<std::string, std::uint64_t, std::less<>> let_pass;  // hazards that are, and how often
+    std::vector<std::string_view> not_excused;  // hazards that would have excused the violation at hand
     std::unordered_set<const void*> lists;
     bool pass_disturbed = false;   // a fault or scripted answer since the PSP's last request 0
     bool count_disturbed = false;  // a fault of those calls by which all sessions of the host are counted

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
 #include <optional>
 
 #include "common/blank.h"
@@ -18,9 +19,34 @@ namespace {
 
 class NoObserver final : public ConfigObserver {};
 
+// Why a number isn't the one in the file.
+class CorrectionObserver final : public ConfigObserver {
+public:
+    explicit CorrectionObserver(bool converting) : converting_(converting) {}
+
+    void value_read(const ConfigKey& key, std::uint32_t, std::uint32_t used, bool accepted) override {
+        const bool given_up = converting_ && !key.in_old_format;
+        why_[key.name] = given_up   ? "given up with the old format; the default"
+                         : accepted ? fmt::format("read as {}", used)
+                                    : fmt::format("not {} to {}; the default", key.low, key.high);
+    }
+    void minimum_above_maximum(const ConfigValues& values, std::uint32_t) override {
+        why_["min_vol_sessions"] = fmt::format("above max_vol_sessions = {}; the default", values.max_vol_sessions);
+    }
+    void vol_sessions_outside(const ConfigValues& values) override {
+        why_["vol_sessions"] = fmt::format("not between min_vol_sessions = {} and max_vol_sessions = {}; the minimum",
+                                           values.min_vol_sessions, values.max_vol_sessions);
+    }
+    const std::string& why(std::string_view key) { return why_[key]; }
+
+private:
+    const bool converting_;
+    std::map<std::string_view, std::string> why_;
+};
+
 // The judge's values, and the logs path when the host has the folder; none: the text isn't taken.
-std::optional<ConfigValues> judge(const simhost::Host& host, const std::string& text, bool converting) {
-    NoObserver observer;
+std::optional<ConfigValues> judge(const simhost::Host& host, const std::string& text, bool converting,
+                                  ConfigObserver& observer) {
     ConfigJudge judge(converting, observer);
     for (const std::string_view line : shared::config_lines(text)) {
         judge.take_line(line);
@@ -90,12 +116,33 @@ ConfigChanges values_of(std::string_view text) {
 
 ConfigValues config_at_start(const simhost::Host& host) {
     const std::string text = host.read_file(CONFIG_FILE);
-    return judge(host, text, is_old_format(text)).value_or(ConfigValues());
+    NoObserver observer;
+    return judge(host, text, is_old_format(text), observer).value_or(ConfigValues());
+}
+
+std::vector<ValueNotTaken> values_not_taken_at_start(const simhost::Host& host) {
+    const std::string text = host.read_file(CONFIG_FILE);
+    CorrectionObserver observer(is_old_format(text));
+    const auto values = judge(host, text, is_old_format(text), observer).value_or(ConfigValues());
+    std::vector<ValueNotTaken> found;
+    for (const auto& [name, written] : values_of(text)) {
+        const ConfigKey* const key = find_config_key(name);
+        const std::string in_force = key == nullptr ? written : shared::value_text(*key, values);
+        if (in_force != written) {
+            const bool is_path = key->number == nullptr;
+            found.push_back({name, written, in_force,
+                             is_path ? fmt::format("not a folder of the host with at most {} characters; the default",
+                                                   MAX_LOGS_PATH)
+                                     : observer.why(key->name)});
+        }
+    }
+    return found;
 }
 
 std::optional<ConfigValues> config_at_cycle(const simhost::Host& host) {
     const std::string text = host.read_file(CONFIG_FILE);
-    return text.empty() ? std::nullopt : judge(host, text, false);
+    NoObserver observer;
+    return text.empty() ? std::nullopt : judge(host, text, false, observer);
 }
 
 bool is_old_format(std::string_view text) {

@@ -22,6 +22,14 @@ using ConfigChanges = std::vector<std::pair<std::string, std::string>>;
 ConfigValues config_at_start(const simhost::Host& host);
 std::optional<ConfigValues> config_at_cycle(const simhost::Host& host);
 
+// A value of the file that isn't the one in force.
+struct ValueNotTaken {
+    std::string key, written, in_force, why;
+};
+
+// Those that the connection manager, when it starts, puts another value in the place of.
+std::vector<ValueNotTaken> values_not_taken_at_start(const simhost::Host& host);
+
 // True for a file without a comment line: lines of a key, ":" and a value.
 bool is_old_format(std::string_view text);
 

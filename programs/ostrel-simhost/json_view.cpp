@@ -81,12 +81,18 @@ class JsonView final : public View {
 public:
     void begin(const RunHead& head, const std::vector<TargetRow>& rows, const std::vector<Address>& addresses,
                const simhost::Totals& totals, int paths) override {
+        Json not_taken = Json::array();
+        for (const ValueNotTaken& value : head.not_taken) {
+            not_taken.push_back(
+                {{"key", value.key}, {"written", value.written}, {"in_force", value.in_force}, {"why", value.why}});
+        }
         print({{"type", "begin"},
                {"scenario", head.scenario_file},
                {"title", head.title},
                {"for_seconds", head.for_seconds},
                {"speed", head.speed},
                {"root", head.root},
+               {"not_taken", std::move(not_taken)},
                {"totals", json_of(totals, paths)},
                {"targets", json_of(rows, addresses)}});
     }
@@ -129,6 +135,10 @@ public:
     }
 
     void end(const RunOutcome& outcome, const Verdict& verdict) override {
+        Json let_pass = Json::array();
+        for (const auto& [hazard, times] : outcome.let_pass) {
+            let_pass.push_back(hazard);
+        }
         print({{"type", "verdict"},
                {"time", outcome.ended_at},
                {"settled", verdict.settled},
@@ -145,7 +155,8 @@ public:
                {"worst_spread", verdict.worst_spread},
                {"worst_spread_target", verdict.worst_spread_target},
                {"violations", outcome.violations},
-               {"let_pass", outcome.let_pass},
+               {"let_pass", std::move(let_pass)},
+               {"let_pass_times", outcome.let_pass},
                {"exit_code", verdict.exit_code},
                {"root", outcome.root},
                {"targets", json_of(outcome.rows, outcome.addresses)}});

@@ -158,7 +158,7 @@ int main(int argc, char** argv) {
     app.add_option("--set", overrides,
                    "Change the scenario: a configuration key, the number of volumes of a [[volumes]] entry "
                    "(db-##=48), its number of initial connections (NAME.sessions=2), login_seconds, claim_seconds or "
-                   "discovery_seconds; can be repeated")
+                   "discovery_seconds, or an event, which happens at the start (nic_down=10.1.1.12); can be repeated")
         ->type_name("KEY=VALUE")
         ->expected(1)
         ->take_all();

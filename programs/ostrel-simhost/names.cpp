@@ -31,13 +31,17 @@ bool is_ipv4(std::string_view text) {
     return text.size() <= 15 && inet_pton(AF_INET, std::string(text).c_str(), &address) == 1;
 }
 
+std::string taken_text(int line) {
+    return line < 0 ? "taken by another --set" : fmt::format("taken in line {}", line);
+}
+
 bool NameReader::take_address(const std::string& ip, int line, const std::string& key) {
     if (!is_ipv4(ip)) {
         problems_.add(line, key, "an IPv4 address", fmt::format("\"{}\"", ip));
         return false;
     }
     if (const auto [place, added] = names_.addresses.try_emplace(ip, line); !added) {
-        problems_.add(line, key, "an address of its own", fmt::format("{}, taken in line {}", ip, place->second));
+        problems_.add(line, key, "an address of its own", fmt::format("{}, {}", ip, taken_text(place->second)));
         return false;
     }
     return true;

@@ -15,6 +15,9 @@ namespace program {
 
 bool is_ipv4(std::string_view text);
 
+// Where a name or an address was taken: "in line 12", or by an option of the command line.
+std::string taken_text(int line);
+
 struct Names {
     std::map<std::string, int, std::less<>> addresses;                              // where taken: line
     std::map<std::string, std::vector<std::string>, std::less<>> adapters;          // NICs

@@ -7,7 +7,9 @@
 #include <charconv>
 
 #include "config_file.h"
+#include "events.h"
 #include "scenario_parts.h"
+#include "shared/config_file.h"
 
 namespace program {
 
@@ -26,24 +28,40 @@ bool is_config_key(std::string_view key) {
                        [key](const ConfigKey& each) { return each.name == key; });
 }
 
+bool is_event(std::string_view key) {
+    const auto kinds = event_kinds();
+    return std::any_of(kinds.begin(), kinds.end(), [key](const EventKind& kind) { return kind.key == key; });
+}
+
+void set_line(Value& value, int line) {
+    value.line = line;
+    for (Value& item : value.items) {
+        set_line(item, line);
+    }
+}
+
 template <class Number>
 bool is_whole(std::string_view text, Number& number) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     return error == std::errc() && end == text.data() + text.size();
 }
 
+Value text_value(const std::string& key, const std::string& text, int line) {
+    Value value;
+    value.kind = Value::Kind::text;
+    value.key = key;
+    value.text = text;
+    value.line = line;
+    return value;
+}
+
 // As the value would stand in the text; what is no number stays a text, which the reader complains about.
 Value value_of(const std::string& key, const std::string& text, int line) {
-    Value value;
-    value.key = key;
-    value.line = line;
+    Value value = text_value(key, text, line);
     if (key != LOGS_PATH_KEY && is_whole(text, value.integer)) {
         value.kind = Value::Kind::integer;
     } else if (contains(HOST_KEYS, key) && is_whole(text, value.real)) {
         value.kind = Value::Kind::real;
-    } else {
-        value.kind = Value::Kind::text;
-        value.text = text;
     }
     return value;
 }
@@ -103,20 +121,22 @@ public:
     Overrider(Problems& problems, Value& document, const std::string& option, int line)
         : problems_(problems), document_(document), line_(line) {
         const std::size_t split = option.find('=');
-        key_ = option.substr(0, split);
-        text_ = split == std::string::npos ? "" : option.substr(split + 1);
-        whole_ = split != std::string::npos && split > 0;
+        key_ = shared::trimmed(std::string_view(option).substr(0, split));
+        text_ = split == std::string::npos ? "" : shared::trimmed(std::string_view(option).substr(split + 1));
+        whole_ = split != std::string::npos && !key_.empty();
     }
 
     void apply() {
         if (!whole_) {
-            problems_.add(line_, "option", "KEY=VALUE", key_.empty() ? "no key" : "no =");
+            problems_.add(line_, "option", "KEY=VALUE, KEY being " + known_keys(), key_.empty() ? "no key" : "no =");
         } else if (is_config_key(key_)) {
             set_config();
         } else if (contains(HOST_KEYS, key_)) {
             if (Value* const host = table_of(document_, "host", line_)) {
                 put(*host, value_of(key_, text_, line_));
             }
+        } else if (is_event(key_)) {
+            add_event();
         } else if (!set_sessions() && !set_count()) {
             problems_.add(line_, "key", known_keys(), fmt::format("\"{}\"", key_));
         }
@@ -138,6 +158,29 @@ private:
         for (const auto& [key, text] : read_config_changes(problems_, table, "config_file")) {
             file->text = with_config_value(file->text, key, text);
         }
+    }
+
+    // An event at the start. A text needs no quotes.
+    void add_event() {
+        SyntaxError error;
+        auto event = parse_document(fmt::format("{} = {}", key_, text_), error);
+        if (!event && text_.find_first_of("{[\"'") == 0) {
+            problems_.add(line_, key_, "TOML", error.message);
+            return;
+        }
+        if (!event) {
+            event.emplace().items.push_back(text_value(key_, text_, line_));
+        }
+        if (event->member("at") == nullptr) {
+            event->items.push_back(value_of("at", "0", line_));
+        }
+        set_line(*event, line_);
+        if (member(document_, "event") == nullptr) {
+            Value& events = document_.items.emplace_back();
+            events.kind = Value::Kind::list;
+            events.key = "event";
+        }
+        member(document_, "event")->items.push_back(std::move(*event));
     }
 
     bool set_sessions() {
@@ -180,6 +223,10 @@ private:
         std::vector<std::string_view> keys;
         std::transform(std::begin(config_keys), std::end(config_keys), std::back_inserter(keys),
                        [](const ConfigKey& key) { return key.name; });
+        const auto kinds = event_kinds();
+        std::vector<std::string_view> events;
+        std::transform(kinds.begin(), kinds.end(), std::back_inserter(events),
+                       [](const EventKind& kind) { return kind.key; });
         all.insert(all.end(), targets.begin(), targets.end());
         constexpr std::size_t most = 12;
         const auto list = [](std::vector<std::string> names) {
@@ -190,9 +237,10 @@ private:
             return names.empty() ? "there is none" : fmt::format("{}", fmt::join(names, ", "));
         };
         return fmt::format(
-            "a configuration key ({}), the number of volumes ({}), NAME.sessions (NAME: {}) or a [host] number "
-            "({})",
-            fmt::join(keys, ", "), list(counts), list(all), fmt::join(HOST_KEYS, ", "));
+            "a configuration key ({}), the number of volumes ({}), NAME.sessions (NAME: {}), a [host] number ({}) or "
+            "an "
+            "event ({})",
+            fmt::join(keys, ", "), list(counts), list(all), fmt::join(HOST_KEYS, ", "), fmt::join(events, ", "));
     }
 
     Problems& problems_;

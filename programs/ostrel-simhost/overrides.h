@@ -10,8 +10,9 @@
 namespace program {
 
 // Enters "KEY=VALUE" texts into the document, the later ones over the earlier. KEY is one of the configuration
-// file, the name of a [[volumes]] entry with # (its count), NAME.sessions, or a number of [host]. What can't be
-// entered is complained about; a value that only the scenario reader can judge carries option_line() as its line.
+// file, the name of a [[volumes]] entry with # (its count), NAME.sessions, a number of [host], or an event, which
+// happens at the start. What can't be entered is complained about; a value that only the scenario reader can judge
+// carries option_line() as its line.
 void apply_overrides(Problems& problems, Value& document, const std::vector<std::string>& overrides);
 
 // Where no line of the text is to blame but the option of this index.

@@ -241,7 +241,8 @@ int run_on(simhost::Host& host, const Scenario& scenario, const RunOptions& opti
     std::string plot_failure;
     const auto view = make_view(options, plot_failure);
     const ConfigValues config = config_at_start(host);
-    view->begin({options.scenario_file, scenario.title, host.root(), options.library, end, speed_text(options)},
+    view->begin({options.scenario_file, scenario.title, host.root(), options.library, end, speed_text(options),
+                 values_not_taken_at_start(host)},
                 site.rows(host, config), host.nics(), host.totals(), balanced_paths(host));
 
     interrupts.block();
@@ -278,7 +279,7 @@ int run_on(simhost::Host& host, const Scenario& scenario, const RunOptions& opti
     outcome.most_paths = std::max(recorder.most_paths(), outcome.paths);
     outcome.violations = host.violations();
     outcome.root = leaves_root(options) ? host.root() : "";
-    outcome.let_pass = scenario.allowed_hazards;
+    outcome.let_pass = host.let_pass();
     if (!outcome.stalled) {
         add_leftovers(host, outcome.violations);
     }

@@ -259,7 +259,7 @@ std::vector<VolumeEntry> read_volumes(Problems& problems, Names& names, const Va
         }
         if (const auto [place, added] = names.volumes.try_emplace(volume.spec.eui, table.line); !added) {
             problems.add(count_line, path + ".name", "names that no other volume has",
-                         fmt::format("{}, taken in line {}", volume.spec.eui, place->second));
+                         fmt::format("{}, {}", volume.spec.eui, taken_text(place->second)));
             return volumes;
         }
         if (names.volumes.size() == MOST_VOLUMES + 1) {

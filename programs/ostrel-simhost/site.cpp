@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <tuple>
 
-#include "needs.h"
+#include "shared/needs.h"
 
 namespace program {
 
@@ -162,14 +162,14 @@ TargetRow Site::row_of(const simhost::Host& host, const simhost::TargetView& tar
         row.total_arrays = target.total_arrays;
         row.active_paths = target.active_paths;
         row.dead_paths = target.dead_paths;
-        row.required = required_for_group_scoped_target(config, row.nics, row.arrays, row.total_arrays);
+        row.required = shared::required_for_group_scoped_target(config, row.nics, row.arrays, row.total_arrays);
     } else {
         const simhost::VolumeView volume = host.volume(device);
         row.name = device;
         row.supported = volume.supported;
         row.arrays = volume.arrays;
         row.total_arrays = volume.total_arrays;
-        row.required = required_for_volume(config, row.nics, row.arrays);
+        row.required = shared::required_for_volume(config, row.nics, row.arrays);
     }
     for (const Address& address : addresses) {
         const bool ours =

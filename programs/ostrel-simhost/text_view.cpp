@@ -53,6 +53,10 @@ public:
         print(fmt::format("{} for {} at {} speed; {} volumes, {} targets, {} sessions, {} paths", head.scenario_file,
                           shared::duration_text(head.for_seconds), head.speed, totals.volumes, totals.targets,
                           totals.sessions, paths));
+        for (const ValueNotTaken& value : head.not_taken) {
+            print(pen_(Ink::poor, fmt::format("{}={} is not taken, {} is in force: {}", value.key, value.written,
+                                              value.in_force, value.why)));
+        }
         print(
             "need: sessions required; dyn, sta, pend: dynamic, static, pending sessions; * mode switch under way; x "
             "NIC lost");
@@ -132,8 +136,11 @@ public:
         print(verdict.worst_spread_target.empty() ? "spread      no balanced target has sessions"
                                                   : fmt::format("spread      worst over local addresses {} ({})",
                                                                 verdict.worst_spread, verdict.worst_spread_target));
-        const std::string let_pass =
-            outcome.let_pass.empty() ? "" : fmt::format(" (let pass: {})", fmt::join(outcome.let_pass, ", "));
+        std::string let_pass;
+        for (const auto& [hazard, times] : outcome.let_pass) {
+            let_pass += fmt::format("{}{}, {}x", let_pass.empty() ? " (let pass: " : "; ", hazard, times);
+        }
+        let_pass += let_pass.empty() ? "" : ")";
         print(fmt::format("invariants  {}{}",
                           outcome.violations.empty()
                               ? pen_(Ink::good, "none broken")

@@ -1,6 +1,8 @@
 // The judgement at the end of a run.
 #pragma once
 
+#include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -21,7 +23,7 @@ struct RunOutcome {
     int most_sessions = 0;
     int most_paths = 0;
     std::vector<std::string> violations;  // broken invariants, leftovers after the end among them
-    std::vector<std::string> let_pass;    // hazards whose broken invariants are let pass
+    std::map<std::string, std::uint64_t, std::less<>> let_pass;  // hazards whose broken invariants are, and how often
     bool interrupted = false;
     bool stalled = false;  // the connection manager made no progress for a real minute
     std::string root;

@@ -18,6 +18,7 @@ struct RunHead {
     std::string library;
     double for_seconds = 0;
     std::string speed;  // "instant", "real", "10-fold"
+    std::vector<ValueNotTaken> not_taken;
 };
 
 class View {

@@ -15,6 +15,7 @@ enum ExitCode { EXIT_FINE = 0, EXIT_FOUND = 1, EXIT_UNUSABLE = 2, EXIT_NOT_RUN =
 struct Answer {
     std::string text;
     ExitCode exit_code = EXIT_FINE;
+    std::string complaint = {};  // one line for standard error; empty: none
 };
 
 // Ends a command with one line on standard error.

@@ -46,12 +46,17 @@ struct ExplainOptions {
 Answer explain(const ExplainOptions& options);
 
 struct PlanOptions {
-    std::vector<std::string> scenarios;  // one, or two to compare
-    std::vector<std::string> what_if;    // KEY=VALUE
-    std::string run_for;                 // empty: the scenario's own time
+    std::vector<std::string> scenarios;  // one, or two to compare; none: one is made from a log
+    std::string from_log;
+    std::string config;                // the configuration file for it; empty: what the log tells
+    std::string write;                 // the file that it is written to, which must not be there; empty: none
+    std::vector<std::string> what_if;  // KEY=VALUE
+    std::string run_for;               // empty: the scenario's own time
+    bool as_written = false;           // also values in `what_if` that the service corrects
     bool json = false;
 };
-// EXIT_FOUND: the host doesn't settle, or a limit cuts something short. EXIT_NOT_RUN: ostrel-simhost can't be run.
+// EXIT_FOUND: the host doesn't settle, or a limit cuts something short. EXIT_UNUSABLE: also a value that the service
+// doesn't take. EXIT_NOT_RUN: ostrel-simhost can't be run.
 Answer plan(const PlanOptions& options);
 
 }  // namespace oxrctl

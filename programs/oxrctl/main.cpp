@@ -32,6 +32,7 @@ Examples:
   oxrctl explain 8                        the same for a code
   oxrctl plan my-site.toml                what it will do on the described host
   oxrctl plan my-site.toml --what-if max_vol_sessions=16
+  oxrctl plan --from-log copy/oxr.log --write my-site.toml
 
 Exit code: 0 everything is fine; 1 something needs attention and was printed; 2 the input cannot be used or the output
 cannot be written, and one line on standard error says why; 3 ostrel-simhost, which `plan` needs, cannot be run.)";
@@ -134,19 +135,41 @@ void add_plan(CLI::App& app, Run& run) {
     command.footer(
         "\nSCENARIO is a scenario file or the name of an installed scenario, as for ostrel-simhost. With two of them,\n"
         "or with --what-if, the differences are shown. KEY is a configuration key, the number of volumes\n"
-        "(db-##=48), the number of initial connections (NAME.sessions=2), or login_seconds, claim_seconds or\n"
-        "discovery_seconds.\n"
+        "(db-##=48), the number of initial connections (NAME.sessions=2), login_seconds, claim_seconds or\n"
+        "discovery_seconds, or an event of a scenario, which happens at the start: nic_down=10.1.1.12,\n"
+        "'add_array={ group = \"prod\", name = \"p4\", data_ips = [\"10.1.1.104\"] }'. A configuration value that the\n"
+        "service would correct is refused, unless --as-written is given.\n"
         "Exit code: 0 the host settles within its limits; 1 it does not, or a volume gets fewer sessions than\n"
-        "required; 2 a scenario has an error; 3 ostrel-simhost cannot be run.");
-    command.add_option("SCENARIO", options.scenarios, "One scenario, or two to compare")->required()->expected(1, 2);
+        "required; 2 a scenario has an error, or the service would correct a value; 3 ostrel-simhost cannot be run.");
+    CLI::Option* const scenario =
+        command.add_option("SCENARIO", options.scenarios, "One scenario, or two to compare")->expected(1, 2);
+    CLI::Option* const from_log = command
+                                      .add_option("--from-log", options.from_log,
+                                                  "Make the scenario of what this log tells, and say what it doesn't")
+                                      ->type_name("LOG")
+                                      ->excludes(scenario);
+    command
+        .add_option("--config", options.config, "With --from-log, the configuration file [what the log tells of it]")
+        ->type_name("FILE")
+        ->needs(from_log);
+    command.add_option("--write", options.write, "With --from-log, also write the scenario to this new file")
+        ->type_name("FILE")
+        ->needs(from_log);
     command.add_option("--what-if", options.what_if, "Compare with the scenario after this change; can be repeated")
         ->type_name("KEY=VALUE")
         ->expected(1)
         ->take_all();
+    command.add_flag("--as-written", options.as_written,
+                     "Plan with what the service makes of a value that it corrects, instead of refusing it");
     command.add_option("--for", options.run_for, "How much time to simulate, such as 45m [as in the scenario]")
         ->type_name("DURATION");
     add_output(command, options.json);
-    command.callback([&run] { run = [] { return plan(options); }; });
+    command.callback([&run] {
+        if (options.scenarios.empty() && options.from_log.empty()) {
+            throw CLI::RequiredError("SCENARIO or --from-log");
+        }
+        run = [] { return plan(options); };
+    });
 }
 
 bool print(const std::string& text) {
@@ -189,6 +212,9 @@ void refuse_unknown_command(const CLI::App& app, int argc, char** argv) {
 int run_command(CLI::App& app, const Run& run) {
     set_line_width(shared::terminal_width().value_or(LINE_WIDTH));
     const Answer answer = run();
+    if (!answer.complaint.empty()) {
+        refuse(answer.complaint, answer.exit_code);
+    }
     const bool is_json = app.get_subcommands().front()->count("--json") > 0;
     const bool with_colours = !is_json && shared::wants_colours(*shared::colour_wish(colour_word));
     return show(with_colours ? painted(answer.text) : answer.text, answer.exit_code);

@@ -1,8 +1,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <optional>
 
 #include "oxrctl/commands.h"
+#include "oxrctl/plan_from_log.h"
 #include "oxrctl/plan_pair.h"
 #include "oxrctl/plan_run.h"
 
@@ -10,10 +12,24 @@ namespace oxrctl {
 
 namespace {
 
-std::vector<PlanRun> runs_of(const PlanOptions& options) {
+std::optional<ScenarioFromLog> made_scenario(const PlanOptions& options) {
+    if (options.from_log.empty()) {
+        return std::nullopt;
+    }
+    ScenarioFromLog made = scenario_from_log(options.from_log, options.config);
+    if (!options.write.empty()) {
+        write_file(options.write, made.text);
+    }
+    return made;
+}
+
+std::vector<PlanRun> runs_of(const PlanOptions& options, const ScenarioFromLog* made) {
     std::vector<PlanRun> runs;
     for (const std::string& scenario : options.scenarios) {
         runs.push_back({scenario, {}, options.run_for});
+    }
+    if (made != nullptr) {
+        runs.push_back({options.write.empty() ? options.from_log : options.write, {}, options.run_for, made->text});
     }
     if (options.what_if.empty()) {
         return runs;
@@ -21,7 +37,8 @@ std::vector<PlanRun> runs_of(const PlanOptions& options) {
     if (runs.size() > 1) {
         throw Refusal("--what-if: expected one scenario, which is compared with itself, found two");
     }
-    runs.push_back({options.scenarios.front(), options.what_if, options.run_for});
+    runs.push_back(runs.front());
+    runs.back().overrides = options.what_if;
     return runs;
 }
 
@@ -39,11 +56,30 @@ std::vector<PlanSubject> subjects_of(const std::vector<PlanRun>& runs, std::vect
     return subjects;
 }
 
+// What is in force instead is told before anybody plans with it by mistake.
+Answer refuse_values(const std::vector<ValueNotTaken>& values, bool json) {
+    std::string complaint;
+    for (const ValueNotTaken& value : values) {
+        complaint += (complaint.empty() ? "--what-if: " : "; ") + not_taken_text(value);
+    }
+    return {json ? json_text({{"not_taken", not_taken_json(values)}}) : "", EXIT_UNUSABLE,
+            complaint + " (--as-written plans with that)"};
+}
+
 }  // namespace
 
 Answer plan(const PlanOptions& options) {
-    const std::vector<PlanRun> runs = runs_of(options);
-    const std::vector<PlanSubject> subjects = subjects_of(runs, run_plans(runs));
+    const auto made = made_scenario(options);
+    const std::vector<PlanRun> runs = runs_of(options, made ? &*made : nullptr);
+    std::vector<PlanSubject> subjects = subjects_of(runs, run_plans(runs));
+    if (made) {
+        for (PlanSubject& subject : subjects) {
+            subject.guesses = made->guesses;
+        }
+    }
+    if (const auto refused = values_refused(subjects); !refused.empty() && !options.as_written) {
+        return refuse_values(refused, options.json);
+    }
     const bool fine =
         std::all_of(subjects.begin(), subjects.end(), [](const PlanSubject& subject) { return subject.plan.fine(); });
     return {options.json ? json_text(plan_json(subjects)) : plan_text(subjects), fine ? EXIT_FINE : EXIT_FOUND};

@@ -56,11 +56,13 @@ Json of_subject(const PlanSubject& subject) {
     return {{"scenario", plan.scenario},
             {"title", plan.title},
             {"what_if", subject.overrides},
+            {"not_taken", not_taken_json(plan.not_taken)},
             {"seconds", plan.seconds},
             {"passes", plan.passes},
             {"fine", plan.fine()},
             {"settled", plan.settled},
             {"reasons", plan.reasons},
+            {"guesses", subject.guesses},
             {"notes", notes_of(subject)},
             {"violations", plan.violations},
             {"sessions", of_limit(plan.sessions, plan.most_sessions, plan.session_limit)},
@@ -106,6 +108,15 @@ Json differences(const Plan& a, const Plan& b) {
 }
 
 }  // namespace
+
+Json not_taken_json(const std::vector<ValueNotTaken>& values) {
+    Json all = Json::array();
+    for (const ValueNotTaken& value : values) {
+        all.push_back(
+            {{"key", value.key}, {"written", value.written}, {"in_force", value.in_force}, {"why", value.why}});
+    }
+    return all;
+}
 
 Json plan_json(const std::vector<PlanSubject>& subjects) {
     Json plans = Json::array();

@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
+#include <utility>
 
 #include "shared/duration.h"
 
@@ -40,7 +42,7 @@ std::map<std::string_view, const PlanTarget*> by_name(const Plan& plan) {
 
 const PlanPhase* phase_like(const Plan& plan, const PlanPhase& wanted) {
     const auto found = std::find_if(plan.phases.begin(), plan.phases.end(), [&](const PlanPhase& phase) {
-        return phase.began == wanted.began && phase.events == wanted.events;
+        return phase.began == wanted.began && (phase.began == 0 || phase.events == wanted.events);
     });
     return found == plan.phases.end() ? nullptr : &*found;
 }
@@ -89,6 +91,46 @@ std::vector<CutShort> cut_short(const Plan& plan) {
         alike->names.push_back(target->name);
     }
     return all;
+}
+
+std::vector<std::string> broken_invariants(const Plan& plan) {
+    // "TIME s: TEXT (known hazard: NAME)"
+    const auto kind_of = [](const std::string& violation) {
+        const std::size_t hazard = violation.find(" (known hazard: ");
+        const std::size_t behind_time = violation.find(": ");
+        return violation.substr(hazard != std::string::npos        ? hazard
+                                : behind_time != std::string::npos ? behind_time
+                                                                   : 0);
+    };
+    std::map<std::string, std::size_t> times;
+    for (const std::string& violation : plan.violations) {
+        ++times[kind_of(violation)];
+    }
+    std::vector<std::string> all;
+    for (const std::string& violation : plan.violations) {
+        if (const std::size_t number = std::exchange(times[kind_of(violation)], 0); number > 0) {
+            all.push_back(number == 1 ? violation : fmt::format("{}, and {} more like it", violation, number - 1));
+        }
+    }
+    return all;
+}
+
+std::vector<ValueNotTaken> values_refused(const std::vector<PlanSubject>& subjects) {
+    if (subjects.back().overrides.empty()) {
+        return {};
+    }
+    std::vector<ValueNotTaken> values = subjects.back().plan.not_taken;
+    std::erase_if(values, [&](const ValueNotTaken& value) {
+        const auto& before = subjects.front().plan.not_taken;
+        return std::any_of(before.begin(), before.end(), [&](const ValueNotTaken& other) {
+            return other.key == value.key && other.written == value.written && other.in_force == value.in_force;
+        });
+    });
+    return values;
+}
+
+std::string not_taken_text(const ValueNotTaken& value) {
+    return fmt::format("{}={} is not taken, {} is in force: {}", value.key, value.written, value.in_force, value.why);
 }
 
 std::vector<std::string> notes_of(const PlanSubject& subject) {

@@ -12,6 +12,7 @@ struct PlanSubject {
     std::string label;                   // as a person names it: "demo.toml with vol_sessions=4"
     std::vector<std::string> overrides;  // KEY=VALUE
     Plan plan;
+    std::vector<std::string> guesses = {};  // what was made up or left out of the scenario
 };
 
 // Targets with the same states in both plans. Null: that plan has none of them.
@@ -42,9 +43,19 @@ struct CutShort {
 };
 std::vector<CutShort> cut_short(const Plan& plan);
 
+// The broken invariants, those of one known hazard or with the same words together.
+std::vector<std::string> broken_invariants(const Plan& plan);
+
 // What else is to be known: an event of the scenario that sets what was overridden, events that were not looked at any
 // more, and what ostrel-simhost notes.
 std::vector<std::string> notes_of(const PlanSubject& subject);
+
+// The values that the service doesn't take because of the second plan's overrides.
+std::vector<ValueNotTaken> values_refused(const std::vector<PlanSubject>& subjects);
+
+// "vol_sessions=16 is not taken, 2 is in force: not between ..."
+std::string not_taken_text(const ValueNotTaken& value);
+Json not_taken_json(const std::vector<ValueNotTaken>& values);
 
 std::string plan_text(const std::vector<PlanSubject>& subjects);
 Json plan_json(const std::vector<PlanSubject>& subjects);

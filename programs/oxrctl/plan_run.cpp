@@ -1,9 +1,11 @@
 #include "oxrctl/plan_run.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -84,6 +86,10 @@ public:
     }
 };
 
+std::string scenario_beside(const std::string& root) {
+    return root + "/scenario.toml";
+}
+
 std::vector<std::string> command_of(const PlanRun& run, const std::string& root) {
     std::vector<std::string> command = {simhost_program(), "--json", "--root", root};
     for (const std::string& override_text : run.overrides) {
@@ -92,7 +98,7 @@ std::vector<std::string> command_of(const PlanRun& run, const std::string& root)
     if (!run.run_for.empty()) {
         command.insert(command.end(), {"--for", run.run_for});
     }
-    command.insert(command.end(), {"--", run.scenario});
+    command.insert(command.end(), {"--", run.text.empty() ? run.scenario : scenario_beside(root)});
     return command;
 }
 
@@ -113,6 +119,9 @@ std::string in_own_words(std::string text) {
 
 Plan run_plan(const PlanRun& run) {
     const TemporaryFolder root;
+    if (!run.text.empty()) {
+        write_file(scenario_beside(root.path()), run.text);
+    }
     PlanReader reader;
     shared::ChildProcess child;
     child.command = command_of(run, root.path());
@@ -130,7 +139,11 @@ Plan run_plan(const PlanRun& run) {
                       EXIT_NOT_RUN);
     }
     if (end.exit_code == EXIT_UNUSABLE) {
-        throw Refusal(in_own_words(end.error_output));
+        std::string why = in_own_words(end.error_output);
+        if (const std::string made = scenario_beside(root.path()); why.starts_with(made)) {
+            why.replace(0, made.size(), "the scenario made of " + run.scenario);
+        }
+        throw Refusal(why);
     }
     Plan plan = reader.finish();
     if (!plan.complete) {
@@ -138,10 +151,28 @@ Plan run_plan(const PlanRun& run) {
         throw Refusal(fmt::format("{} ended too early: {}", SIMHOST, why.empty() ? "it doesn't say why" : why),
                       EXIT_NOT_RUN);
     }
+    if (!run.text.empty()) {
+        plan.scenario = run.scenario;
+    }
     return plan;
 }
 
 }  // namespace
+
+void write_file(const std::string& file, std::string_view text) {
+    const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    const ssize_t written = descriptor < 0 ? -1 : write(descriptor, text.data(), text.size());
+    const int error = written < 0 ? errno : ENOSPC;
+    if (descriptor >= 0) {
+        close(descriptor);
+    }
+    if (written != static_cast<ssize_t>(text.size())) {
+        if (descriptor >= 0) {
+            unlink(file.c_str());
+        }
+        throw Refusal(fmt::format("{}: {}", file, std::strerror(error)));
+    }
+}
 
 std::vector<Plan> run_plans(const std::vector<PlanRun>& runs) {
     const InterruptsForChildren interrupts;

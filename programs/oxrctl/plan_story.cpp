@@ -1,6 +1,10 @@
 #include "oxrctl/plan_story.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+
+#include "shared/duration.h"
 
 namespace oxrctl {
 
@@ -96,16 +100,22 @@ void PlanReader::take_line(std::string_view line) {
 void PlanReader::begin(const Json& object) {
     plan_.scenario = object.at("scenario");
     plan_.title = object.at("title");
+    for (const Json& value : object.at("not_taken")) {
+        plan_.not_taken.push_back({value.at("key"), value.at("written"), value.at("in_force"), value.at("why")});
+    }
     plan_.addresses = addresses_of(object.at("targets"));
     plan_.phases.emplace_back();
 }
 
 void PlanReader::event(const Json& object) {
+    const double time = object.at("time");
+    if (object.at("kind") == "failure") {
+        plan_.notes.push_back(fmt::format("at {} {}", shared::clock_text(time), object.at("text").get<std::string>()));
+    }
     if (object.at("kind") != "action") {
         return;
     }
-    const double time = object.at("time");
-    if (plan_.phases.back().began != time || plan_.phases.back().events.empty()) {
+    if (plan_.phases.back().began != time) {
         plan_.phases.emplace_back().began = time;
     }
     plan_.phases.back().events.push_back(object.at("text"));
@@ -131,8 +141,16 @@ void PlanReader::verdict(const Json& object) {
         plan_.next_event = next;
     }
     plan_.reasons = object.at("reasons").get<std::vector<std::string>>();
-    plan_.notes = object.at("notes").get<std::vector<std::string>>();
+    for (const Json& note : object.at("notes")) {
+        plan_.notes.push_back(note);
+    }
     plan_.violations = object.at("violations").get<std::vector<std::string>>();
+    for (const auto& [hazard, times] : object.at("let_pass_times").items()) {
+        if (times > 0) {
+            plan_.notes.push_back(fmt::format("known hazard, which the scenario lets pass: {} ({})", hazard,
+                                              count_of(times.get<std::size_t>(), "time", "times")));
+        }
+    }
     plan_.sessions = totals.at("sessions");
     plan_.paths = totals.at("paths");
     plan_.most_sessions = object.at("most_sessions");

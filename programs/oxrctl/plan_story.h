@@ -35,7 +35,7 @@ struct PlanPhase {
         no_pass
     };
     double began = 0;
-    std::vector<std::string> events;  // that happened at this time; empty: the start
+    std::vector<std::string> events;  // that happened at this time
     int passes = 0;                   // up to the last that changed something
     double seconds = 0;               // until its end
     int all_passes = 0;
@@ -44,9 +44,15 @@ struct PlanPhase {
     End end = End::no_pass;  // with the phase
 };
 
+// A value of the configuration file that isn't the one in force when the service starts.
+struct ValueNotTaken {
+    std::string key, written, in_force, why;
+};
+
 struct Plan {
     std::string scenario, title;
     double seconds = 0;  // looked ahead
+    std::vector<ValueNotTaken> not_taken;
     std::vector<std::string> addresses;
     std::vector<PlanTarget> targets;  // at the end
     std::vector<PlanPhase> phases;

@@ -84,6 +84,13 @@ private:
             for (std::size_t i = 0; i < subjects_.size(); ++i) {
                 wrapped(fmt::format("{}  ", letter(i)), subjects_[i].label);
             }
+        }
+        for (std::size_t i = 0; i < subjects_.size(); ++i) {
+            for (const ValueNotTaken& value : subjects_[i].plan.not_taken) {
+                wrapped(two_ ? fmt::format("{}  ", letter(i)) : "  ", not_taken_text(value));
+            }
+        }
+        if (two_) {
             line("Where they differ, A -> B is shown.");
         }
         line(fmt::format("Looked ahead {}: {} passes of the connection manager.",
@@ -117,12 +124,15 @@ private:
                                 count_of(static_cast<std::size_t>(each.by), "session", "sessions"),
                                 each.names.size() > 1 ? " each" : "", shared::name_list(each.names), limit));
         }
-        for (const std::string& violation : plan.violations) {
+        for (const std::string& violation : broken_invariants(plan)) {
             wrapped(indent + "  - ", "broken: " + violation);
         }
     }
 
     void notes() {
+        for (const std::string& guess : subjects_.front().guesses) {
+            wrapped("guessed: ", guess);
+        }
         for (std::size_t i = 0; i < subjects_.size(); ++i) {
             const std::string mark = two_ ? fmt::format("note, {}: ", letter(i)) : "note: ";
             for (const std::string& note : notes_of(subjects_[i])) {
@@ -259,7 +269,7 @@ private:
         if (phase.events.size() > 1) {
             text = count_of(phase.events.size(), "event", "events") + ": " + text + ", ...";
         }
-        return text;
+        return (phase.began == 0 ? "the start, " : "") + text;
     }
 
     static std::string work_text(const PlanPhase& phase) {

@@ -54,9 +54,11 @@ TEST(Overrides, ReachVolumesFirstConnectionsAndTheHost) {
 
 TEST(Overrides, AreRefusedInOneLineThatNamesTheOption) {
     const std::pair<std::string, std::string> cases[] = {
-        {"interval", "option: expected KEY=VALUE, found no ="},
-        {"=5", "option: expected KEY=VALUE, found no key"},
-        {"intervall=5", "(db-##), NAME.sessions (NAME: db-##, log, pe) or"},
+        {"interval", "option: expected KEY=VALUE, KEY being a configuration key (interval, "},
+        {"=5", "found no key"},
+        {"intervall=5", "(db-##), NAME.sessions (NAME: db-##, log, pe), a [host] number"},
+        {"add_volumes={ name = \"db-##\", count = 1, group = \"g\" }", "found db-01, taken in line"},
+        {"at=5", "found \"at\""},
         {"nothing.sessions=5", "found \"nothing.sessions\""},
         {"log=2", "with # for the number"},
         {"interval=soon", "config.interval: expected a whole number from"},

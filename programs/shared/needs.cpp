@@ -1,8 +1,8 @@
-#include "needs.h"
+#include "shared/needs.h"
 
 #include <algorithm>
 
-namespace program {
+namespace shared {
 
 int required_for_volume(const ConfigValues& config, int nics, int arrays) {
     std::uint32_t required = config.vol_sessions;
@@ -25,4 +25,4 @@ int required_for_group_scoped_target(const ConfigValues& config, int nics, int a
     return static_cast<int>(std::min(required, config.max_pe_sessions));
 }
 
-}  // namespace program
+}  // namespace shared
