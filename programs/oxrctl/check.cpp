@@ -114,7 +114,8 @@ Json report_json(const std::string& file, const ConfigReport& report) {
     for (const ConfigReport::HiddenCharacter& each : report.hidden) {
         hidden.push_back({{"line", each.line}, {"what", each.what}});
     }
-    return {{"file", file},
+    return {{"version", JSON_VERSION},
+            {"file", file},
             {"clean", report.is_clean()},
             {"format", report.old_format ? "old" : "current"},
             {"values", std::move(values)},

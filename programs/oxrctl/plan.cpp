@@ -62,7 +62,7 @@ Answer refuse_values(const std::vector<ValueNotTaken>& values, bool json) {
     for (const ValueNotTaken& value : values) {
         complaint += (complaint.empty() ? "--what-if: " : "; ") + not_taken_text(value);
     }
-    return {json ? json_text({{"not_taken", not_taken_json(values)}}) : "", EXIT_UNUSABLE,
+    return {json ? json_text({{"version", JSON_VERSION}, {"not_taken", not_taken_json(values)}}) : "", EXIT_UNUSABLE,
             complaint + " (--as-written plans with that)"};
 }
 

@@ -123,7 +123,7 @@ Json plan_json(const std::vector<PlanSubject>& subjects) {
     for (const PlanSubject& subject : subjects) {
         plans.push_back(of_subject(subject));
     }
-    Json object = {{"plans", std::move(plans)}};
+    Json object = {{"version", JSON_VERSION}, {"plans", std::move(plans)}};
     if (subjects.size() > 1) {
         object["differences"] = differences(subjects.front().plan, subjects.back().plan);
     }

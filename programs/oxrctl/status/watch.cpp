@@ -8,6 +8,7 @@
 
 #include "oxrctl/commands.h"
 #include "oxrctl/text.h"
+#include "shared/terminal.h"
 
 namespace oxrctl {
 
@@ -89,6 +90,7 @@ private:
 
 // A log that can't be read just now, as while it is rotated, is told like all else.
 Answer look(const StatusOptions& options) {
+    set_line_width(shared::terminal_width().value_or(LINE_WIDTH));
     try {
         return status(options);
     } catch (const Refusal& refusal) {
@@ -104,11 +106,9 @@ Answer watch_status(const StatusOptions& options, std::int64_t seconds) {
     }
     const Signals signals;
     const Screen screen;
-    Answer answer = look(options);
+    Answer answer;
     for (int signal = SIGWINCH; signal == SIGWINCH || signal < 0; signal = signals.wait(seconds)) {
-        if (signal != SIGWINCH) {
-            answer = look(options);
-        }
+        answer = look(options);
         screen.draw(answer.text);
     }
     return {"", answer.exit_code};
