@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdarg>
+#include <set>
 
 #include "oxrctl/catalogue.h"
 #include "oxrctl/status/health.h"
@@ -192,6 +193,7 @@ TEST(Health, IsAsAPersonWouldJudge) {
         {"worst first", log().begin(1, 0).volume("v", 4, 0).counts(4, 2).trouble().end(), Health::critical,
          "no_path short trouble", 60},
     };
+    std::set<std::string> seen = {"not_read"};  // of a log that can't be opened
     for (const auto& c : cases) {
         const Story story = story_of(c.log.text());
         Clock clock;
@@ -203,8 +205,14 @@ TEST(Health, IsAsAPersonWouldJudge) {
         for (const Reason& reason : judgement.reasons) {
             reasons += (reasons.empty() ? "" : " ") + reason.name;
         }
+        for (const Reason& reason : judgement.reasons) {
+            seen.insert(reason.name);
+        }
         EXPECT_EQ(health_word(judgement.health), health_word(c.health)) << c.state;
         EXPECT_EQ(reasons, c.reasons) << c.state << "\n" << c.log.text();
+    }
+    for (const ReasonEntry& reason : catalogue().reasons) {
+        EXPECT_TRUE(seen.contains(reason.name)) << reason.name << " is found in no state";
     }
     const Story flapping = story_of(log().times(5, turn).text());
     EXPECT_EQ(judge(flapping, {}).reasons.front().text, "sessions added and removed by turns: a and b (iqn.v)");

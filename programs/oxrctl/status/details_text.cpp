@@ -57,7 +57,9 @@ std::string target_text(const Story& story, const TargetStory& target) {
     rows.add({"sessions", target.pending > 0 ? fmt::format("{}, {} of them logging in", told(sessions), target.pending)
                                              : told(sessions)});
     add_sessions(target, rows);
-    rows.add({"paths", fmt::format("{} active, {} dead", told(target.paths), told(target.dead_paths))});
+    rows.add({"paths", target.dead_paths == TargetStory::unknown
+                           ? told(target.paths) + " active; log_level=2 tells dead ones"
+                           : fmt::format("{} active, {} dead", told(target.paths), target.dead_paths)});
     add_changes(story, target, rows);
     return fmt::format("\n{}{}\n", target.iqn, target.static_mode ? " (static mode, not balanced)" : "") + rows.text();
 }

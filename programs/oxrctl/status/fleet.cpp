@@ -106,13 +106,11 @@ void sort_rows(std::vector<HostRow>& rows) {
 
 std::string fleet_text(const std::vector<HostRow>& rows) {
     Columns table("lllrrrrrr", "");
-    table.add(
-        {"host", "health", "last message", "volumes", "short", "sessions", "room", "paths", "room", "stop", "reason"});
+    table.add({"host", "health", "age", "volumes", "short", "sessions", "room", "paths", "room", "stop", "reason"});
     for (const HostRow& row : rows) {
         table.add({printable(row.host), std::string(health_word(row.judgement.health)),
-                   row.age ? age_text(*row.age) + " ago" : "-", number_or_dash(row.volumes),
-                   std::to_string(row.short_targets), number_or_dash(row.sessions),
-                   room(row.sessions, simhost::MAX_SESSIONS), number_or_dash(row.paths),
+                   row.age ? age_text(*row.age) : "-", number_or_dash(row.volumes), std::to_string(row.short_targets),
+                   number_or_dash(row.sessions), room(row.sessions, simhost::MAX_SESSIONS), number_or_dash(row.paths),
                    room(row.paths, simhost::MAX_PATHS), row.worker_stop.empty() ? "-" : printable(row.worker_stop),
                    reason_line(row.judgement)});
     }

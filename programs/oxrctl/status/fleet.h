@@ -28,7 +28,7 @@ struct HostRow {
 HostRow host_row(const std::string& host, const Story& story, const Judgement& judgement, const Clock& clock);
 HostRow unread_host(const std::string& host, const std::string& problem);
 
-// Calls `use` once for each source, of all processors' threads, and waits. `use` must bear calls side by side.
+// Calls `use` with each index below `number`, on all processors, and waits. `use` must be thread-safe.
 void for_each_side_by_side(std::size_t number, const std::function<void(std::size_t)>& use);
 
 // The worst first.

@@ -28,16 +28,47 @@ bool carries_volumes(const TargetStory& target) {
     return !target.group_scoped || !target.devices.empty();
 }
 
-// "volume-1, volume-2 and 3 others: WHAT"; empty when no target is like that.
-template <typename IsSo>
-std::string targets_that(const Story& story, std::string_view what, const IsSo& is_so) {
+// What may be wrong with a target.
+struct TargetRule {
+    std::string_view name;  // of the reason
+    std::string_view what;
+    bool (*is_so)(const Story&, const TargetStory&);
+};
+
+constexpr TargetRule target_rules[] = {
+    {"no_path", "no active path",
+     [](const Story&, const TargetStory& target) { return target.paths == 0 && carries_volumes(target); }},
+    {"one_path", "one active path only",
+     [](const Story&, const TargetStory& target) {
+         return target.paths == 1 && target.required > 1 && carries_volumes(target);
+     }},
+    {"unread", "sessions could not be read", [](const Story&, const TargetStory& target) { return target.unread; }},
+    {"cut_short", "cut short by the host's limit of sessions",
+     [](const Story&, const TargetStory& target) { return target.cut_short; }},
+    {"short", "fewer sessions than required",
+     [](const Story& story, const TargetStory& target) {
+         return missing_sessions(story, target) > 0 && !target.cut_short;
+     }},
+    {"logging_in", "sessions still logging in after three passes",
+     [](const Story&, const TargetStory& target) { return target.passes_logging_in >= LONG_LOGIN_PASSES; }},
+    {"flapping", "sessions added and removed by turns",
+     [](const Story& story, const TargetStory& target) {
+         return std::any_of(story.flapping.begin(), story.flapping.end(),
+                            [&target](const FlappingStory& each) { return each.iqn == target.iqn; });
+     }},
+};
+
+// "WHAT: volume-1, volume-2 and so on"; empty when no target is like that.
+std::string targets_that(const Story& story, std::string_view name) {
+    const auto* const rule = std::find_if(std::begin(target_rules), std::end(target_rules),
+                                          [name](const TargetRule& each) { return each.name == name; });
     std::vector<std::string> names;
     for (const TargetStory& target : story.targets) {
-        if (is_so(target)) {
+        if (rule->is_so(story, target)) {
             names.push_back(printable(name_of(target)));
         }
     }
-    return names.empty() ? "" : fmt::format("{}: {}", what, shared::name_list(names));
+    return names.empty() ? "" : fmt::format("{}: {}", rule->what, shared::name_list(names));
 }
 
 std::string silent(const Story& story, const Clock& clock) {
@@ -51,11 +82,6 @@ std::string silent(const Story& story, const Clock& clock) {
 
 std::string stopped(const Story& story, const Clock&) {
     return story.worker == Story::Worker::stopped ? "the worker stopped at " + story.worker_since : "";
-}
-
-std::string no_path(const Story& story, const Clock&) {
-    return targets_that(story, "no active path",
-                        [](const TargetStory& target) { return target.paths == 0 && carries_volumes(target); });
 }
 
 std::string no_messages(const Story& story, const Clock&) {
@@ -83,32 +109,6 @@ std::string path_limit(const Story& story, const Clock&) {
                             : "";
 }
 
-std::string one_path(const Story& story, const Clock&) {
-    return targets_that(story, "one active path only", [](const TargetStory& target) {
-        return target.paths == 1 && target.required > 1 && carries_volumes(target);
-    });
-}
-
-std::string unread(const Story& story, const Clock&) {
-    return targets_that(story, "sessions could not be read", [](const TargetStory& target) { return target.unread; });
-}
-
-std::string cut_short(const Story& story, const Clock&) {
-    return targets_that(story, fmt::format("cut short by the host's limit of {} sessions", simhost::MAX_SESSIONS),
-                        [](const TargetStory& target) { return target.cut_short; });
-}
-
-std::string short_of_sessions(const Story& story, const Clock&) {
-    return targets_that(story, "fewer sessions than required", [&story](const TargetStory& target) {
-        return missing_sessions(story, target) > 0 && !target.cut_short;
-    });
-}
-
-std::string logging_in(const Story& story, const Clock&) {
-    return targets_that(story, fmt::format("sessions still logging in after {} passes", LONG_LOGIN_PASSES),
-                        [](const TargetStory& target) { return target.passes_logging_in >= LONG_LOGIN_PASSES; });
-}
-
 std::string flapping(const Story& story, const Clock&) {
     std::vector<std::string> names;
     for (const FlappingStory& each : story.flapping) {
@@ -133,15 +133,15 @@ std::string trouble(const Story& story, const Clock&) {
 
 struct Rule {
     std::string_view name;                            // in the catalogue
-    std::string (*find)(const Story&, const Clock&);  // empty: there is no such reason
+    std::string (*find)(const Story&, const Clock&);  // empty: there is no such reason; null: it is one of a target
 };
 
 // The weightiest first.
 constexpr Rule rules[] = {
-    {"silent", silent},         {"stopped", stopped},   {"no_path", no_path},           {"no_messages", no_messages},
-    {"no_pass", no_pass},       {"held_off", held_off}, {"long_renewal", long_renewal}, {"path_limit", path_limit},
-    {"one_path", one_path},     {"unread", unread},     {"cut_short", cut_short},       {"short", short_of_sessions},
-    {"logging_in", logging_in}, {"flapping", flapping}, {"trouble", trouble},
+    {"silent", silent},      {"stopped", stopped},   {"no_path", nullptr},           {"no_messages", no_messages},
+    {"no_pass", no_pass},    {"held_off", held_off}, {"long_renewal", long_renewal}, {"path_limit", path_limit},
+    {"one_path", nullptr},   {"unread", nullptr},    {"cut_short", nullptr},         {"short", nullptr},
+    {"logging_in", nullptr}, {"flapping", flapping}, {"trouble", trouble},
 };
 
 constexpr std::array<std::string_view, 4> health_words = {"well", "warning", "critical", "unknown"};
@@ -187,13 +187,21 @@ LogSeconds oldest_age_of(const Story& story) {
     return interval + LogSeconds{2} * story.longest_pass + ROOM_SECONDS;
 }
 
+bool has_problem(const Story& story, const TargetStory& target) {
+    return std::any_of(std::begin(target_rules), std::end(target_rules),
+                       [&](const TargetRule& rule) { return rule.is_so(story, target); });
+}
+
 Judgement judge(const Story& story, const Clock& clock) {
     Judgement judgement;
     for (const Rule& rule : rules) {
-        if (std::string text = rule.find(story, clock); !text.empty()) {
+        std::string text = rule.find == nullptr ? targets_that(story, rule.name) : rule.find(story, clock);
+        if (!text.empty()) {
             judgement.reasons.push_back(reason_of(rule.name, std::move(text)));
         }
     }
+    std::stable_sort(judgement.reasons.begin(), judgement.reasons.end(),
+                     [](const Reason& a, const Reason& b) { return is_worse(a.health, b.health); });
     if (!judgement.reasons.empty()) {
         judgement.health = judgement.reasons.front().health;
     }

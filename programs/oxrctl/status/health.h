@@ -1,5 +1,5 @@
-// Whether what a log tells is well, and why not: the one judgement behind `oxrctl status`, its exit codes, `--check`
-// and the metrics.
+// Decides from a log whether a host is well, and why not: the one judgement behind `oxrctl status`, its exit codes,
+// `--check` and the metrics.
 #pragma once
 
 #include <optional>
@@ -29,7 +29,7 @@ struct Reason {
 // A log that can't be read.
 Reason not_read(std::string text);
 
-// How old a log's last message may be.
+// The present, and how old a log's last message may be.
 struct Clock {
     LogSeconds now = NO_TIME;
     std::optional<LogSeconds> oldest_age;  // seconds; none: age isn't judged
@@ -43,6 +43,9 @@ struct Judgement {
     Health health = Health::well;  // of the weightiest reason
     std::vector<Reason> reasons;   // the weightiest first
 };
+
+// Whether something about the target is a reason for a host not to be well.
+bool has_problem(const Story& story, const TargetStory& target);
 
 Judgement judge(const Story& story, const Clock& clock);
 

@@ -29,7 +29,7 @@ enum class HowMuch {
 
 // Reads the log `file` with its older files, or standard input for "-". Throws a Refusal when `file` itself can't be
 // read. `since`: what the totals are counted from.
-// `naming`: of StoryReader.
+// `naming`: a pattern for the warnings and errors that are kept, as StoryReader takes it.
 LogReading read_log(const std::string& file, HowMuch how_much = HowMuch::all, LogPosition since = {},
                     const std::string& naming = "");
 

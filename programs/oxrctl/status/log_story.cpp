@@ -571,13 +571,14 @@ int short_targets(const Story& story) {
 }
 
 int dead_paths(const Story& story) {
-    int sum = TargetStory::unknown;
+    int sum = 0;
     for (const TargetStory& target : story.targets) {
-        if (target.dead_paths != TargetStory::unknown) {
-            sum = std::max(sum, 0) + target.dead_paths;
+        if (target.dead_paths == TargetStory::unknown) {
+            return TargetStory::unknown;
         }
+        sum += target.dead_paths;
     }
-    return sum;
+    return story.passes == 0 ? TargetStory::unknown : sum;
 }
 
 }  // namespace oxrctl

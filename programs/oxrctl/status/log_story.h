@@ -41,7 +41,7 @@ struct TargetStory {
     int removed = 0;
     int in_use = 0;             // surplus sessions that stay because they carry active paths
     int passes_logging_in = 0;  // without a break, up to this one
-    bool cut_short = false;     // by the host's ceiling
+    bool cut_short = false;     // by the host's limit of sessions
     bool unread = false;        // its sessions could not be read
     int pass = 0;
 };
@@ -78,7 +78,7 @@ struct FlappingStory {
     int turns = 0;
 };
 
-// Up to where a log was counted: the last message's time, and how many messages of that second were.
+// Up to where a log was counted: the last message's time, and how many messages bear that second.
 struct LogPosition {
     LogSeconds time = NO_TIME;
     std::uint64_t messages = 0;
@@ -137,7 +137,7 @@ int missing_sessions(const Story& story, const TargetStory& target);
 // How many targets lack sessions.
 int short_targets(const Story& story);
 
-// The dead paths of all targets of which they are known.
+// The dead paths of all targets; unknown when the log doesn't tell those of each.
 int dead_paths(const Story& story);
 
 // Takes the lines of a log in their order. Memory doesn't grow with the log.

@@ -12,7 +12,7 @@ namespace oxrctl {
 using LogSeconds = std::int64_t;
 inline constexpr LogSeconds NO_TIME = -1;
 
-// Of "Wed May  01 08:00:02 2024"; none of what isn't such a time.
+// Parses "Wed May  01 08:00:02 2024"; none if it isn't such a time.
 std::optional<LogSeconds> seconds_of(std::string_view logged);
 
 // "2024-05-01 08:00:02"; empty for NO_TIME.

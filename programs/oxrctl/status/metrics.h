@@ -11,7 +11,7 @@
 
 namespace oxrctl {
 
-// What a page of metrics says of how far the logs were counted, so that its counters go on from there.
+// How far each log has been counted, and the counters until there.
 struct MetricsMemory {
     std::map<std::string, LogPosition> positions;  // by host
     std::map<std::string, std::int64_t> counters;  // by name and labels, as they stand in the page

@@ -136,7 +136,7 @@ Answer one_log(const Question& question, const LogSource& source) {
 Answer many_logs(const Question& question, const std::vector<LogSource>& sources) {
     const StatusOptions& options = question.options;
     if (options.targets.is_set() || options.no_group) {
-        throw Refusal("--volume, --adapter, --problems and --no-group look into one log");
+        throw Refusal("--volume, --adapter, --problems and --no-group need a single log");
     }
     std::mutex mutex;  // of what follows
     std::vector<HostRow> rows(sources.size());

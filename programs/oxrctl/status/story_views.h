@@ -30,7 +30,7 @@ Json story_json(const LogReading& reading, const Judgement& judgement, const Sur
 Json reasons_json(const Judgement& judgement);
 Json age_json(const Story& story, const Clock& clock);
 
-// What monitoring plug-ins call a health, and a text that may stand before the bar.
+// The plug-in word for a health; a text that is safe before the bar.
 std::string_view plugin_word(Health health);
 std::string plugin_text(std::string text);
 

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <set>
 
+#include "oxrctl/status/health.h"
+
 namespace oxrctl {
 
 namespace {
@@ -21,13 +23,6 @@ bool is_at(const std::string& adapter, const TargetStory& target) {
 }
 
 }  // namespace
-
-bool has_problem(const Story& story, const TargetStory& target) {
-    const bool flaps = std::any_of(story.flapping.begin(), story.flapping.end(),
-                                   [&target](const FlappingStory& each) { return each.iqn == target.iqn; });
-    return flaps || target.unread || target.cut_short || target.pending > 0 || target.paths == 0 ||
-           (target.paths == 1 && target.required > 1) || missing_sessions(story, target) > 0;
-}
 
 void TargetFilter::apply(Story& story) const {
     std::erase_if(story.targets, [&](const TargetStory& target) {

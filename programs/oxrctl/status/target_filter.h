@@ -21,7 +21,4 @@ struct TargetFilter {
     std::string naming() const { return volume.empty() ? "" : "*" + volume + "*"; }
 };
 
-// Whether something about the target is a reason for a host not to be well.
-bool has_problem(const Story& story, const TargetStory& target);
-
 }  // namespace oxrctl

@@ -23,7 +23,7 @@ class TroubleBook {
 public:
     void note(const Trouble& trouble);
 
-    // The subject of the message in the catalogue; "Other" of one that isn't there.
+    // The subject of the message in the catalogue; "Other" if it isn't there.
     const std::string& subject_of(const Trouble& trouble);
 
     std::vector<TroubleStory> by_times() const;
