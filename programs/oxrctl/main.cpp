@@ -99,10 +99,17 @@ void add_status(CLI::App& app, Run& run) {
     command.add_option("--watch", watch, "Show it anew every so often, such as 5, until Ctrl-C")
         ->type_name("DURATION")
         ->excludes(command.get_option("--json"));
-    command.add_flag("--check", options.check, "Print one line and exit as a monitoring plug-in does");
-    command.add_option("--metrics", options.metrics, "Write metrics for Prometheus; - for standard output")
-        ->type_name("FILE");
-    command.add_flag("--per-volume", options.per_volume, "With --metrics, also metrics of each volume");
+    CLI::Option* const check =
+        command.add_flag("--check", options.check, "Print one line and exit as a monitoring plug-in does");
+    CLI::Option* const metrics =
+        command.add_option("--metrics", options.metrics, "Write metrics for Prometheus; - for standard output")
+            ->type_name("FILE");
+    command.add_flag("--per-volume", options.per_volume, "With --metrics, also metrics of each volume")->needs(metrics);
+    for (const char* const other : {"--json", "--volume", "--adapter", "--problems", "--no-group", "--watch"}) {
+        check->excludes(command.get_option(other));
+        metrics->excludes(command.get_option(other));
+    }
+    check->excludes(metrics);
     command.callback([&run] {
         options.logs.insert(options.logs.end(), logs.begin(), logs.end());
         if (!max_age.empty()) {
@@ -238,6 +245,9 @@ int main(int argc, char** argv) {
         app.parse(argc, argv);
         return run_command(app, run);
     } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() != 0 && std::find(argv, argv + argc, std::string_view("--check")) != argv + argc) {
+            return show(fmt::format("OSTREL UNKNOWN - {}\n", printable(error.what())), EXIT_NOT_RUN);
+        }
         std::ostringstream help;
         std::ostringstream mistake;
         return app.exit(error, help, mistake) == 0

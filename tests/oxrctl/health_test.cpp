@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdarg>
+#include <optional>
 #include <set>
 
 #include "oxrctl/catalogue.h"
@@ -111,7 +112,7 @@ TEST(Health, IsAsAPersonWouldJudge) {
         LogText log;
         Health health;
         const char* reasons;
-        int silent_seconds = -1;  // since the last message; -1: age isn't judged
+        std::optional<int> silent_seconds{};  // since the last message; none: age isn't judged
     } cases[] = {
         {"all is well", log().well().well(), Health::well, ""},
         {"asleep in its interval", log().well().well(), Health::well, "", 180},
@@ -120,6 +121,15 @@ TEST(Health, IsAsAPersonWouldJudge) {
         {"dead for three years", log().well(), Health::critical, "silent", 94608000},
         {"stuck in a pass", log().well().begin(1, 4), Health::critical, "silent", 3600},
         {"in a pass", log().well().begin(1, 4), Health::well, "", 5},
+        {"a clock that is ahead", log().well(), Health::unknown, "clock", -600},
+        {"a volume that the log doesn't name",
+         log()
+             .well()
+             .begin(1, 0)
+             .say("ERROR", "handle_ostrel_connections", "get_num_nic returned number of NICs = 0")
+             .end(),
+         Health::critical, "no_path trouble"},
+        {"in a pass that hasn't added yet", log().well().begin(1, 2).volume("v", 4, 2), Health::well, ""},
         {"stopped", log().well().named("sigusr1_handler", "stopped", 7L), Health::critical, "stopped"},
         {"stopped and begun again", log().well().named("sigusr1_handler", "stopped", 7L).well(), Health::well, ""},
         {"nothing logged", log(), Health::unknown, "no_messages"},
@@ -145,7 +155,7 @@ TEST(Health, IsAsAPersonWouldJudge) {
          "cut_short"},
         {"not read",
          log().begin(1, 2).volume("v", 4, 2).named("handle_ostrel_connections", "volume_not_read", -1).end(),
-         Health::warning, "unread"},
+         Health::warning, "unread short"},
         {"too many paths", log().begin(1, 2048).named("handle_ostrel_connections", "path_limit", 2048, 2048).end(),
          Health::warning, "path_limit"},
         {"logging in for two passes", log().times(2, logging_in), Health::well, ""},
@@ -197,8 +207,8 @@ TEST(Health, IsAsAPersonWouldJudge) {
     for (const auto& c : cases) {
         const Story story = story_of(c.log.text());
         Clock clock;
-        if (c.silent_seconds >= 0) {
-            clock = {story.last.time + c.silent_seconds, oldest_age_of(story)};
+        if (c.silent_seconds) {
+            clock = {story.last.time + *c.silent_seconds, oldest_age_of(story)};
         }
         const Judgement judgement = judge(story, clock);
         std::string reasons;
@@ -240,4 +250,11 @@ TEST(StoryReader, SeesPassesAndRenewalsInAnyPieceOfALog) {
     renewal.named("OstrelHandleRenewIscsiConnections", "renewal_ends", 6);
     EXPECT_FALSE(story_of(renewal.text()).renewal_under_way);
     EXPECT_EQ(story_of(renewal.text()).last_renewal_status, 6);
+    // What is announced counts when its cycle has ended.
+    LogText adding = log().well().fewer().adds(2);
+    EXPECT_EQ(story_of(adding.text()).totals.added, 0);
+    adding.named("handle_num_sessions", "added_less", 1, 2).end();
+    EXPECT_EQ(story_of(adding.text()).totals.added, 1);
+    const auto hold_off = [](LogText& text, int) { text.begin(1, 4).named("do_work", "held_off", 1).end(); };
+    EXPECT_EQ(story_of(log().times(3, hold_off).text()).worker_since, "2024-05-01 08:00:00");
 }

@@ -25,7 +25,7 @@ Sum sum_of(const std::vector<HostRow>& rows) {
     for (const HostRow& row : rows) {
         ++sum.hosts[static_cast<std::size_t>(row.judgement.health)];
         sum.volumes += std::max(row.volumes, 0);
-        sum.short_targets += row.short_targets;
+        sum.short_targets += std::max(row.short_targets, 0);
         sum.sessions += std::max(row.sessions, 0);
         sum.paths += std::max(row.paths, 0);
     }
@@ -109,7 +109,7 @@ std::string fleet_text(const std::vector<HostRow>& rows) {
     table.add({"host", "health", "age", "volumes", "short", "sessions", "room", "paths", "room", "stop", "reason"});
     for (const HostRow& row : rows) {
         table.add({printable(row.host), std::string(health_word(row.judgement.health)),
-                   row.age ? age_text(*row.age) : "-", number_or_dash(row.volumes), std::to_string(row.short_targets),
+                   row.age ? age_text(*row.age) : "-", number_or_dash(row.volumes), number_or_dash(row.short_targets),
                    number_or_dash(row.sessions), room(row.sessions, simhost::MAX_SESSIONS), number_or_dash(row.paths),
                    room(row.paths, simhost::MAX_PATHS), row.worker_stop.empty() ? "-" : printable(row.worker_stop),
                    reason_line(row.judgement)});
@@ -141,7 +141,7 @@ Json fleet_json(const std::vector<HostRow>& rows) {
                          {"age_seconds", row.age ? Json(*row.age) : Json()},
                          {"last_pass", row.last_pass.empty() ? Json() : Json(row.last_pass)},
                          {"volumes", number_or_null(row.volumes)},
-                         {"short", row.short_targets},
+                         {"short", number_or_null(row.short_targets)},
                          {"sessions", number_or_null(row.sessions)},
                          {"paths", number_or_null(row.paths)},
                          {"worker_stop", row.worker_stop.empty() ? Json() : Json(row.worker_stop)}});

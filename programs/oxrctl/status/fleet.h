@@ -19,7 +19,7 @@ struct HostRow {
     Judgement judgement;
     std::optional<LogSeconds> age;
     std::string last_pass;
-    int volumes = TargetStory::unknown, short_targets = 0;
+    int volumes = TargetStory::unknown, short_targets = TargetStory::unknown;
     int sessions = TargetStory::unknown, paths = TargetStory::unknown;
     std::string worker_stop;  // as logged; empty: not told
 };

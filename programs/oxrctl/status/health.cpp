@@ -80,8 +80,34 @@ std::string silent(const Story& story, const Clock& clock) {
                        age_text(clock.now - story.last.time));
 }
 
+std::string clock_is_ahead(const Story& story, const Clock& clock) {
+    return story.last.time == NO_TIME || clock.now == NO_TIME || !clock.oldest_age ||
+                   story.last.time - clock.now <= ROOM_SECONDS
+               ? ""
+               : fmt::format("the last message is {} ahead of this clock: another time zone?",
+                             age_text(story.last.time - clock.now));
+}
+
 std::string stopped(const Story& story, const Clock&) {
     return story.worker == Story::Worker::stopped ? "the worker stopped at " + story.worker_since : "";
+}
+
+// Volumes of which the log tells, and those of which it doesn't as all their paths are gone.
+std::string no_path(const Story& story, const Clock&) {
+    const std::string named = targets_that(story, "no_path");
+    std::vector<std::string> parts;
+    if (!named.empty()) {
+        parts.push_back(named);
+    }
+    if (story.without_nics > 0) {
+        parts.push_back(fmt::format("{} without a path{}",
+                                    count_of(static_cast<std::size_t>(story.without_nics), "volume", "volumes"),
+                                    story.vanished.empty() ? ", which the log does not name"
+                                                           : ": " + printable(shared::name_list(story.vanished), 400)));
+    } else if (named.empty() && story.passes > 0 && story.volumes > 0 && story.paths == 0) {
+        parts.emplace_back("the host has volumes and no path");
+    }
+    return fmt::format("{}", fmt::join(parts, "; "));
 }
 
 std::string no_messages(const Story& story, const Clock&) {
@@ -126,8 +152,8 @@ std::string trouble(const Story& story, const Clock&) {
     for (const TroubleStory& each : story.trouble) {
         times += static_cast<std::size_t>(each.times);
     }
-    return fmt::format("{} since the last good pass, such as \"{}\"",
-                       count_of(times, "warning or error", "warnings and errors"),
+    return fmt::format("{} {}, such as \"{}\"", count_of(times, "warning or error", "warnings and errors"),
+                       story.last_good_pass.empty() ? "in this log" : "since the last good pass",
                        printable(story.trouble.front().text, 60));
 }
 
@@ -138,10 +164,10 @@ struct Rule {
 
 // The weightiest first.
 constexpr Rule rules[] = {
-    {"silent", silent},      {"stopped", stopped},   {"no_path", nullptr},           {"no_messages", no_messages},
-    {"no_pass", no_pass},    {"held_off", held_off}, {"long_renewal", long_renewal}, {"path_limit", path_limit},
-    {"one_path", nullptr},   {"unread", nullptr},    {"cut_short", nullptr},         {"short", nullptr},
-    {"logging_in", nullptr}, {"flapping", flapping}, {"trouble", trouble},
+    {"silent", silent},           {"stopped", stopped},    {"no_path", no_path},   {"clock", clock_is_ahead},
+    {"no_messages", no_messages}, {"no_pass", no_pass},    {"held_off", held_off}, {"long_renewal", long_renewal},
+    {"path_limit", path_limit},   {"one_path", nullptr},   {"unread", nullptr},    {"cut_short", nullptr},
+    {"short", nullptr},           {"logging_in", nullptr}, {"flapping", flapping}, {"trouble", trouble},
 };
 
 constexpr std::array<std::string_view, 4> health_words = {"well", "warning", "critical", "unknown"};

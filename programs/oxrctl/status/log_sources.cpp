@@ -24,7 +24,8 @@ std::string host_of(const fs::path& log) {
     return whole.filename() == LOG_NAME && !folder.empty() ? folder : whole.filename().string();
 }
 
-void add_folder(const fs::path& folder, const std::string& host, std::vector<LogSource>& sources) {
+void add_folder(const fs::path& folder, const std::string& host, Logs& logs) {
+    std::vector<LogSource>& sources = logs.sources;
     std::error_code error;
     if (fs::exists(folder / LOG_NAME, error)) {
         sources.push_back({host.empty() ? host_of(folder / LOG_NAME) : host, folder / LOG_NAME});
@@ -41,6 +42,7 @@ void add_folder(const fs::path& folder, const std::string& host, std::vector<Log
     }
     std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.host < b.host; });
     sources.insert(sources.end(), found.begin(), found.end());
+    logs.of_hosts = true;
 }
 
 // "HOST=LOG", unless all of it is a path that is there.
@@ -55,15 +57,16 @@ LogSource named(const std::string& given) {
 
 }  // namespace
 
-std::vector<LogSource> find_logs(const std::vector<std::string>& given) {
-    std::vector<LogSource> sources;
+Logs find_logs(const std::vector<std::string>& given) {
+    Logs logs{{}, given.size() > 1};
+    std::vector<LogSource>& sources = logs.sources;
     std::error_code error;
     for (const std::string& each : given) {
         LogSource source = named(each);
         if (source.file == "-") {
             sources.push_back({source.host.empty() ? "-" : source.host, "-"});
         } else if (fs::is_directory(source.file, error)) {
-            add_folder(source.file, source.host, sources);
+            add_folder(source.file, source.host, logs);
         } else {
             sources.push_back({source.host.empty() ? host_of(source.file) : source.host, source.file});
         }
@@ -74,7 +77,7 @@ std::vector<LogSource> find_logs(const std::vector<std::string>& given) {
             throw Refusal(fmt::format("{}: two logs are of this host; name them HOST=LOG", source.host));
         }
     }
-    return sources;
+    return logs;
 }
 
 }  // namespace oxrctl

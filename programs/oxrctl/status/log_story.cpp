@@ -30,6 +30,7 @@ int number(std::string_view text) {
 
 constexpr std::size_t MOST_CHANGES = 4096;
 constexpr std::size_t MOST_NAMING = 20;
+constexpr int LONGEST_PASS_SECONDS = 3600;  // beyond that the clock was set
 constexpr std::size_t MOST_SESSIONS_OF_A_TARGET = 64;
 
 }  // namespace
@@ -37,7 +38,7 @@ constexpr std::size_t MOST_SESSIONS_OF_A_TARGET = 64;
 // Takes messages in their order and keeps what they add up to.
 class StoryReader::Impl {
 public:
-    Impl(LogPosition since, std::string naming) : since_(since), naming_(std::move(naming)) {}
+    Impl(LogPosition since, std::string naming) : since_(since), naming_(std::move(naming)) { story_.counted = since; }
     void take_line(std::string_view line);
     LogSeconds time() const { return story_.last.time; }
     Story finish();
@@ -64,11 +65,17 @@ private:
         ++story_.held_off_cycles;
     }
     void sleeping(const Arguments&);
-    void stopped(const Arguments&) { leave_pass(), worker(Story::Worker::stopped); }
+    void stopped(const Arguments&) {
+        leave_pass();
+        worker(Story::Worker::stopped);
+        count_cycle();
+    }
+    // A state that the cycle before had too goes on.
     void worker(Story::Worker state) {
         story_.worker = state;
-        story_.worker_since = now();
+        story_.worker_since = state == before_.first ? before_.second : now();
     }
+    void count_cycle();
 
     // --- a pass ---
     void pass_begins(const Arguments& arguments);
@@ -97,6 +104,7 @@ private:
     void pending_session(const Arguments& arguments) { session(arguments, "logging in"); }
     void static_session(const Arguments& arguments) { session(arguments, "static"); }
     void target_session(const Arguments& arguments);
+    void no_nics(const Arguments& arguments) { story_.without_nics += number(arguments[0]) == 0 ? 1 : 0; }
     void cut_short(const Arguments&);
     void adding_over(const Arguments& arguments) { over("+", arguments); }
     void removing_over(const Arguments& arguments) { over("-", arguments); }
@@ -126,6 +134,7 @@ private:
     struct Device {
         std::vector<std::string> adapters;
         int dead_paths = TargetStory::unknown;
+        int active_paths = TargetStory::unknown;
     };
 
     Story story_;
@@ -133,8 +142,10 @@ private:
     const std::string naming_;
     std::map<std::string, Device, std::less<>> devices_;
     std::string device_;
-    std::vector<SessionStory> sessions_;  // of the inventory that is being told
-    bool counts_ = false;                 // the message in hand is behind since_
+    std::vector<SessionStory> sessions_;            // of the inventory that is being told
+    bool counts_ = false;                           // the message in hand is behind since_
+    Totals cycle_;                                  // of the cycle in hand
+    std::pair<Story::Worker, std::string> before_;  // the worker's state in the cycle before, and since when
     std::string last_time_;
     LogLine line_;
     std::map<std::string, TargetStory, std::less<>> targets_;
@@ -190,6 +201,7 @@ const StoryReader::Impl::Rule StoryReader::Impl::rules[] = {
     {"handle_num_sessions", "removed_less", &Impl::removed_less, true},
     {"handle_num_sessions", "removed_none", &Impl::removed_none},
 
+    {"handle_ostrel_connections", "no_nics", &Impl::no_nics},
     {"handle_ostrel_connections", "volume_not_read", &Impl::not_read},
     {"handle_group_scoped_target_connections", "target_not_read", &Impl::not_read},
     {"remove_all_dynamic_sessions_but_two", "removed_for_switch", &Impl::removed_for_switch},
@@ -248,6 +260,7 @@ void StoryReader::Impl::take_message(const LogLine& line) {
 
 void StoryReader::Impl::values(const Arguments& arguments) {
     leave_pass();
+    before_ = {story_.worker, story_.worker_since};
     cycle_began_ = time();
     story_.values.resize(arguments.size());
     for (const ConfigKey& key : config_keys) {
@@ -262,7 +275,7 @@ void StoryReader::Impl::values(const Arguments& arguments) {
 
 void StoryReader::Impl::device_paths(const Arguments& arguments) {
     device_ = arguments[0];
-    devices_[device_] = {{}, number(arguments[6])};
+    devices_[device_] = {{}, number(arguments[6]), number(arguments[7])};
 }
 
 void StoryReader::Impl::pass_begins(const Arguments& arguments) {
@@ -272,25 +285,51 @@ void StoryReader::Impl::pass_begins(const Arguments& arguments) {
     story_.volumes = number(arguments[0]);
     story_.paths = number(arguments[1]);
     story_.path_limit = false;
+    story_.without_nics = 0;
     worker(Story::Worker::in_pass);
 }
 
 void StoryReader::Impl::end_pass() {
     devices_.clear();
     ++story_.passes;
-    story_.totals.passes += counts_ ? 1 : 0;
+    story_.ended_pass = pass_;
+    cycle_.passes += counts_ ? 1 : 0;
     story_.last_pass_began = pass_began_;
     if (!troubled_) {
-        story_.totals.good_passes += counts_ ? 1 : 0;
+        cycle_.good_passes += counts_ ? 1 : 0;
         story_.last_good_pass_began = pass_began_;
         trouble_ = {};
     }
-    if (cycle_began_ != NO_TIME) {
-        story_.pass_seconds = static_cast<int>(std::clamp<LogSeconds>(time() - cycle_began_, 0, INT32_MAX));
+    if (cycle_began_ != NO_TIME && time() >= cycle_began_ && time() - cycle_began_ <= LONGEST_PASS_SECONDS) {
+        story_.pass_seconds = static_cast<int>(time() - cycle_began_);
         story_.longest_pass = std::max(story_.longest_pass, story_.pass_seconds);
+    }
+    story_.vanished.clear();
+    for (const auto& [name, entry] : targets_) {
+        if (story_.without_nics > 0 && entry.pass != pass_ && !entry.group_scoped) {
+            story_.vanished.push_back(name);
+        }
     }
     std::erase_if(targets_, [this](const auto& each) { return each.second.pass != pass_; });
     flapping_.end_pass(pass_, story_.changes);
+}
+
+// What a cycle announced may be corrected until it ends, and a position that the clock went back behind would be
+// counted again: only whole cycles count, up to the furthest position.
+void StoryReader::Impl::count_cycle() {
+    Totals& totals = story_.totals;
+    totals.passes += cycle_.passes;
+    totals.good_passes += cycle_.good_passes;
+    totals.added += cycle_.added;
+    totals.removed += cycle_.removed;
+    for (const auto& [kind, times] : cycle_.messages) {
+        totals.messages[kind] += times;
+    }
+    cycle_ = {};
+    const auto& [time, messages] = story_.last;
+    if (time > story_.counted.time || (time == story_.counted.time && messages > story_.counted.messages)) {
+        story_.counted = story_.last;
+    }
 }
 
 // A pass that was stopped, or whose end isn't in the log.
@@ -305,6 +344,7 @@ void StoryReader::Impl::sleeping(const Arguments&) {
         end_pass();
     }
     leave_pass();
+    count_cycle();
     cycle_began_ = NO_TIME;
     troubled_ = false;
     if (story_.worker != Story::Worker::held_off_by_renewal) {
@@ -360,6 +400,11 @@ void StoryReader::Impl::static_volume(const Arguments& arguments) {
     entry.devices.emplace_back(arguments[1]);
     entry.static_mode = true;
     entry.mode_changed = number(arguments[4]) != 0;
+    if (const auto device = devices_.find(in_hand_); device != devices_.end()) {
+        entry.adapters = device->second.adapters;
+        entry.dead_paths = device->second.dead_paths;
+        entry.paths = device->second.active_paths;
+    }
 }
 
 void StoryReader::Impl::group_scoped_target(const Arguments& arguments) {
@@ -428,8 +473,8 @@ void StoryReader::Impl::change(std::string_view iqn, int added, int removed) {
             ++story_.earlier_changes;
         }
     }
-    story_.totals.added += counts_ ? added : 0;
-    story_.totals.removed += counts_ ? removed : 0;
+    cycle_.added += counts_ ? added : 0;
+    cycle_.removed += counts_ ? removed : 0;
     story_.changes.back().added += added;
     story_.changes.back().removed += removed;
 }
@@ -470,7 +515,7 @@ void StoryReader::Impl::correct(int done, bool adding) {
     int& of_target = adding ? entry.added : entry.removed;
     ChangeStory& change = story_.changes.back();
     (adding ? change.added : change.removed) += done - of_target;
-    (adding ? story_.totals.added : story_.totals.removed) += counts_ ? done - of_target : 0;
+    (adding ? cycle_.added : cycle_.removed) += counts_ ? done - of_target : 0;
     of_target = done;
     if (change.added == 0 && change.removed == 0) {
         story_.changes.pop_back();
@@ -493,7 +538,7 @@ void StoryReader::Impl::note(const Trouble& trouble) {
     troubled_ = true;
     trouble_.note(trouble);
     if (counts_) {
-        ++story_.totals.messages[{trouble.level, trouble_.subject_of(trouble)}];
+        ++cycle_.messages[{trouble.level, trouble_.subject_of(trouble)}];
     }
 }
 
@@ -557,14 +602,19 @@ int sessions_of(const Story& story, const TargetStory& target) {
 }
 
 int missing_sessions(const Story& story, const TargetStory& target) {
-    const int sessions = sessions_of(story, target);
-    if (target.static_mode || target.required == TargetStory::unknown || sessions == TargetStory::unknown) {
+    const int told = sessions_of(story, target);
+    const int sessions = told == TargetStory::unknown ? target.paths : told;
+    if (target.pass > story.ended_pass || target.static_mode || target.required == TargetStory::unknown ||
+        sessions == TargetStory::unknown) {
         return 0;
     }
     return std::max(target.required - sessions - target.added, 0);
 }
 
 int short_targets(const Story& story) {
+    if (story.passes == 0) {
+        return TargetStory::unknown;
+    }
     return static_cast<int>(
         std::count_if(story.targets.begin(), story.targets.end(),
                       [&story](const TargetStory& target) { return missing_sessions(story, target) > 0; }));

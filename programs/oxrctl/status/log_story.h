@@ -95,7 +95,8 @@ struct Story {
 
     std::string first_time, last_time;
     LogSeconds first = NO_TIME;
-    LogPosition last;  // the last message
+    LogPosition last;     // the last message
+    LogPosition counted;  // up to where the totals go: the end of a cycle
     std::size_t messages = 0;
     std::size_t unreadable_lines = 0;  // not empty, and not of a message
 
@@ -105,13 +106,16 @@ struct Story {
     std::vector<std::pair<std::string, std::string>> values;  // keys and values of the last cycle
     int interval = TargetStory::unknown;                      // seconds
     int passes = 0;                                           // that ended
+    int ended_pass = 0;                                       // the last of them, as targets count passes
     std::string last_pass;                                    // when the last one that ended began
     std::string last_good_pass;                               // the last one without a warning or an error
     LogSeconds last_pass_began = NO_TIME, last_good_pass_began = NO_TIME;
     int pass_seconds = TargetStory::unknown;  // of the last cycle with a pass
     int longest_pass = 0;                     // seconds
     int volumes = TargetStory::unknown, paths = TargetStory::unknown, sessions = TargetStory::unknown;
-    bool path_limit = false;  // the last pass found too many paths
+    bool path_limit = false;            // the last pass found too many paths
+    int without_nics = 0;               // volumes of the last pass whose paths are all gone: the log doesn't name them
+    std::vector<std::string> vanished;  // volumes that only the pass before told of, when there are such
 
     bool renewal_under_way = false;
     std::string renewal_since, renewal_target;  // the target of the one under way
@@ -131,10 +135,11 @@ struct Story {
 // number is the one that the pass saw.
 int sessions_of(const Story& story, const TargetStory& target);
 
-// How many sessions a target lacks after the last pass; 0 also when that isn't known.
+// How many sessions a target lacks after the last pass that ended, by its paths where its sessions are not known; 0
+// also when nothing is known.
 int missing_sessions(const Story& story, const TargetStory& target);
 
-// How many targets lack sessions.
+// How many targets lack sessions; unknown before a pass ended.
 int short_targets(const Story& story);
 
 // The dead paths of all targets; unknown when the log doesn't tell those of each.
@@ -143,7 +148,7 @@ int dead_paths(const Story& story);
 // Takes the lines of a log in their order. Memory doesn't grow with the log.
 class StoryReader {
 public:
-    // Totals are counted of the messages behind `since`.
+    // Totals are counted of the whole cycles behind `since`.
     // `naming`: a pattern of the shell; warnings and errors with such a text are kept. Empty: none is.
     explicit StoryReader(LogPosition since = {}, std::string naming = "");
     ~StoryReader();

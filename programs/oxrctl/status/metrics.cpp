@@ -12,6 +12,7 @@
 
 #include "oxrctl/catalogue.h"
 #include "oxrctl/command.h"
+#include "oxrctl/text.h"
 #include "simhost/limits.h"
 
 namespace oxrctl {
@@ -71,7 +72,7 @@ const MetricFamily families[] = {
     {"ostrel_volumes", "Volumes that the last pass found.", false,
      [](const Story& story) { return known(story.volumes); }},
     {"ostrel_targets_short", "Targets with fewer sessions than required after the last pass.", false,
-     [](const Story& story) { return story.passes == 0 ? Value() : Value(short_targets(story)); }},
+     [](const Story& story) { return known(short_targets(story)); }},
     {"ostrel_sessions", "iSCSI sessions of the host.", false, [](const Story& story) { return known(story.sessions); }},
     {"ostrel_sessions_required", "Sessions that the targets of the last pass require.", false, required_sessions},
     {"ostrel_sessions_limit", "Sessions beyond which the service adds none.", false,
@@ -92,7 +93,9 @@ const MetricFamily families[] = {
 };
 
 // Several samples a host.
-const MetricFamily up = {"ostrel_up", "1 if the service works: its log is fresh and its worker has not stopped."};
+const MetricFamily up = {
+    "ostrel_up",
+    "1 if the service works: its log is read and, where age is judged, fresh, and its worker has not stopped."};
 const MetricFamily health = {"ostrel_health", "1 at the state of the host."};
 const MetricFamily reason = {"ostrel_health_reason", "1 at each reason for the state of the host."};
 const MetricFamily messages = {"ostrel_messages_total", "Warnings and errors, by the catalogue's subjects.", true};
@@ -101,10 +104,24 @@ const MetricFamily volume_sessions = {"ostrel_volume_sessions", "Sessions of the
 const MetricFamily volume_paths = {"ostrel_volume_paths", "Active paths of the target at the last pass."};
 const MetricFamily build = {"ostrel_build_info", "Versions; the value is always 1."};
 
-std::string escaped(std::string_view text) {
+bool is_utf8(const std::string& text) {
+    try {
+        (void)Json(text).dump();
+        return true;
+    } catch (const Json::type_error&) {
+        return false;
+    }
+}
+
+// Bytes that are no letters of UTF-8 would spoil the whole page.
+std::string escaped(std::string text) {
+    if (!is_utf8(text)) {
+        std::replace_if(
+            text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) >= 0x80; }, '?');
+    }
     std::string result;
-    for (const char c : text) {
-        result += c == '\\' ? "\\\\" : c == '"' ? "\\\"" : c == '\n' ? "\\n" : std::string(1, c);
+    for (const char c : printable(text, 400)) {
+        result += c == '\\' ? "\\\\" : c == '"' ? "\\\"" : std::string(1, c);
     }
     return result;
 }
@@ -115,7 +132,7 @@ std::string labels_text(const Labels& labels) {
     std::string text;
     for (const auto& [name, value] : labels) {
         if (!value.empty()) {
-            text += fmt::format("{}{}=\"{}\"", text.empty() ? "{" : ",", name, escaped(value));
+            text += fmt::format("{}{}=\"{}\"", text.empty() ? "{" : ",", name, escaped(std::string(value)));
         }
     }
     return text.empty() ? text : text + "}";

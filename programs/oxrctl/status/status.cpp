@@ -104,22 +104,24 @@ std::string nothing_like(const TargetFilter& filter) {
                              filter.adapter.empty() ? "" : " at this adapter");
 }
 
+// A host whose log was counted and isn't found any more is told.
+void add_hosts_that_are_gone(const Question& question, Logs& logs) {
+    for (const auto& [host, position] : question.memory.positions) {
+        const auto is_it = [&name = host](const LogSource& source) { return source.host == name; };
+        if (logs.of_hosts && std::none_of(logs.sources.begin(), logs.sources.end(), is_it)) {
+            logs.sources.push_back({host, "the log of " + host});
+        }
+    }
+}
+
 Answer one_log(const Question& question, const LogSource& source) {
     const StatusOptions& options = question.options;
-    const bool only_judged = options.check || options.metrics;
-    const std::string host = question.own ? "" : source.host;
-    LogReading reading = read_log(source.file, only_judged ? question.how_much(host) : HowMuch::all,
-                                  question.since(host), options.targets.naming());
+    LogReading reading =
+        read_log(source.file, options.check ? HowMuch::end : HowMuch::all, {}, options.targets.naming());
     refuse_foreign(source.file, reading.story);
     const Surroundings around{question.clock(reading.story), question.oxd_version, question.psp_version};
     const Judgement judgement = judge(reading.story, around.clock);
     const ExitCode exit_code = exit_of(question, judgement.health, true);
-    if (options.metrics) {
-        MetricsMemory memory = question.memory;
-        memory.positions[host] = reading.story.last;
-        return metrics_answer(question, metrics_of(host, reading.story, judgement, options.per_volume), memory,
-                              EXIT_FINE);
-    }
     if (options.check) {
         return {plugin_line(reading.story, judgement, around.clock), exit_code};
     }
@@ -152,7 +154,7 @@ Answer many_logs(const Question& question, const std::vector<LogSource>& sources
             const Clock clock = question.clock(reading.story);
             const Judgement judgement = judge(reading.story, clock);
             rows[i] = host_row(host, reading.story, judgement, clock);
-            position = reading.story.last;
+            position = reading.story.counted;
             if (options.metrics) {
                 of_host = metrics_of(host, reading.story, judgement, options.per_volume);
             }
@@ -181,9 +183,10 @@ Answer many_logs(const Question& question, const std::vector<LogSource>& sources
 Answer status(const StatusOptions& options) {
     try {
         const Question question = question_of(options);
-        const std::vector<LogSource> sources =
-            question.own ? std::vector<LogSource>{{"", own_log()}} : find_logs(options.logs);
-        return sources.size() == 1 ? one_log(question, sources.front()) : many_logs(question, sources);
+        Logs logs = question.own ? Logs{{{"", own_log()}}} : find_logs(options.logs);
+        add_hosts_that_are_gone(question, logs);
+        return logs.of_hosts || options.metrics ? many_logs(question, logs.sources)
+                                                : one_log(question, logs.sources.front());
     } catch (const Refusal& refusal) {
         if (!options.check) {
             throw;

@@ -13,7 +13,8 @@ namespace {
 
 bool is_named(const std::string& pattern, const TargetStory& target) {
     const auto fits = [&pattern](const std::string& name) { return ::fnmatch(pattern.c_str(), name.c_str(), 0) == 0; };
-    return fits(target.iqn) || std::any_of(target.devices.begin(), target.devices.end(), fits);
+    return fits(target.iqn) || fits(target.iqn.substr(target.iqn.rfind(':') + 1)) ||
+           std::any_of(target.devices.begin(), target.devices.end(), fits);
 }
 
 bool is_at(const std::string& adapter, const TargetStory& target) {

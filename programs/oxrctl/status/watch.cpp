@@ -3,6 +3,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <ctime>
 
@@ -103,6 +104,9 @@ Answer look(const StatusOptions& options) {
 Answer watch_status(const StatusOptions& options, std::int64_t seconds) {
     if (::isatty(STDOUT_FILENO) == 0) {
         throw Refusal("--watch: standard output is not a terminal");
+    }
+    if (seconds < 1 || std::find(options.logs.begin(), options.logs.end(), "-") != options.logs.end()) {
+        throw Refusal("--watch: it takes a second or more, and files instead of standard input");
     }
     const Signals signals;
     const Screen screen;
