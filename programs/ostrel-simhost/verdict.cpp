@@ -105,8 +105,12 @@ void add_pass_reasons(const RunOutcome& outcome, Verdict& verdict) {
 
 void add_target_reasons(const RunOutcome& outcome, Verdict& verdict) {
     std::vector<std::pair<std::string, std::vector<const TargetRow*>>> causes;
+    std::vector<std::string> without_path;
     for (const TargetRow& row : outcome.rows) {
         if (!row.is_balanced() || is_satisfied(row)) {
+            if (row.devices > 0 && row.active_paths == 0) {
+                without_path.push_back(row.name);
+            }
             continue;
         }
         const std::string cause = cause_of(row, outcome);
@@ -115,6 +119,9 @@ void add_target_reasons(const RunOutcome& outcome, Verdict& verdict) {
             place = causes.insert(causes.end(), {cause, {}});
         }
         place->second.push_back(&row);
+    }
+    if (!without_path.empty()) {
+        verdict.reasons.push_back("no active path: " + shared::name_list(without_path));
     }
     for (const auto& [cause, rows] : causes) {
         std::vector<std::string> names;

@@ -68,34 +68,29 @@ std::vector<std::string> gaps(const std::vector<OpenFile>& files) {
     return notes;
 }
 
-// Reads a file from `from` on, which may be in mid-line. Returns what is odd about it.
-std::string read_file(OpenFile& file, off_t from, StoryReader& reader) {
-    std::string note;
-    const LogSeconds end_of_older = reader.last_time();
+// Reads a file from `from` on, which may be in mid-line.
+void read_file(OpenFile& file, off_t from, StoryReader& reader) {
     if (::lseek(file.descriptor->get(), std::max<off_t>(from - 1, 0), SEEK_SET) < 0) {
         file.problem = std::strerror(errno);
-        return note;
+        return;
     }
     LineReader lines(file.descriptor->get());
     std::string_view line;
     if (from > 0) {
         (void)lines.next(line);
     }
-    bool is_first = true;
     while (lines.next(line)) {
         reader.take(line);
-        if (is_first && reader.last_time() != NO_TIME) {
-            is_first = false;
-            if (end_of_older != NO_TIME && reader.last_time() < end_of_older) {
-                note = fmt::format("{} begins before the older file ends: wrong order, or the clock was set back",
-                                   file.name);
-            }
-        }
     }
-    if (lines.error() != 0) {
-        file.problem = std::strerror(lines.error());
+    file.problem = lines.error() == 0 ? "" : std::strerror(lines.error());
+}
+
+void note_steps_back(LogReading& reading) {
+    if (reading.story.steps_back > 0) {
+        reading.notes.push_back(
+            fmt::format("the time goes back in {}: files in the wrong order, or the clock was set back",
+                        count_of(static_cast<std::size_t>(reading.story.steps_back), "place", "places")));
     }
-    return note;
 }
 
 // Reads the last `bytes` bytes of the files together.
@@ -111,13 +106,12 @@ LogReading read_end(std::vector<OpenFile>& files, off_t bytes, LogPosition since
         behind -= file.size;
         const off_t wanted = std::min(std::max<off_t>(bytes - behind, 0), file.size);
         if (file.problem.empty() && (wanted > 0 || file.number == 0)) {
-            if (std::string note = read_file(file, file.size - wanted, reader); !note.empty()) {
-                reading.notes.push_back(std::move(note));
-            }
+            read_file(file, file.size - wanted, reader);
         }
         reading.files.push_back({file.name, file.problem});
     }
     reading.story = reader.finish();
+    note_steps_back(reading);
     return reading;
 }
 
@@ -137,6 +131,7 @@ LogReading read_standard_input(LogPosition since, const std::string& naming) {
     }
     reading.files.push_back({"-", lines.error() == 0 ? "" : std::strerror(lines.error())});
     reading.story = reader.finish();
+    note_steps_back(reading);
     return reading;
 }
 

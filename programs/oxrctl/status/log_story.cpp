@@ -224,6 +224,7 @@ void StoryReader::Impl::take_time(std::string_view logged) {
     if (logged != last_time_) {
         last_time_ = logged;
         if (const auto seconds = seconds_of(logged); seconds && *seconds != time()) {
+            story_.steps_back += *seconds < time() ? 1 : 0;
             story_.last = {*seconds, 0};
         }
     }
@@ -578,10 +579,6 @@ StoryReader::StoryReader(StoryReader&&) noexcept = default;
 
 void StoryReader::take(std::string_view line) {
     impl_->take_line(line);
-}
-
-LogSeconds StoryReader::last_time() const {
-    return impl_->time();
 }
 
 Story StoryReader::finish() {

@@ -98,6 +98,7 @@ struct Story {
     LogPosition last;     // the last message
     LogPosition counted;  // up to where the totals go: the end of a cycle
     std::size_t messages = 0;
+    int steps_back = 0;                // of the time, from a message to the next
     std::size_t unreadable_lines = 0;  // not empty, and not of a message
 
     Worker worker = Worker::unknown;
@@ -155,9 +156,6 @@ public:
     StoryReader(StoryReader&&) noexcept;
 
     void take(std::string_view line);
-
-    // The time of the message taken last, NO_TIME before the first.
-    LogSeconds last_time() const;
 
     // What was taken. The reader is used up.
     Story finish();

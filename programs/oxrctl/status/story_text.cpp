@@ -80,7 +80,7 @@ std::string head_text(const LogReading& reading, const Judgement& judgement, con
     Columns rows("", "");
     std::string health(health_word(judgement.health));
     for (const Reason& reason : judgement.reasons) {
-        rows.add({health, reason.text});
+        rows.add({health, fmt::format("{} ({})", reason.text, reason.name)});
         health.clear();
     }
     if (judgement.reasons.empty()) {
