@@ -238,6 +238,10 @@ private:
             guess_of("sessions, as many as the number of the host's paths makes likely", name);
             return likely_sessions();
         }
+        if (target.paths == 0 || (target.paths > 0 && !target.group_scoped)) {
+            guess_of("sessions, as many as there are active paths", name);
+            return std::min(target.paths, MOST_SESSIONS);
+        }
         guess_of("sessions, as many as are required", name);
         return within(target.required, 0, MOST_SESSIONS, -1);
     }
@@ -325,6 +329,10 @@ private:
 
     void tell_what_is_left_out() {
         guess("portals, and the groups: one for each number of arrays");
+        if (story_.without_nics > 0) {
+            guess("volumes without a path are left out" +
+                  (story_.vanished.empty() ? std::string() : ": " + shared::name_list(story_.vanished)));
+        }
         guess("logins take no time");
         const bool at_rest = std::all_of(story_.targets.begin(), story_.targets.end(), [](const TargetStory& target) {
             return !target.static_mode && target.added == 0 && target.removed == 0;

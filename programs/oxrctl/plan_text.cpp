@@ -107,6 +107,7 @@ private:
              (!plan.settled     ? "NOT SETTLED at the end"
               : lacking.empty() ? "SETTLED: every volume has the sessions it needs"
                                 : "SETTLED" + short_text) +
+             (subject.guesses.empty() ? "" : ", on what was guessed") +
              (plan.violations.empty() ? "" : ", and an invariant of the host is broken"));
         const std::string indent(mark.size(), ' ');
         if (!plan.settled) {
