@@ -31,6 +31,9 @@ constinit Holder holder;
 constinit Seen<std::mutex> holder_mutex;
 constinit Host* current_host = nullptr;  // read without the lock, by atomic loads
 
+// Of the thread that forks: what others do at a fork, such as a sanitizer, finds no host.
+constinit thread_local bool in_fork __attribute__((tls_model("initial-exec"))) = false;
+
 }  // namespace
 
 constinit thread_local int inside_depth __attribute__((tls_model("initial-exec"))) = 0;
@@ -40,6 +43,9 @@ SIMHOST_EARLY bool host_exists() {
 }
 
 std::shared_ptr<Host::Impl> current_impl() {
+    if (in_fork) {
+        return nullptr;
+    }
     const std::lock_guard lock(holder_mutex);
     return holder.impl;
 }
@@ -65,9 +71,11 @@ void rest_before_fork() {
     }
     holder_mutex.lock();
     forking = impl.get();
+    in_fork = true;
 }
 
 void go_on_in_parent() {
+    in_fork = false;
     holder_mutex.unlock();
     if (forking != nullptr) {
         forking->mutex.unlock();
@@ -75,6 +83,7 @@ void go_on_in_parent() {
 }
 
 void go_on_in_child() {
+    in_fork = false;
     holder_mutex.unlock();
     if (forking != nullptr) {
         new (&forking->mutex) HostMutex;

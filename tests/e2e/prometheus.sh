@@ -8,7 +8,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 export PATH="$build/programs/oxrctl:$build/programs/ostrel-simhost:$PATH"
 rules=$PWD/packaging/prometheus/ostrel-alerts.yml
 folder=$(mktemp -d)
-trap 'kill $(jobs -p) 2>/dev/null; wait; rm -rf "$folder"' EXIT
+trap 'kill ${HOST_PID:-} $(jobs -p) 2>/dev/null; wait; rm -rf "$folder"' EXIT
 fail() {
     echo "FAILED $*"
     exit 1
