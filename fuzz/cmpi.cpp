@@ -184,8 +184,9 @@ void call_method(const Broker& broker, Input& input, const ObjectPath& path) {
         require_answer(answer, {CMPI_RC_OK});
     } else {
         require_answer(answer, {CMPI_RC_OK, CMPI_RC_ERR_INVALID_PARAMETER, CMPI_RC_ERR_NOT_FOUND});
-        // Of an unknown method, its name is told.
-        require(answer.code == CMPI_RC_OK || !answer.message.empty() || method.empty(), "a failure without a message");
+        // Of an unknown method, its name is told, which ends at a NUL.
+        require(answer.code == CMPI_RC_OK || !answer.message.empty() || method.c_str()[0] == '\0',
+                "a failure without a message");
     }
     const bool renews = path.class_name == SETTING && same_name(method, "renewiscsiconnections");
     require(answer.out.size() == (renews && answer.code == CMPI_RC_OK ? 1U : 0U), "an output argument too many or few");
