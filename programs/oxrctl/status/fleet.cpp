@@ -43,16 +43,8 @@ std::string hosts_text(const Sum& sum) {
     return fmt::format("{}", fmt::join(parts, ", "));
 }
 
-std::string number_or_dash(int value) {
-    return value == TargetStory::unknown ? "-" : std::to_string(value);
-}
-
 std::string room(int value, int limit) {
     return value == TargetStory::unknown ? "-" : std::to_string(std::max(limit - value, 0));
-}
-
-Json number_or_null(int value) {
-    return value == TargetStory::unknown ? Json() : Json(value);
 }
 
 }  // namespace
@@ -69,9 +61,7 @@ HostRow host_row(const std::string& host, const Story& story, const Judgement& j
     row.short_targets = short_targets(story);
     row.sessions = story.sessions;
     row.paths = story.paths;
-    const auto stop = std::find_if(story.values.begin(), story.values.end(),
-                                   [](const auto& value) { return value.first == "worker_stop"; });
-    row.worker_stop = stop == story.values.end() ? "" : stop->second;
+    row.worker_stop = value_of(story, "worker_stop");
     return row;
 }
 

@@ -585,6 +585,12 @@ Story StoryReader::finish() {
     return impl_->finish();
 }
 
+std::string value_of(const Story& story, std::string_view key) {
+    const auto found =
+        std::find_if(story.values.begin(), story.values.end(), [key](const auto& value) { return value.first == key; });
+    return found == story.values.end() ? "" : found->second;
+}
+
 int sessions_of(const Story& story, const TargetStory& target) {
     if (target.unread) {
         return TargetStory::unknown;

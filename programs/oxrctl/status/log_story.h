@@ -132,6 +132,9 @@ struct Story {
     Totals totals;
 };
 
+// A configuration value of the last cycle, as logged; empty: not told.
+std::string value_of(const Story& story, std::string_view key);
+
 // A target's sessions at the last pass. The log tells them only of a target that doesn't have its number; else the
 // number is the one that the pass saw.
 int sessions_of(const Story& story, const TargetStory& target);

@@ -48,12 +48,8 @@ Value required_sessions(const Story& story) {
 }
 
 Value worker_stop(const Story& story) {
-    for (const auto& [key, value] : story.values) {
-        if (key == "worker_stop") {
-            return value == "0" ? 0 : 1;
-        }
-    }
-    return {};
+    const std::string value = value_of(story, "worker_stop");
+    return value.empty() ? Value() : Value(value == "0" ? 0 : 1);
 }
 
 // One sample a host.

@@ -80,14 +80,13 @@ ExitCode exit_of(const Question& question, Health health, bool readable) {
     return !readable ? EXIT_UNUSABLE : health == Health::well ? EXIT_FINE : EXIT_FOUND;
 }
 
-Answer metrics_answer(const Question& question, const std::vector<MetricSample>& samples, const MetricsMemory& memory,
-                      ExitCode exit_code) {
+Answer metrics_answer(const Question& question, const std::vector<MetricSample>& samples, const MetricsMemory& memory) {
     const std::string page = metrics_page(samples, memory, {OXR_VERSION, question.oxd_version, question.psp_version});
     if (*question.options.metrics == "-") {
-        return {page, exit_code};
+        return {page};
     }
     write_metrics(*question.options.metrics, page);
-    return {"", exit_code};
+    return {};
 }
 
 void refuse_foreign(const std::string& file, const Story& story) {
@@ -170,7 +169,7 @@ Answer many_logs(const Question& question, const std::vector<LogSource>& sources
     const bool readable = std::all_of(rows.begin(), rows.end(), [](const HostRow& row) { return row.problem.empty(); });
     const ExitCode exit_code = exit_of(question, rows.front().judgement.health, readable);
     if (options.metrics) {
-        return metrics_answer(question, samples, memory, EXIT_FINE);
+        return metrics_answer(question, samples, memory);
     }
     if (options.check) {
         return {fleet_line(rows), exit_code};

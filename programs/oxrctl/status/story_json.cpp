@@ -31,11 +31,11 @@ Json text_or_null(const std::string& text) {
     return text.empty() ? Json() : Json(text);
 }
 
+}  // namespace
+
 Json number_or_null(int value) {
     return value == TargetStory::unknown ? Json() : Json(value);
 }
-
-}  // namespace
 
 Json reasons_json(const Judgement& judgement) {
     Json reasons = Json::array();

@@ -16,10 +16,6 @@ namespace {
 constexpr std::size_t MOST_CHANGES = 10;
 constexpr std::size_t MOST_TROUBLES = 15;
 
-std::string number_or_dash(int value) {
-    return value == TargetStory::unknown ? "-" : std::to_string(value);
-}
-
 std::string worker_text(const Story& story) {
     switch (story.worker) {
         case Story::Worker::unknown:
@@ -233,6 +229,10 @@ std::string trouble_text(const Story& story) {
 }
 
 }  // namespace
+
+std::string number_or_dash(int value) {
+    return value == TargetStory::unknown ? "-" : std::to_string(value);
+}
 
 std::string story_text(const LogReading& reading, const Judgement& judgement, const Surroundings& around,
                        TargetView view) {

@@ -27,6 +27,10 @@ std::string story_text(const LogReading& reading, const Judgement& judgement, co
 std::string details_text(const Story& story);
 Json story_json(const LogReading& reading, const Judgement& judgement, const Surroundings& around);
 
+// A number that may be unknown.
+std::string number_or_dash(int value);
+Json number_or_null(int value);
+
 Json reasons_json(const Judgement& judgement);
 Json age_json(const Story& story, const Clock& clock);
 
