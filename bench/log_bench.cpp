@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "OstrelProvider/log.h"
+#include "OstrelProvider/log_level.h"
 #include "bench/measure.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <pugixml.hpp>
 
-#include "OstrelProvider/log.h"
+#include "OstrelProvider/log_level.h"
 #include "cimserver/cimxml/answer.h"
 #include "cimserver/cimxml/message.h"
 #include "cimserver/cimxml/write_values.h"

@@ -2,7 +2,7 @@
 // that it can give, returns only what is of its classes, and leaves the configuration file whole.
 #include <algorithm>
 
-#include "OstrelProvider/log.h"
+#include "OstrelProvider/log_level.h"
 #include "support/host.h"
 #include "support/input.h"
 #include "support/providers.h"

@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "OstrelProvider/config.h"
+#include "OstrelProvider/log_level.h"
 #include "OstrelProvider/logs_path.h"
 #include "OstrelProvider/service.h"
 #include "common/file_reader.h"

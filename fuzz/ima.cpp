@@ -12,6 +12,7 @@
 #include "OstrelConnections/mode_change/mode_change.h"
 #include "OstrelConnections/polling_pass.h"
 #include "OstrelConnections/renewal/renewal.h"
+#include "OstrelProvider/log_level.h"
 #include "common/text.h"
 #include "ima/ima.h"
 #include "oxd_ima_utility/discovery.h"

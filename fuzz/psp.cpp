@@ -9,6 +9,7 @@
 
 #include "OstrelConnections/polling_pass.h"
 #include "OstrelConnections/psp/psp_client.h"
+#include "OstrelProvider/log_level.h"
 #include "common/text.h"
 #include "support/host.h"
 #include "support/input.h"

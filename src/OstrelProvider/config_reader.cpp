@@ -2,6 +2,7 @@
 #include <string_view>
 
 #include "OstrelProvider/config.h"
+#include "OstrelProvider/log_level.h"
 #include "OstrelProvider/logs_path.h"
 #include "OstrelProviderSetting/config_writer.h"
 #include "common/file_reader.h"

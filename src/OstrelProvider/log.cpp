@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "OstrelProvider/log_level.h"
 #include "common/descriptor.h"
 #include "common/regular_file.h"
 #include "common/text.h"
@@ -79,6 +80,10 @@ int open_for_message() OXR_REQUIRES(log_file_mutex) {
 }
 
 }  // namespace
+
+bool logs_debug() {
+    return log_level.load(std::memory_order_relaxed) >= LOG_LEVEL_DEBUG;
+}
 
 void oxr_log_to_file(std::uint32_t level, const char* format, ...) {
     if (level > log_level.load(std::memory_order_relaxed)) {

@@ -2,16 +2,12 @@
 // log; messages never interleave. No function here reports a failure: a message that cannot be written is lost.
 #pragma once
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
 #include "common/log_place.h"
 #include "common/mutex.h"
 #include "ostrel/oxr_log.h"  // the log call for other components of the host
-
-// Messages up to this level are written. 1 at load, then 1 or 2 as the configuration file says.
-extern std::atomic<std::uint32_t> log_level;
 
 inline constexpr std::uint32_t LOG_LEVEL_ERROR = 0;
 inline constexpr std::uint32_t LOG_LEVEL_INFO = 1;
@@ -22,6 +18,9 @@ extern oxr::Mutex log_file_mutex;
 
 // Full path of the current log file.
 extern char g_log_filename[LOG_FILENAME_SIZE] OXR_GUARDED_BY(log_file_mutex);
+
+// Whether DEBUG messages are written.
+bool logs_debug();
 
 // Writes the message if `level` is at most log_level. Rotates first if the file is larger than 2 MiB. `format` must
 // begin with the standard prefix, which the macros below add. Allocates nothing.
@@ -58,7 +57,7 @@ using LogOperation = const char*;
     OXR_LOG(LOG_LEVEL_INFO, "INFO", OXR_MODULE, operation, text __VA_OPT__(, ) __VA_ARGS__)
 #define OXR_DEBUG_IN(operation, text, ...)                                                             \
     do {                                                                                               \
-        if (log_level.load(std::memory_order_relaxed) >= LOG_LEVEL_DEBUG) {                            \
+        if (logs_debug()) {                                                                            \
             OXR_LOG(LOG_LEVEL_DEBUG, "DEBUG", OXR_MODULE, operation, text __VA_OPT__(, ) __VA_ARGS__); \
         }                                                                                              \
     } while (false)

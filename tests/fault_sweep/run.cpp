@@ -14,7 +14,7 @@
 
 #include "OstrelConnections/renewal/renewal_state.h"
 #include "OstrelProvider/config.h"
-#include "OstrelProvider/log.h"
+#include "OstrelProvider/log_level.h"
 #include "OstrelProvider/provider_users.h"
 #include "OstrelProvider/service.h"
 #include "OstrelProvider/worker.h"

@@ -6,7 +6,7 @@
 #include <functional>
 #include <memory>
 
-#include "OstrelProvider/log.h"
+#include "OstrelProvider/log_level.h"
 #include "common/text.h"
 #include "support/golden.h"
 #include "support/host_test.h"

@@ -21,7 +21,7 @@ std::string without_line(std::string text, const std::string& key) {
     return text.erase(begin, text.find('\n', begin + 1) - begin);
 }
 
-std::string quoted(std::string_view text) {
+std::string in_quotes(std::string_view text) {
     std::string result;
     for (const char each : text) {
         const bool is_control = static_cast<unsigned char>(each) < ' ';
@@ -65,7 +65,7 @@ std::string Operator::edit(bool hold_off_worker) {
     values_ = any_values();
     values_.worker_stop = hold_off_worker ? 1 : 0;
     edited_ = text_of(values_);
-    return quoted(edited_);
+    return in_quotes(edited_);
 }
 
 std::string Operator::damage() {
@@ -73,7 +73,7 @@ std::string Operator::damage() {
     const std::string text = text_of(any_values());
     // Cut off ahead of the logs path, a part of which wouldn't be a path of this host.
     const std::string part = text.substr(0, site_.dice.any<std::size_t>(0, text.find("ostrel_logs_path=")));
-    return quoted(site_.dice.pick(std::vector<std::string>{
+    return in_quotes(site_.dice.pick(std::vector<std::string>{
         part,
         without_line(text, "use_ostrel_timeouts"),
         text + "interval=" + std::to_string(site_.dice.any(-5, 59)) + "\n",

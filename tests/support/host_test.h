@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "OstrelProvider/log_level.h"
 #include "simhost/host.h"
 #include "support/engine.h"
 #include "support/site.h"

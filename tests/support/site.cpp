@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "OstrelConnections/polling_pass.h"
-#include "OstrelProvider/log.h"
+#include "OstrelProvider/log_level.h"
 #include "oxd_ima_utility/oid_cache.h"
 
 namespace testing_support {
