@@ -126,8 +126,8 @@ void add_explain(CLI::App& app, Run& run) {
     static ExplainOptions options;
     CLI::App& command = *app.add_subcommand("explain", "Explain a log message or a code, and what to do");
     command.footer(
-        "\nMESSAGE is a log line or a part of one, also as `oxrctl status` or ostrel-simhost prints it. CODE is a name "
-        "or a number, such as 8. To choose the kind:\n"
+        "\nMESSAGE is a log line or a part of one, also as `oxrctl status` or ostrel-simhost prints it, or what\n"
+        "`oxrctl status` says of a host's health. CODE is a name or a number, such as 8. To choose the kind:\n"
         "OXD 8 (a renewal), PSP 8 (the path-selection plug-in).\n"
         "Exit code: 0 it was found; 1 nothing matches.");
     command.add_option("MESSAGE|CODE", options.words, "What to explain");
