@@ -14,6 +14,7 @@
 #include "oxrctl/paint.h"
 #include "oxrctl/text.h"
 #include "shared/duration.h"
+#include "shared/nearest.h"
 #include "shared/terminal.h"
 
 namespace {
@@ -210,7 +211,7 @@ void refuse_unknown_command(const CLI::App& app, int argc, char** argv) {
         return;
     }
     const std::vector<std::string_view> views(names.begin(), names.end());
-    const std::string near = nearest(word, views);
+    const std::string near = shared::nearest(word, views);
     throw Refusal(fmt::format(
         "no command '{}'; {}", printable(word),
         near.empty() ? fmt::format("there are {}", fmt::join(names, ", ")) : fmt::format("did you mean {}?", near)));
