@@ -64,11 +64,11 @@ std::filesystem::path own_folder() {
     return std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
 }
 
-// The folder of the scenarios: of the installation, or else of the source tree.
+// The folder of the scenarios lies where it does from this program's on, also in the build tree, which has a link
+// there.
 std::filesystem::path shipped_scenarios() {
     std::error_code ignored;
-    auto installed = (own_folder() / "../share/ostrel/scenarios").lexically_normal();
-    return std::filesystem::is_directory(installed, ignored) ? installed : std::filesystem::path(OXR_SCENARIOS_FOLDER);
+    return std::filesystem::weakly_canonical(own_folder() / OXR_SCENARIOS_FROM_PROGRAM, ignored);
 }
 
 // The given file, or the installed scenario of that name; empty if there is neither.
