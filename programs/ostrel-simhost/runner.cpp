@@ -210,6 +210,17 @@ std::string write_failure(const std::filesystem::path& root) {
     return written && closed ? "" : std::strerror(written ? errno : error);
 }
 
+// Its files are of use as they are, so that the run goes on with them.
+void tell_of_earlier_run(const std::filesystem::path& root) {
+    std::error_code ignored;
+    if (!root.empty() && std::filesystem::exists(root / "var/log/ostrel/oxr.log", ignored)) {
+        fmt::print(stderr,
+                   "ostrel-simhost: --root {}: the log of an earlier run is there, and this run's messages go behind "
+                   "it; for a log of this run alone, name a new folder\n",
+                   root.string());
+    }
+}
+
 bool leaves_root(const RunOptions& options) {
     return !options.root.empty() || (interrupted != SIGTERM && !(interrupted == 0 && shared::output_is_abandoned()));
 }
@@ -325,6 +336,7 @@ int run_scenario(const Scenario& given, const RunOptions& options) {
         fmt::print(stderr, "ostrel-simhost: --plot: {}\n", failure);
         return EXIT_NOT_RUN;
     }
+    tell_of_earlier_run(options.root);
     std::optional<simhost::Host> host;
     try {
         host.emplace(on);
