@@ -168,6 +168,7 @@ void add_notes(const RunOutcome& outcome, Verdict& verdict) {
     if (outcome.last_pass.config.worker_stop != 0) {
         verdict.notes.push_back("worker_stop is set");
     }
+    verdict.notes.insert(verdict.notes.end(), outcome.undone.begin(), outcome.undone.end());
 }
 
 // The largest difference, over a target's addresses that are up, between the numbers of its sessions.
