@@ -145,8 +145,11 @@ void add_plan(CLI::App& app, Run& run) {
         "or with --what-if, the differences are shown. KEY is a configuration key, the number of volumes\n"
         "(db-##=48), the number of initial connections (NAME.sessions=2), login_seconds, claim_seconds or\n"
         "discovery_seconds, or an event of a scenario, which happens at the start: nic_down=10.1.1.12,\n"
-        "'add_array={ group = \"prod\", name = \"p4\", data_ips = [\"10.1.1.104\"] }'. A configuration value that the\n"
-        "service would correct is refused, unless --as-written is given.\n"
+        "'add_array={ group = \"prod\", name = \"p4\", data_ips = [\"10.1.1.104\"] }'. `ostrel-simhost --keys "
+        "SCENARIO`\n"
+        "lists all keys. A configuration value that the service would correct is refused, unless --as-written is "
+        "given.\n"
+        "The LOG of --from-log is that of one host, given as for `oxrctl status`.\n"
         "Exit code: 0 the host settles within its limits; 1 it does not, or a volume gets fewer sessions than\n"
         "required; 2 a scenario has an error, or the service would correct a value; 3 ostrel-simhost cannot be run.");
     CLI::Option* const scenario =
