@@ -8,7 +8,7 @@
 #include "shared/duration.h"
 #include "site.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 namespace {
 
@@ -86,8 +86,8 @@ constexpr EventKind KINDS[] = {
      [](In in) {
          Fields inner(in.problems, in.value, in.path());
          const std::string group = in.reader().group(inner, "group");
-         Value rest = in.value;
-         std::erase_if(rest.items, [](const Value& item) { return item.key == "group"; });
+         TomlValue rest = in.value;
+         std::erase_if(rest.items, [](const TomlValue& item) { return item.key == "group"; });
          const simhost::ArraySpec array = read_array(in.problems, in.names, rest, in.path(), group);
          return Action{fmt::format("array {} added to group {}", array.name, group),
                        [=](Site&, Host& host) { host.add_array(group, array); }};
@@ -254,4 +254,4 @@ std::span<const EventKind> event_kinds() {
     return KINDS;
 }
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -103,7 +103,7 @@ bool read_text(const std::filesystem::path& file, std::string& text, std::string
     return true;
 }
 
-bool read_speed(const std::string& word, program::RunOptions& options) {
+bool read_speed(const std::string& word, ostrel_simhost::RunOptions& options) {
     if (word == "instant") {
         options.clock = simhost::ClockMode::instant;
         return true;
@@ -129,18 +129,18 @@ int refuse_lost_output() {
         shared::end_by_signal(SIGPIPE);
     }
     fmt::print(stderr, "ostrel-simhost: standard output: {}\n", std::strerror(errno));
-    return program::EXIT_BAD_INPUT;
+    return ostrel_simhost::EXIT_BAD_INPUT;
 }
 
 // Of a scenario's text; empty: those of every scenario.
 int print_keys(const std::string& text) {
-    fmt::print("{}\n", fmt::join(program::override_keys(text), "\n"));
-    return std::fflush(stdout) == 0 ? program::EXIT_FINE : refuse_lost_output();
+    fmt::print("{}\n", fmt::join(ostrel_simhost::override_keys(text), "\n"));
+    return std::fflush(stdout) == 0 ? ostrel_simhost::EXIT_FINE : refuse_lost_output();
 }
 
 int refuse(const std::string& what) {
     fmt::print(stderr, "ostrel-simhost: {}\n", what);
-    return program::EXIT_BAD_INPUT;
+    return ostrel_simhost::EXIT_BAD_INPUT;
 }
 
 }  // namespace
@@ -154,7 +154,7 @@ int main(int argc, char** argv) {
     std::vector<std::string> overrides;
     bool check_only = false;
     bool list_keys = false;
-    program::RunOptions options;
+    ostrel_simhost::RunOptions options;
 
     std::signal(SIGPIPE, SIG_IGN);
     CLI::App app(DESCRIPTION, "ostrel-simhost");
@@ -219,7 +219,7 @@ int main(int argc, char** argv) {
             return refuse(fmt::format("--for: expected a time such as 90s, 45m or 2h30m, found \"{}\"", for_text));
         }
     }
-    if (plot->count() > 0 && !program::plot_format_of(options.plot)) {
+    if (plot->count() > 0 && !ostrel_simhost::plot_format_of(options.plot)) {
         return refuse(fmt::format("--plot: expected a file named .svg or .png, found \"{}\"", options.plot));
     }
     if (cim->count() > 0) {
@@ -252,10 +252,10 @@ int main(int argc, char** argv) {
     if (list_keys) {
         return print_keys(text);
     }
-    const program::ScenarioOrProblems result = program::read_scenario(text, overrides);
+    const ostrel_simhost::ScenarioOrProblems result = ostrel_simhost::read_scenario(text, overrides);
     if (!result.problems.empty()) {
-        fmt::print(stderr, "{}", program::problems_text(result.problems, file.string()));
-        return program::EXIT_BAD_INPUT;
+        fmt::print(stderr, "{}", ostrel_simhost::problems_text(result.problems, file.string()));
+        return ostrel_simhost::EXIT_BAD_INPUT;
     }
     if (check_only) {
         fmt::print("{}: fine\n", file.string());
@@ -263,6 +263,6 @@ int main(int argc, char** argv) {
     }
     options.colour = *shared::colour_wish(colour);
     options.scenario_file = std::filesystem::exists(scenario_name) ? scenario_name : file.filename().string();
-    const int exit_code = program::run_scenario(result.scenario, options);
+    const int exit_code = ostrel_simhost::run_scenario(result.scenario, options);
     return std::fflush(stdout) == 0 && std::ferror(stdout) == 0 ? exit_code : refuse_lost_output();
 }

@@ -12,7 +12,7 @@
 #include "shared/config_file.h"
 #include "shared/nearest.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 namespace {
 
@@ -34,9 +34,9 @@ bool is_event(std::string_view key) {
     return std::any_of(kinds.begin(), kinds.end(), [key](const EventKind& kind) { return kind.key == key; });
 }
 
-void set_line(Value& value, int line) {
+void set_line(TomlValue& value, int line) {
     value.line = line;
-    for (Value& item : value.items) {
+    for (TomlValue& item : value.items) {
         set_line(item, line);
     }
 }
@@ -47,9 +47,9 @@ bool is_whole(std::string_view text, Number& number) {
     return error == std::errc() && end == text.data() + text.size();
 }
 
-Value text_value(const std::string& key, const std::string& text, int line) {
-    Value value;
-    value.kind = Value::Kind::text;
+TomlValue text_value(const std::string& key, const std::string& text, int line) {
+    TomlValue value;
+    value.kind = TomlValue::Kind::text;
     value.key = key;
     value.text = text;
     value.line = line;
@@ -57,22 +57,22 @@ Value text_value(const std::string& key, const std::string& text, int line) {
 }
 
 // As the value would stand in the text; what is no number stays a text, which the reader complains about.
-Value value_of(const std::string& key, const std::string& text, int line) {
-    Value value = text_value(key, text, line);
+TomlValue value_of(const std::string& key, const std::string& text, int line) {
+    TomlValue value = text_value(key, text, line);
     if (key != LOGS_PATH_KEY && is_whole(text, value.integer)) {
-        value.kind = Value::Kind::integer;
+        value.kind = TomlValue::Kind::integer;
     } else if (contains(HOST_KEYS, key) && is_whole(text, value.real)) {
-        value.kind = Value::Kind::real;
+        value.kind = TomlValue::Kind::real;
     }
     return value;
 }
 
-Value* member(Value& table, std::string_view name) {
-    return const_cast<Value*>(table.member(name));
+TomlValue* member(TomlValue& table, std::string_view name) {
+    return const_cast<TomlValue*>(table.member(name));
 }
 
-void put(Value& table, Value value) {
-    if (Value* const present = member(table, value.key)) {
+void put(TomlValue& table, TomlValue value) {
+    if (TomlValue* const present = member(table, value.key)) {
         *present = std::move(value);
     } else {
         table.items.push_back(std::move(value));
@@ -80,24 +80,24 @@ void put(Value& table, Value value) {
 }
 
 // The table of the document, made when it isn't there. Null: something else has its name, which the reader tells.
-Value* table_of(Value& document, const std::string& name, int line) {
+TomlValue* table_of(TomlValue& document, const std::string& name, int line) {
     if (member(document, name) == nullptr) {
-        Value table;
+        TomlValue table;
         table.key = name;
         table.line = line;
         document.items.push_back(std::move(table));
     }
-    Value* const found = member(document, name);
-    return found->kind == Value::Kind::table ? found : nullptr;
+    TomlValue* const found = member(document, name);
+    return found->kind == TomlValue::Kind::table ? found : nullptr;
 }
 
 // The entries of a [[list]] that have this name.
-std::vector<Value*> entries_named(Value& document, std::string_view list, std::string_view name) {
-    std::vector<Value*> found;
-    if (Value* const entries = member(document, list)) {
-        for (Value& entry : entries->items) {
-            const Value* const its_name = entry.member("name");
-            if (its_name != nullptr && its_name->kind == Value::Kind::text && its_name->text == name) {
+std::vector<TomlValue*> entries_named(TomlValue& document, std::string_view list, std::string_view name) {
+    std::vector<TomlValue*> found;
+    if (TomlValue* const entries = member(document, list)) {
+        for (TomlValue& entry : entries->items) {
+            const TomlValue* const its_name = entry.member("name");
+            if (its_name != nullptr && its_name->kind == TomlValue::Kind::text && its_name->text == name) {
                 found.push_back(&entry);
             }
         }
@@ -105,11 +105,12 @@ std::vector<Value*> entries_named(Value& document, std::string_view list, std::s
     return found;
 }
 
-std::vector<std::string> names_in(const Value& document, std::string_view list) {
+std::vector<std::string> names_in(const TomlValue& document, std::string_view list) {
     std::vector<std::string> names;
-    if (const Value* const entries = document.member(list)) {
-        for (const Value& entry : entries->items) {
-            if (const Value* const name = entry.member("name"); name != nullptr && name->kind == Value::Kind::text) {
+    if (const TomlValue* const entries = document.member(list)) {
+        for (const TomlValue& entry : entries->items) {
+            if (const TomlValue* const name = entry.member("name");
+                name != nullptr && name->kind == TomlValue::Kind::text) {
                 names.push_back(name->text);
             }
         }
@@ -118,7 +119,7 @@ std::vector<std::string> names_in(const Value& document, std::string_view list) 
 }
 
 // All that an override may begin with.
-std::vector<std::string> keys_of(const Value& document) {
+std::vector<std::string> keys_of(const TomlValue& document) {
     std::vector<std::string> keys;
     std::transform(std::begin(config_keys), std::end(config_keys), std::back_inserter(keys),
                    [](const ConfigKey& key) { return std::string(key.name); });
@@ -141,7 +142,7 @@ std::vector<std::string> keys_of(const Value& document) {
 
 class Overrider {
 public:
-    Overrider(Problems& problems, Value& document, const std::string& option, int line)
+    Overrider(Problems& problems, TomlValue& document, const std::string& option, int line)
         : problems_(problems), document_(document), line_(line) {
         const std::size_t split = option.find('=');
         key_ = shared::trimmed(std::string_view(option).substr(0, split));
@@ -155,7 +156,7 @@ public:
         } else if (is_config_key(key_)) {
             set_config();
         } else if (contains(HOST_KEYS, key_)) {
-            if (Value* const host = table_of(document_, "host", line_)) {
+            if (TomlValue* const host = table_of(document_, "host", line_)) {
                 put(*host, value_of(key_, text_, line_));
             }
         } else if (is_event(key_)) {
@@ -167,16 +168,16 @@ public:
 
 private:
     void set_config() {
-        const Value value = value_of(key_, text_, line_);
-        Value* const file = member(document_, "config_file");
+        const TomlValue value = value_of(key_, text_, line_);
+        TomlValue* const file = member(document_, "config_file");
         if (file == nullptr) {
-            if (Value* const config = table_of(document_, "config", line_)) {
+            if (TomlValue* const config = table_of(document_, "config", line_)) {
                 put(*config, value);
             }
             return;
         }
         // The text of a file isn't judged key by key when it is read, so this one is judged here.
-        Value table;
+        TomlValue table;
         table.items.push_back(value);
         for (const auto& [key, text] : read_config_changes(problems_, table, "config_file")) {
             file->text = with_config_value(file->text, key, text);
@@ -199,8 +200,8 @@ private:
         }
         set_line(*event, line_);
         if (member(document_, "event") == nullptr) {
-            Value& events = document_.items.emplace_back();
-            events.kind = Value::Kind::list;
+            TomlValue& events = document_.items.emplace_back();
+            events.kind = TomlValue::Kind::list;
             events.key = "event";
         }
         member(document_, "event")->items.push_back(std::move(*event));
@@ -228,7 +229,7 @@ private:
     }
 
     // False: there is no entry.
-    bool put_into(const std::vector<Value*>& entries, const std::string& key) {
+    bool put_into(const std::vector<TomlValue*>& entries, const std::string& key) {
         if (entries.size() > 1) {
             problems_.add(line_, "key", "a name that one entry has", fmt::format("{} entries", entries.size()));
         } else if (entries.size() == 1) {
@@ -248,7 +249,7 @@ private:
     }
 
     Problems& problems_;
-    Value& document_;
+    TomlValue& document_;
     const int line_;
     std::string key_, text_;
     bool whole_ = false;
@@ -256,7 +257,7 @@ private:
 
 }  // namespace
 
-void apply_overrides(Problems& problems, Value& document, const std::vector<std::string>& overrides) {
+void apply_overrides(Problems& problems, TomlValue& document, const std::vector<std::string>& overrides) {
     for (std::size_t i = 0; i < overrides.size(); ++i) {
         Overrider(problems, document, overrides[i], option_line(i)).apply();
     }
@@ -264,7 +265,7 @@ void apply_overrides(Problems& problems, Value& document, const std::vector<std:
 
 std::vector<std::string> override_keys(std::string_view text) {
     SyntaxError error;
-    return keys_of(parse_document(text, error).value_or(Value{}));
+    return keys_of(parse_document(text, error).value_or(TomlValue{}));
 }
 
 std::string option_of(int line, const std::vector<std::string>& overrides) {
@@ -272,4 +273,4 @@ std::string option_of(int line, const std::vector<std::string>& overrides) {
     return line < 0 && index < overrides.size() ? "--set " + overrides[index] : "";
 }
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -8,7 +8,7 @@
 #include "config_file.h"
 #include "simhost/host.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 struct TargetRow {
     std::string name;
@@ -42,7 +42,7 @@ struct TargetRow {
 using Address = simhost::NicView;
 
 // A line of the connection manager's log, repeated ones folded.
-struct LogLine {
+struct FoldedLogLine {
     std::string level;
     std::string function;
     std::string text;
@@ -78,7 +78,7 @@ struct PassRecord {
     std::vector<std::string> rescanned;
     std::vector<std::string> dead_paths_requested;
     std::vector<std::string> rediscovered;
-    std::vector<LogLine> log;
+    std::vector<FoldedLogLine> log;
     std::vector<TargetRow> rows;
     std::vector<Address> addresses;
     simhost::Totals totals;
@@ -90,4 +90,4 @@ struct PassRecord {
     }
 };
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -25,7 +25,7 @@
 #include "verdict.h"
 #include "view.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 namespace {
 
@@ -376,4 +376,4 @@ int run_scenario(const Scenario& given, const RunOptions& options) {
     return exit_code;
 }
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -28,7 +28,7 @@
 #include "fields.h"
 #include "simhost/host.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 class Site;
 struct Names;
@@ -120,4 +120,4 @@ std::optional<TimedAction> read_event(std::string_view line, const Scenario& sce
 // at most `most` of them, then how many more.
 std::string problems_text(const std::vector<Problem>& problems, std::string_view file, std::size_t most = 20);
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -8,7 +8,7 @@
 #include "shared/duration.h"
 #include "shared/name_list.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 namespace {
 
@@ -212,7 +212,7 @@ Verdict judge(const RunOutcome& outcome) {
                                                  : "settled, ceiling reached";
     if (!verdict.settled && !outcome.last_pass.log.empty()) {
         int shown = 0;
-        for (const LogLine& line : outcome.last_pass.log) {
+        for (const FoldedLogLine& line : outcome.last_pass.log) {
             if (line.level == "ERROR" && ++shown <= 3) {
                 verdict.reasons.push_back(fmt::format("error in the last pass: {}", line.text));
             }
@@ -222,4 +222,4 @@ Verdict judge(const RunOutcome& outcome) {
     return verdict;
 }
 
-}  // namespace program
+}  // namespace ostrel_simhost

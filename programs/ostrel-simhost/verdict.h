@@ -8,7 +8,7 @@
 
 #include "record.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 struct RunOutcome {
     PassRecord last_pass;         // number 0: no pass was completed
@@ -43,4 +43,4 @@ struct Verdict {
 
 Verdict judge(const RunOutcome& outcome);
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -57,9 +57,9 @@ std::vector<PlanSubject> subjects_of(const std::vector<PlanRun>& runs, std::vect
 }
 
 // What is in force instead is told before anybody plans with it by mistake.
-Answer refuse_values(const std::vector<ValueNotTaken>& values, bool json) {
+Answer refuse_values(const std::vector<shared::ValueNotTaken>& values, bool json) {
     std::string complaint;
-    for (const ValueNotTaken& value : values) {
+    for (const shared::ValueNotTaken& value : values) {
         complaint += (complaint.empty() ? "--what-if: " : "; ") + not_taken_text(value);
     }
     return {json ? json_text({{"version", JSON_VERSION}, {"not_taken", not_taken_json(values)}}) : "", EXIT_UNUSABLE,

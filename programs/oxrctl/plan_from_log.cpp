@@ -40,14 +40,14 @@ struct GroupKind {
 };
 
 // A volume or a group-scoped target of the scenario.
-struct Entry {
+struct ScenarioEntry {
     std::string name, iqn, behind;
     GroupKind group;
     int arrays = 1;     // that it is striped over, or that serve it
     int nics = 0;       // 0: all
     int sessions = -1;  // -1: as the host makes them
 
-    bool same_but_name(const Entry& other) const {
+    bool same_but_name(const ScenarioEntry& other) const {
         return iqn.empty() && other.iqn.empty() && behind == other.behind && group == other.group &&
                arrays == other.arrays && nics == other.nics && sessions == other.sessions;
     }
@@ -71,7 +71,7 @@ NumberedName numbered(std::string_view name) {
     return parts;
 }
 
-bool comes_before(const Entry& a, const Entry& b) {
+bool comes_before(const ScenarioEntry& a, const ScenarioEntry& b) {
     const NumberedName x = numbered(a.name), y = numbered(b.name);
     return std::tie(x.stem, x.number, a.name) < std::tie(y.stem, y.number, b.name);
 }
@@ -260,7 +260,7 @@ private:
     }
 
     void add_volume(const TargetStory& target) {
-        Entry entry;
+        ScenarioEntry entry;
         entry.name = new_name(target.devices.front(), "volume");
         int most_arrays = target.arrays;
         const std::vector<const TargetStory*>& sharing = by_iqn_.at(target.iqn);
@@ -285,7 +285,7 @@ private:
 
     void add_group_scoped(const TargetStory& target) {
         const std::string_view iqn = target.iqn;
-        Entry entry;
+        ScenarioEntry entry;
         entry.name = new_name(iqn.substr(iqn.rfind(':') + 1), "target");
         entry.arrays = within(target.arrays, 1, MOST_ARRAYS, 1);
         entry.group = group_of(target, arrays_of_group(target, entry.name));
@@ -293,7 +293,7 @@ private:
         entry.sessions = sessions_left(target, entry.name);
         note_state(target, entry.name);
         for (const std::string& device : target.devices) {
-            Entry volume;
+            ScenarioEntry volume;
             volume.name = new_name(device, "volume");
             volume.behind = entry.name;
             volume.group = entry.group;
@@ -389,7 +389,7 @@ private:
         return fmt::format("{} = [{}]\n", key, text);
     }
 
-    static std::string placed_text(const Entry& entry) {
+    static std::string placed_text(const ScenarioEntry& entry) {
         std::string text = fmt::format("group = \"{}\"\n", entry.group.name());
         if (!entry.iqn.empty()) {
             text += fmt::format("iqn = \"{}\"\n", entry.iqn);
@@ -406,7 +406,7 @@ private:
 
     std::string targets_text() const {
         std::string text;
-        for (const Entry& target : group_scoped_) {
+        for (const ScenarioEntry& target : group_scoped_) {
             text += fmt::format("\n[[group_scoped_target]]\nname = \"{}\"\n{}{}", target.name,
                                 array_list("active_arrays", target.arrays), placed_text(target));
         }
@@ -417,7 +417,7 @@ private:
     std::string volumes_text() const {
         std::string text;
         for (std::size_t i = 0; i < volumes_.size();) {
-            const Entry& first = volumes_[i];
+            const ScenarioEntry& first = volumes_[i];
             const NumberedName name = numbered(first.name);
             std::size_t count = 1;
             while (i + count < volumes_.size() && name.width > 0 && first.same_but_name(volumes_[i + count]) &&
@@ -448,7 +448,7 @@ private:
     bool each_on_its_own_ = false;  // one NIC an adapter
     std::set<GroupKind> groups_;
     std::set<std::string> names_;
-    std::vector<Entry> group_scoped_, volumes_;
+    std::vector<ScenarioEntry> group_scoped_, volumes_;
     std::vector<std::string> guesses_;
     std::map<std::string, std::vector<std::string>> of_targets_;
 };
@@ -463,7 +463,7 @@ Config config_of_log(const Story& story, std::vector<std::string>& guesses) {
 // The text goes into the scenario, so that the service judges it. Its folder for logs is none of the simulated host.
 Config config_of_file(const std::string& file, const Story& story, std::vector<std::string>& guesses) {
     Config config;
-    for (const ConfigReport::Value& value : judge_config_file(file).values) {
+    for (const ConfigReport::KeyValue& value : judge_config_file(file).values) {
         config.values[value.key] = value.in_force;
     }
     for (const auto& [key, value] : story.values) {

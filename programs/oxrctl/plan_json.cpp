@@ -110,9 +110,9 @@ Json differences(const Plan& a, const Plan& b) {
 
 }  // namespace
 
-Json not_taken_json(const std::vector<ValueNotTaken>& values) {
+Json not_taken_json(const std::vector<shared::ValueNotTaken>& values) {
     Json all = Json::array();
-    for (const ValueNotTaken& value : values) {
+    for (const shared::ValueNotTaken& value : values) {
         all.push_back(
             {{"key", value.key}, {"written", value.written}, {"in_force", value.in_force}, {"why", value.why}});
     }

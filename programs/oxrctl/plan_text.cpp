@@ -86,7 +86,7 @@ private:
             }
         }
         for (std::size_t i = 0; i < subjects_.size(); ++i) {
-            for (const ValueNotTaken& value : subjects_[i].plan.not_taken) {
+            for (const shared::ValueNotTaken& value : subjects_[i].plan.not_taken) {
                 wrapped(two_ ? fmt::format("{}  ", letter(i)) : "  ", not_taken_text(value));
             }
         }

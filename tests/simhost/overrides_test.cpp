@@ -3,7 +3,7 @@
 
 #include "programs/ostrel-simhost/scenario.h"
 
-using namespace program;
+using namespace ostrel_simhost;
 
 namespace {
 
