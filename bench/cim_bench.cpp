@@ -16,9 +16,9 @@
 
 namespace {
 
-using cimserver::Answer;
 using cimserver::Broker;
 using cimserver::ObjectPath;
+using cimserver::ProviderAnswer;
 
 constexpr char service_class[] = "OSTREL_ConnectionService";
 constexpr char setting_class[] = "OSTREL_ConnectionServiceSetting";
@@ -76,7 +76,7 @@ ObjectPath an_association() {
     return path;
 }
 
-using Operation = std::function<Answer(const Broker&)>;
+using Operation = std::function<ProviderAnswer(const Broker&)>;
 
 void cim_operation(benchmark::State& state, const Operation& operate, std::size_t objects) {
     const auto host = bench::make_settled_site(1);
@@ -88,7 +88,7 @@ void cim_operation(benchmark::State& state, const Operation& operate, std::size_
     }
     for (auto unused : state) {
         (void)unused;
-        const Answer answer = operate(*broker);
+        const ProviderAnswer answer = operate(*broker);
         if (answer.code != CMPI_RC_OK || answer.instances.size() + answer.paths.size() != objects) {
             give_up("an unexpected answer");
         }
@@ -114,9 +114,9 @@ void renewal_of_eight_sessions(benchmark::State& state) {
         using Clock = std::chrono::steady_clock;
         const double slept = host->slept();
         const auto begun = Clock::now();
-        const Answer answer = broker->invoke_method(path_of(setting_class), "renewiscsiconnections", arguments);
+        const ProviderAnswer answer = broker->invoke_method(path_of(setting_class), "renewiscsiconnections", arguments);
         const std::chrono::duration<double> took = Clock::now() - begun;
-        const cimserver::Value* const status = cimserver::find(answer.out, "oxd_status");
+        const cimserver::CimValue* const status = cimserver::find(answer.out, "oxd_status");
         if (status == nullptr || cimserver::value_text(*status) != "0") {
             give_up("the renewal failed");
         }

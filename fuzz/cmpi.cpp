@@ -62,7 +62,7 @@ constexpr CMPIType TYPES[] = {CMPI_boolean, CMPI_uint8,  CMPI_uint16, CMPI_uint3
 
 ObjectPath any_path(Input& input, int depth);
 
-Value any_single(Input& input, CMPIType type, int depth) {
+CimValue any_single(Input& input, CMPIType type, int depth) {
     if (input.below(8) == 7) {
         return null_value(type);
     }
@@ -81,7 +81,7 @@ Value any_single(Input& input, CMPIType type, int depth) {
     return type == CMPI_ref ? path_value(any_path(input, depth + 1)) : text_value(any_text(input));
 }
 
-Value any_value(Input& input, int depth) {
+CimValue any_value(Input& input, int depth) {
     CMPIType type = TYPES[input.below(std::size(TYPES))];
     if (depth > 3 && type == CMPI_ref) {
         type = CMPI_string;
@@ -136,7 +136,7 @@ std::string any_name(Input& input) {
 
 constexpr std::string_view CLASSES[] = {SERVICE, SETTING, ASSOCIATION, "OSTREL_RegisteredProfile"};
 
-void require_answer(const Answer& answer, std::initializer_list<CMPIrc> possible) {
+void require_answer(const ProviderAnswer& answer, std::initializer_list<CMPIrc> possible) {
     require(std::find(possible.begin(), possible.end(), answer.code) != possible.end(),
             "a status that the operation can't give", std::to_string(answer.code));
     std::vector<ObjectPath> paths = answer.paths;
@@ -179,7 +179,7 @@ void walk_associations(const Broker& broker, Input& input, const ObjectPath& pat
 void call_method(const Broker& broker, Input& input, const ObjectPath& path) {
     const std::string method = any_text(input);
     const NamedList in = input.below(16) == 15 ? NamedList() : any_list(input, 0);
-    const Answer answer = broker.invoke_method(path, method, in);
+    const ProviderAnswer answer = broker.invoke_method(path, method, in);
     if (path.class_name == SERVICE) {
         require_answer(answer, {CMPI_RC_OK});
     } else {
@@ -191,7 +191,7 @@ void call_method(const Broker& broker, Input& input, const ObjectPath& path) {
     const bool renews = path.class_name == SETTING && same_name(method, "renewiscsiconnections");
     require(answer.out.size() == (renews && answer.code == CMPI_RC_OK ? 1U : 0U), "an output argument too many or few");
     if (!answer.out.empty()) {
-        const Value& told = answer.out[0].value;
+        const CimValue& told = answer.out[0].value;
         const auto* const number = std::get_if<std::uint64_t>(&told.data);
         require(told.type == CMPI_uint32 && number != nullptr && *number <= 10, "no OXD status");
         require(*number == 0 || !answer.message.empty(), "a failed renewal without a message");

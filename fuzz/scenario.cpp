@@ -10,7 +10,7 @@
 namespace {
 
 using fuzz::require;
-using namespace program;
+using namespace ostrel_simhost;
 
 void require_complaints(const std::vector<Problem>& problems, std::string_view text) {
     const auto lines = static_cast<int>(std::count(text.begin(), text.end(), '\n')) + 1;

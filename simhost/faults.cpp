@@ -5,9 +5,9 @@ namespace simhost {
 std::optional<Fault> FaultBook::hit(std::string_view operation, std::string_view path) {
     auto found = operations_.find(operation);
     if (found == operations_.end()) {
-        found = operations_.emplace(operation, Operation{}).first;
+        found = operations_.emplace(operation, CountedOperation{}).first;
     }
-    Operation& entry = found->second;
+    CountedOperation& entry = found->second;
     ++entry.calls;
     if (!path.empty()) {
         auto of_path = entry.calls_by_path.find(path);

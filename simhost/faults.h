@@ -28,12 +28,12 @@ private:
         Fault fault;
         std::uint64_t seen = 0;
     };
-    struct Operation {
+    struct CountedOperation {
         std::uint64_t calls = 0;
         std::map<std::string, std::uint64_t, std::less<>> calls_by_path;  // of file operations
         std::vector<Armed> armed;
     };
-    std::map<std::string, Operation, std::less<>> operations_;
+    std::map<std::string, CountedOperation, std::less<>> operations_;
     std::uint64_t injected_ = 0;
 };
 

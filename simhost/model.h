@@ -154,7 +154,7 @@ struct PathCounts {
 };
 
 // Objects by their sequence number.
-struct Object {
+struct NumberedObject {
     std::uint32_t type = 0;
     void* object = nullptr;
 };
@@ -274,7 +274,7 @@ struct Host::Impl {
     std::vector<std::unique_ptr<Device>> devices;
     std::map<std::uint64_t, std::unique_ptr<Session>> sessions;
     std::unordered_map<std::string, Target*> targets_by_iqn;
-    std::unordered_map<std::uint64_t, Object> objects;
+    std::unordered_map<std::uint64_t, NumberedObject> objects;
     std::unordered_map<std::uint64_t, Port*> ports_by_id;
     std::uint64_t next_number = 1;
     std::uint32_t next_isid = 0x010001;

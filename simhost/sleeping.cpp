@@ -61,15 +61,15 @@ bool slice(Host::Impl& impl, std::unique_lock<HostMutex>& lock, std::int64_t ns,
     return waited.end == End::elapsed;
 }
 
-class Registered {
+class RegisteredSleeper {
 public:
-    Registered(Host::Impl& impl, double until) : impl_(impl) {
+    RegisteredSleeper(Host::Impl& impl, double until) : impl_(impl) {
         sleeper.until = until;
         impl_.sleepers.push_back(&sleeper);
     }
-    ~Registered() { erase_item(impl_.sleepers, &sleeper); }
-    Registered(const Registered&) = delete;
-    Registered& operator=(const Registered&) = delete;
+    ~RegisteredSleeper() { erase_item(impl_.sleepers, &sleeper); }
+    RegisteredSleeper(const RegisteredSleeper&) = delete;
+    RegisteredSleeper& operator=(const RegisteredSleeper&) = delete;
 
     Host::Impl::Sleeper sleeper;
 
@@ -79,7 +79,7 @@ private:
 
 void wait_instant(Host::Impl& impl, std::unique_lock<HostMutex>& lock, double until, const sigset_t* set,
                   siginfo_t* info, Waited& waited) {
-    Registered me(impl, until);
+    RegisteredSleeper me(impl, until);
     while (!impl.gone && impl.now() < until) {
         // Another sleeper that is due before goes first.
         const bool to_its_end = set == nullptr && impl.joins > 0;

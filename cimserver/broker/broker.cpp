@@ -46,10 +46,10 @@ struct ProviderCall {
           path(make_object<PathObject>(path_in)),
           result(make_object<ResultObject>()) {}
 
-    void take(const CMPIStatus& status, Answer& answer) const {
+    void take(const CMPIStatus& status, ProviderAnswer& answer) const {
         answer.code = status.rc;
         answer.message = status.msg == nullptr ? std::string() : object(status.msg).text;
-        for (const Value& value : result->values) {
+        for (const CimValue& value : result->values) {
             if (const ObjectPath* const made = reference_in(value)) {
                 answer.paths.push_back(*made);
             } else if (const auto* const instance = std::get_if<std::shared_ptr<const Instance>>(&value.data)) {
@@ -134,9 +134,9 @@ bool Broker::has_name_space(std::string_view name) const {
 }
 
 template <typename Applies, typename Operate>
-Answer Broker::ask(const ObjectPath& path, Applies applies, Operate operate) const {
+ProviderAnswer Broker::ask(const ObjectPath& path, Applies applies, Operate operate) const {
     const Request request;
-    Answer answer;
+    ProviderAnswer answer;
     for (const Loaded& entry : loaded_) {
         if (answer.code == CMPI_RC_OK && same_name(entry.registration.name_space, path.name_space) && applies(entry)) {
             const ProviderCall call(path);
@@ -150,7 +150,7 @@ Answer Broker::ask(const ObjectPath& path, Applies applies, Operate operate) con
 
 // Each provider is asked for the class that it is registered for.
 template <typename Operate>
-Answer Broker::enumerate(const ObjectPath& path, Operate operate) const {
+ProviderAnswer Broker::enumerate(const ObjectPath& path, Operate operate) const {
     return ask(
         path,
         [&](const Loaded& entry) {
@@ -162,22 +162,22 @@ Answer Broker::enumerate(const ObjectPath& path, Operate operate) const {
         });
 }
 
-Answer Broker::enumerate_instance_names(const ObjectPath& path) const {
+ProviderAnswer Broker::enumerate_instance_names(const ObjectPath& path) const {
     return enumerate(path, [](CMPIInstanceMI* mi, const ProviderCall& call) {
         return mi->ft->enumerateInstanceNames(mi, call.context, call.result, call.path);
     });
 }
 
-Answer Broker::enumerate_instances(const ObjectPath& path, const PropertyList& properties) const {
+ProviderAnswer Broker::enumerate_instances(const ObjectPath& path, const PropertyList& properties) const {
     PropertyNames names(properties);
     return enumerate(path, [&](CMPIInstanceMI* mi, const ProviderCall& call) {
         return mi->ft->enumerateInstances(mi, call.context, call.result, call.path, names.get());
     });
 }
 
-Answer Broker::get_instance(const ObjectPath& path, const PropertyList& properties) const {
+ProviderAnswer Broker::get_instance(const ObjectPath& path, const PropertyList& properties) const {
     PropertyNames names(properties);
-    Answer answer = ask(
+    ProviderAnswer answer = ask(
         path,
         [&](const Loaded& entry) {
             return entry.instance != nullptr && same_name(entry.registration.class_name, path.class_name);
@@ -194,7 +194,7 @@ Answer Broker::get_instance(const ObjectPath& path, const PropertyList& properti
 // --- associations -------------------------------------------------------------------------------------------
 
 template <typename Operate>
-Answer Broker::associate(const ObjectPath& path, const std::string& assoc_class, Operate operate) const {
+ProviderAnswer Broker::associate(const ObjectPath& path, const std::string& assoc_class, Operate operate) const {
     const bool any_class = assoc_class.empty() || schema_.find(assoc_class) == nullptr;
     return ask(
         path,
@@ -205,8 +205,8 @@ Answer Broker::associate(const ObjectPath& path, const std::string& assoc_class,
         [&](const Loaded& entry, const ProviderCall& call) { return operate(entry.association, call); });
 }
 
-Answer Broker::associators(const ObjectPath& path, const AssociationFilter& filter,
-                           const PropertyList& properties) const {
+ProviderAnswer Broker::associators(const ObjectPath& path, const AssociationFilter& filter,
+                                   const PropertyList& properties) const {
     PropertyNames names(properties);
     return associate(path, filter.assoc_class, [&](CMPIAssociationMI* mi, const ProviderCall& call) {
         return mi->ft->associators(mi, call.context, call.result, call.path, or_null(filter.assoc_class),
@@ -215,7 +215,7 @@ Answer Broker::associators(const ObjectPath& path, const AssociationFilter& filt
     });
 }
 
-Answer Broker::associator_names(const ObjectPath& path, const AssociationFilter& filter) const {
+ProviderAnswer Broker::associator_names(const ObjectPath& path, const AssociationFilter& filter) const {
     return associate(path, filter.assoc_class, [&](CMPIAssociationMI* mi, const ProviderCall& call) {
         return mi->ft->associatorNames(mi, call.context, call.result, call.path, or_null(filter.assoc_class),
                                        or_null(filter.result_class), or_null(filter.role), or_null(filter.result_role));
@@ -223,8 +223,8 @@ Answer Broker::associator_names(const ObjectPath& path, const AssociationFilter&
 }
 
 // Of a reference, the result class is the association's.
-Answer Broker::references(const ObjectPath& path, const AssociationFilter& filter,
-                          const PropertyList& properties) const {
+ProviderAnswer Broker::references(const ObjectPath& path, const AssociationFilter& filter,
+                                  const PropertyList& properties) const {
     PropertyNames names(properties);
     return associate(path, filter.result_class, [&](CMPIAssociationMI* mi, const ProviderCall& call) {
         return mi->ft->references(mi, call.context, call.result, call.path, or_null(filter.result_class),
@@ -232,7 +232,7 @@ Answer Broker::references(const ObjectPath& path, const AssociationFilter& filte
     });
 }
 
-Answer Broker::reference_names(const ObjectPath& path, const AssociationFilter& filter) const {
+ProviderAnswer Broker::reference_names(const ObjectPath& path, const AssociationFilter& filter) const {
     return associate(path, filter.result_class, [&](CMPIAssociationMI* mi, const ProviderCall& call) {
         return mi->ft->referenceNames(mi, call.context, call.result, call.path, or_null(filter.result_class),
                                       or_null(filter.role));
@@ -241,10 +241,10 @@ Answer Broker::reference_names(const ObjectPath& path, const AssociationFilter& 
 
 // --- methods ------------------------------------------------------------------------------------------------
 
-Answer Broker::invoke_method(const ObjectPath& path, const std::string& method, const NamedList& in) const {
+ProviderAnswer Broker::invoke_method(const ObjectPath& path, const std::string& method, const NamedList& in) const {
     bool found = false;
     NamedList out;
-    Answer answer = ask(
+    ProviderAnswer answer = ask(
         path,
         [&](const Loaded& entry) {
             return !found && entry.method != nullptr && same_name(entry.registration.class_name, path.class_name);

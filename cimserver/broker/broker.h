@@ -15,13 +15,13 @@
 namespace cimserver {
 
 // What a provider answered.
-struct Answer {
+struct ProviderAnswer {
     CMPIrc code = CMPI_RC_OK;
     std::string message;
     std::vector<ObjectPath> paths;
     std::vector<Instance> instances;
-    Value return_value;  // of a method; null when the provider returned none
-    NamedList out;       // output arguments
+    CimValue return_value;  // of a method; null when the provider returned none
+    NamedList out;          // output arguments
 };
 
 // The filters of the association operations; empty: not given.
@@ -56,14 +56,16 @@ public:
 
     // --- operations. A class without a provider: OK and nothing, or NOT_FOUND where one thing is asked for.
     // Enumerations reach the providers of all classes that are the path's or below it.
-    Answer enumerate_instance_names(const ObjectPath& path) const;
-    Answer enumerate_instances(const ObjectPath& path, const PropertyList& properties) const;
-    Answer get_instance(const ObjectPath& path, const PropertyList& properties) const;
-    Answer associators(const ObjectPath& path, const AssociationFilter& filter, const PropertyList& properties) const;
-    Answer associator_names(const ObjectPath& path, const AssociationFilter& filter) const;
-    Answer references(const ObjectPath& path, const AssociationFilter& filter, const PropertyList& properties) const;
-    Answer reference_names(const ObjectPath& path, const AssociationFilter& filter) const;
-    Answer invoke_method(const ObjectPath& path, const std::string& method, const NamedList& in) const;
+    ProviderAnswer enumerate_instance_names(const ObjectPath& path) const;
+    ProviderAnswer enumerate_instances(const ObjectPath& path, const PropertyList& properties) const;
+    ProviderAnswer get_instance(const ObjectPath& path, const PropertyList& properties) const;
+    ProviderAnswer associators(const ObjectPath& path, const AssociationFilter& filter,
+                               const PropertyList& properties) const;
+    ProviderAnswer associator_names(const ObjectPath& path, const AssociationFilter& filter) const;
+    ProviderAnswer references(const ObjectPath& path, const AssociationFilter& filter,
+                              const PropertyList& properties) const;
+    ProviderAnswer reference_names(const ObjectPath& path, const AssociationFilter& filter) const;
+    ProviderAnswer invoke_method(const ObjectPath& path, const std::string& method, const NamedList& in) const;
 
 private:
     struct Loaded {
@@ -85,11 +87,11 @@ private:
 
     // Asks the providers of the path's namespace that `applies` tells, one after the other until one fails.
     template <typename Applies, typename Operate>
-    Answer ask(const ObjectPath& path, Applies applies, Operate operate) const;
+    ProviderAnswer ask(const ObjectPath& path, Applies applies, Operate operate) const;
     template <typename Operate>
-    Answer enumerate(const ObjectPath& path, Operate operate) const;
+    ProviderAnswer enumerate(const ObjectPath& path, Operate operate) const;
     template <typename Operate>
-    Answer associate(const ObjectPath& path, const std::string& assoc_class, Operate operate) const;
+    ProviderAnswer associate(const ObjectPath& path, const std::string& assoc_class, Operate operate) const;
 };
 
 }  // namespace cimserver

@@ -9,7 +9,7 @@
 namespace cimserver {
 
 // Thrown inside the broker only, where an entry refuses what it was given.
-struct Refusal {
+struct EntryRefusal {
     CMPIrc code;
 };
 
@@ -30,7 +30,7 @@ CMPIrc code_of(Body body) noexcept {
     try {
         body();
         return CMPI_RC_OK;
-    } catch (const Refusal& refusal) {
+    } catch (const EntryRefusal& refusal) {
         return refusal.code;
     } catch (...) {
         return CMPI_RC_ERROR_SYSTEM;

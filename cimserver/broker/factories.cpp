@@ -19,7 +19,7 @@ CMPIInstance* new_instance(const CMPIBroker* broker, const CMPIObjectPath* path)
     const Schema& schema = broker_of(broker).schema();
     const ObjectPath& made = object(path).path;
     if (schema.find(made.class_name) == nullptr) {
-        throw Refusal{CMPI_RC_ERR_INVALID_CLASS};
+        throw EntryRefusal{CMPI_RC_ERR_INVALID_CLASS};
     }
     return make_object<InstanceObject>(Instance{made, made.keys, {}}, &schema);
 }
@@ -39,7 +39,7 @@ CMPIString* make_string(const CMPIBroker*, const char* text) {
 
 CMPIArray* new_array(const CMPIBroker*, CMPICount size, CMPIType type) {
     if (size > LARGEST_ARRAY || (type & CMPI_ARRAY) != 0) {
-        throw Refusal{CMPI_RC_ERR_INVALID_PARAMETER};
+        throw EntryRefusal{CMPI_RC_ERR_INVALID_PARAMETER};
     }
     const CMPIType element = type == CMPI_chars ? CMPI_string : type;
     return make_object<ArrayObject>(element, ValueList(size, null_value(element)));
@@ -73,7 +73,7 @@ CMPIBoolean class_path_is_a(const CMPIBroker* broker, const CMPIObjectPath* path
 // Every handle begins with its data and its table, which tells what it is.
 std::string_view kind_of(const void* any) {
     if (any == nullptr) {
-        throw Refusal{CMPI_RC_ERR_INVALID_HANDLE};
+        throw EntryRefusal{CMPI_RC_ERR_INVALID_HANDLE};
     }
     const void* const table = static_cast<const CMPIString*>(any)->ft;
     constexpr std::pair<const void*, std::string_view> kinds[] = {
@@ -86,7 +86,7 @@ std::string_view kind_of(const void* any) {
             return name;
         }
     }
-    throw Refusal{CMPI_RC_ERR_INVALID_HANDLE};
+    throw EntryRefusal{CMPI_RC_ERR_INVALID_HANDLE};
 }
 
 CMPIString* to_string(const CMPIBroker*, const void* any) {

@@ -13,22 +13,22 @@ bool passes(const Instance& instance, std::string_view name) {
 
 // Other brokers let a property through that the class doesn't have, or crash on a type that isn't the class's:
 // here a provider's mistake shows.
-void hold_to_class(const InstanceObject& made, std::string_view name, const Value& value) {
+void hold_to_class(const InstanceObject& made, std::string_view name, const CimValue& value) {
     if (made.schema == nullptr) {
         return;
     }
     const Element* const property = made.schema->find_property(made.instance.path.class_name, name);
     if (property == nullptr) {
-        throw Refusal{CMPI_RC_ERR_NO_SUCH_PROPERTY};
+        throw EntryRefusal{CMPI_RC_ERR_NO_SUCH_PROPERTY};
     }
     if (!value.is_null() && value.type != property->type) {
-        throw Refusal{CMPI_RC_ERR_TYPE_MISMATCH};
+        throw EntryRefusal{CMPI_RC_ERR_TYPE_MISMATCH};
     }
 }
 
 void set_property(const CMPIInstance* instance, const char* name, const CMPIValue* value, CMPIType type) {
     auto& made = object(instance);
-    Value property = from_cmpi(value, type);
+    CimValue property = from_cmpi(value, type);
     hold_to_class(made, needed(name), property);
     if (passes(made.instance, name)) {
         set(made.instance.properties, name, std::move(property));

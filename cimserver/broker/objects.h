@@ -30,7 +30,7 @@ struct Behind;
 
 // `hdl` is the text itself: code built with the standard's 2.0 macro reads it there.
 template <>
-struct Behind<CMPIString> final : Object, CMPIString {
+struct Behind<CMPIString> final : BrokerObject, CMPIString {
     explicit Behind(std::string_view text_in) : CMPIString{nullptr, &string_table}, text(text_in) { hdl = text.data(); }
     Behind(const Behind& other) : Behind(other.text) {}
     std::string text;
@@ -38,7 +38,7 @@ struct Behind<CMPIString> final : Object, CMPIString {
 using StringObject = Behind<CMPIString>;
 
 template <>
-struct Behind<CMPIArray> final : Object, CMPIArray {
+struct Behind<CMPIArray> final : BrokerObject, CMPIArray {
     Behind(CMPIType element_type, ValueList list)
         : CMPIArray{&any_hdl, &array_table}, type(element_type), elements(std::move(list)) {}
     CMPIType type;
@@ -47,7 +47,7 @@ struct Behind<CMPIArray> final : Object, CMPIArray {
 using ArrayObject = Behind<CMPIArray>;
 
 template <>
-struct Behind<CMPIEnumeration> final : Object, CMPIEnumeration {
+struct Behind<CMPIEnumeration> final : BrokerObject, CMPIEnumeration {
     explicit Behind(ValueList list) : CMPIEnumeration{&any_hdl, &enumeration_table}, elements(std::move(list)) {}
     ValueList elements;
     std::size_t next = 0;
@@ -55,14 +55,14 @@ struct Behind<CMPIEnumeration> final : Object, CMPIEnumeration {
 using EnumerationObject = Behind<CMPIEnumeration>;
 
 template <>
-struct Behind<CMPIObjectPath> final : Object, CMPIObjectPath {
+struct Behind<CMPIObjectPath> final : BrokerObject, CMPIObjectPath {
     explicit Behind(ObjectPath path_in) : CMPIObjectPath{&any_hdl, &path_table}, path(std::move(path_in)) {}
     ObjectPath path;
 };
 using PathObject = Behind<CMPIObjectPath>;
 
 template <>
-struct Behind<CMPIInstance> final : Object, CMPIInstance {
+struct Behind<CMPIInstance> final : BrokerObject, CMPIInstance {
     Behind(Instance instance_in, const Schema* schema_in)
         : CMPIInstance{&any_hdl, &instance_table}, instance(std::move(instance_in)), schema(schema_in) {}
     Instance instance;
@@ -71,21 +71,21 @@ struct Behind<CMPIInstance> final : Object, CMPIInstance {
 using InstanceObject = Behind<CMPIInstance>;
 
 template <>
-struct Behind<CMPIArgs> final : Object, CMPIArgs {
+struct Behind<CMPIArgs> final : BrokerObject, CMPIArgs {
     explicit Behind(NamedList args_in) : CMPIArgs{&any_hdl, &args_table}, args(std::move(args_in)) {}
     NamedList args;
 };
 using ArgsObject = Behind<CMPIArgs>;
 
 template <>
-struct Behind<CMPIResult> final : Object, CMPIResult {
+struct Behind<CMPIResult> final : BrokerObject, CMPIResult {
     Behind() : CMPIResult{&any_hdl, &result_table} {}
     ValueList values;
 };
 using ResultObject = Behind<CMPIResult>;
 
 template <>
-struct Behind<CMPIContext> final : Object, CMPIContext {
+struct Behind<CMPIContext> final : BrokerObject, CMPIContext {
     explicit Behind(NamedList entries_in) : CMPIContext{&any_hdl, &context_table}, entries(std::move(entries_in)) {}
     NamedList entries;
 };
@@ -95,7 +95,7 @@ using ContextObject = Behind<CMPIContext>;
 template <typename Handle>
 Behind<Handle>& object(const Handle* handle) {
     if (handle == nullptr) {
-        throw Refusal{CMPI_RC_ERR_INVALID_HANDLE};
+        throw EntryRefusal{CMPI_RC_ERR_INVALID_HANDLE};
     }
     return static_cast<Behind<Handle>&>(const_cast<Handle&>(*handle));
 }
@@ -103,7 +103,7 @@ Behind<Handle>& object(const Handle* handle) {
 // A text argument that must be there.
 inline std::string_view needed(const char* text) {
     if (text == nullptr) {
-        throw Refusal{CMPI_RC_ERR_INVALID_PARAMETER};
+        throw EntryRefusal{CMPI_RC_ERR_INVALID_PARAMETER};
     }
     return text;
 }
@@ -111,10 +111,10 @@ inline std::string_view needed(const char* text) {
 // --- values -----------------------------------------------------------------------------------------------
 
 // The value that a provider passed. A type that no value has is refused.
-Value from_cmpi(const CMPIValue* value, CMPIType type);
+CimValue from_cmpi(const CMPIValue* value, CMPIType type);
 
 // The value for a provider; objects in it belong to the request.
-CMPIData to_cmpi(const Value& value);
+CMPIData to_cmpi(const CimValue& value);
 
 CMPIString* new_string(std::string_view text);
 
@@ -159,9 +159,9 @@ CMPICount count(const Handle* handle) {
 
 // Refuses a value that isn't there. A path's values are keys.
 template <typename Handle>
-CMPIData data_of(const Value* value) {
+CMPIData data_of(const CimValue* value) {
     if (value == nullptr) {
-        throw Refusal{CMPI_RC_ERR_NO_SUCH_PROPERTY};
+        throw EntryRefusal{CMPI_RC_ERR_NO_SUCH_PROPERTY};
     }
     CMPIData data = to_cmpi(*value);
     data.state |= std::is_same_v<Handle, CMPIObjectPath> ? CMPI_keyValue : CMPI_goodValue;

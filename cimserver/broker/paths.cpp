@@ -20,12 +20,12 @@ CMPIString* get_text(const CMPIObjectPath* path) {
 }
 
 void add_key(CMPIObjectPath* path, const char* name, const CMPIValue* value, CMPIType type) {
-    Value key = from_cmpi(value, type);
+    CimValue key = from_cmpi(value, type);
     if (key.is_null()) {
-        throw Refusal{CMPI_RC_ERR_INVALID_PARAMETER};
+        throw EntryRefusal{CMPI_RC_ERR_INVALID_PARAMETER};
     }
     if (key.is_array() || key.type == CMPI_instance) {
-        throw Refusal{CMPI_RC_ERR_INVALID_DATA_TYPE};
+        throw EntryRefusal{CMPI_RC_ERR_INVALID_DATA_TYPE};
     }
     set(list_of(path), needed(name), std::move(key));
 }

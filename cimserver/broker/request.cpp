@@ -11,11 +11,11 @@ thread_local Request* current_request = nullptr;
 
 }  // namespace
 
-Object::Object() {
+BrokerObject::BrokerObject() {
     ++live;
 }
 
-Object::~Object() {
+BrokerObject::~BrokerObject() {
     --live;
 }
 

@@ -10,12 +10,12 @@
 
 namespace cimserver {
 
-class Object {
+class BrokerObject {
 public:
-    Object();
-    Object(const Object&) : Object() {}  // is no clone until it is called one
-    virtual ~Object();
-    Object& operator=(const Object&) = delete;
+    BrokerObject();
+    BrokerObject(const BrokerObject&) : BrokerObject() {}  // is no clone until it is called one
+    virtual ~BrokerObject();
+    BrokerObject& operator=(const BrokerObject&) = delete;
 
     bool is_clone = false;
 };
@@ -45,7 +45,7 @@ public:
 
 private:
     Request* outer_;
-    std::vector<std::unique_ptr<Object>> objects_;
+    std::vector<std::unique_ptr<BrokerObject>> objects_;
 };
 
 // A new object of the calling thread's request. Refuses on a thread without one.
@@ -53,7 +53,7 @@ template <typename Made, typename... Arguments>
 Made* make_object(Arguments&&... arguments) {
     Request* const request = Request::current();
     if (request == nullptr) {
-        throw Refusal{CMPI_RC_ERR_INVALID_HANDLE};
+        throw EntryRefusal{CMPI_RC_ERR_INVALID_HANDLE};
     }
     return request->make<Made>(std::forward<Arguments>(arguments)...);
 }

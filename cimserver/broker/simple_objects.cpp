@@ -21,9 +21,9 @@ CMPIType get_simple_type(const CMPIArray* array) {
     return object(array).type;
 }
 
-Value& element_at(const CMPIArray* array, CMPICount index) {
+CimValue& element_at(const CMPIArray* array, CMPICount index) {
     if (index >= get_size(array)) {
-        throw Refusal{CMPI_RC_ERR_NO_SUCH_PROPERTY};
+        throw EntryRefusal{CMPI_RC_ERR_NO_SUCH_PROPERTY};
     }
     return object(array).elements[index];
 }
@@ -33,10 +33,10 @@ CMPIData get_element_at(const CMPIArray* array, CMPICount index) {
 }
 
 void set_element_at(CMPIArray* array, CMPICount index, const CMPIValue* value, CMPIType type) {
-    Value& element = element_at(array, index);
-    Value given = from_cmpi(value, type);
+    CimValue& element = element_at(array, index);
+    CimValue given = from_cmpi(value, type);
     if (!given.is_null() && given.type != object(array).type) {
-        throw Refusal{CMPI_RC_ERR_TYPE_MISMATCH};
+        throw EntryRefusal{CMPI_RC_ERR_TYPE_MISMATCH};
     }
     element = std::move(given);
 }
@@ -49,7 +49,7 @@ CMPIBoolean has_next(const CMPIEnumeration* enumeration) {
 
 CMPIData get_next(const CMPIEnumeration* enumeration) {
     if (has_next(enumeration) == 0) {
-        throw Refusal{CMPI_RC_ERR_NOT_FOUND};
+        throw EntryRefusal{CMPI_RC_ERR_NOT_FOUND};
     }
     auto& made = object(enumeration);
     return to_cmpi(made.elements[made.next++]);

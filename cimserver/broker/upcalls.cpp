@@ -17,14 +17,14 @@ const ObjectPath& path_of(const CMPIObjectPath* path) {
     return object(path).path;
 }
 
-const Answer& without_failure(const Answer& answer) {
+const ProviderAnswer& without_failure(const ProviderAnswer& answer) {
     if (answer.code != CMPI_RC_OK) {
-        throw Refusal{answer.code};
+        throw EntryRefusal{answer.code};
     }
     return answer;
 }
 
-CMPIEnumeration* objects_of(const Answer& answer) {
+CMPIEnumeration* objects_of(const ProviderAnswer& answer) {
     ValueList values;
     for (const ObjectPath& path : without_failure(answer).paths) {
         values.push_back(path_value(path));
@@ -48,7 +48,7 @@ CMPIEnumeration* enumerate_instances(const CMPIBroker* broker, const CMPIContext
 
 CMPIInstance* get_instance(const CMPIBroker* broker, const CMPIContext*, const CMPIObjectPath* path,
                            const char** properties) {
-    const Answer answer = broker_of(broker).get_instance(path_of(path), property_list(properties));
+    const ProviderAnswer answer = broker_of(broker).get_instance(path_of(path), property_list(properties));
     return make_object<InstanceObject>(without_failure(answer).instances.front(), &broker_of(broker).schema());
 }
 
@@ -83,7 +83,8 @@ CMPIEnumeration* reference_names(const CMPIBroker* broker, const CMPIContext*, c
 CMPIData invoke_method(const CMPIBroker* broker, const CMPIContext*, const CMPIObjectPath* path, const char* method,
                        const CMPIArgs* in, CMPIArgs* out) {
     const NamedList arguments = in == nullptr ? NamedList() : list_of(in);
-    const Answer answer = broker_of(broker).invoke_method(path_of(path), std::string(needed(method)), arguments);
+    const ProviderAnswer answer =
+        broker_of(broker).invoke_method(path_of(path), std::string(needed(method)), arguments);
     without_failure(answer);
     if (out != nullptr) {
         list_of(out) = answer.out;

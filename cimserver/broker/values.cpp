@@ -21,11 +21,11 @@ std::int64_t signed_of(const CMPIValue& value, CMPIType type) {
 }
 
 template <typename Data, typename Handle>
-Value shared_copy(CMPIType type, const Handle* handle, Data Behind<Handle>::*data) {
-    return handle == nullptr ? null_value(type) : Value{type, std::make_shared<const Data>(object(handle).*data)};
+CimValue shared_copy(CMPIType type, const Handle* handle, Data Behind<Handle>::*data) {
+    return handle == nullptr ? null_value(type) : CimValue{type, std::make_shared<const Data>(object(handle).*data)};
 }
 
-Value from_object(const CMPIValue& value, CMPIType type) {
+CimValue from_object(const CMPIValue& value, CMPIType type) {
     switch (type) {
         case CMPI_string:
             return value.string == nullptr ? null_value(type) : text_value(object(value.string).text);
@@ -34,7 +34,7 @@ Value from_object(const CMPIValue& value, CMPIType type) {
         case CMPI_instance:
             return shared_copy(type, value.inst, &InstanceObject::instance);
         default:
-            throw Refusal{CMPI_RC_ERR_INVALID_DATA_TYPE};
+            throw EntryRefusal{CMPI_RC_ERR_INVALID_DATA_TYPE};
     }
 }
 
@@ -70,7 +70,7 @@ struct ToCmpi {
 
 }  // namespace
 
-Value from_cmpi(const CMPIValue* value, CMPIType type) {
+CimValue from_cmpi(const CMPIValue* value, CMPIType type) {
     if (type == CMPI_chars) {
         // The text itself stands where a value's address would.
         return value == nullptr ? null_value(CMPI_string) : text_value(reinterpret_cast<const char*>(value));
@@ -100,7 +100,7 @@ Value from_cmpi(const CMPIValue* value, CMPIType type) {
     return from_object(*value, type);
 }
 
-CMPIData to_cmpi(const Value& value) {
+CMPIData to_cmpi(const CimValue& value) {
     CMPIData data{value.type, CMPI_goodValue, {}};
     std::visit(ToCmpi{data}, value.data);
     return data;

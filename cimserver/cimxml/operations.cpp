@@ -127,7 +127,7 @@ std::string_view status_text(CMPIrc code) {
     return code < std::size(texts) ? texts[code] : "the provider failed";
 }
 
-void throw_failure(const Answer& answer) {
+void throw_failure(const ProviderAnswer& answer) {
     if (answer.code != CMPI_RC_OK) {
         throw CimError{answer.code, answer.message.empty() ? std::string(status_text(answer.code)) : answer.message};
     }
@@ -163,7 +163,7 @@ void complete(ObjectPath& path, const ObjectPath& asked, const std::string& host
 }
 
 // What a provider answered, as it goes out: no failure, whole paths, the properties that are asked for.
-Answer finished(Answer answer, const Call& call, const PropertyList& asked = {}) {
+ProviderAnswer finished(ProviderAnswer answer, const Call& call, const PropertyList& asked = {}) {
     throw_failure(answer);
     for (ObjectPath& path : answer.paths) {
         complete(path, call.message.target, call.host);
@@ -207,7 +207,7 @@ void enumerate_classes(const Call& call) {
 }
 
 void enumerate_instance_names(const Call& call) {
-    const Answer answer =
+    const ProviderAnswer answer =
         finished(call.broker.enumerate_instance_names(class_path_of(call.broker, call.message)), call);
     for (const ObjectPath& path : answer.paths) {
         write_instance_name(call.result, path);
@@ -217,7 +217,7 @@ void enumerate_instance_names(const Call& call) {
 void enumerate_instances(const Call& call) {
     const PropertyList properties = properties_of(call.message);
     const ObjectPath path = class_path_of(call.broker, call.message);
-    const Answer answer = finished(call.broker.enumerate_instances(path, properties), call, properties);
+    const ProviderAnswer answer = finished(call.broker.enumerate_instances(path, properties), call, properties);
     for (const Instance& instance : answer.instances) {
         pugi::xml_node named = pugi::xml_node(call.result).append_child("VALUE.NAMEDINSTANCE");
         write_instance_name(named, instance.path);
@@ -229,17 +229,17 @@ void get_instance(const Call& call) {
     const ObjectPath path = instance_path_of(call.message, "InstanceName");
     (void)known_class(call.broker, path.class_name, CMPI_RC_ERR_INVALID_CLASS);
     const PropertyList properties = properties_of(call.message);
-    const Answer answer = finished(call.broker.get_instance(path, properties), call, properties);
+    const ProviderAnswer answer = finished(call.broker.get_instance(path, properties), call, properties);
     write_instance(call.result, answer.instances.front());
 }
 
 // Associators and References.
-template <Answer (Broker::*operation)(const ObjectPath&, const AssociationFilter&, const PropertyList&) const>
+template <ProviderAnswer (Broker::*operation)(const ObjectPath&, const AssociationFilter&, const PropertyList&) const>
 void associated_objects(const Call& call) {
     const PropertyList properties = properties_of(call.message);
     const ObjectPath source = source_of(call.broker, call.message);
     const AssociationFilter filter = filter_of(call.broker, call.message);
-    const Answer answer = finished((call.broker.*operation)(source, filter, properties), call, properties);
+    const ProviderAnswer answer = finished((call.broker.*operation)(source, filter, properties), call, properties);
     for (const Instance& instance : answer.instances) {
         pugi::xml_node object = pugi::xml_node(call.result).append_child("VALUE.OBJECTWITHPATH");
         write_instance_path(object, instance.path);
@@ -248,11 +248,11 @@ void associated_objects(const Call& call) {
 }
 
 // AssociatorNames and ReferenceNames.
-template <Answer (Broker::*operation)(const ObjectPath&, const AssociationFilter&) const>
+template <ProviderAnswer (Broker::*operation)(const ObjectPath&, const AssociationFilter&) const>
 void associated_names(const Call& call) {
     const ObjectPath source = source_of(call.broker, call.message);
     const AssociationFilter filter = filter_of(call.broker, call.message);
-    const Answer answer = finished((call.broker.*operation)(source, filter), call);
+    const ProviderAnswer answer = finished((call.broker.*operation)(source, filter), call);
     for (const ObjectPath& path : answer.paths) {
         write_instance_path(pugi::xml_node(call.result).append_child("OBJECTPATH"), path);
     }
@@ -315,7 +315,7 @@ std::string run_method_call(const Broker& broker, const Message& message, pugi::
     if (method == nullptr) {
         throw CimError{CMPI_RC_ERR_METHOD_NOT_FOUND, "class " + definition.name + " has no method " + message.name};
     }
-    const Answer answer = broker.invoke_method(message.target, message.name, arguments_of(message, *method));
+    const ProviderAnswer answer = broker.invoke_method(message.target, message.name, arguments_of(message, *method));
     throw_failure(answer);
     if (!answer.return_value.is_null()) {
         write_parameter(response, "RETURNVALUE", {{}, answer.return_value});

@@ -17,7 +17,7 @@ std::string quoted(std::string_view text) {
     return "\"" + std::string(text.substr(0, longest)) + (text.size() > longest ? "...\"" : "\"");
 }
 
-Value read_reference(const pugi::xml_node& node) {
+CimValue read_reference(const pugi::xml_node& node) {
     for (const pugi::xml_node& child : node.children()) {
         if (child.type() == pugi::node_element) {
             return path_value(read_path(child));
@@ -42,7 +42,7 @@ CMPIType key_type(const pugi::xml_node& node, std::string_view text) {
     return CMPI_string;
 }
 
-Value read_key_value(const pugi::xml_node& node) {
+CimValue read_key_value(const pugi::xml_node& node) {
     const std::string_view text = node.text().get();
     auto value = parse_value(key_type(node, text), text);
     if (!value) {
@@ -77,7 +77,7 @@ ObjectPath read_name_in(const pugi::xml_node& node) {
     return path;
 }
 
-Value read_single(const pugi::xml_node& node, CMPIType type, const std::string& parameter) {
+CimValue read_single(const pugi::xml_node& node, CMPIType type, const std::string& parameter) {
     const std::string_view text = node.text().get();
     auto value = parse_value(type, text);
     if (!value) {
@@ -86,7 +86,7 @@ Value read_single(const pugi::xml_node& node, CMPIType type, const std::string& 
     return std::move(*value);
 }
 
-Value read_list(const pugi::xml_node& node, CMPIType type, const std::string& parameter) {
+CimValue read_list(const pugi::xml_node& node, CMPIType type, const std::string& parameter) {
     ValueList list;
     for (const pugi::xml_node& child : node.children()) {
         const std::string_view kind = child.name();
@@ -151,7 +151,7 @@ ObjectPath read_path(const pugi::xml_node& node) {
     return path;
 }
 
-Value read_argument(const Parameter& parameter, const Element& definition) {
+CimValue read_argument(const Parameter& parameter, const Element& definition) {
     const CMPIType type = argument_type(parameter, definition);
     const std::string_view kind = parameter.value.name();
     if (kind.empty()) {

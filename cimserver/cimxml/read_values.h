@@ -17,6 +17,6 @@ std::string read_name_space(const pugi::xml_node& local_name_space_path);
 ObjectPath read_path(const pugi::xml_node& node);
 
 // A method's argument: of the type that the client says, else of the definition's.
-Value read_argument(const Parameter& parameter, const Element& definition);
+CimValue read_argument(const Parameter& parameter, const Element& definition);
 
 }  // namespace cimserver

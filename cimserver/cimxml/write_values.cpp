@@ -53,7 +53,7 @@ void write_reference(pugi::xml_node parent, const ObjectPath& path) {
     }
 }
 
-std::string_view type_of_value(const Value& value) {
+std::string_view type_of_value(const CimValue& value) {
     const std::string_view name = type_name(value.type);
     return name.empty() ? "string" : name;
 }
@@ -105,7 +105,7 @@ void write_instance_path(pugi::xml_node parent, const ObjectPath& path) {
     write_instance_name(whole, path);
 }
 
-void write_value(pugi::xml_node parent, const Value& value) {
+void write_value(pugi::xml_node parent, const CimValue& value) {
     if (value.is_null()) {
         return;
     }
@@ -119,7 +119,7 @@ void write_value(pugi::xml_node parent, const Value& value) {
         return;
     }
     pugi::xml_node array = parent.append_child("VALUE.ARRAY");
-    for (const Value& element : *list) {
+    for (const CimValue& element : *list) {
         if (element.is_null()) {
             array.append_child("VALUE.NULL");
         } else {
@@ -147,7 +147,7 @@ void write_instance(pugi::xml_node parent, const Instance& instance) {
     pugi::xml_node node = parent.append_child("INSTANCE");
     put_attribute(node, "CLASSNAME", instance.path.class_name);
     for (const Named& property : instance.properties) {
-        const Value& value = property.value;
+        const CimValue& value = property.value;
         if (value.type == CMPI_ref) {
             pugi::xml_node reference = node.append_child("PROPERTY.REFERENCE");
             put_attribute(reference, "NAME", property.name);

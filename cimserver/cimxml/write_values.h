@@ -20,7 +20,7 @@ void write_instance_path(pugi::xml_node parent, const ObjectPath& path);  // wit
 void write_instance(pugi::xml_node parent, const Instance& instance);
 
 // VALUE, VALUE.ARRAY or VALUE.REFERENCE; nothing for null.
-void write_value(pugi::xml_node parent, const Value& value);
+void write_value(pugi::xml_node parent, const CimValue& value);
 
 // Some clients don't take an empty-element tag where content may stand: an empty text makes it two tags.
 void close_with_end_tag(pugi::xml_node node);

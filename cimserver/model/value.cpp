@@ -52,7 +52,7 @@ std::string_view trimmed(std::string_view text) {
 }
 
 // Digits of base 10 or, after 0x, 16, the whole text; an integer of the type's bits.
-std::optional<Value> parse_integer(CMPIType type, std::string_view text) {
+std::optional<CimValue> parse_integer(CMPIType type, std::string_view text) {
     const bool negative = text.starts_with('-');
     if (negative || text.starts_with('+')) {
         text.remove_prefix(1);
@@ -69,47 +69,47 @@ std::optional<Value> parse_integer(CMPIType type, std::string_view text) {
         return std::nullopt;
     }
     if (is_unsigned(type)) {
-        return Value{type, magnitude};
+        return CimValue{type, magnitude};
     }
-    return Value{type, static_cast<std::int64_t>(negative ? 0 - magnitude : magnitude)};
+    return CimValue{type, static_cast<std::int64_t>(negative ? 0 - magnitude : magnitude)};
 }
 
-std::optional<Value> parse_real(CMPIType type, std::string_view text) {
+std::optional<CimValue> parse_real(CMPIType type, std::string_view text) {
     const std::string terminated(text);
     char* end = nullptr;
     const double number = std::strtod(terminated.c_str(), &end);
     if (terminated.empty() || end != terminated.c_str() + terminated.size() || !std::isfinite(number)) {
         return std::nullopt;
     }
-    return Value{type, number};
+    return CimValue{type, number};
 }
 
-std::optional<Value> parse_boolean(std::string_view text) {
+std::optional<CimValue> parse_boolean(std::string_view text) {
     if (same_name(text, "true")) {
-        return Value{CMPI_boolean, true};
+        return CimValue{CMPI_boolean, true};
     }
-    return same_name(text, "false") ? std::optional<Value>(Value{CMPI_boolean, false}) : std::nullopt;
+    return same_name(text, "false") ? std::optional<CimValue>(CimValue{CMPI_boolean, false}) : std::nullopt;
 }
 
 }  // namespace
 
-Value text_value(std::string_view text) {
+CimValue text_value(std::string_view text) {
     return {CMPI_string, std::string(text)};
 }
 
-Value uint32_value(std::uint32_t number) {
+CimValue uint32_value(std::uint32_t number) {
     return {CMPI_uint32, std::uint64_t{number}};
 }
 
-Value path_value(ObjectPath path) {
+CimValue path_value(ObjectPath path) {
     return {CMPI_ref, std::make_shared<const ObjectPath>(std::move(path))};
 }
 
-Value instance_value(const Instance& instance) {
+CimValue instance_value(const Instance& instance) {
     return {CMPI_instance, std::make_shared<const Instance>(instance)};
 }
 
-Value text_list(const std::vector<std::string>& texts) {
+CimValue text_list(const std::vector<std::string>& texts) {
     ValueList list;
     for (const std::string& text : texts) {
         list.push_back(text_value(text));
@@ -117,11 +117,11 @@ Value text_list(const std::vector<std::string>& texts) {
     return {CMPI_stringA, std::move(list)};
 }
 
-Value null_value(CMPIType type) {
+CimValue null_value(CMPIType type) {
     return {type, std::monostate()};
 }
 
-const ObjectPath* reference_in(const Value& value) {
+const ObjectPath* reference_in(const CimValue& value) {
     const auto* const path = std::get_if<std::shared_ptr<const ObjectPath>>(&value.data);
     return path == nullptr ? nullptr : path->get();
 }
@@ -135,12 +135,12 @@ bool contains_name(const std::vector<std::string>& names, std::string_view name)
     return std::any_of(names.begin(), names.end(), [&](const std::string& n) { return same_name(n, name); });
 }
 
-const Value* find(const NamedList& list, std::string_view name) {
+const CimValue* find(const NamedList& list, std::string_view name) {
     const Named* const found = find_named(list, name);
     return found == nullptr ? nullptr : &found->value;
 }
 
-void set(NamedList& list, std::string_view name, Value value) {
+void set(NamedList& list, std::string_view name, CimValue value) {
     for (Named& named : list) {
         if (same_name(named.name, name)) {
             named.value = std::move(value);
@@ -173,9 +173,9 @@ CMPIType type_of(std::string_view name) {
     return row == types.end() ? CMPI_null : row->type;
 }
 
-std::optional<Value> parse_value(CMPIType type, std::string_view text) {
+std::optional<CimValue> parse_value(CMPIType type, std::string_view text) {
     if (type == CMPI_string || type == CMPI_dateTime) {
-        return Value{type, std::string(text)};
+        return CimValue{type, std::string(text)};
     }
     const std::string_view word = trimmed(text);
     if (type == CMPI_boolean) {
@@ -187,7 +187,7 @@ std::optional<Value> parse_value(CMPIType type, std::string_view text) {
     return type == CMPI_real32 || type == CMPI_real64 ? parse_real(type, word) : std::nullopt;
 }
 
-std::string value_text(const Value& value) {
+std::string value_text(const CimValue& value) {
     if (const auto* const flag = std::get_if<bool>(&value.data)) {
         return *flag ? "TRUE" : "FALSE";
     }

@@ -17,11 +17,11 @@ namespace cimserver {
 
 struct ObjectPath;
 struct Instance;
-struct Value;
+struct CimValue;
 
-using ValueList = std::vector<Value>;
+using ValueList = std::vector<CimValue>;
 
-struct Value {
+struct CimValue {
     CMPIType type = CMPI_null;  // with CMPI_ARRAY for a list; a null value may have a type
     std::variant<std::monostate, bool, std::uint64_t, std::int64_t, double, std::string,
                  std::shared_ptr<const ObjectPath>, std::shared_ptr<const Instance>, ValueList>
@@ -33,7 +33,7 @@ struct Value {
 
 struct Named {
     std::string name;
-    Value value;
+    CimValue value;
 };
 using NamedList = std::vector<Named>;
 
@@ -55,15 +55,15 @@ struct Instance {
 
 // --- making values ----------------------------------------------------------------------------------------
 
-Value text_value(std::string_view text);
-Value uint32_value(std::uint32_t number);
-Value path_value(ObjectPath path);
-Value instance_value(const Instance& instance);
-Value text_list(const std::vector<std::string>& texts);
-Value null_value(CMPIType type);
+CimValue text_value(std::string_view text);
+CimValue uint32_value(std::uint32_t number);
+CimValue path_value(ObjectPath path);
+CimValue instance_value(const Instance& instance);
+CimValue text_list(const std::vector<std::string>& texts);
+CimValue null_value(CMPIType type);
 
 // The path of a reference; null when the value is none.
-const ObjectPath* reference_in(const Value& value);
+const ObjectPath* reference_in(const CimValue& value);
 
 // --- names ------------------------------------------------------------------------------------------------
 // CIM names are compared without regard to case, ASCII only.
@@ -78,10 +78,10 @@ const Thing* find_named(const std::vector<Thing>& list, std::string_view name) {
     return found == list.end() ? nullptr : &*found;
 }
 
-const Value* find(const NamedList& list, std::string_view name);
+const CimValue* find(const NamedList& list, std::string_view name);
 
 // Replaces the value of that name, which keeps its first spelling, or adds it.
-void set(NamedList& list, std::string_view name, Value value);
+void set(NamedList& list, std::string_view name, CimValue value);
 
 // --- types ------------------------------------------------------------------------------------------------
 
@@ -96,9 +96,9 @@ std::string_view type_name(CMPIType type);
 CMPIType type_of(std::string_view name);
 
 // The value of a single type that a text stands for, as in CIM-XML and MOF. Without one when it stands for none.
-std::optional<Value> parse_value(CMPIType type, std::string_view text);
+std::optional<CimValue> parse_value(CMPIType type, std::string_view text);
 
 // The text of a single value that isn't null, a reference or an instance.
-std::string value_text(const Value& value);
+std::string value_text(const CimValue& value);
 
 }  // namespace cimserver

@@ -94,7 +94,7 @@ private:
     // --- values -------------------------------------------------------------------------------------------
 
     // One value; without a type of its own it takes what it looks like.
-    Value read_single(CMPIType type) {
+    CimValue read_single(CMPIType type) {
         if (token_.kind == TokenKind::text) {
             std::string text = take().text;
             while (token_.kind == TokenKind::text) {  // adjacent texts are one
@@ -114,14 +114,14 @@ private:
         }
         expected("a value");
     }
-    Value converted(CMPIType type, const std::string& text) const {
+    CimValue converted(CMPIType type, const std::string& text) const {
         auto value = parse_value(type, text);
         if (!value) {
             throw Mistake{token_.line, "'" + text + "' is no " + std::string(type_name(type))};
         }
         return std::move(*value);
     }
-    Value read_value(CMPIType type) {
+    CimValue read_value(CMPIType type) {
         const auto element = static_cast<CMPIType>(type & ~CMPI_ARRAY);
         if (!take_if('{')) {
             return read_single(element);
@@ -148,7 +148,7 @@ private:
         do {
             const int line = token_.line;
             std::string name = need_name("a qualifier");
-            Value value{CMPI_boolean, true};
+            CimValue value{CMPI_boolean, true};
             if (take_if('(')) {
                 value = read_value(CMPI_null);
                 need(')');

@@ -6,7 +6,7 @@
 namespace cimserver {
 
 bool Element::has(std::string_view qualifier) const {
-    const Value* const value = find(qualifiers, qualifier);
+    const CimValue* const value = find(qualifiers, qualifier);
     const bool* const flag = value == nullptr ? nullptr : std::get_if<bool>(&value->data);
     return value != nullptr && (flag == nullptr || *flag);
 }

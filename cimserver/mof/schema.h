@@ -18,7 +18,7 @@ struct Element {
     CMPIType type = CMPI_null;  // CMPI_ref for a reference
     std::string reference_class;
     QualifierList qualifiers;
-    Value initial;  // a property's value in the definition; null when it has none
+    CimValue initial;  // a property's value in the definition; null when it has none
 
     bool has(std::string_view qualifier) const;  // present and not false
 };

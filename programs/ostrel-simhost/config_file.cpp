@@ -13,11 +13,9 @@
 #include "configuration/logs_path_rule.h"
 #include "shared/config_file.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 namespace {
-
-class NoObserver final : public ConfigObserver {};
 
 // Why a number isn't the one in the file.
 class CorrectionObserver final : public ConfigObserver {
@@ -77,14 +75,14 @@ char delimiter_of(std::string_view text) {
     return is_old_format(text) && !text.empty() ? ':' : '=';
 }
 
-struct Entry {
+struct ConfigEntry {
     std::string key;
     std::string_view value;
     std::size_t begin;  // of its line
 };
 
-std::vector<Entry> entries_of(std::string_view text) {
-    std::vector<Entry> entries;
+std::vector<ConfigEntry> entries_of(std::string_view text) {
+    std::vector<ConfigEntry> entries;
     const char delimiter = delimiter_of(text);
     for (const std::string_view line : shared::config_lines(text)) {
         const std::size_t split = line.find(delimiter);
@@ -99,7 +97,7 @@ std::vector<Entry> entries_of(std::string_view text) {
 // Of several lines with one key the last counts.
 ConfigChanges values_of(std::string_view text) {
     ConfigChanges values;
-    for (const Entry& entry : entries_of(text)) {
+    for (const ConfigEntry& entry : entries_of(text)) {
         std::string key(shared::trimmed(entry.key));
         const auto same =
             std::find_if(values.begin(), values.end(), [&](const auto& each) { return each.first == key; });
@@ -116,15 +114,15 @@ ConfigChanges values_of(std::string_view text) {
 
 ConfigValues config_at_start(const simhost::Host& host) {
     const std::string text = host.read_file(CONFIG_FILE);
-    NoObserver observer;
+    shared::NoObserver observer;
     return judge(host, text, is_old_format(text), observer).value_or(ConfigValues());
 }
 
-std::vector<ValueNotTaken> values_not_taken_at_start(const simhost::Host& host) {
+std::vector<shared::ValueNotTaken> values_not_taken_at_start(const simhost::Host& host) {
     const std::string text = host.read_file(CONFIG_FILE);
     CorrectionObserver observer(is_old_format(text));
     const auto values = judge(host, text, is_old_format(text), observer).value_or(ConfigValues());
-    std::vector<ValueNotTaken> found;
+    std::vector<shared::ValueNotTaken> found;
     for (const auto& [name, written] : values_of(text)) {
         const ConfigKey* const key = find_config_key(name);
         const std::string in_force = key == nullptr ? written : shared::value_text(*key, values);
@@ -141,7 +139,7 @@ std::vector<ValueNotTaken> values_not_taken_at_start(const simhost::Host& host) 
 
 std::optional<ConfigValues> config_at_cycle(const simhost::Host& host) {
     const std::string text = host.read_file(CONFIG_FILE);
-    NoObserver observer;
+    shared::NoObserver observer;
     return text.empty() ? std::nullopt : judge(host, text, false, observer);
 }
 
@@ -166,7 +164,8 @@ std::string with_config_value(std::string_view text, std::string_view key, std::
     const std::string wanted = canonical_key(key);
     const std::string replacement = fmt::format("{}{}{}", wanted, delimiter_of(text), value);
     const auto entries = entries_of(text);
-    const auto last = std::find_if(entries.rbegin(), entries.rend(), [&](const Entry& e) { return e.key == wanted; });
+    const auto last =
+        std::find_if(entries.rbegin(), entries.rend(), [&](const ConfigEntry& e) { return e.key == wanted; });
     if (last != entries.rend()) {
         const std::size_t end = std::min(text.find('\n', last->begin), text.size());
         return result.replace(last->begin, end - last->begin, replacement);
@@ -221,4 +220,4 @@ bool is_simulated_logs_path(std::string_view path) {
     return false;
 }
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -9,9 +9,10 @@
 #include <vector>
 
 #include "configuration/config_keys.h"
+#include "shared/value_not_taken.h"
 #include "simhost/host.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 inline constexpr char CONFIG_FILE[] = "/etc/ostrel/oxr.conf";
 
@@ -22,13 +23,8 @@ using ConfigChanges = std::vector<std::pair<std::string, std::string>>;
 ConfigValues config_at_start(const simhost::Host& host);
 std::optional<ConfigValues> config_at_cycle(const simhost::Host& host);
 
-// A value of the file that isn't the one in force.
-struct ValueNotTaken {
-    std::string key, written, in_force, why;
-};
-
-// Those that the connection manager, when it starts, puts another value in the place of.
-std::vector<ValueNotTaken> values_not_taken_at_start(const simhost::Host& host);
+// The values of the file that the connection manager, when it starts, puts others in the place of.
+std::vector<shared::ValueNotTaken> values_not_taken_at_start(const simhost::Host& host);
 
 // True for a file without a comment line: lines of a key, ":" and a value.
 bool is_old_format(std::string_view text);
@@ -48,4 +44,4 @@ std::vector<std::string> logs_paths_of(std::string_view text);
 // The simulated host has two folders that can take a log: the default one and the configuration's.
 bool is_simulated_logs_path(std::string_view path);
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -21,7 +21,7 @@
 #define TOML_UNREACHABLE __builtin_unreachable()
 #include <toml++/toml.h>
 
-namespace program {
+namespace ostrel_simhost {
 
 namespace {
 
@@ -47,39 +47,39 @@ std::int64_t seconds_from_epoch(const toml::date_time& moment) {
            moment.time.second - offset;
 }
 
-Value convert(const toml::node& node, int parent_line) {
-    Value value;
+TomlValue convert(const toml::node& node, int parent_line) {
+    TomlValue value;
     value.line = line_of(node, parent_line);
     if (const auto* flag = node.as_boolean()) {
-        value.kind = Value::Kind::flag;
+        value.kind = TomlValue::Kind::flag;
         value.flag = flag->get();
     } else if (const auto* integer = node.as_integer()) {
-        value.kind = Value::Kind::integer;
+        value.kind = TomlValue::Kind::integer;
         value.integer = integer->get();
     } else if (const auto* real = node.as_floating_point()) {
-        value.kind = Value::Kind::real;
+        value.kind = TomlValue::Kind::real;
         value.real = real->get();
     } else if (const auto* text = node.as_string()) {
-        value.kind = Value::Kind::text;
+        value.kind = TomlValue::Kind::text;
         value.text = text->get();
     } else if (const auto* moment = node.as_date_time()) {
-        value.kind = Value::Kind::moment;
+        value.kind = TomlValue::Kind::moment;
         value.integer = seconds_from_epoch(moment->get());
     } else if (const auto* date = node.as_date()) {
-        value.kind = Value::Kind::moment;
+        value.kind = TomlValue::Kind::moment;
         value.integer = days_from_epoch(date->get().year, date->get().month, date->get().day) * 86400;
     } else if (const auto* time = node.as_time()) {
-        value.kind = Value::Kind::text;
+        value.kind = TomlValue::Kind::text;
         value.text = fmt::format("{:02}:{:02}:{:02}", time->get().hour, time->get().minute, time->get().second);
     } else if (const auto* list = node.as_array()) {
-        value.kind = Value::Kind::list;
+        value.kind = TomlValue::Kind::list;
         for (const toml::node& item : *list) {
             value.items.push_back(convert(item, value.line));
         }
     } else if (const auto* table = node.as_table()) {
-        value.kind = Value::Kind::table;
+        value.kind = TomlValue::Kind::table;
         for (const auto& [key, member] : *table) {
-            Value converted = convert(member, value.line);
+            TomlValue converted = convert(member, value.line);
             // A table or list may begin below its key; a plain value never does.
             if (const auto line = key.source().begin.line; line > 0) {
                 converted.line = static_cast<int>(line);
@@ -88,7 +88,7 @@ Value convert(const toml::node& node, int parent_line) {
             value.items.push_back(std::move(converted));
         }
         std::stable_sort(value.items.begin(), value.items.end(),
-                         [](const Value& a, const Value& b) { return a.line < b.line; });
+                         [](const TomlValue& a, const TomlValue& b) { return a.line < b.line; });
     }
     return value;
 }
@@ -105,9 +105,9 @@ std::string as_found(std::string_view description) {
 
 }  // namespace
 
-const Value* Value::member(std::string_view name) const {
+const TomlValue* TomlValue::member(std::string_view name) const {
     if (kind == Kind::table) {
-        for (const Value& item : items) {
+        for (const TomlValue& item : items) {
             if (item.key == name) {
                 return &item;
             }
@@ -116,33 +116,33 @@ const Value* Value::member(std::string_view name) const {
     return nullptr;
 }
 
-std::string describe(const Value& value) {
+std::string describe(const TomlValue& value) {
     constexpr std::size_t shown = 48;
     switch (value.kind) {
-        case Value::Kind::flag:
+        case TomlValue::Kind::flag:
             return value.flag ? "true" : "false";
-        case Value::Kind::integer:
+        case TomlValue::Kind::integer:
             return fmt::format("{}", value.integer);
-        case Value::Kind::real:
+        case TomlValue::Kind::real:
             return fmt::format("{}", value.real);
-        case Value::Kind::text: {
+        case TomlValue::Kind::text: {
             std::string text;
             for (const char c : value.text.substr(0, shown)) {
                 text += (c >= ' ' && c != '\x7f') || (static_cast<unsigned char>(c) & 0x80U) != 0 ? c : '?';
             }
             return fmt::format("\"{}{}\"", text, value.text.size() > shown ? "..." : "");
         }
-        case Value::Kind::moment:
+        case TomlValue::Kind::moment:
             return "a date";
-        case Value::Kind::list:
+        case TomlValue::Kind::list:
             return value.items.empty() ? "an empty list" : fmt::format("a list of {}", value.items.size());
-        case Value::Kind::table:
+        case TomlValue::Kind::table:
             return "a table";
     }
     return "something else";
 }
 
-std::optional<Value> parse_document(std::string_view text, SyntaxError& error) {
+std::optional<TomlValue> parse_document(std::string_view text, SyntaxError& error) {
     const toml::parse_result result = toml::parse(text);
     if (!result) {
         error.line = static_cast<int>(result.error().source().begin.line);
@@ -152,4 +152,4 @@ std::optional<Value> parse_document(std::string_view text, SyntaxError& error) {
     return convert(result.table(), 1);
 }
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -8,9 +8,9 @@
 #include <string_view>
 #include <vector>
 
-namespace program {
+namespace ostrel_simhost {
 
-struct Value {
+struct TomlValue {
     enum class Kind { flag, integer, real, text, moment, list, table };
 
     Kind kind = Kind::table;
@@ -19,14 +19,14 @@ struct Value {
     std::int64_t integer = 0;  // moment: seconds since the epoch
     double real = 0;
     std::string text;
-    std::vector<Value> items;  // of a list, or of a table in the order of the text
-    std::string key;           // that it stands under in its table
+    std::vector<TomlValue> items;  // of a list, or of a table in the order of the text
+    std::string key;               // that it stands under in its table
 
-    const Value* member(std::string_view name) const;  // of a table; null when absent
+    const TomlValue* member(std::string_view name) const;  // of a table; null when absent
 };
 
 // What a value is, for "found ...": "text", 12, a list, ...
-std::string describe(const Value& value);
+std::string describe(const TomlValue& value);
 
 struct SyntaxError {
     int line = 1;
@@ -34,6 +34,6 @@ struct SyntaxError {
 };
 
 // Reads `text`. On failure `error` is filled and the result is empty. Nothing is thrown.
-std::optional<Value> parse_document(std::string_view text, SyntaxError& error);
+std::optional<TomlValue> parse_document(std::string_view text, SyntaxError& error);
 
-}  // namespace program
+}  // namespace ostrel_simhost

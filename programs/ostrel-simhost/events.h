@@ -7,7 +7,7 @@
 #include "names.h"
 #include "scenario.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 // An event while it is read.
 struct EventInput {
@@ -15,7 +15,7 @@ struct EventInput {
     Names& names;
     Fields& fields;  // of the event
     std::string_view key;
-    const Value& value;  // of the key
+    const TomlValue& value;  // of the key
 
     NameReader reader() const { return {problems, names}; }
     std::string path() const { return fields.key_name(key); }
@@ -33,4 +33,4 @@ struct EventKind {
 
 std::span<const EventKind> event_kinds();
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -6,7 +6,7 @@
 #include "scenario_parts.h"
 #include "simhost/operations.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 namespace {
 
@@ -30,17 +30,17 @@ constexpr std::array<ErrorName, 14> ERROR_NAMES = {{{"EPERM", EPERM},
                                                     {"EROFS", EROFS}}};
 
 int read_errno(Fields& fields) {
-    const Value* value = fields.find("errno");
+    const TomlValue* value = fields.find("errno");
     if (value == nullptr) {
         return 0;
     }
     constexpr std::int64_t most = 4095;
-    if (value->kind == Value::Kind::integer && value->integer >= 1 && value->integer <= most) {
+    if (value->kind == TomlValue::Kind::integer && value->integer >= 1 && value->integer <= most) {
         return static_cast<int>(value->integer);
     }
     std::string all;
     for (const ErrorName& error : ERROR_NAMES) {
-        if (value->kind == Value::Kind::text && value->text == error.name) {
+        if (value->kind == TomlValue::Kind::text && value->text == error.name) {
             return error.number;
         }
         all += fmt::format("{}, ", error.name);
@@ -51,7 +51,7 @@ int read_errno(Fields& fields) {
 
 }  // namespace
 
-simhost::Fault read_fault(Problems& problems, const Value& table, const std::string& path) {
+simhost::Fault read_fault(Problems& problems, const TomlValue& table, const std::string& path) {
     Fields fields(problems, table, path);
     simhost::Fault fault;
     fault.operation = fields.required_text("operation", "the name of an operation of the host");
@@ -77,4 +77,4 @@ simhost::Fault read_fault(Problems& problems, const Value& table, const std::str
     return fault;
 }
 
-}  // namespace program
+}  // namespace ostrel_simhost

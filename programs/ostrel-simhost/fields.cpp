@@ -6,20 +6,20 @@
 
 #include "shared/duration.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 void Problems::add(int line, std::string key, std::string expected, std::string found) {
     problems_.push_back({line, std::move(key), std::move(expected), std::move(found)});
 }
 
-Fields::Fields(Problems& problems, const Value& table, std::string path)
+Fields::Fields(Problems& problems, const TomlValue& table, std::string path)
     : problems_(problems), table_(table), path_(std::move(path)) {}
 
 std::string Fields::key_name(std::string_view key) const {
     return path_.empty() ? std::string(key) : fmt::format("{}.{}", path_, key);
 }
 
-const Value* Fields::find(std::string_view key) {
+const TomlValue* Fields::find(std::string_view key) {
     if (std::find(known_.begin(), known_.end(), key) == known_.end()) {
         known_.emplace_back(key);
     }
@@ -27,7 +27,7 @@ const Value* Fields::find(std::string_view key) {
 }
 
 void Fields::complain(std::string_view key, std::string expected) {
-    if (const Value* value = table_.member(key)) {
+    if (const TomlValue* value = table_.member(key)) {
         problems_.add(value->line, key_name(key), std::move(expected), describe(*value));
     } else {
         complain_missing(key, expected);
@@ -39,11 +39,11 @@ void Fields::complain_missing(std::string_view key, std::string_view expected) {
 }
 
 std::optional<std::string> Fields::text(std::string_view key) {
-    const Value* value = find(key);
+    const TomlValue* value = find(key);
     if (value == nullptr) {
         return std::nullopt;
     }
-    if (value->kind != Value::Kind::text) {
+    if (value->kind != TomlValue::Kind::text) {
         complain(key, "a text in quotes");
         return std::nullopt;
     }
@@ -55,12 +55,12 @@ std::optional<std::string> Fields::text(std::string_view key) {
 }
 
 std::string Fields::required_text(std::string_view key, std::string_view expected) {
-    const Value* value = find(key);
+    const TomlValue* value = find(key);
     if (value == nullptr) {
         complain_missing(key, expected);
         return {};
     }
-    if (value->kind != Value::Kind::text || value->text.empty() || value->text.find('\0') != std::string::npos) {
+    if (value->kind != TomlValue::Kind::text || value->text.empty() || value->text.find('\0') != std::string::npos) {
         complain(key, std::string(expected));
         return {};
     }
@@ -68,11 +68,11 @@ std::string Fields::required_text(std::string_view key, std::string_view expecte
 }
 
 std::optional<std::int64_t> Fields::integer(std::string_view key, std::int64_t least, std::int64_t most) {
-    const Value* value = find(key);
+    const TomlValue* value = find(key);
     if (value == nullptr) {
         return std::nullopt;
     }
-    if (value->kind != Value::Kind::integer || value->integer < least || value->integer > most) {
+    if (value->kind != TomlValue::Kind::integer || value->integer < least || value->integer > most) {
         complain(key, fmt::format("a whole number from {} to {}", least, most));
         return std::nullopt;
     }
@@ -80,16 +80,16 @@ std::optional<std::int64_t> Fields::integer(std::string_view key, std::int64_t l
 }
 
 std::optional<double> Fields::seconds(std::string_view key, double least) {
-    const Value* value = find(key);
+    const TomlValue* value = find(key);
     if (value == nullptr) {
         return std::nullopt;
     }
     std::optional<double> result;
-    if (value->kind == Value::Kind::integer) {
+    if (value->kind == TomlValue::Kind::integer) {
         result = static_cast<double>(value->integer);
-    } else if (value->kind == Value::Kind::real) {
+    } else if (value->kind == TomlValue::Kind::real) {
         result = value->real;
-    } else if (value->kind == Value::Kind::text) {
+    } else if (value->kind == TomlValue::Kind::text) {
         result = shared::parse_duration(value->text);
     }
     if (!result || !(*result >= least && *result <= shared::LONGEST_DURATION_SECONDS)) {
@@ -102,11 +102,11 @@ std::optional<double> Fields::seconds(std::string_view key, double least) {
 }
 
 std::optional<bool> Fields::flag(std::string_view key) {
-    const Value* value = find(key);
+    const TomlValue* value = find(key);
     if (value == nullptr) {
         return std::nullopt;
     }
-    if (value->kind != Value::Kind::flag) {
+    if (value->kind != TomlValue::Kind::flag) {
         complain(key, "true or false");
         return std::nullopt;
     }
@@ -115,16 +115,16 @@ std::optional<bool> Fields::flag(std::string_view key) {
 
 std::vector<Word> Fields::texts(std::string_view key) {
     std::vector<Word> words;
-    const Value* value = find(key);
+    const TomlValue* value = find(key);
     if (value == nullptr) {
         return words;
     }
-    if (value->kind != Value::Kind::list) {
+    if (value->kind != TomlValue::Kind::list) {
         complain(key, "a list of texts in brackets");
         return words;
     }
-    for (const Value& item : value->items) {
-        if (item.kind != Value::Kind::text || item.text.find('\0') != std::string::npos) {
+    for (const TomlValue& item : value->items) {
+        if (item.kind != TomlValue::Kind::text || item.text.find('\0') != std::string::npos) {
             problems_.add(item.line, key_name(key), "a text in quotes", describe(item));
         } else {
             words.push_back({item.text, item.line});
@@ -133,18 +133,18 @@ std::vector<Word> Fields::texts(std::string_view key) {
     return words;
 }
 
-std::vector<const Value*> Fields::tables(std::string_view key) {
-    std::vector<const Value*> result;
-    const Value* value = find(key);
+std::vector<const TomlValue*> Fields::tables(std::string_view key) {
+    std::vector<const TomlValue*> result;
+    const TomlValue* value = find(key);
     if (value == nullptr) {
         return result;
     }
-    if (value->kind != Value::Kind::list) {
+    if (value->kind != TomlValue::Kind::list) {
         complain(key, path_.empty() ? fmt::format("[[{}]] in double brackets", key) : "a list of tables");
         return result;
     }
-    for (const Value& item : value->items) {
-        if (item.kind != Value::Kind::table) {
+    for (const TomlValue& item : value->items) {
+        if (item.kind != TomlValue::Kind::table) {
             problems_.add(item.line, key_name(key), "a table", describe(item));
         } else {
             result.push_back(&item);
@@ -153,9 +153,9 @@ std::vector<const Value*> Fields::tables(std::string_view key) {
     return result;
 }
 
-const Value* Fields::table(std::string_view key) {
-    const Value* value = find(key);
-    if (value != nullptr && value->kind != Value::Kind::table) {
+const TomlValue* Fields::table(std::string_view key) {
+    const TomlValue* value = find(key);
+    if (value != nullptr && value->kind != TomlValue::Kind::table) {
         complain(key, path_.empty() ? fmt::format("a table, [{}]", key) : "a table { ... }");
         return nullptr;
     }
@@ -163,11 +163,11 @@ const Value* Fields::table(std::string_view key) {
 }
 
 std::optional<std::size_t> Fields::choice(std::string_view key, std::span<const std::string_view> words) {
-    const Value* value = find(key);
+    const TomlValue* value = find(key);
     if (value == nullptr) {
         return std::nullopt;
     }
-    if (value->kind == Value::Kind::text) {
+    if (value->kind == TomlValue::Kind::text) {
         const auto found = std::find(words.begin(), words.end(), value->text);
         if (found != words.end()) {
             return static_cast<std::size_t>(found - words.begin());
@@ -178,7 +178,7 @@ std::optional<std::size_t> Fields::choice(std::string_view key, std::span<const 
 }
 
 void Fields::finish() {
-    for (const Value& value : table_.items) {
+    for (const TomlValue& value : table_.items) {
         if (std::find(known_.begin(), known_.end(), value.key) == known_.end()) {
             problems_.add(value.line, key_name(value.key), fmt::format("one of the keys {}", fmt::join(known_, ", ")),
                           fmt::format("the key {}", value.key));
@@ -186,4 +186,4 @@ void Fields::finish() {
     }
 }
 
-}  // namespace program
+}  // namespace ostrel_simhost

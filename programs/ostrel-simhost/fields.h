@@ -12,7 +12,7 @@
 
 #include "document.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 struct Problem {
     int line = 1;
@@ -39,22 +39,22 @@ struct Word {
 class Fields {
 public:
     // `path` names the table in complaints ("adapter"); empty for the document itself.
-    Fields(Problems& problems, const Value& table, std::string path);
+    Fields(Problems& problems, const TomlValue& table, std::string path);
 
     int line() const { return table_.line; }
     std::string key_name(std::string_view key) const;  // "adapter.name"
 
     // The value of a key, which is thereby a known one; null when absent.
-    const Value* find(std::string_view key);
+    const TomlValue* find(std::string_view key);
 
     std::optional<std::string> text(std::string_view key);
     std::string required_text(std::string_view key, std::string_view expected);  // empty after a complaint
     std::optional<std::int64_t> integer(std::string_view key, std::int64_t least, std::int64_t most);
     std::optional<double> seconds(std::string_view key, double least = 0);  // a number or a duration's text
     std::optional<bool> flag(std::string_view key);
-    std::vector<Word> texts(std::string_view key);           // a list of texts
-    std::vector<const Value*> tables(std::string_view key);  // [[key]], or a list of tables
-    const Value* table(std::string_view key);                // [key]
+    std::vector<Word> texts(std::string_view key);               // a list of texts
+    std::vector<const TomlValue*> tables(std::string_view key);  // [[key]], or a list of tables
+    const TomlValue* table(std::string_view key);                // [key]
     std::optional<std::size_t> choice(std::string_view key, std::span<const std::string_view> words);
     std::optional<std::size_t> choice(std::string_view key, std::initializer_list<std::string_view> words) {
         return choice(key, std::span(words.begin(), words.size()));
@@ -68,9 +68,9 @@ public:
 
 private:
     Problems& problems_;
-    const Value& table_;
+    const TomlValue& table_;
     std::string path_;
     std::vector<std::string> known_;
 };
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -5,7 +5,7 @@
 
 #include <cerrno>
 
-namespace program {
+namespace ostrel_simhost {
 
 namespace {
 
@@ -42,4 +42,4 @@ std::vector<std::string> InputLines::wait(int milliseconds) {
     return lines;
 }
 
-}  // namespace program
+}  // namespace ostrel_simhost

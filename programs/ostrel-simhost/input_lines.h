@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-namespace program {
+namespace ostrel_simhost {
 
 class InputLines {
 public:
@@ -21,4 +21,4 @@ private:
     std::string pending_;
 };
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -3,7 +3,7 @@
 
 #include "view.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 namespace {
 
@@ -82,7 +82,7 @@ public:
     void begin(const RunHead& head, const std::vector<TargetRow>& rows, const std::vector<Address>& addresses,
                const simhost::Totals& totals, int paths) override {
         Json not_taken = Json::array();
-        for (const ValueNotTaken& value : head.not_taken) {
+        for (const shared::ValueNotTaken& value : head.not_taken) {
             not_taken.push_back(
                 {{"key", value.key}, {"written", value.written}, {"in_force", value.in_force}, {"why", value.why}});
         }
@@ -110,7 +110,7 @@ public:
 
     void pass(const PassRecord& pass) override {
         Json log = Json::array();
-        for (const LogLine& line : pass.log) {
+        for (const FoldedLogLine& line : pass.log) {
             log.push_back(
                 {{"level", line.level}, {"function", line.function}, {"text", line.text}, {"times", line.times}});
         }
@@ -169,4 +169,4 @@ std::unique_ptr<View> make_json_view() {
     return std::make_unique<JsonView>();
 }
 
-}  // namespace program
+}  // namespace ostrel_simhost

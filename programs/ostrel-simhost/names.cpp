@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-namespace program {
+namespace ostrel_simhost {
 
 namespace {
 
@@ -66,7 +66,7 @@ std::vector<std::string> NameReader::new_addresses(Fields& fields, std::string_v
             ips.push_back(word.text);
         }
     }
-    if (const Value* value = fields.find(key); value->kind == Value::Kind::list && value->items.empty()) {
+    if (const TomlValue* value = fields.find(key); value->kind == TomlValue::Kind::list && value->items.empty()) {
         fields.complain(key, "at least one IPv4 address");
     }
     return ips;
@@ -181,4 +181,4 @@ std::string NameReader::nic(Fields& fields, std::string_view key) {
     return ip;
 }
 
-}  // namespace program
+}  // namespace ostrel_simhost

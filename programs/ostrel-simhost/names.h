@@ -11,7 +11,7 @@
 #include "fields.h"
 #include "scenario.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 bool is_ipv4(std::string_view text);
 
@@ -62,4 +62,4 @@ private:
     Names& names_;
 };
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -10,8 +10,9 @@
 #include "events.h"
 #include "scenario_parts.h"
 #include "shared/config_file.h"
+#include "shared/nearest.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 namespace {
 
@@ -33,9 +34,9 @@ bool is_event(std::string_view key) {
     return std::any_of(kinds.begin(), kinds.end(), [key](const EventKind& kind) { return kind.key == key; });
 }
 
-void set_line(Value& value, int line) {
+void set_line(TomlValue& value, int line) {
     value.line = line;
-    for (Value& item : value.items) {
+    for (TomlValue& item : value.items) {
         set_line(item, line);
     }
 }
@@ -46,9 +47,9 @@ bool is_whole(std::string_view text, Number& number) {
     return error == std::errc() && end == text.data() + text.size();
 }
 
-Value text_value(const std::string& key, const std::string& text, int line) {
-    Value value;
-    value.kind = Value::Kind::text;
+TomlValue text_value(const std::string& key, const std::string& text, int line) {
+    TomlValue value;
+    value.kind = TomlValue::Kind::text;
     value.key = key;
     value.text = text;
     value.line = line;
@@ -56,22 +57,22 @@ Value text_value(const std::string& key, const std::string& text, int line) {
 }
 
 // As the value would stand in the text; what is no number stays a text, which the reader complains about.
-Value value_of(const std::string& key, const std::string& text, int line) {
-    Value value = text_value(key, text, line);
+TomlValue value_of(const std::string& key, const std::string& text, int line) {
+    TomlValue value = text_value(key, text, line);
     if (key != LOGS_PATH_KEY && is_whole(text, value.integer)) {
-        value.kind = Value::Kind::integer;
+        value.kind = TomlValue::Kind::integer;
     } else if (contains(HOST_KEYS, key) && is_whole(text, value.real)) {
-        value.kind = Value::Kind::real;
+        value.kind = TomlValue::Kind::real;
     }
     return value;
 }
 
-Value* member(Value& table, std::string_view name) {
-    return const_cast<Value*>(table.member(name));
+TomlValue* member(TomlValue& table, std::string_view name) {
+    return const_cast<TomlValue*>(table.member(name));
 }
 
-void put(Value& table, Value value) {
-    if (Value* const present = member(table, value.key)) {
+void put(TomlValue& table, TomlValue value) {
+    if (TomlValue* const present = member(table, value.key)) {
         *present = std::move(value);
     } else {
         table.items.push_back(std::move(value));
@@ -79,24 +80,24 @@ void put(Value& table, Value value) {
 }
 
 // The table of the document, made when it isn't there. Null: something else has its name, which the reader tells.
-Value* table_of(Value& document, const std::string& name, int line) {
+TomlValue* table_of(TomlValue& document, const std::string& name, int line) {
     if (member(document, name) == nullptr) {
-        Value table;
+        TomlValue table;
         table.key = name;
         table.line = line;
         document.items.push_back(std::move(table));
     }
-    Value* const found = member(document, name);
-    return found->kind == Value::Kind::table ? found : nullptr;
+    TomlValue* const found = member(document, name);
+    return found->kind == TomlValue::Kind::table ? found : nullptr;
 }
 
 // The entries of a [[list]] that have this name.
-std::vector<Value*> entries_named(Value& document, std::string_view list, std::string_view name) {
-    std::vector<Value*> found;
-    if (Value* const entries = member(document, list)) {
-        for (Value& entry : entries->items) {
-            const Value* const its_name = entry.member("name");
-            if (its_name != nullptr && its_name->kind == Value::Kind::text && its_name->text == name) {
+std::vector<TomlValue*> entries_named(TomlValue& document, std::string_view list, std::string_view name) {
+    std::vector<TomlValue*> found;
+    if (TomlValue* const entries = member(document, list)) {
+        for (TomlValue& entry : entries->items) {
+            const TomlValue* const its_name = entry.member("name");
+            if (its_name != nullptr && its_name->kind == TomlValue::Kind::text && its_name->text == name) {
                 found.push_back(&entry);
             }
         }
@@ -104,11 +105,12 @@ std::vector<Value*> entries_named(Value& document, std::string_view list, std::s
     return found;
 }
 
-std::vector<std::string> names_in(const Value& document, std::string_view list) {
+std::vector<std::string> names_in(const TomlValue& document, std::string_view list) {
     std::vector<std::string> names;
-    if (const Value* const entries = document.member(list)) {
-        for (const Value& entry : entries->items) {
-            if (const Value* const name = entry.member("name"); name != nullptr && name->kind == Value::Kind::text) {
+    if (const TomlValue* const entries = document.member(list)) {
+        for (const TomlValue& entry : entries->items) {
+            if (const TomlValue* const name = entry.member("name");
+                name != nullptr && name->kind == TomlValue::Kind::text) {
                 names.push_back(name->text);
             }
         }
@@ -116,9 +118,31 @@ std::vector<std::string> names_in(const Value& document, std::string_view list) 
     return names;
 }
 
+// All that an override may begin with.
+std::vector<std::string> keys_of(const TomlValue& document) {
+    std::vector<std::string> keys;
+    std::transform(std::begin(config_keys), std::end(config_keys), std::back_inserter(keys),
+                   [](const ConfigKey& key) { return std::string(key.name); });
+    keys.insert(keys.end(), HOST_KEYS.begin(), HOST_KEYS.end());
+    for (const EventKind& kind : event_kinds()) {
+        if (!contains(HOST_KEYS, kind.key)) {
+            keys.emplace_back(kind.key);
+        }
+    }
+    const std::vector<std::string> volumes = names_in(document, "volumes");
+    std::copy_if(volumes.begin(), volumes.end(), std::back_inserter(keys),
+                 [](const std::string& name) { return name.find('#') != std::string::npos; });
+    for (const std::string_view list : {"volumes", "group_scoped_target"}) {
+        for (const std::string& name : names_in(document, list)) {
+            keys.push_back(name + std::string(SESSIONS_SUFFIX));
+        }
+    }
+    return keys;
+}
+
 class Overrider {
 public:
-    Overrider(Problems& problems, Value& document, const std::string& option, int line)
+    Overrider(Problems& problems, TomlValue& document, const std::string& option, int line)
         : problems_(problems), document_(document), line_(line) {
         const std::size_t split = option.find('=');
         key_ = shared::trimmed(std::string_view(option).substr(0, split));
@@ -128,32 +152,32 @@ public:
 
     void apply() {
         if (!whole_) {
-            problems_.add(line_, "option", "KEY=VALUE, KEY being " + known_keys(), key_.empty() ? "no key" : "no =");
+            problems_.add(line_, "option", "KEY=VALUE, KEY being " + a_key(), key_.empty() ? "no key" : "no =");
         } else if (is_config_key(key_)) {
             set_config();
         } else if (contains(HOST_KEYS, key_)) {
-            if (Value* const host = table_of(document_, "host", line_)) {
+            if (TomlValue* const host = table_of(document_, "host", line_)) {
                 put(*host, value_of(key_, text_, line_));
             }
         } else if (is_event(key_)) {
             add_event();
         } else if (!set_sessions() && !set_count()) {
-            problems_.add(line_, "key", known_keys(), fmt::format("\"{}\"", key_));
+            problems_.add(line_, "key", a_key(), fmt::format("\"{}\"", key_));
         }
     }
 
 private:
     void set_config() {
-        const Value value = value_of(key_, text_, line_);
-        Value* const file = member(document_, "config_file");
+        const TomlValue value = value_of(key_, text_, line_);
+        TomlValue* const file = member(document_, "config_file");
         if (file == nullptr) {
-            if (Value* const config = table_of(document_, "config", line_)) {
+            if (TomlValue* const config = table_of(document_, "config", line_)) {
                 put(*config, value);
             }
             return;
         }
         // The text of a file isn't judged key by key when it is read, so this one is judged here.
-        Value table;
+        TomlValue table;
         table.items.push_back(value);
         for (const auto& [key, text] : read_config_changes(problems_, table, "config_file")) {
             file->text = with_config_value(file->text, key, text);
@@ -176,8 +200,8 @@ private:
         }
         set_line(*event, line_);
         if (member(document_, "event") == nullptr) {
-            Value& events = document_.items.emplace_back();
-            events.kind = Value::Kind::list;
+            TomlValue& events = document_.items.emplace_back();
+            events.kind = TomlValue::Kind::list;
             events.key = "event";
         }
         member(document_, "event")->items.push_back(std::move(*event));
@@ -205,7 +229,7 @@ private:
     }
 
     // False: there is no entry.
-    bool put_into(const std::vector<Value*>& entries, const std::string& key) {
+    bool put_into(const std::vector<TomlValue*>& entries, const std::string& key) {
         if (entries.size() > 1) {
             problems_.add(line_, "key", "a name that one entry has", fmt::format("{} entries", entries.size()));
         } else if (entries.size() == 1) {
@@ -214,37 +238,18 @@ private:
         return !entries.empty();
     }
 
-    std::string known_keys() const {
-        std::vector<std::string> counts;
-        auto all = names_in(document_, "volumes");
-        std::copy_if(all.begin(), all.end(), std::back_inserter(counts),
-                     [](const std::string& name) { return name.find('#') != std::string::npos; });
-        const auto targets = names_in(document_, "group_scoped_target");
-        std::vector<std::string_view> keys;
-        std::transform(std::begin(config_keys), std::end(config_keys), std::back_inserter(keys),
-                       [](const ConfigKey& key) { return key.name; });
-        const auto kinds = event_kinds();
-        std::vector<std::string_view> events;
-        std::transform(kinds.begin(), kinds.end(), std::back_inserter(events),
-                       [](const EventKind& kind) { return kind.key; });
-        all.insert(all.end(), targets.begin(), targets.end());
-        constexpr std::size_t most = 12;
-        const auto list = [](std::vector<std::string> names) {
-            if (names.size() > most) {
-                names.resize(most);
-                names.emplace_back("...");
-            }
-            return names.empty() ? "there is none" : fmt::format("{}", fmt::join(names, ", "));
-        };
-        return fmt::format(
-            "a configuration key ({}), the number of volumes ({}), NAME.sessions (NAME: {}), a [host] number ({}) or "
-            "an "
-            "event ({})",
-            fmt::join(keys, ", "), list(counts), list(all), fmt::join(HOST_KEYS, ", "), fmt::join(events, ", "));
+    // What a mistyped key may be meant for, and where all are told.
+    std::string a_key() const {
+        constexpr std::size_t most = 3;
+        const std::vector<std::string> keys = keys_of(document_);
+        auto near = shared::nearest_names(key_, std::vector<std::string_view>(keys.begin(), keys.end()));
+        near.resize(std::min(near.size(), most));
+        return fmt::format("a key that ostrel-simhost --keys SCENARIO lists{}",
+                           near.empty() ? "" : fmt::format(", such as {}", fmt::join(near, ", ")));
     }
 
     Problems& problems_;
-    Value& document_;
+    TomlValue& document_;
     const int line_;
     std::string key_, text_;
     bool whole_ = false;
@@ -252,10 +257,15 @@ private:
 
 }  // namespace
 
-void apply_overrides(Problems& problems, Value& document, const std::vector<std::string>& overrides) {
+void apply_overrides(Problems& problems, TomlValue& document, const std::vector<std::string>& overrides) {
     for (std::size_t i = 0; i < overrides.size(); ++i) {
         Overrider(problems, document, overrides[i], option_line(i)).apply();
     }
+}
+
+std::vector<std::string> override_keys(std::string_view text) {
+    SyntaxError error;
+    return keys_of(parse_document(text, error).value_or(TomlValue{}));
 }
 
 std::string option_of(int line, const std::vector<std::string>& overrides) {
@@ -263,4 +273,4 @@ std::string option_of(int line, const std::vector<std::string>& overrides) {
     return line < 0 && index < overrides.size() ? "--set " + overrides[index] : "";
 }
 
-}  // namespace program
+}  // namespace ostrel_simhost

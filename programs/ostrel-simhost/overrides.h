@@ -2,18 +2,23 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "document.h"
 #include "fields.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 // Enters "KEY=VALUE" texts into the document, the later ones over the earlier. KEY is one of the configuration
 // file, the name of a [[volumes]] entry with # (its count), NAME.sessions, a number of [host], or an event, which
 // happens at the start. What can't be entered is complained about; a value that only the scenario reader can judge
 // carries option_line() as its line.
-void apply_overrides(Problems& problems, Value& document, const std::vector<std::string>& overrides);
+void apply_overrides(Problems& problems, TomlValue& document, const std::vector<std::string>& overrides);
+
+// The keys that can be overridden in the scenario of this text: those of every scenario, then those of its own volumes
+// and group-scoped targets.
+std::vector<std::string> override_keys(std::string_view text);
 
 // Where no line of the text is to blame but the option of this index.
 constexpr int option_line(std::size_t index) {
@@ -23,4 +28,4 @@ constexpr int option_line(std::size_t index) {
 // The option that such a line stands for; empty for a line of the text.
 std::string option_of(int line, const std::vector<std::string>& overrides);
 
-}  // namespace program
+}  // namespace ostrel_simhost

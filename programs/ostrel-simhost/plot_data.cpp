@@ -4,7 +4,7 @@
 #include <iterator>
 #include <set>
 
-namespace program {
+namespace ostrel_simhost {
 
 namespace {
 
@@ -75,4 +75,4 @@ PlotData PlotRecord::finish(double end) {
     return std::move(data_);
 }
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -8,7 +8,7 @@
 
 #include "record.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 // A step line: from each time on its value stands. A negative value: the target isn't there.
 using Course = std::vector<std::pair<double, int>>;
@@ -49,4 +49,4 @@ private:
     std::map<std::string, std::size_t> places_;  // of a target in data_.curves
 };
 
-}  // namespace program
+}  // namespace ostrel_simhost

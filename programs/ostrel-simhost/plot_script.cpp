@@ -9,7 +9,7 @@
 #include "shared/duration.h"
 #include "shared/name_list.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 namespace {
 
@@ -554,4 +554,4 @@ std::string plot_script(const PlotData& data, PlotFormat format) {
     return Script(data, format).write();
 }
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -5,11 +5,11 @@
 
 #include "plot_data.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 enum class PlotFormat { svg, png };
 
 // Draws to gnuplot's standard output.
 std::string plot_script(const PlotData& data, PlotFormat format);
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -10,7 +10,7 @@
 #include "plot_data.h"
 #include "shared/child_process.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 namespace {
 
@@ -123,4 +123,4 @@ std::unique_ptr<View> make_plot_view(std::unique_ptr<View> printing, std::string
     return std::make_unique<PlotView>(std::move(printing), std::move(file), failure);
 }
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -8,7 +8,7 @@
 #include "plot_script.h"
 #include "view.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 // By the suffix of the file's name; empty for any other than .svg and .png.
 std::optional<PlotFormat> plot_format_of(const std::string& file);
@@ -19,4 +19,4 @@ std::string plot_obstacle(const std::string& file);
 // `failure` is filled at the end when there is no picture, with one line that says why; it must outlive the view.
 std::unique_ptr<View> make_plot_view(std::unique_ptr<View> printing, std::string file, std::string& failure);
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -10,7 +10,7 @@
 #include "cimserver/server.h"
 #include "cmpi/cmpi.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 namespace {
 
@@ -87,4 +87,4 @@ void Provider::stop() {
     }
 }
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -8,7 +8,7 @@ namespace cimserver {
 class Server;
 }
 
-namespace program {
+namespace ostrel_simhost {
 
 class Provider {
 public:
@@ -38,4 +38,4 @@ private:
     std::unique_ptr<cimserver::Server> server_;
 };
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -8,7 +8,7 @@
 #include "config_file.h"
 #include "simhost/host.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 struct TargetRow {
     std::string name;
@@ -35,13 +35,14 @@ struct TargetRow {
     bool same_state(const TargetRow& other) const;  // everything but the names
     int sessions() const { return dynamic_sessions + static_sessions + pending_sessions; }
     bool is_balanced() const { return !static_mode && supported; }
+    // Sessions that it lacks; one that is logging in is not lacking.
     int short_by() const { return is_balanced() && sessions() < required ? required - sessions() : 0; }
 };
 
 using Address = simhost::NicView;
 
 // A line of the connection manager's log, repeated ones folded.
-struct LogLine {
+struct FoldedLogLine {
     std::string level;
     std::string function;
     std::string text;
@@ -77,7 +78,7 @@ struct PassRecord {
     std::vector<std::string> rescanned;
     std::vector<std::string> dead_paths_requested;
     std::vector<std::string> rediscovered;
-    std::vector<LogLine> log;
+    std::vector<FoldedLogLine> log;
     std::vector<TargetRow> rows;
     std::vector<Address> addresses;
     simhost::Totals totals;
@@ -89,4 +90,4 @@ struct PassRecord {
     }
 };
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -7,7 +7,7 @@
 
 #include "shared/log_line.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 namespace {
 
@@ -27,8 +27,8 @@ void add_once(std::vector<std::string>& list, const std::string& text) {
 
 }  // namespace
 
-std::vector<LogLine> log_lines(std::string_view text, int level) {
-    std::vector<LogLine> lines;
+std::vector<FoldedLogLine> log_lines(std::string_view text, int level) {
+    std::vector<FoldedLogLine> lines;
     shared::LogLine parsed;
     while (!text.empty()) {
         const std::string_view line = text.substr(0, text.find('\n'));
@@ -40,7 +40,7 @@ std::vector<LogLine> log_lines(std::string_view text, int level) {
         const std::size_t length = level == 0 ? line.size() - begin - parsed.text.size() : std::string_view::npos;
         std::string key(line.substr(begin, length));
         const auto same =
-            std::find_if(lines.begin(), lines.end(), [&](const LogLine& other) { return other.key == key; });
+            std::find_if(lines.begin(), lines.end(), [&](const FoldedLogLine& other) { return other.key == key; });
         if (same != lines.end()) {
             ++same->times;
         } else {
@@ -289,4 +289,4 @@ void Recorder::see(const simhost::Event& event) {
     }
 }
 
-}  // namespace program
+}  // namespace ostrel_simhost

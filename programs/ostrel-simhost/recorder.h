@@ -11,7 +11,7 @@
 #include "record.h"
 #include "site.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 using RecordItem = std::variant<Happening, StateRecord, PassRecord>;
 
@@ -90,6 +90,6 @@ private:
 
 // The lines of a piece of log up to `level` (0: ERROR and WARN, 1: INFO too, 2: all); for level 0 lines of one
 // place in the code are folded into the first.
-std::vector<LogLine> log_lines(std::string_view text, int level);
+std::vector<FoldedLogLine> log_lines(std::string_view text, int level);
 
-}  // namespace program
+}  // namespace ostrel_simhost

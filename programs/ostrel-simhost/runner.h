@@ -8,7 +8,7 @@
 #include "shared/terminal.h"
 #include "simhost/host.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 struct RunOptions {
     std::string scenario_file;          // as named in the output
@@ -31,4 +31,4 @@ enum ExitCode { EXIT_FINE = 0, EXIT_BROKEN = 1, EXIT_BAD_INPUT = 2, EXIT_NOT_RUN
 // making is kept, but not after SIGTERM or when nobody reads any more where it is.
 int run_scenario(const Scenario& scenario, const RunOptions& options);
 
-}  // namespace program
+}  // namespace ostrel_simhost

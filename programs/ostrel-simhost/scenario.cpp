@@ -8,7 +8,7 @@
 #include "scenario_parts.h"
 #include "shared/duration.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 namespace {
 
@@ -52,16 +52,16 @@ void take_iqn(Problems& problems, Names& names, Fields& fields, const std::strin
     }
 }
 
-void read_host(Problems& problems, const Value& table, Scenario& scenario) {
+void read_host(Problems& problems, const TomlValue& table, Scenario& scenario) {
     Fields fields(problems, table, "host");
     scenario.login_seconds = fields.seconds("login_seconds").value_or(scenario.login_seconds);
     scenario.claim_seconds = fields.seconds("claim_seconds", -1).value_or(scenario.claim_seconds);
     // A rediscovery isn't over before its logins are, unless the scenario says so.
     scenario.discovery_seconds = fields.seconds("discovery_seconds").value_or(scenario.login_seconds);
-    if (const Value* start = fields.find("start_time")) {
+    if (const TomlValue* start = fields.find("start_time")) {
         constexpr std::int64_t latest = 253402300799;  // the end of year 9999
-        if ((start->kind == Value::Kind::moment || start->kind == Value::Kind::integer) && start->integer >= 0 &&
-            start->integer <= latest) {
+        if ((start->kind == TomlValue::Kind::moment || start->kind == TomlValue::Kind::integer) &&
+            start->integer >= 0 && start->integer <= latest) {
             scenario.start_time = start->integer;
         } else {
             fields.complain("start_time", "a date and time such as 2024-05-01T08:00:00Z, 1970 or later");
@@ -72,7 +72,7 @@ void read_host(Problems& problems, const Value& table, Scenario& scenario) {
     fields.finish();
 }
 
-void read_adapter(Problems& problems, Names& names, const Value& table, Scenario& scenario) {
+void read_adapter(Problems& problems, Names& names, const TomlValue& table, Scenario& scenario) {
     Fields fields(problems, table, "adapter");
     AdapterEntry adapter;
     adapter.name = read_new_name(fields, "name", ADAPTER_NAME_CAPACITY);
@@ -85,7 +85,7 @@ void read_adapter(Problems& problems, Names& names, const Value& table, Scenario
     scenario.adapters.push_back(std::move(adapter));
 }
 
-void read_group(Problems& problems, Names& names, const Value& table, Scenario& scenario) {
+void read_group(Problems& problems, Names& names, const TomlValue& table, Scenario& scenario) {
     Fields fields(problems, table, "group");
     simhost::GroupSpec group;
     group.name = read_new_name(fields, "name", EUI_CAPACITY);
@@ -96,18 +96,18 @@ void read_group(Problems& problems, Names& names, const Value& table, Scenario& 
         group.mode = read_mode(fields, "mode");
     }
     group.discovery_ip = NameReader(problems, names).new_address(fields, "discovery_ip");
-    for (const Value* array : fields.tables("arrays")) {
+    for (const TomlValue* array : fields.tables("arrays")) {
         group.arrays.push_back(read_array(problems, names, *array, "group.arrays", group.name));
     }
-    const Value* arrays = fields.find("arrays");
-    if (arrays == nullptr || (arrays->kind == Value::Kind::list && arrays->items.empty())) {
+    const TomlValue* arrays = fields.find("arrays");
+    if (arrays == nullptr || (arrays->kind == TomlValue::Kind::list && arrays->items.empty())) {
         fields.complain("arrays", "at least one array, such as { name = \"a1\", data_ips = [\"10.1.1.1\"] }");
     }
     fields.finish();
     scenario.groups.push_back(std::move(group));
 }
 
-void read_group_scoped_target(Problems& problems, Names& names, const Value& table, Scenario& scenario) {
+void read_group_scoped_target(Problems& problems, Names& names, const TomlValue& table, Scenario& scenario) {
     Fields fields(problems, table, "group_scoped_target");
     NameReader reader(problems, names);
     GroupScopedTargetEntry target;
@@ -133,7 +133,7 @@ void read_group_scoped_target(Problems& problems, Names& names, const Value& tab
     }
 }
 
-void read_static_target(Problems& problems, Names& names, const Value& table, Scenario& scenario) {
+void read_static_target(Problems& problems, Names& names, const TomlValue& table, Scenario& scenario) {
     Fields fields(problems, table, "static_target");
     NameReader reader(problems, names);
     StaticTargetEntry entry;
@@ -155,7 +155,7 @@ void read_config(Problems& problems, Fields& document, Scenario& scenario) {
         check_logs_paths(document, "config_file", *text);
         scenario.config_text = *text;
     }
-    if (const Value* table = document.table("config")) {
+    if (const TomlValue* table = document.table("config")) {
         if (scenario.config_text) {
             document.complain("config", "either config_file or [config], not both");
         }
@@ -164,10 +164,10 @@ void read_config(Problems& problems, Fields& document, Scenario& scenario) {
 }
 
 void read_site(Problems& problems, Names& names, Fields& document, Scenario& scenario) {
-    if (const Value* host = document.table("host")) {
+    if (const TomlValue* host = document.table("host")) {
         read_host(problems, *host, scenario);
     }
-    for (const Value* adapter : document.tables("adapter")) {
+    for (const TomlValue* adapter : document.tables("adapter")) {
         read_adapter(problems, names, *adapter, scenario);
     }
     if (document.find("adapter") == nullptr) {
@@ -175,13 +175,13 @@ void read_site(Problems& problems, Names& names, Fields& document, Scenario& sce
     } else if (scenario.adapters.size() > MOST_ADAPTERS) {
         document.complain("adapter", fmt::format("at most {} adapters", MOST_ADAPTERS));
     }
-    for (const Value* group : document.tables("group")) {
+    for (const TomlValue* group : document.tables("group")) {
         read_group(problems, names, *group, scenario);
     }
-    for (const Value* target : document.tables("group_scoped_target")) {
+    for (const TomlValue* target : document.tables("group_scoped_target")) {
         read_group_scoped_target(problems, names, *target, scenario);
     }
-    for (const Value* volumes : document.tables("volumes")) {
+    for (const TomlValue* volumes : document.tables("volumes")) {
         auto entries = read_volumes(problems, names, *volumes, "volumes");
         std::move(entries.begin(), entries.end(), std::back_inserter(scenario.volumes));
     }
@@ -189,13 +189,14 @@ void read_site(Problems& problems, Names& names, Fields& document, Scenario& sce
 
 }  // namespace
 
-std::vector<VolumeEntry> read_volumes(Problems& problems, Names& names, const Value& table, const std::string& path) {
+std::vector<VolumeEntry> read_volumes(Problems& problems, Names& names, const TomlValue& table,
+                                      const std::string& path) {
     Fields fields(problems, table, path);
     NameReader reader(problems, names);
     VolumeEntry volume;
     const std::string pattern = read_new_name(fields, "name", EUI_CAPACITY);
     const auto count = fields.integer("count", 1, MOST_VOLUMES).value_or(1);
-    const Value* const count_given = fields.find("count");
+    const TomlValue* const count_given = fields.find("count");
     const int count_line = count_given != nullptr ? count_given->line : table.line;
     if (count_line < 0) {
         names.overridden_count = count_line;
@@ -271,7 +272,7 @@ std::vector<VolumeEntry> read_volumes(Problems& problems, Names& names, const Va
     return volumes;
 }
 
-simhost::ArraySpec read_array(Problems& problems, Names& names, const Value& table, const std::string& path,
+simhost::ArraySpec read_array(Problems& problems, Names& names, const TomlValue& table, const std::string& path,
                               const std::string& group) {
     Fields fields(problems, table, path);
     simhost::ArraySpec array;
@@ -285,7 +286,7 @@ simhost::ArraySpec read_array(Problems& problems, Names& names, const Value& tab
     return array;
 }
 
-SessionEntry read_session(Problems& problems, Names& names, const Value& table, const std::string& path) {
+SessionEntry read_session(Problems& problems, Names& names, const TomlValue& table, const std::string& path) {
     Fields fields(problems, table, path);
     NameReader reader(problems, names);
     SessionEntry session;
@@ -309,7 +310,7 @@ SessionEntry read_session(Problems& problems, Names& names, const Value& table, 
     return session;
 }
 
-ConfigChanges read_config_changes(Problems& problems, const Value& table, const std::string& path) {
+ConfigChanges read_config_changes(Problems& problems, const TomlValue& table, const std::string& path) {
     Fields fields(problems, table, path);
     ConfigChanges changes;
     for (const ConfigKey& key : config_keys) {
@@ -377,13 +378,13 @@ ScenarioOrProblems read_scenario(std::string_view text, const std::vector<std::s
     const auto events = fields.tables("event");
     EventReader event_reader(problems, names);
     event_reader.collect(events);
-    for (const Value* entry : fields.tables("static_target")) {
+    for (const TomlValue* entry : fields.tables("static_target")) {
         read_static_target(problems, names, *entry, scenario);
     }
-    for (const Value* session : fields.tables("session")) {
+    for (const TomlValue* session : fields.tables("session")) {
         scenario.sessions.push_back(read_session(problems, names, *session, "session"));
     }
-    for (const Value* event : events) {
+    for (const TomlValue* event : events) {
         if (auto action = event_reader.read(*event)) {
             scenario.actions.push_back(std::move(*action));
         }
@@ -412,11 +413,11 @@ std::optional<TimedAction> read_event(std::string_view line, const Scenario& sce
         return std::nullopt;
     }
     Problems found;
-    if (const Value* const at = document->member("at")) {
+    if (const TomlValue* const at = document->member("at")) {
         found.add(at->line, "event.at", "no time, for it happens at once", describe(*at));
     } else {
-        Value now;
-        now.kind = Value::Kind::integer;
+        TomlValue now;
+        now.kind = TomlValue::Kind::integer;
         now.key = "at";
         document->items.push_back(now);
     }
@@ -441,4 +442,4 @@ std::string problems_text(const std::vector<Problem>& problems, std::string_view
     return text;
 }
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -28,7 +28,7 @@
 #include "fields.h"
 #include "simhost/host.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 class Site;
 struct Names;
@@ -73,12 +73,14 @@ struct SessionEntry {
 struct Action {
     std::string text;
     std::function<void(Site& site, simhost::Host& host)> act;
+    std::string state_of = {};  // whose state it sets, which lasts until the next event that does; empty: nothing's
 };
 
 struct TimedAction {
     double at_seconds = 0;
     std::string note;  // shown beside the action; may be empty
     Action action;
+    bool by_option = false;  // not of the scenario's text
 };
 
 struct Scenario {
@@ -118,4 +120,4 @@ std::optional<TimedAction> read_event(std::string_view line, const Scenario& sce
 // at most `most` of them, then how many more.
 std::string problems_text(const std::vector<Problem>& problems, std::string_view file, std::size_t most = 20);
 
-}  // namespace program
+}  // namespace ostrel_simhost

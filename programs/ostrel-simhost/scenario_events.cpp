@@ -5,29 +5,29 @@
 #include "events.h"
 #include "scenario_parts.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 namespace {
 
-bool is_action(const Value& item) {
+bool is_action(const TomlValue& item) {
     return item.key != "at" && item.key != "note";
 }
 
 }  // namespace
 
-void EventReader::collect(const std::vector<const Value*>& events) {
-    for (const Value* event : events) {
+void EventReader::collect(const std::vector<const TomlValue*>& events) {
+    for (const TomlValue* event : events) {
         Fields fields(problems_, *event, "event");
         for (const EventKind& kind : event_kinds()) {
-            const Value* const value = event->member(kind.key);
-            if (kind.brings_in && value != nullptr && value->kind == Value::Kind::table) {
+            const TomlValue* const value = event->member(kind.key);
+            if (kind.brings_in && value != nullptr && value->kind == TomlValue::Kind::table) {
                 brought_in_.emplace(value, kind.read({problems_, names_, fields, kind.key, *value}));
             }
         }
     }
 }
 
-std::optional<TimedAction> EventReader::read(const Value& table) {
+std::optional<TimedAction> EventReader::read(const TomlValue& table) {
     Fields fields(problems_, table, "event");
     TimedAction timed;
     const auto at = fields.seconds("at");
@@ -40,8 +40,8 @@ std::optional<TimedAction> EventReader::read(const Value& table) {
     // All are asked, so that every key of an action is a known one.
     std::optional<Action> action;
     for (const EventKind& kind : event_kinds()) {
-        const Value* const value = fields.find(kind.key);
-        if (value != nullptr && !kind.table.empty() && value->kind != Value::Kind::table) {
+        const TomlValue* const value = fields.find(kind.key);
+        if (value != nullptr && !kind.table.empty() && value->kind != TomlValue::Kind::table) {
             fields.complain(kind.key, std::string(kind.table));
         } else if (value != nullptr) {
             action = kind.brings_in ? brought_in_.at(value) : kind.read({problems_, names_, fields, kind.key, *value});
@@ -56,7 +56,8 @@ std::optional<TimedAction> EventReader::read(const Value& table) {
         return std::nullopt;
     }
     timed.action = std::move(*action);
+    timed.by_option = table.line < 0;
     return timed;
 }
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -10,7 +10,7 @@
 
 #include "shared/needs.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 namespace {
 
@@ -234,4 +234,4 @@ bool TargetRow::same_state(const TargetRow& other) const {
     return tied(*this) == tied(other);
 }
 
-}  // namespace program
+}  // namespace ostrel_simhost

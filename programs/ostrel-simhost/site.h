@@ -10,7 +10,7 @@
 #include "scenario.h"
 #include "simhost/host.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 // Called after an action on the thread that ran it, with the host's lock held: what was done, and the host's
 // refusal or an empty text.
@@ -54,4 +54,4 @@ simhost::HostOptions host_options(const Scenario& scenario);
 // connection manager compares with its limit.
 int balanced_paths(const simhost::Host& host);
 
-}  // namespace program
+}  // namespace ostrel_simhost

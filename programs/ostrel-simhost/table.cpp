@@ -7,7 +7,7 @@
 #include "shared/name_list.h"
 #include "verdict.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 namespace {
 
@@ -140,4 +140,4 @@ std::vector<std::string> address_legend(const std::vector<Address>& addresses) {
     return lines;
 }
 
-}  // namespace program
+}  // namespace ostrel_simhost

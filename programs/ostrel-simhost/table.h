@@ -7,7 +7,7 @@
 
 #include "record.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 enum class Ink { plain, head, good, poor, bad, event };
 
@@ -31,4 +31,4 @@ std::vector<std::string> table_lines(const std::vector<TargetRow>& rows, const s
 // "1 = 10.0.1.11 (vmhba64)", ...: which column of the last column is which address.
 std::vector<std::string> address_legend(const std::vector<Address>& addresses);
 
-}  // namespace program
+}  // namespace ostrel_simhost

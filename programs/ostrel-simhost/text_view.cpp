@@ -8,7 +8,7 @@
 #include "table.h"
 #include "view.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 namespace {
 
@@ -53,9 +53,8 @@ public:
         print(fmt::format("{} for {} at {} speed; {} volumes, {} targets, {} sessions, {} paths", head.scenario_file,
                           shared::duration_text(head.for_seconds), head.speed, totals.volumes, totals.targets,
                           totals.sessions, paths));
-        for (const ValueNotTaken& value : head.not_taken) {
-            print(pen_(Ink::poor, fmt::format("{}={} is not taken, {} is in force: {}", value.key, value.written,
-                                              value.in_force, value.why)));
+        for (const shared::ValueNotTaken& value : head.not_taken) {
+            print(pen_(Ink::poor, not_taken_text(value)));
         }
         print(
             "need: sessions required; dyn, sta, pend: dynamic, static, pending sessions; * mode switch under way; x "
@@ -192,13 +191,13 @@ private:
         addresses_ = addresses;
     }
 
-    void show_log(const std::vector<LogLine>& log) {
+    void show_log(const std::vector<FoldedLogLine>& log) {
         if (!log.empty() && same_log(log)) {
             print("    log as before");
             return;
         }
         last_log_.clear();
-        for (const LogLine& line : log) {
+        for (const FoldedLogLine& line : log) {
             const Ink ink = line.level == "ERROR" || line.level == "WARN" ? Ink::poor : Ink::plain;
             print("    " +
                   pen_(ink, fmt::format("log {} {}: {}{}", line.level, line.function, line.text,
@@ -207,9 +206,10 @@ private:
         }
     }
 
-    bool same_log(const std::vector<LogLine>& log) const {
-        return log.empty() || std::equal(log.begin(), log.end(), last_log_.begin(), last_log_.end(),
-                                         [](const LogLine& line, const std::string& key) { return line.key == key; });
+    bool same_log(const std::vector<FoldedLogLine>& log) const {
+        return log.empty() ||
+               std::equal(log.begin(), log.end(), last_log_.begin(), last_log_.end(),
+                          [](const FoldedLogLine& line, const std::string& key) { return line.key == key; });
     }
 
     bool same_rows(const std::vector<TargetRow>& rows) const {
@@ -243,4 +243,4 @@ std::unique_ptr<View> make_text_view(bool colours, bool live) {
     return std::make_unique<TextView>(colours, live);
 }
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -8,7 +8,7 @@
 
 #include "record.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 struct RunOutcome {
     PassRecord last_pass;         // number 0: no pass was completed
@@ -24,6 +24,7 @@ struct RunOutcome {
     int most_paths = 0;
     std::vector<std::string> violations;  // broken invariants, leftovers after the end among them
     std::map<std::string, std::uint64_t, std::less<>> let_pass;  // hazards whose broken invariants are, and how often
+    std::vector<std::string> undone;                             // what options asked for and the scenario took back
     bool interrupted = false;
     bool stalled = false;  // the connection manager made no progress for a real minute
     std::string root;
@@ -42,4 +43,4 @@ struct Verdict {
 
 Verdict judge(const RunOutcome& outcome);
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -9,7 +9,7 @@
 #include "scenario.h"
 #include "verdict.h"
 
-namespace program {
+namespace ostrel_simhost {
 
 struct RunHead {
     std::string scenario_file;
@@ -18,7 +18,7 @@ struct RunHead {
     std::string library;
     double for_seconds = 0;
     std::string speed;  // "instant", "real", "10-fold"
-    std::vector<ValueNotTaken> not_taken;
+    std::vector<shared::ValueNotTaken> not_taken;
 };
 
 class View {
@@ -39,4 +39,4 @@ public:
 std::unique_ptr<View> make_text_view(bool colours, bool live);
 std::unique_ptr<View> make_json_view();
 
-}  // namespace program
+}  // namespace ostrel_simhost

@@ -19,8 +19,9 @@ std::string headline(const ConfigReport& report) {
     if (report.start.refuses) {
         return "it is empty";
     }
-    const auto corrected = static_cast<std::size_t>(std::count_if(
-        report.values.begin(), report.values.end(), [](const ConfigReport::Value& value) { return value.corrected; }));
+    const auto corrected =
+        static_cast<std::size_t>(std::count_if(report.values.begin(), report.values.end(),
+                                               [](const ConfigReport::KeyValue& value) { return value.corrected; }));
     std::vector<std::string> parts;
     if (corrected > 0) {
         parts.push_back("corrects " + count_of(corrected, "value", "values"));
@@ -48,7 +49,7 @@ std::string values_text(const ConfigReport& report) {
     Columns columns;
     columns.add(both ? std::vector<std::string>{"key", "line", "in the file", "running", "at a start", "why"}
                      : std::vector<std::string>{"key", "line", "in the file", "in force", "why"});
-    for (const ConfigReport::Value& value : report.values) {
+    for (const ConfigReport::KeyValue& value : report.values) {
         std::vector<std::string> cells = {value.key, lines_text(value.lines),
                                           value.lines.empty() ? "-" : printable(value.in_file, 40),
                                           both && report.running.refuses ? "kept" : value.in_force};
@@ -95,7 +96,7 @@ Json reading_json(const ConfigReport::Reading& reading) {
 
 Json report_json(const std::string& file, const ConfigReport& report) {
     Json values = Json::array();
-    for (const ConfigReport::Value& value : report.values) {
+    for (const ConfigReport::KeyValue& value : report.values) {
         values.push_back({{"key", value.key},
                           {"lines", value.lines},
                           {"line_in_force", value.lines.empty() ? Json() : Json(value.lines.back())},

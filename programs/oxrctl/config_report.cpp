@@ -19,6 +19,7 @@
 #include "oxrctl/hidden_characters.h"
 #include "oxrctl/text.h"
 #include "shared/config_file.h"
+#include "shared/nearest.h"
 
 namespace oxrctl {
 
@@ -86,7 +87,7 @@ public:
     }
 
     void value_read(const ConfigKey& key, std::uint32_t found, std::uint32_t used, bool accepted) override {
-        ConfigReport::Value& value = enter(key.name);
+        ConfigReport::KeyValue& value = enter(key.name);
         value.corrected = trimmed(value.in_file) != std::to_string(used);
         const bool given_up = converting_ && !key.in_old_format;
         if (given_up) {
@@ -130,7 +131,7 @@ public:
 
     // A line with the key of the logs path, in any spelling; `usable`: the reader takes its value.
     void logs_path_line(bool usable) {
-        ConfigReport::Value& value = enter(LOGS_PATH_KEY);
+        ConfigReport::KeyValue& value = enter(LOGS_PATH_KEY);
         if (!usable) {
             report_.ignored.push_back(
                 {number_, text_,
@@ -140,20 +141,20 @@ public:
     }
 
 private:
-    ConfigReport::Value& value_of(std::string_view key) {
+    ConfigReport::KeyValue& value_of(std::string_view key) {
         return *std::find_if(report_.values.begin(), report_.values.end(),
-                             [key](const ConfigReport::Value& value) { return value.key == key; });
+                             [key](const ConfigReport::KeyValue& value) { return value.key == key; });
     }
 
-    ConfigReport::Value& enter(std::string_view key) {
-        ConfigReport::Value& value = value_of(key);
+    ConfigReport::KeyValue& enter(std::string_view key) {
+        ConfigReport::KeyValue& value = value_of(key);
         value.lines.push_back(number_);
         value.in_file = text_.substr(text_.find(converting_ ? ':' : '=') + 1);
         return value;
     }
 
     void correct(std::string_view key, std::uint32_t used, const std::string& why) {
-        ConfigReport::Value& value = value_of(key);
+        ConfigReport::KeyValue& value = value_of(key);
         value.in_force = std::to_string(used);
         value.why = why;
         value.corrected = true;
@@ -168,7 +169,7 @@ private:
         std::vector<std::string_view> keys;
         std::transform(std::begin(config_keys), std::end(config_keys), std::back_inserter(keys),
                        [](const ConfigKey& key) { return key.name; });
-        const std::string near = nearest(plain, keys);
+        const std::string near = shared::nearest(plain, keys);
         return near.empty() ? "unknown key" : fmt::format("unknown key; did you mean {}?", near);
     }
 
@@ -198,11 +199,8 @@ void take_lines(const std::vector<std::string>& lines, ConfigJudge& judge, Colle
     }
 }
 
-// Notices nothing: for a first look at the form of a file.
-class NoObserver final : public ConfigObserver {};
-
 bool is_old_format(const std::vector<std::string>& lines) {
-    NoObserver observer;
+    shared::NoObserver observer;
     ConfigJudge judge(false, observer);
     take_lines(lines, judge, nullptr, '=');
     return judge.fitness() == ConfigFitness::not_converted;
@@ -225,7 +223,7 @@ void judge_logs_path(const std::vector<std::string>& lines, ConfigValues& values
             found = value;
         }
     }
-    ConfigReport::Value& entry = report.values.back();
+    ConfigReport::KeyValue& entry = report.values.back();
     if (is_usable_logs_path(found.c_str())) {
         oxr::copy_text(values.ostrel_logs_path, found);
     } else if (!entry.lines.empty() && found != values.ostrel_logs_path) {
@@ -235,7 +233,7 @@ void judge_logs_path(const std::vector<std::string>& lines, ConfigValues& values
 }
 
 void enter_values(const ConfigValues& values, ConfigReport& report) {
-    for (ConfigReport::Value& entry : report.values) {
+    for (ConfigReport::KeyValue& entry : report.values) {
         entry.in_force = shared::value_text(*find_config_key(entry.key), values);
         if (entry.lines.empty() && entry.why.empty()) {
             entry.why = "the default";
@@ -317,7 +315,7 @@ void note_the_form(const std::vector<std::string>& lines, ConfigReport& report) 
 }
 
 void note_repeated_keys(ConfigReport& report) {
-    for (const ConfigReport::Value& value : report.values) {
+    for (const ConfigReport::KeyValue& value : report.values) {
         if (value.lines.size() > 1) {
             report.notes.push_back(fmt::format("{} is in lines {}: line {} is in force.", value.key,
                                                fmt::join(value.lines, ", "), value.lines.back()));
@@ -353,7 +351,7 @@ void note_what_is_cut(const std::vector<std::string>& lines, ConfigReport& repor
 
 bool ConfigReport::is_clean() const {
     return ignored.empty() && notes.empty() && rewrite_reasons.empty() &&
-           std::none_of(values.begin(), values.end(), [](const Value& value) { return value.corrected; });
+           std::none_of(values.begin(), values.end(), [](const KeyValue& value) { return value.corrected; });
 }
 
 bool ConfigReport::readings_differ() const {

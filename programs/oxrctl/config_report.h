@@ -9,7 +9,7 @@
 namespace oxrctl {
 
 struct ConfigReport {
-    struct Value {
+    struct KeyValue {
         std::string key;
         std::string in_file;  // as written; empty with no lines: the key isn't there
         std::string
@@ -36,7 +36,7 @@ struct ConfigReport {
     };
 
     bool old_format = false;
-    std::vector<Value> values;  // every key, in the order of the canonical file
+    std::vector<KeyValue> values;  // every key, in the order of the canonical file
     std::vector<IgnoredLine> ignored;
     std::vector<HiddenCharacter> hidden;
     Reading running, start;

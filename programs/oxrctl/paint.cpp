@@ -8,13 +8,13 @@ namespace {
 
 constexpr std::string_view RED = "1;31", YELLOW = "33", GREEN = "32", BLUE = "36";
 
-struct Word {
+struct ColouredWord {
     std::string_view text;
     std::string_view colour;
     std::string_view behind;  // one of these characters stands behind it, or two blanks, or the line ends
 };
 
-constexpr Word words[] = {
+constexpr ColouredWord words[] = {
     {"critical", RED, ""},   {"unknown", BLUE, ""},    {"warning", YELLOW, ""},
     {"well", GREEN, ""},     {"ERROR", RED, " "},      {"WARN", YELLOW, " "},
     {"SETTLED", GREEN, ":"}, {"SETTLED", YELLOW, ","}, {"NOT SETTLED", RED, ":,"},
@@ -25,8 +25,8 @@ bool begins_a_cell(std::string_view text, std::size_t at) {
     return before.empty() || before.ends_with('\n') || before.ends_with("  ") || before.ends_with(" x ");
 }
 
-const Word* word_at(std::string_view text, std::size_t at) {
-    for (const Word& word : words) {
+const ColouredWord* word_at(std::string_view text, std::size_t at) {
+    for (const ColouredWord& word : words) {
         const std::string_view rest = text.substr(at);
         if (rest.starts_with(word.text)) {
             const std::string_view behind = rest.substr(word.text.size());
@@ -44,7 +44,7 @@ const Word* word_at(std::string_view text, std::size_t at) {
 std::string painted(const std::string& text) {
     std::string result;
     for (std::size_t at = 0; at < text.size(); ++at) {
-        const Word* const word = begins_a_cell(text, at) ? word_at(text, at) : nullptr;
+        const ColouredWord* const word = begins_a_cell(text, at) ? word_at(text, at) : nullptr;
         if (word == nullptr) {
             result += text[at];
             continue;

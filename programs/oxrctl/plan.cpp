@@ -29,7 +29,7 @@ std::vector<PlanRun> runs_of(const PlanOptions& options, const ScenarioFromLog* 
         runs.push_back({scenario, {}, options.run_for});
     }
     if (made != nullptr) {
-        runs.push_back({options.write.empty() ? options.from_log : options.write, {}, options.run_for, made->text});
+        runs.push_back({options.write.empty() ? made->log : options.write, {}, options.run_for, made->text});
     }
     if (options.what_if.empty()) {
         return runs;
@@ -57,9 +57,9 @@ std::vector<PlanSubject> subjects_of(const std::vector<PlanRun>& runs, std::vect
 }
 
 // What is in force instead is told before anybody plans with it by mistake.
-Answer refuse_values(const std::vector<ValueNotTaken>& values, bool json) {
+Answer refuse_values(const std::vector<shared::ValueNotTaken>& values, bool json) {
     std::string complaint;
-    for (const ValueNotTaken& value : values) {
+    for (const shared::ValueNotTaken& value : values) {
         complaint += (complaint.empty() ? "--what-if: " : "; ") + not_taken_text(value);
     }
     return {json ? json_text({{"version", JSON_VERSION}, {"not_taken", not_taken_json(values)}}) : "", EXIT_UNUSABLE,
@@ -74,6 +74,7 @@ Answer plan(const PlanOptions& options) {
     std::vector<PlanSubject> subjects = subjects_of(runs, run_plans(runs));
     if (made) {
         for (PlanSubject& subject : subjects) {
+            subject.read = made->read;
             subject.guesses = made->guesses;
         }
     }

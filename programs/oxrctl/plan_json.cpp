@@ -62,6 +62,7 @@ Json of_subject(const PlanSubject& subject) {
             {"fine", plan.fine()},
             {"settled", plan.settled},
             {"reasons", plan.reasons},
+            {"read", subject.read.empty() ? Json() : Json(subject.read)},
             {"guesses", subject.guesses},
             {"notes", notes_of(subject)},
             {"violations", plan.violations},
@@ -109,9 +110,9 @@ Json differences(const Plan& a, const Plan& b) {
 
 }  // namespace
 
-Json not_taken_json(const std::vector<ValueNotTaken>& values) {
+Json not_taken_json(const std::vector<shared::ValueNotTaken>& values) {
     Json all = Json::array();
-    for (const ValueNotTaken& value : values) {
+    for (const shared::ValueNotTaken& value : values) {
         all.push_back(
             {{"key", value.key}, {"written", value.written}, {"in_force", value.in_force}, {"why", value.why}});
     }

@@ -115,22 +115,18 @@ std::vector<std::string> broken_invariants(const Plan& plan) {
     return all;
 }
 
-std::vector<ValueNotTaken> values_refused(const std::vector<PlanSubject>& subjects) {
+std::vector<shared::ValueNotTaken> values_refused(const std::vector<PlanSubject>& subjects) {
     if (subjects.back().overrides.empty()) {
         return {};
     }
-    std::vector<ValueNotTaken> values = subjects.back().plan.not_taken;
-    std::erase_if(values, [&](const ValueNotTaken& value) {
+    std::vector<shared::ValueNotTaken> values = subjects.back().plan.not_taken;
+    std::erase_if(values, [&](const shared::ValueNotTaken& value) {
         const auto& before = subjects.front().plan.not_taken;
-        return std::any_of(before.begin(), before.end(), [&](const ValueNotTaken& other) {
+        return std::any_of(before.begin(), before.end(), [&](const shared::ValueNotTaken& other) {
             return other.key == value.key && other.written == value.written && other.in_force == value.in_force;
         });
     });
     return values;
-}
-
-std::string not_taken_text(const ValueNotTaken& value) {
-    return fmt::format("{}={} is not taken, {} is in force: {}", value.key, value.written, value.in_force, value.why);
 }
 
 std::vector<std::string> notes_of(const PlanSubject& subject) {

@@ -12,6 +12,7 @@ struct PlanSubject {
     std::string label;                   // as a person names it: "demo.toml with vol_sessions=4"
     std::vector<std::string> overrides;  // KEY=VALUE
     Plan plan;
+    std::string read = {};                  // of a log, that the scenario rests on; empty: it is none of a log
     std::vector<std::string> guesses = {};  // what was made up or left out of the scenario
 };
 
@@ -51,11 +52,9 @@ std::vector<std::string> broken_invariants(const Plan& plan);
 std::vector<std::string> notes_of(const PlanSubject& subject);
 
 // The values that the service doesn't take because of the second plan's overrides.
-std::vector<ValueNotTaken> values_refused(const std::vector<PlanSubject>& subjects);
+std::vector<shared::ValueNotTaken> values_refused(const std::vector<PlanSubject>& subjects);
 
-// "vol_sessions=16 is not taken, 2 is in force: not between ..."
-std::string not_taken_text(const ValueNotTaken& value);
-Json not_taken_json(const std::vector<ValueNotTaken>& values);
+Json not_taken_json(const std::vector<shared::ValueNotTaken>& values);
 
 std::string plan_text(const std::vector<PlanSubject>& subjects);
 Json plan_json(const std::vector<PlanSubject>& subjects);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "oxrctl/command.h"
+#include "shared/value_not_taken.h"
 
 namespace oxrctl {
 
@@ -44,15 +45,10 @@ struct PlanPhase {
     End end = End::no_pass;  // with the phase
 };
 
-// A value of the configuration file that isn't the one in force when the service starts.
-struct ValueNotTaken {
-    std::string key, written, in_force, why;
-};
-
 struct Plan {
     std::string scenario, title;
-    double seconds = 0;  // looked ahead
-    std::vector<ValueNotTaken> not_taken;
+    double seconds = 0;                            // looked ahead
+    std::vector<shared::ValueNotTaken> not_taken;  // when the service starts
     std::vector<std::string> addresses;
     std::vector<PlanTarget> targets;  // at the end
     std::vector<PlanPhase> phases;

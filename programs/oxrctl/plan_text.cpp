@@ -86,7 +86,7 @@ private:
             }
         }
         for (std::size_t i = 0; i < subjects_.size(); ++i) {
-            for (const ValueNotTaken& value : subjects_[i].plan.not_taken) {
+            for (const shared::ValueNotTaken& value : subjects_[i].plan.not_taken) {
                 wrapped(two_ ? fmt::format("{}  ", letter(i)) : "  ", not_taken_text(value));
             }
         }
@@ -131,6 +131,9 @@ private:
     }
 
     void notes() {
+        if (!subjects_.front().read.empty()) {
+            wrapped("read: ", subjects_.front().read);
+        }
         for (const std::string& guess : subjects_.front().guesses) {
             wrapped("guessed: ", guess);
         }

@@ -170,9 +170,9 @@ private:
 std::array<std::atomic<pid_t>, 8> children{};
 std::atomic<int> last_sent{0};
 
-class Registered {
+class RegisteredChild {
 public:
-    explicit Registered(pid_t pid) : pid_(pid) {
+    explicit RegisteredChild(pid_t pid) : pid_(pid) {
         for (std::atomic<pid_t>& place : children) {
             pid_t none = 0;
             if (place.compare_exchange_strong(none, pid)) {
@@ -183,9 +183,9 @@ public:
             kill(pid, signal);
         }
     }
-    Registered(const Registered&) = delete;
-    Registered& operator=(const Registered&) = delete;
-    ~Registered() {
+    RegisteredChild(const RegisteredChild&) = delete;
+    RegisteredChild& operator=(const RegisteredChild&) = delete;
+    ~RegisteredChild() {
         for (std::atomic<pid_t>& place : children) {
             pid_t mine = pid_;
             place.compare_exchange_strong(mine, 0);
@@ -243,7 +243,7 @@ ChildEnd run_child(const ChildProcess& child) {
     }
     end.started = true;
     {
-        const Registered registered(pid);
+        const RegisteredChild registered(pid);
         const NoBrokenPipe no_broken_pipe;
         Exchange(child, end, input, output, errors).run();
         wait_without_reaping(pid);

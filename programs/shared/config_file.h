@@ -5,9 +5,13 @@
 #include <string_view>
 #include <vector>
 
+#include "configuration/config_judge.h"
 #include "configuration/config_keys.h"
 
 namespace shared {
+
+// Notices nothing: for the judgement alone.
+class NoObserver final : public ConfigObserver {};
 
 // The lines as the service reads them: with their line feeds, of longer ones the first 255 characters.
 std::vector<std::string_view> config_lines(std::string_view text);

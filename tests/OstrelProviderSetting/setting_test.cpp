@@ -61,7 +61,7 @@ Lines enumerated_values() {
     auto* const path = make_object<PathObject>(path_of(SETTING_CLASS));
     (void)OstrelProviderSettingEnumInstances(nullptr, nullptr, &result, path, nullptr);
     Lines found;
-    for (const Value& each : result.values) {
+    for (const CimValue& each : result.values) {
         found.push_back(value_text(*find(std::get<std::shared_ptr<const Instance>>(each.data)->properties, "value")));
     }
     return found;

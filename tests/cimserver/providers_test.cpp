@@ -46,7 +46,7 @@ std::string shown(const NamedList& list) {
 }
 
 // The status, then the output arguments, and a line for each path or instance.
-std::string shown(const Answer& answer) {
+std::string shown(const ProviderAnswer& answer) {
     std::string text = std::to_string(answer.code) + " " + shortened(answer.message) + shown(answer.out);
     for (const ObjectPath& path : answer.paths) {
         text += "\n" + path_text(path);
@@ -85,8 +85,8 @@ protected:
         EXPECT_EQ(action.sa_handler, SIG_DFL);  // put back with the last interface
     }
     // One operation, or a method of that name.
-    Answer carry_out(const std::string& name, const ObjectPath& path, const PropertyList& properties,
-                     const NamedList& in) {
+    ProviderAnswer carry_out(const std::string& name, const ObjectPath& path, const PropertyList& properties,
+                             const NamedList& in) {
         return name == "names"             ? broker->enumerate_instance_names(path)
                : name == "instances"       ? broker->enumerate_instances(path, properties)
                : name == "get"             ? broker->get_instance(path, properties)
@@ -192,21 +192,21 @@ TEST_F(Providers, TheAssociationIsWalkedThroughItsFilters) {
 }
 
 TEST_F(Providers, MethodsOfASettingAnswerForEveryArgument) {
-    const Value null_text = null_value(CMPI_string);
-    const Value number = uint32_value(604800);
-    const Value iqn = text_list({"iqn.unknown"});
+    const CimValue null_text = null_value(CMPI_string);
+    const CimValue number = uint32_value(604800);
+    const CimValue iqn = text_list({"iqn.unknown"});
     std::vector<std::string> many(10000, "iqn.unknown");
-    const Value long_list = text_list(many);
+    const CimValue long_list = text_list(many);
     many.back() = "eui.unknown";
-    const auto set = [](const Value& name, const Value& value) -> NamedList {
+    const auto set = [](const CimValue& name, const CimValue& value) -> NamedList {
         return {{"name", name}, {"VALUE", value}};
     };
-    const auto set_interval = [&](const Value& value) { return set(text_value("Interval"), value); };
-    const auto renewal = [](const Value& targets, const Value& name, const Value& value) -> NamedList {
+    const auto set_interval = [&](const CimValue& value) { return set(text_value("Interval"), value); };
+    const auto renewal = [](const CimValue& targets, const CimValue& name, const CimValue& value) -> NamedList {
         return {{"targets", targets}, {"paramname", name}, {"paramvalue", value}};
     };
-    const auto renew_all = [&](const Value& targets) { return renewal(targets, null_text, null_text); };
-    const auto array = [](CMPIType type, ValueList values) { return Value{type, std::move(values)}; };
+    const auto renew_all = [&](const CimValue& targets) { return renewal(targets, null_text, null_text); };
+    const auto array = [](CMPIType type, ValueList values) { return CimValue{type, std::move(values)}; };
     const std::pair<std::string, std::vector<NamedList>> calls[] = {
         {"SETvalue",
          {{},

@@ -177,7 +177,7 @@ std::string set_number(Host& host) {
 std::string enumerate(Host& host) {
     const cimserver::Broker& broker = providers(host);
     std::string codes;
-    const auto note = [&](const cimserver::Answer& answer) { codes += std::to_string(answer.code) + " "; };
+    const auto note = [&](const cimserver::ProviderAnswer& answer) { codes += std::to_string(answer.code) + " "; };
     for (const char* const each : {SERVICE, SETTING, ASSOCIATION}) {
         note(broker.enumerate_instance_names(path_of(each)));
         note(broker.enumerate_instances(path_of(each), {}));

@@ -80,6 +80,7 @@ TEST(Explain, FindsMessagesAndCodes) {
         }
         EXPECT_EQ(texts, each.texts) << each.asked.front();
         EXPECT_EQ(codes, each.codes) << each.asked.front();
+        EXPECT_TRUE(object["reasons"].empty()) << each.asked.front();
         EXPECT_EQ(answer.exit_code, texts.empty() && codes.empty() ? EXIT_FOUND : EXIT_FINE) << each.asked.front();
     }
     EXPECT_EQ(Json::parse(explain({{"sessions"}, false, true}).text)["messages"].size(), 10U);

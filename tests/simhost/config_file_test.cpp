@@ -29,12 +29,12 @@ TEST_F(ConfigFileTest, PutsInForceWhatTheConnectionManagerTakes) {
         ConfigValues values;
         values.interval = 777;
         host->write_file(OSTREL_CONFIG_FILE, text);
-        const ConfigValues at_cycle = program::config_at_cycle(*host).value_or(values);
+        const ConfigValues at_cycle = ostrel_simhost::config_at_cycle(*host).value_or(values);
         (void)OSTREL_GetConfigValues(&values, CONFIG_NORMAL);
         EXPECT_EQ(as_text(at_cycle), as_text(values));
 
         host->write_file(OSTREL_CONFIG_FILE, text);
-        const ConfigValues at_start = program::config_at_start(*host);
+        const ConfigValues at_start = ostrel_simhost::config_at_start(*host);
         OSTREL_CreateConfigFile();
         ConfigValues started;  // a worker begins with the defaults
         (void)OSTREL_GetConfigValues(&started, CONFIG_NORMAL);
@@ -44,6 +44,6 @@ TEST_F(ConfigFileTest, PutsInForceWhatTheConnectionManagerTakes) {
 
 TEST(SessionStates, HaveTheWordsOfTheLog) {
     for (std::uint32_t state = 0; state < 10; ++state) {
-        EXPECT_EQ(program::session_state_word(state), OxrSessionStateStr(state));
+        EXPECT_EQ(ostrel_simhost::session_state_word(state), OxrSessionStateStr(state));
     }
 }

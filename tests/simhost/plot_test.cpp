@@ -10,7 +10,7 @@
 #include "programs/ostrel-simhost/plot_script.h"
 #include "programs/shared/child_process.h"
 
-using namespace program;
+using namespace ostrel_simhost;
 
 namespace {
 

@@ -67,9 +67,9 @@ public:
             counts["let pass: " + hazard] = times;
         }
         const std::string scenario = fmt::format("run_for = {}\n", host().now() + 1) + site_.text();
-        const auto read = program::read_scenario(scenario);
+        const auto read = ostrel_simhost::read_scenario(scenario);
         if (!read.problems.empty()) {
-            watch_.report("the scenario can't be read: " + program::problems_text(read.problems, "scenario"));
+            watch_.report("the scenario can't be read: " + ostrel_simhost::problems_text(read.problems, "scenario"));
         }
         return {watch_.broken(), scenario, counts};
     }
@@ -132,7 +132,7 @@ private:
         const bool digests = site_.dice.one_in(2);
         const bool enable = site_.dice.one_in(2);
         if (digests && site_.dice.one_in(2)) {
-            for (const program::AdapterEntry& each : site_.scenario().adapters) {
+            for (const ostrel_simhost::AdapterEntry& each : site_.scenario().adapters) {
                 site_.happen(fmt::format("digests = {{ adapter = \"{}\", on = {} }}", each.name, enable));
             }
         }
@@ -147,7 +147,7 @@ private:
     void settle() {
         happenings_.end();
         // Logging in with a login time that was set meanwhile, a second try, and claiming the paths.
-        const program::Scenario& on = site_.scenario();
+        const ostrel_simhost::Scenario& on = site_.scenario();
         const double recovered = host().now() + 2 * 15 + 40 + on.login_seconds + on.claim_seconds + 5;
         if (site_.dice.one_in(2)) {
             driver_.stop();

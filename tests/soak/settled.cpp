@@ -9,7 +9,7 @@
 
 namespace soak {
 
-using program::TargetRow;
+using ostrel_simhost::TargetRow;
 using simhost::Host;
 using simhost::PathView;
 using simhost::SessionView;

@@ -26,8 +26,8 @@ std::string some_of(Dice& dice, int once_in, std::string_view key, const Items& 
     return names.empty() || !dice.one_in(once_in) ? "" : format(", {} = [{}]", key, names);
 }
 
-[[noreturn]] void give_up(const std::string& text, const std::vector<program::Problem>& problems) {
-    throw std::logic_error(text + "\n" + program::problems_text(problems, "soak"));
+[[noreturn]] void give_up(const std::string& text, const std::vector<ostrel_simhost::Problem>& problems) {
+    throw std::logic_error(text + "\n" + ostrel_simhost::problems_text(problems, "soak"));
 }
 
 }  // namespace
@@ -43,12 +43,12 @@ Site::Site(std::uint64_t seed) : dice(seed), large(dice.one_in(30)), has_deep_lo
     read();
     text_ += describe_volumes();
     read();
-    host_ = std::make_unique<simhost::Host>(program::host_options(scenario_));
+    host_ = std::make_unique<simhost::Host>(ostrel_simhost::host_options(scenario_));
     site_.build(*host_);
 }
 
 void Site::read() {
-    auto result = program::read_scenario(text_);
+    auto result = ostrel_simhost::read_scenario(text_);
     if (!result.problems.empty()) {
         give_up(text_, result.problems);
     }
@@ -132,7 +132,7 @@ std::vector<std::string> Site::new_volume() {
 std::vector<std::string> Site::new_device() {
     auto targets = scenario_.group_scoped_targets;
     // Several devices of a target hold up switches of its group: seldom more than one.
-    std::erase_if(targets, [&](const program::GroupScopedTargetEntry& each) {
+    std::erase_if(targets, [&](const ostrel_simhost::GroupScopedTargetEntry& each) {
         return !host_->target(each.spec.iqn).devices.empty() && !dice.one_in(8);
     });
     if (is_full() || targets.empty()) {
@@ -143,8 +143,8 @@ std::vector<std::string> Site::new_device() {
 }
 
 void Site::happen(const std::string& event) {
-    std::vector<program::Problem> problems;
-    const auto read = program::read_event(event, scenario_, problems);
+    std::vector<ostrel_simhost::Problem> problems;
+    const auto read = ostrel_simhost::read_event(event, scenario_, problems);
     if (!read) {
         give_up(event, problems);
     }

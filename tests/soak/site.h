@@ -27,8 +27,8 @@ public:
     const bool has_deep_logs;
 
     simhost::Host& host() const { return *host_; }
-    const program::Scenario& scenario() const { return scenario_; }
-    std::vector<program::TargetRow> rows(const ConfigValues& values) const { return site_.rows(*host_, values); }
+    const ostrel_simhost::Scenario& scenario() const { return scenario_; }
+    std::vector<ostrel_simhost::TargetRow> rows(const ConfigValues& values) const { return site_.rows(*host_, values); }
 
     // What events are made of: the table of a new volume, or of a device behind a group-scoped target; none when there
     // is no room.
@@ -45,11 +45,11 @@ public:
 private:
     int next_volume_ = 0;
     std::string text_;
-    program::Scenario scenario_;
-    program::Site site_{scenario_};
+    ostrel_simhost::Scenario scenario_;
+    ostrel_simhost::Site site_{scenario_};
     std::unique_ptr<simhost::Host> host_;
 
-    bool is_full() const { return next_volume_ == static_cast<int>(program::MOST_VOLUMES); }
+    bool is_full() const { return next_volume_ == static_cast<int>(ostrel_simhost::MOST_VOLUMES); }
     std::string volume_of(const simhost::GroupSpec& group, const std::string& more);
     std::string device_of(const std::string& group, const std::string& target);
     std::string describe_host();

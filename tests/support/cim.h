@@ -48,11 +48,12 @@ inline const cimserver::Broker& providers(simhost::Host& host) {
 }
 
 // "CODE MESSAGE"
-inline std::string told(const cimserver::Answer& answer) {
+inline std::string told(const cimserver::ProviderAnswer& answer) {
     return std::to_string(answer.code) + " " + answer.message;
 }
 
-inline cimserver::Answer set_value(const cimserver::Broker& broker, const std::string& name, std::uint32_t value) {
+inline cimserver::ProviderAnswer set_value(const cimserver::Broker& broker, const std::string& name,
+                                           std::uint32_t value) {
     return broker.invoke_method(path_of(SETTING), "SetValue",
                                 {{"name", cimserver::text_value(name)}, {"value", cimserver::uint32_value(value)}});
 }
@@ -60,11 +61,11 @@ inline cimserver::Answer set_value(const cimserver::Broker& broker, const std::s
 // The OXD status of a renewal; "none" when the call was refused.
 inline std::string renew(const cimserver::Broker& broker, const std::vector<std::string>& iqns,
                          const std::string& paramname = "", const std::string& paramvalue = "") {
-    const cimserver::Answer answer = broker.invoke_method(path_of(SETTING), "renewiscsiconnections",
-                                                          {{"targets", cimserver::text_list(iqns)},
-                                                           {"paramname", cimserver::text_value(paramname)},
-                                                           {"paramvalue", cimserver::text_value(paramvalue)}});
-    const cimserver::Value* const status = cimserver::find(answer.out, "oxd_status");
+    const cimserver::ProviderAnswer answer = broker.invoke_method(path_of(SETTING), "renewiscsiconnections",
+                                                                  {{"targets", cimserver::text_list(iqns)},
+                                                                   {"paramname", cimserver::text_value(paramname)},
+                                                                   {"paramvalue", cimserver::text_value(paramvalue)}});
+    const cimserver::CimValue* const status = cimserver::find(answer.out, "oxd_status");
     return status == nullptr ? "none" : cimserver::value_text(*status);
 }
 
