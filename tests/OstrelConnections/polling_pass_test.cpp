@@ -68,13 +68,6 @@ const std::map<std::string, std::function<std::unique_ptr<Host>()>> sites = {
     {"to_manual_undiscovered", [] { return make_switched("m", {"vmhba64"}, 3); }},
 };
 
-// A pass that wants so many sessions for each volume.
-int pass(std::uint32_t vol_sessions) {
-    ConfigValues values;
-    values.vol_sessions = vol_sessions;
-    return run_pass(values);
-}
-
 // "+2 -1 t4": sessions added and removed, static targets removed.
 std::string changes_of(const Lines& requests) {
     const auto count = [&](const char* kind) {
@@ -116,7 +109,7 @@ TEST(Passes, LogIsAsItWas) {
         for (const std::uint32_t level : {2U, 1U}) {
             log_level = level;
             const double begin = host->now();
-            const int result = pass(5);
+            const int result = run_pass({.vol_sessions = 5});
             refresh_target_oids_table();
             golden.add_log(*host);
             golden.heading("result " + std::to_string(result) + ", " +
@@ -174,8 +167,7 @@ TEST(FailingCalls, DecideTheResultAndWhatIsChanged) {
             record_requests(*host, requests);
             host->count_allocations(true);
             host->fail(fault);
-            const int result = pass(5);
-            EXPECT_EQ(host->blocks_held(), 0);
+            const int result = run_pass({.vol_sessions = 5});
             host->count_allocations(false);
             EXPECT_GE(host->faults_injected(), 1U);
             expect_nothing_held(*host);
@@ -223,7 +215,7 @@ TEST(PollingPass, WhatCannotBeJudgedIsSkipped) {
         add_target(*host, "iqn.gst", {"a1"}, 4);
         alter_replies(*host, c.devices, c.targets, c.addresses);
         host->fail(c.fault);
-        EXPECT_EQ(pass(4), 0);
+        EXPECT_EQ(run_pass({.vol_sessions = 4}), 0);
         EXPECT_EQ(count_sessions(*host, "iqn.gst"), c.target_sessions);
         EXPECT_EQ(count_sessions(*host, iqn), c.volume_sessions);
         golden.add_log(*host, "EWI");
@@ -237,11 +229,11 @@ TEST(PollingPass, PathsTellWhetherAVolumeIsLookedAt) {
     // Five sessions, three paths: as many as required.
     host->add_session(session_of(iqn, "10.0.1.1", "10.0.9.100", "10.0.9.1"));
     host->add_session(session_of(iqn, "10.0.1.1", "10.0.9.100", "10.0.9.1"));
-    EXPECT_EQ(pass(3), 0);
+    EXPECT_EQ(run_pass({.vol_sessions = 3}), 0);
     EXPECT_EQ(count_sessions(*host, iqn), 5);
     // With one path more than required the sessions are counted, and there are two too many.
     host->claim_paths();
-    EXPECT_EQ(pass(3), 0);
+    EXPECT_EQ(run_pass({.vol_sessions = 3}), 0);
     EXPECT_EQ(count_sessions(*host, iqn), 3);
 }
 
@@ -260,7 +252,7 @@ TEST(PollingPass, NinthAdapterSendsWhatIsNotedAndGoesOn) {
         }
         Lines requests;
         record_requests(*host, requests);
-        EXPECT_EQ(pass(4), 0);
+        EXPECT_EQ(run_pass({.vol_sessions = 4}), 0);
         std::string order;  // a session is added, an adapter is rescanned
         for (const std::string& line : requests) {
             order += line.starts_with("add") ? "+" : line.substr(12) + ",";
@@ -289,9 +281,8 @@ TEST(PollingPass, CountsOfThePspNeverMeetRecordsOfAnotherTarget) {
             reply.devices[1].num_sessions = reply.devices[1].num_dynamic_sessions = psp_count;
         });
         host->fail(failing("IMA_GetSessionOidList", 5));
-        EXPECT_EQ(pass(4), -1);
-        EXPECT_EQ(count_lines(host->log(), "INFO", "", "dynamic(automatic) sessions = " + std::to_string(psp_count)),
-                  1);
+        EXPECT_EQ(run_pass({.vol_sessions = 4}), -1);
+        EXPECT_EQ(count_lines(host->log(), "dynamic(automatic) sessions = " + std::to_string(psp_count)), 1);
         EXPECT_EQ(host->totals().sessions, 8);
         expect_nothing_held(*host);
     }
@@ -313,10 +304,7 @@ TEST(GroupScopedTargets, LimitsAreOneRuleEachAndActivePathsStay) {
             reply.targets[0].num_active_array = c.active;
             reply.targets[0].num_total_array_in_group = c.total;
         });
-        ConfigValues values;
-        values.min_pe_sessions = c.min;
-        values.max_pe_sessions = c.max;
-        EXPECT_EQ(run_pass(values), 0);
+        EXPECT_EQ(run_pass({.max_pe_sessions = c.max, .min_pe_sessions = c.min}), 0);
         EXPECT_EQ(count_sessions(*host, "iqn.gst"), c.left) << c.active << " of " << c.total;
         EXPECT_EQ(host->target("iqn.gst").dead_paths, 0);
         golden.heading(std::to_string(c.active) + " of " + std::to_string(c.total));

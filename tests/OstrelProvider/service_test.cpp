@@ -55,8 +55,7 @@ TEST_F(ServiceTest, CyclesComeAnIntervalApartEachWithItsLockFileAndTheLogFollows
     EXPECT_EQ(begun, (std::vector<double>{0, 120, 180}));
     EXPECT_FALSE(host->exists(OSTREL_LOCK_FILE));
     EXPECT_EQ(said().back(), "INFO do_work: Waking up after interval = 120 seconds to poll Ostrel array connection");
-    EXPECT_TRUE(testing_support::in_order(host->read_file("/vmfs/volumes/logs/oxr.log"),
-                                          {"interval = 60", "sleep for interval = 60", "after interval = 60"}));
+    EXPECT_EQ(count_lines(host->read_file("/vmfs/volumes/logs/oxr.log"), "interval = 60"), 5) << "and wakes up once";
 }
 
 TEST_F(ServiceTest, EachWorkerIsStoppedOnceWhoeverAsks) {
@@ -88,7 +87,7 @@ TEST_F(ServiceTest, AStopThatComesWhileAWorkerIsCreatedEndsIt) {
     EXPECT_EQ(StartService(), 0);
     stopping.join();
     EXPECT_EQ(oxr_thread, 0U);
-    EXPECT_EQ(count_lines(host->log(), "", "StopService", "do_work thread killed"), 1);
+    EXPECT_EQ(count_lines(host->log(), "StopService: do_work thread killed"), 1);
 }
 
 TEST_F(ServiceTest, WhoeverSharesADatumWaitsForItsMutex) {
@@ -137,8 +136,8 @@ TEST_F(ServiceTest, AStopWaitsForARenewalButNotForEver) {
         });
         EXPECT_EQ(StopService(), 0);
         mover.join();
-        EXPECT_EQ(count_lines(host->log(), "INFO", "StopService", "waiting to complete"), std::min(seconds, 60));
-        EXPECT_EQ(count_lines(host->log(), "ERROR", "StopService", "even after 60 seconds"), seconds > 60 ? 1 : 0);
+        EXPECT_EQ(count_lines(host->log(), "waiting to complete"), std::min(seconds, 60));
+        EXPECT_EQ(count_lines(host->log(), "even after 60 seconds"), seconds > 60 ? 1 : 0);
         conn_renew_thread = 0;
     }
 }
@@ -162,7 +161,6 @@ TEST_F(ServiceTest, AVersionIsTheFirstWordOfItsFile) {
 TEST_F(ServiceTest, APassIsSkippedWhileToldSoButNothingElse) {
     IscsiOidQuery query;
     make_oid_query(query, "vmhba64", "iqn.x", "");
-    ConfigValues values;
     for (const auto& [stop, renewal, message] :
          {std::tuple(2, 1, "INFO do_work: worker_stop = 2 continue to sleep."),
           {0, 1, "INFO do_work: renewal connections(iscsi digest) in progress continue to sleep"},
@@ -170,7 +168,7 @@ TEST_F(ServiceTest, APassIsSkippedWhileToldSoButNothingElse) {
         host->write_file(OSTREL_CONFIG_FILE, "#\nworker_stop=" + std::to_string(stop) + "\n");
         renew_connections_running = renewal;
         add_target_oid(query, {});
-        run_worker_cycle(values);
+        testing_support::run_cycle(*host);
         EXPECT_EQ(said().back(), message);
         EXPECT_FALSE(host->exists(OSTREL_LOCK_FILE));
         IMA_OID oid{};

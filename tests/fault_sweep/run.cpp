@@ -27,6 +27,7 @@
 extern "C" void __gcov_dump(void);
 #endif
 
+using namespace testing_support;
 using simhost::Event;
 using simhost::Fault;
 using simhost::Host;
@@ -112,7 +113,7 @@ private:
     }
 
     void look_at_the_result() {
-        std::vector<std::string> complaints = testing_support::short_lines(host_.log());
+        std::vector<std::string> complaints = short_lines(host_.log());
         std::erase_if(complaints,
                       [](const auto& line) { return !line.starts_with("ERROR") && !line.starts_with("WARN"); });
         std::string told;
@@ -137,7 +138,7 @@ private:
         hand_out(ProviderMi::service_instance);  // the mutexes are there again
         expect(StopService() == 0, "the service can't be stopped");
         expect(oxr_thread.load() == 0, "a worker is left");
-        for (const std::string& each : testing_support::what_is_held(host_)) {
+        for (const std::string& each : what_is_held(host_)) {
             expect(each.ends_with("IMA lists") && fault_.operation == "IMA_FreeMemory", "held: " + each);
         }
     }
@@ -148,11 +149,11 @@ private:
         }
         host_.set_horizon(no_horizon);
         for (int pass = 0; pass < passes_to_settle; ++pass) {
-            run_cycle();
+            run_cycle(host_);
             const simhost::Totals totals = host_.totals();
             report_.host_after = situation_.compare_totals_only ? std::to_string(totals.sessions) + " sessions, " +
                                                                       std::to_string(totals.active_paths) + " paths"
-                                                                : testing_support::describe(host_);
+                                                                : describe(host_);
             if (report_.host_after == undisturbed_.host_after) {
                 break;
             }
@@ -161,18 +162,11 @@ private:
                    (situation_.excused != nullptr && situation_.excused(host_)),
                "not settled after three passes:\n" + report_.host_after);
         const std::string config = host_.read_file(OSTREL_CONFIG_FILE);
-        run_cycle();
+        run_cycle(host_);
         expect(host_.read_file(OSTREL_CONFIG_FILE) == config && is_whole(config),
                "the configuration file is not whole:\n" + config);
         const auto violations = host_.violations();
         report_.broken.insert(report_.broken.end(), violations.begin(), violations.end());
-    }
-
-    // A cycle of the worker on this thread, and the time until the next one.
-    void run_cycle() {
-        ConfigValues values;
-        run_worker_cycle(values);
-        host_.advance(values.interval);
     }
 };
 

@@ -21,8 +21,7 @@ using simhost::Event;
 using simhost::Host;
 
 void expect_nothing_held(const Host& host) {
-    EXPECT_EQ(host.lists_held(), 0U);
-    EXPECT_EQ(host.descriptors_held(), 0U);
+    EXPECT_EQ(what_is_held(host), Lines{});
     EXPECT_EQ(host.violations(), Lines{});
 }
 
@@ -37,6 +36,14 @@ TargetDtls make_record(std::string_view isid, std::string_view local_ip, std::st
     record.session_type = type;
     oxr::copy_text(record.vmhba_name, adapter);
     return record;
+}
+
+std::unique_ptr<AdapterName[]> names_of(const Lines& adapters) {
+    auto names = std::make_unique<AdapterName[]>(adapters.size());
+    for (std::size_t i = 0; i < adapters.size(); ++i) {
+        oxr::copy_field(names[i], adapters[i]);
+    }
+    return names;
 }
 
 OxrLun read_lun(const std::string& target_iqn) {
@@ -88,6 +95,21 @@ void record_requests(Host& host, Lines& into) {
             into.push_back(std::move(text));
         }
     });
+}
+
+std::uint64_t session_changes(const Host& host) {
+    return host.calls("IMA_VMW_AddSession") + host.calls("IMA_VMW_RemoveSession") +
+           host.calls("IMA_RemoveStaticDiscoveryTarget");
+}
+
+std::uint64_t adapter_requests(const Host& host) {
+    return host.calls("IMA_VMW_Rediscover") + host.calls("psp.5") + host.calls("psp.6");
+}
+
+void run_cycle(Host& host) {
+    ConfigValues values;
+    run_worker_cycle(values);
+    host.advance(values.interval);
 }
 
 Lines shared_mutexes_held() {

@@ -4,6 +4,7 @@
 
 #include <pthread.h>
 
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,13 +17,16 @@ namespace testing_support {
 
 using Lines = std::vector<std::string>;
 
-// No IMA list and no descriptor is held and no invariant of the host broke.
+// Nothing is held and no invariant of the host broke.
 void expect_nothing_held(const simhost::Host& host);
 
 // A record of a target's session. Names: "A" and "B" are good enough for addresses here.
 TargetDtls make_record(std::string_view isid, std::string_view local_ip, std::string_view remote_ip,
                        std::uint32_t state = SESSION_STATE_LOGGED_IN, std::uint32_t type = SESSION_DYNAMIC,
                        std::string_view adapter = "vmhba64");
+
+// The fields of these adapters.
+std::unique_ptr<AdapterName[]> names_of(const Lines& adapters);
 
 // The volume's record as the PSP has it at this moment.
 OxrLun read_lun(const std::string& target_iqn);
@@ -40,6 +44,14 @@ std::string request_text(const simhost::Event& event);
 
 // Notes these as they come. Lives as long as the host.
 void record_requests(simhost::Host& host, Lines& into);
+
+// What the connection manager has done to the host's sessions so far, and asked of its adapters beside: rediscoveries,
+// rescans and deletions of dead paths.
+std::uint64_t session_changes(const simhost::Host& host);
+std::uint64_t adapter_requests(const simhost::Host& host);
+
+// A cycle of the worker on this thread, and the time until the next one.
+void run_cycle(simhost::Host& host);
 
 // Names of the shared mutexes that some thread holds.
 Lines shared_mutexes_held();
