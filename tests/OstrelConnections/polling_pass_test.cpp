@@ -56,6 +56,21 @@ std::unique_ptr<Host> make_switched(const std::string& groups, const Lines& adap
     return host;
 }
 
+// A volume or target on each of so many adapters, with two NICs.
+std::unique_ptr<Host> make_wide(int adapters, GroupMode mode, bool group_scoped) {
+    auto host = make_host();
+    host->add_group({"g", mode, "10.0.9.100", {{"a1", {"10.0.9.1"}}}});
+    for (int a = 0; a < adapters; ++a) {
+        const std::string number = std::to_string(a);
+        host->add_adapter("vmhba" + number, {"10.0.1." + number, "10.0.2." + number});
+        if (group_scoped) {
+            host->add_group_scoped_target({"iqn." + number, "g", {}, {"vmhba" + number}});
+        }
+        add_volume(*host, "vol-" + number, 3, {"vmhba" + number}, "g", group_scoped ? "iqn." + number : "");
+    }
+    return host;
+}
+
 const std::map<std::string, std::function<std::unique_ptr<Host>()>> sites = {
     {"no_volumes", [] { return make_site(); }},
     {"unequal", make_unequal},
@@ -237,19 +252,10 @@ TEST(PollingPass, PathsTellWhetherAVolumeIsLookedAt) {
     EXPECT_EQ(count_sessions(*host, iqn), 3);
 }
 
-// A volume or target on each of so many adapters is more than a request list holds.
+// What is noted of the ninth doesn't fit any more.
 TEST(PollingPass, NinthAdapterSendsWhatIsNotedAndGoesOn) {
     for (const bool group_scoped : {false, true}) {
-        const auto host = make_host();
-        host->add_group({"g", GroupMode::dynamic_discovery, "10.0.9.100", {{"a1", {"10.0.9.1"}}}});
-        for (int v = 0; v < 12; ++v) {
-            const std::string number = std::to_string(v);
-            host->add_adapter("vmhba" + number, {"10.0.1." + number, "10.0.2." + number});
-            if (group_scoped) {
-                host->add_group_scoped_target({"iqn." + number, "g", {}, {"vmhba" + number}});
-            }
-            add_volume(*host, "vol-" + number, 3, {"vmhba" + number}, "g", group_scoped ? "iqn." + number : "");
-        }
+        const auto host = make_wide(12, GroupMode::dynamic_discovery, group_scoped);
         Lines requests;
         record_requests(*host, requests);
         EXPECT_EQ(run_pass({.vol_sessions = 4}), 0);
@@ -259,6 +265,25 @@ TEST(PollingPass, NinthAdapterSendsWhatIsNotedAndGoesOn) {
         }
         EXPECT_EQ(order, "+++++++++0,1,2,3,4,5,6,7,+++8,9,10,11,");  // the ninth has its session when eight are sent
         EXPECT_EQ(host->totals().active_paths, 48);
+        expect_nothing_held(*host);
+    }
+}
+
+TEST(PollingPass, ModeChangeOnANinthAdapterIsLeftToTheNextPass) {
+    for (const GroupMode now : {GroupMode::dynamic_discovery, GroupMode::static_discovery}) {
+        const bool to_dynamic = now == GroupMode::dynamic_discovery;
+        const auto host = make_wide(9, to_dynamic ? GroupMode::static_discovery : GroupMode::dynamic_discovery, false);
+        host->switch_mode("g", now);
+        const std::string last = host->iqn_of("vol-8");
+        for (const bool last_is_left : {true, false}) {
+            run_pass();
+            for (const auto& target : host->targets()) {
+                EXPECT_EQ(target.mode_changed, last_is_left && target.iqn == last) << target.iqn;
+            }
+            EXPECT_EQ(count_lines(host->log(), "More than 8 adapters. The mode change of target " + last +
+                                                   " is left to the next pass."),
+                      1);
+        }
         expect_nothing_held(*host);
     }
 }

@@ -96,24 +96,3 @@ TEST(SessionList, LooksAtNoMoreRecordsThanThereAre) {
     create_session_list(list, entries, MAX_SESSIONS_PER_TARGET + 1, records.data(), 1);
     EXPECT_EQ(list[0].count, MAX_SESSIONS_PER_TARGET);
 }
-
-TEST(SessionList, SortPutsLoggedInFirst) {
-    const std::pair<std::string, const char*> cases[] = {
-        {"xdid", "3120"}, {"", ""}, {"xi", "01"}, {"dx", "01"}, {"dxxdd", "04321"}};
-    for (const auto& [letters, expected] : cases) {
-        ip_session_list list[1] = {};
-        for (const char letter : letters) {
-            const int k = list[0].count++;
-            list[0].session_state[k] = state_of(letter);
-            list[0].isid[k][0] = list[0].vmhba_name[k][0] = static_cast<char>('0' + k);
-        }
-        sort_ip_session_list(list, 1);
-        std::string order;
-        for (int k = 0; k < list[0].count; ++k) {
-            order += list[0].isid[k];
-            EXPECT_STREQ(list[0].isid[k], list[0].vmhba_name[k]);
-            EXPECT_EQ(list[0].session_state[k], state_of(letters[static_cast<std::size_t>(order.back() - '0')]));
-        }
-        EXPECT_EQ(order, expected) << letters;
-    }
-}

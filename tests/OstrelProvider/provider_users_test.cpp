@@ -2,7 +2,6 @@
 
 #include <poll.h>
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -107,19 +106,15 @@ TEST_F(UsersTest, ASignalToTheProcessReachesTheHostsOwnHandler) {
 }
 
 TEST_F(UsersTest, ASignalThatTheHostIgnoresOrDiesOfDoesTheSame) {
-    for (const bool ignored : {true, false}) {
-        const pid_t child = fork();
-        if (child == 0) {
-            signal(SIGUSR1, ignored ? SIG_IGN : SIG_DFL);
-            init();
-            kill(getpid(), SIGUSR1);
-            poll(nullptr, 0, 5);
-            _exit(StopService() == 0 ? 7 : 8);
-        }
-        int status = 0;
-        ASSERT_EQ(waitpid(child, &status, 0), child);
-        EXPECT_EQ(status, ignored ? W_EXITCODE(7, 0) : W_EXITCODE(0, SIGUSR1));
-    }
+    const auto get_signal = [this](sighandler_t disposition) {
+        signal(SIGUSR1, disposition);
+        init();
+        kill(getpid(), SIGUSR1);
+        poll(nullptr, 0, 5);
+        _exit(StopService() == 0 ? 7 : 8);
+    };
+    EXPECT_EXIT(get_signal(SIG_IGN), ::testing::ExitedWithCode(7), "");
+    EXPECT_EXIT(get_signal(SIG_DFL), ::testing::KilledBySignal(SIGUSR1), "");
 }
 
 }  // namespace

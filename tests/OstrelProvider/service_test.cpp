@@ -59,18 +59,16 @@ TEST_F(ServiceTest, CyclesComeAnIntervalApartEachWithItsLockFileAndTheLogFollows
 }
 
 TEST_F(ServiceTest, EachWorkerIsStoppedOnceWhoeverAsks) {
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([] {
+    std::vector<std::jthread> threads(4);
+    for (std::jthread& thread : threads) {
+        thread = std::jthread([] {
             for (int i = 0; i < 10; ++i) {
                 EXPECT_EQ(StartService(), 0);
                 EXPECT_EQ(StopService(), 0);
             }
         });
     }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    threads.clear();  // when all is done
     EXPECT_EQ(host->calls("pthread_join"), host->calls("pthread_create"));
     EXPECT_EQ(oxr_thread, 0U);
 }
@@ -103,17 +101,14 @@ TEST_F(ServiceTest, WhoeverSharesADatumWaitsForItsMutex) {
     for (const auto& [mutex, operate] : cases) {
         const std::uint64_t unlinked = host->calls("unlink");  // of the lock file, as a cycle ends
         std::atomic<bool> done{false};
-        std::thread operating;
-        {
-            const oxr::MutexLock held(*mutex);
-            operating = std::thread([&, operate = operate] {
-                operate();
-                done = true;
-            });
-            poll(nullptr, 0, 50);
-            EXPECT_FALSE(done || host->calls("unlink") != unlinked);
-        }
-        operating.join();
+        std::jthread operating;
+        const oxr::MutexLock held(*mutex);
+        operating = std::jthread([&, operate = operate] {
+            operate();
+            done = true;
+        });
+        poll(nullptr, 0, 50);
+        EXPECT_FALSE(done || host->calls("unlink") != unlinked);
     }
 }
 

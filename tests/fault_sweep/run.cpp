@@ -9,8 +9,6 @@
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
-#include <set>
-#include <sstream>
 
 #include "OstrelConnections/renewal/renewal_state.h"
 #include "OstrelProvider/config.h"
@@ -42,20 +40,12 @@ constexpr unsigned longest_run_seconds = 60;  // of real time, under a sanitizer
 constexpr int passes_to_settle = 3;
 constexpr double no_horizon = 1e9;
 
-// Comments and values, each key once.
+// Each key has one line, below a comment.
 bool is_whole(const std::string& config) {
-    std::multiset<std::string> keys;
-    std::multiset<std::string> found;
-    for (const ConfigKey& key : config_keys) {
-        keys.emplace(key.name);
-    }
-    std::istringstream lines(config);
-    for (std::string line; std::getline(lines, line);) {
-        if (!line.empty() && line[0] != '#') {
-            found.insert(line.substr(0, line.find('=')));
-        }
-    }
-    return found == keys;
+    return std::all_of(std::begin(config_keys), std::end(config_keys), [&](const ConfigKey& key) {
+        const std::string line = "\n" + std::string(key.name) + "=";
+        return config.find(line) != std::string::npos && config.find(line) == config.rfind(line);
+    });
 }
 
 class Run {

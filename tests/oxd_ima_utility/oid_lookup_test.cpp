@@ -117,19 +117,6 @@ TEST_F(LookupTest, EveryFailureAndEmptyAnswerIsTold) {
 // doesn't fit its field has an empty one.
 TEST_F(LookupTest, NamesThatAreEmptyOrFillTheirRecordsMatchNothing) {
     std::size_t length = 0;
-    host->script_ima("IMA_VMW_GetLhbaProperties", [&](void* out, std::uint32_t status) {
-        auto& name = static_cast<IMA_VMW_LHBA_PROPERTIES*>(out)->osDeviceName;
-        std::fill_n(name, 256, L'\0');
-        std::fill_n(name, length, L'n');
-        return status;
-    });
-    for (const std::size_t of_host : {0U, 11U, 256U}) {
-        length = of_host;
-        for (const std::size_t wanted : {0U, 11U, 12U}) {
-            EXPECT_EQ(look_up(std::string(wanted, 'n'), iqn, "", 1), length == 11 && wanted == 11 ? 0 : -1);
-        }
-    }
-    host->script_ima("IMA_VMW_GetLhbaProperties", {});
     host->script_ima("IMA_GetTargetProperties", [&](void* out, std::uint32_t status) {
         auto* const properties = static_cast<IMA_TARGET_PROPERTIES*>(out);
         std::fill(std::begin(properties->name), std::end(properties->name), L'\0');
