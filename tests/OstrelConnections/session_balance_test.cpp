@@ -90,7 +90,10 @@ TEST(SessionBalance, AddsAndRemovesWhatIsMissingOrTooMuch) {
 }
 
 TEST(SessionList, LooksAtNoMoreRecordsThanThereAre) {
-    const std::vector<TargetDtls> records(MAX_SESSIONS_PER_TARGET + 1, make_record("d", "A", "R"));
+    TargetDtls record{};
+    record.session_type = SESSION_DYNAMIC;
+    record.current_local_ip[0] = 'A';
+    const std::vector<TargetDtls> records(MAX_SESSIONS_PER_TARGET + 1, record);
     ip_session_list list[MAX_SESSION_LIST_ENTRIES] = {};
     int entries = 0;
     create_session_list(list, entries, MAX_SESSIONS_PER_TARGET + 1, records.data(), 1);

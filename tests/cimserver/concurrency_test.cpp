@@ -20,21 +20,6 @@
 using namespace cimserver;
 using namespace testing_support;
 
-namespace {
-
-constexpr double seconds_of_load = 60;
-constexpr std::chrono::seconds longest{60};  // real time, by far enough for any request
-
-bool wait_until(const std::function<bool()>& reached) {
-    const auto give_up = std::chrono::steady_clock::now() + longest;
-    while (!reached() && std::chrono::steady_clock::now() < give_up) {
-        std::this_thread::sleep_for(std::chrono::seconds(1));  // of the host
-    }
-    return reached();
-}
-
-}  // namespace
-
 TEST(Clients, EightAtOnceLeaveTheServiceWhole) {
     const simhost::HostOptions options{
         .root = {}, .clock = simhost::ClockMode::scaled, .factor = 60, .login_seconds = 0.5, .claim_seconds = 1};
@@ -74,7 +59,7 @@ TEST(Clients, EightAtOnceLeaveTheServiceWhole) {
         [&](unsigned) { call("startservice"); },
         [&](unsigned turn) { call(turn % 20 == 10 ? "stopservice" : "startservice"); },
     };
-    const double end = host->now() + seconds_of_load;
+    const double end = host->now() + 60;
     std::vector<std::future<void>> running;
     for (const auto& client : clients) {
         running.push_back(std::async(std::launch::async, [&] {

@@ -13,10 +13,6 @@
 
 namespace testing_support {
 
-// The messages logged since the last call that begin so (with a level, say), as short_lines() has them. Empties the
-// log.
-Lines said(simhost::Host& host, std::string_view beginning = {});
-
 // Every test ends with each list and descriptor given back and no invariant of the host broken.
 class HostTest : public ::testing::Test {
 protected:
