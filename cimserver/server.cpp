@@ -115,9 +115,9 @@ std::vector<std::string> Server::example_commands() const {
     return {
         "wbemcli ei '" + name_space + "OSTREL_ConnectionService'",
         "wbemcli ei '" + name_space + "OSTREL_ConnectionServiceSetting'",
-        "wbemcli cm '" + name_space + "OSTREL_ConnectionServiceSetting' 'setvalue.name=\"interval\",value=300'",
-        "wbemcli cm '" + name_space + "OSTREL_ConnectionService' StopService",
-        "wbemcli cm '" + name_space + "OSTREL_ConnectionService' StartService",
+        "wbemcli cmx '" + name_space + "OSTREL_ConnectionServiceSetting' 'setvalue.name=\"interval\",value=300'",
+        "wbemcli cmx '" + name_space + "OSTREL_ConnectionService' StopService",
+        "wbemcli cmx '" + name_space + "OSTREL_ConnectionService' StartService",
     };
 }
 

@@ -106,24 +106,24 @@ constexpr EventKind KINDS[] = {
     {"nic_down",
      [](In in) {
          const std::string ip = in.reader().nic(in.fields, in.key);
-         return Action{fmt::format("NIC {} lost", ip), [=](Site&, Host& host) { host.nic_down(ip); }};
+         return Action{fmt::format("NIC {} lost", ip), [=](Site&, Host& host) { host.nic_down(ip); }, "NIC " + ip};
      }},
     {"nic_up",
      [](In in) {
          const std::string ip = in.reader().nic(in.fields, in.key);
-         return Action{fmt::format("NIC {} back", ip), [=](Site&, Host& host) { host.nic_up(ip); }};
+         return Action{fmt::format("NIC {} back", ip), [=](Site&, Host& host) { host.nic_up(ip); }, "NIC " + ip};
      }},
     {"array_down",
      [](In in) {
          const auto at = in.reader().array(in.fields, in.key);
          return Action{fmt::format("array {}/{} lost", at.first, at.second),
-                       [=](Site&, Host& host) { host.array_down(at.first, at.second); }};
+                       [=](Site&, Host& host) { host.array_down(at.first, at.second); }, "array " + in.value.text};
      }},
     {"array_up",
      [](In in) {
          const auto at = in.reader().array(in.fields, in.key);
          return Action{fmt::format("array {}/{} back", at.first, at.second),
-                       [=](Site&, Host& host) { host.array_up(at.first, at.second); }};
+                       [=](Site&, Host& host) { host.array_up(at.first, at.second); }, "array " + in.value.text};
      }},
     {"switch_mode",
      [](In in) {
@@ -135,7 +135,7 @@ constexpr EventKind KINDS[] = {
          }
          const bool dynamic = mode == simhost::GroupMode::dynamic_discovery;
          return Action{fmt::format("group {} switched to {} discovery", group, dynamic ? "dynamic" : "static"),
-                       [=](Site&, Host& host) { host.switch_mode(group, mode); }};
+                       [=](Site&, Host& host) { host.switch_mode(group, mode); }, "mode of " + group};
      },
      A_TABLE},
     {"digests",
@@ -144,7 +144,7 @@ constexpr EventKind KINDS[] = {
          const std::string adapter = in.reader().adapter(inner, "adapter");
          const bool on = inner.flag("on").value_or(true);
          return Action{fmt::format("digests switched {} on {}", on ? "on" : "off", adapter),
-                       [=](Site&, Host& host) { host.set_digests(adapter, on); }};
+                       [=](Site&, Host& host) { host.set_digests(adapter, on); }, "digests on " + adapter};
      },
      A_TABLE},
     {"discovery_outcome",
@@ -153,7 +153,8 @@ constexpr EventKind KINDS[] = {
          const std::string adapter = in.reader().adapter(inner, "adapter");
          const auto status = static_cast<std::uint32_t>(inner.integer("status", 0, 0xffffffffLL).value_or(0));
          return Action{fmt::format("discovery on {} now answers {}", adapter, status),
-                       [=](Site&, Host& host) { host.set_discovery_outcome(adapter, status); }};
+                       [=](Site&, Host& host) { host.set_discovery_outcome(adapter, status); },
+                       "discovery on " + adapter};
      },
      A_TABLE},
     {"drop_sessions",
@@ -189,13 +190,13 @@ constexpr EventKind KINDS[] = {
      [](In in) {
          const bool failing = in.fields.flag(in.key).value_or(false);
          return Action{failing ? "logins begin to fail" : "logins succeed again",
-                       [=](Site&, Host& host) { host.fail_logins(failing); }};
+                       [=](Site&, Host& host) { host.fail_logins(failing); }, "logins"};
      }},
     {"login_seconds",
      [](In in) {
          const double seconds = in.fields.seconds(in.key).value_or(0);
          return Action{fmt::format("logins now take {}", shared::duration_text(seconds)),
-                       [=](Site&, Host& host) { host.set_login_seconds(seconds); }};
+                       [=](Site&, Host& host) { host.set_login_seconds(seconds); }, "duration of logins"};
      }},
     {"remove_volume",
      [](In in) {

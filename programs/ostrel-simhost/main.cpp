@@ -12,6 +12,7 @@
 #include <iostream>
 #include <sstream>
 
+#include "overrides.h"
 #include "plot_view.h"
 #include "runner.h"
 #include "scenario.h"
@@ -63,11 +64,11 @@ std::filesystem::path own_folder() {
     return std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
 }
 
-// The folder of the scenarios: of the installation, or else of the source tree.
+// The folder of the scenarios lies where it does from this program's on, also in the build tree, which has a link
+// there.
 std::filesystem::path shipped_scenarios() {
     std::error_code ignored;
-    auto installed = (own_folder() / "../share/ostrel/scenarios").lexically_normal();
-    return std::filesystem::is_directory(installed, ignored) ? installed : std::filesystem::path(OXR_SCENARIOS_FOLDER);
+    return std::filesystem::weakly_canonical(own_folder() / OXR_SCENARIOS_FROM_PROGRAM, ignored);
 }
 
 // The given file, or the installed scenario of that name; empty if there is neither.
@@ -131,6 +132,12 @@ int refuse_lost_output() {
     return program::EXIT_BAD_INPUT;
 }
 
+// Of a scenario's text; empty: those of every scenario.
+int print_keys(const std::string& text) {
+    fmt::print("{}\n", fmt::join(program::override_keys(text), "\n"));
+    return std::fflush(stdout) == 0 ? program::EXIT_FINE : refuse_lost_output();
+}
+
 int refuse(const std::string& what) {
     fmt::print(stderr, "ostrel-simhost: {}\n", what);
     return program::EXIT_BAD_INPUT;
@@ -146,13 +153,15 @@ int main(int argc, char** argv) {
     std::string colour = "auto";
     std::vector<std::string> overrides;
     bool check_only = false;
+    bool list_keys = false;
     program::RunOptions options;
 
     std::signal(SIGPIPE, SIG_IGN);
     CLI::App app(DESCRIPTION, "ostrel-simhost");
     app.set_version_flag("--version", OXR_VERSION, "Print the version");
     app.footer(fmt::format(EXAMPLES, (shipped_scenarios() / "README.md").string()));
-    app.add_option("SCENARIO", scenario_name, "Scenario file or the name of an installed scenario [demo]");
+    auto* const scenario =
+        app.add_option("SCENARIO", scenario_name, "Scenario file or the name of an installed scenario [demo]");
     app.add_option("--for", for_text, "How much simulated time to run, such as 90s, 45m or 2h30m [as in the scenario]")
         ->type_name("DURATION");
     app.add_option("--set", overrides,
@@ -162,6 +171,8 @@ int main(int argc, char** argv) {
         ->type_name("KEY=VALUE")
         ->expected(1)
         ->take_all();
+    app.add_flag("--keys", list_keys,
+                 "List the keys that --set takes, one a line; with SCENARIO, those of its volumes and targets, too");
     app.add_option("--speed", speed,
                    "Simulated seconds per second: a number, real, or instant [instant; with --cim or --events real]")
         ->type_name("N|real|instant");
@@ -226,6 +237,9 @@ int main(int argc, char** argv) {
     if (!read_speed(speed, options)) {
         return refuse(fmt::format("--speed: expected a number up to 100000, real or instant, found \"{}\"", speed));
     }
+    if (list_keys && scenario->count() == 0) {
+        return print_keys("");
+    }
     const auto file = find_scenario(scenario_name);
     if (file.empty()) {
         return refuse(fmt::format("{}: expected a scenario file or the name of a shipped scenario", scenario_name));
@@ -234,6 +248,9 @@ int main(int argc, char** argv) {
     std::string error;
     if (!read_text(file, text, error)) {
         return refuse(fmt::format("{}: {}", file.string(), error));
+    }
+    if (list_keys) {
+        return print_keys(text);
     }
     const program::ScenarioOrProblems result = program::read_scenario(text, overrides);
     if (!result.problems.empty()) {

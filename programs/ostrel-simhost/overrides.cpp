@@ -10,6 +10,7 @@
 #include "events.h"
 #include "scenario_parts.h"
 #include "shared/config_file.h"
+#include "shared/nearest.h"
 
 namespace program {
 
@@ -116,6 +117,28 @@ std::vector<std::string> names_in(const Value& document, std::string_view list) 
     return names;
 }
 
+// All that an override may begin with.
+std::vector<std::string> keys_of(const Value& document) {
+    std::vector<std::string> keys;
+    std::transform(std::begin(config_keys), std::end(config_keys), std::back_inserter(keys),
+                   [](const ConfigKey& key) { return std::string(key.name); });
+    keys.insert(keys.end(), HOST_KEYS.begin(), HOST_KEYS.end());
+    for (const EventKind& kind : event_kinds()) {
+        if (!contains(HOST_KEYS, kind.key)) {
+            keys.emplace_back(kind.key);
+        }
+    }
+    const std::vector<std::string> volumes = names_in(document, "volumes");
+    std::copy_if(volumes.begin(), volumes.end(), std::back_inserter(keys),
+                 [](const std::string& name) { return name.find('#') != std::string::npos; });
+    for (const std::string_view list : {"volumes", "group_scoped_target"}) {
+        for (const std::string& name : names_in(document, list)) {
+            keys.push_back(name + std::string(SESSIONS_SUFFIX));
+        }
+    }
+    return keys;
+}
+
 class Overrider {
 public:
     Overrider(Problems& problems, Value& document, const std::string& option, int line)
@@ -128,7 +151,7 @@ public:
 
     void apply() {
         if (!whole_) {
-            problems_.add(line_, "option", "KEY=VALUE, KEY being " + known_keys(), key_.empty() ? "no key" : "no =");
+            problems_.add(line_, "option", "KEY=VALUE, KEY being " + a_key(), key_.empty() ? "no key" : "no =");
         } else if (is_config_key(key_)) {
             set_config();
         } else if (contains(HOST_KEYS, key_)) {
@@ -138,7 +161,7 @@ public:
         } else if (is_event(key_)) {
             add_event();
         } else if (!set_sessions() && !set_count()) {
-            problems_.add(line_, "key", known_keys(), fmt::format("\"{}\"", key_));
+            problems_.add(line_, "key", a_key(), fmt::format("\"{}\"", key_));
         }
     }
 
@@ -214,33 +237,14 @@ private:
         return !entries.empty();
     }
 
-    std::string known_keys() const {
-        std::vector<std::string> counts;
-        auto all = names_in(document_, "volumes");
-        std::copy_if(all.begin(), all.end(), std::back_inserter(counts),
-                     [](const std::string& name) { return name.find('#') != std::string::npos; });
-        const auto targets = names_in(document_, "group_scoped_target");
-        std::vector<std::string_view> keys;
-        std::transform(std::begin(config_keys), std::end(config_keys), std::back_inserter(keys),
-                       [](const ConfigKey& key) { return key.name; });
-        const auto kinds = event_kinds();
-        std::vector<std::string_view> events;
-        std::transform(kinds.begin(), kinds.end(), std::back_inserter(events),
-                       [](const EventKind& kind) { return kind.key; });
-        all.insert(all.end(), targets.begin(), targets.end());
-        constexpr std::size_t most = 12;
-        const auto list = [](std::vector<std::string> names) {
-            if (names.size() > most) {
-                names.resize(most);
-                names.emplace_back("...");
-            }
-            return names.empty() ? "there is none" : fmt::format("{}", fmt::join(names, ", "));
-        };
-        return fmt::format(
-            "a configuration key ({}), the number of volumes ({}), NAME.sessions (NAME: {}), a [host] number ({}) or "
-            "an "
-            "event ({})",
-            fmt::join(keys, ", "), list(counts), list(all), fmt::join(HOST_KEYS, ", "), fmt::join(events, ", "));
+    // What a mistyped key may be meant for, and where all are told.
+    std::string a_key() const {
+        constexpr std::size_t most = 3;
+        const std::vector<std::string> keys = keys_of(document_);
+        auto near = shared::nearest_names(key_, std::vector<std::string_view>(keys.begin(), keys.end()));
+        near.resize(std::min(near.size(), most));
+        return fmt::format("a key that ostrel-simhost --keys SCENARIO lists{}",
+                           near.empty() ? "" : fmt::format(", such as {}", fmt::join(near, ", ")));
     }
 
     Problems& problems_;
@@ -256,6 +260,11 @@ void apply_overrides(Problems& problems, Value& document, const std::vector<std:
     for (std::size_t i = 0; i < overrides.size(); ++i) {
         Overrider(problems, document, overrides[i], option_line(i)).apply();
     }
+}
+
+std::vector<std::string> override_keys(std::string_view text) {
+    SyntaxError error;
+    return keys_of(parse_document(text, error).value_or(Value{}));
 }
 
 std::string option_of(int line, const std::vector<std::string>& overrides) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "document.h"
@@ -14,6 +15,10 @@ namespace program {
 // happens at the start. What can't be entered is complained about; a value that only the scenario reader can judge
 // carries option_line() as its line.
 void apply_overrides(Problems& problems, Value& document, const std::vector<std::string>& overrides);
+
+// The keys that can be overridden in the scenario of this text: those of every scenario, then those of its own volumes
+// and group-scoped targets.
+std::vector<std::string> override_keys(std::string_view text);
 
 // Where no line of the text is to blame but the option of this index.
 constexpr int option_line(std::size_t index) {

@@ -35,6 +35,7 @@ struct TargetRow {
     bool same_state(const TargetRow& other) const;  // everything but the names
     int sessions() const { return dynamic_sessions + static_sessions + pending_sessions; }
     bool is_balanced() const { return !static_mode && supported; }
+    // Sessions that it lacks; one that is logging in is not lacking.
     int short_by() const { return is_balanced() && sessions() < required ? required - sessions() : 0; }
 };
 

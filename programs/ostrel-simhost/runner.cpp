@@ -20,6 +20,7 @@
 #include "plot_view.h"
 #include "provider.h"
 #include "recorder.h"
+#include "shared/duration.h"
 #include "site.h"
 #include "verdict.h"
 #include "view.h"
@@ -174,6 +175,22 @@ double next_action_after(const Scenario& scenario, double time) {
     return -1;
 }
 
+// What an option made happen lasts until an event of the scenario sets the same state again.
+std::vector<std::string> undone_events(const std::vector<TimedAction>& actions, double end) {
+    std::vector<std::string> notes;
+    for (auto asked = actions.begin(); asked != actions.end(); ++asked) {
+        const auto undoing = std::find_if(asked, actions.end(), [&](const TimedAction& later) {
+            return later.action.state_of == asked->action.state_of && later.action.text != asked->action.text;
+        });
+        if (asked->by_option && !asked->action.state_of.empty() && undoing != actions.end() && !undoing->by_option &&
+            undoing->at_seconds <= end) {
+            notes.push_back(fmt::format("\"{}\" lasts until {} only, when the scenario has \"{}\"", asked->action.text,
+                                        shared::clock_text(undoing->at_seconds), undoing->action.text));
+        }
+    }
+    return notes;
+}
+
 std::unique_ptr<View> make_view(const RunOptions& options, std::string& plot_failure) {
     auto view = options.json ? make_json_view()
                              : make_text_view(shared::wants_colours(options.colour),
@@ -208,6 +225,17 @@ std::string write_failure(const std::filesystem::path& root) {
     std::error_code ignored;
     std::filesystem::remove(probe, ignored);
     return written && closed ? "" : std::strerror(written ? errno : error);
+}
+
+// Its files are of use as they are, so that the run goes on with them.
+void tell_of_earlier_run(const std::filesystem::path& root) {
+    std::error_code ignored;
+    if (!root.empty() && std::filesystem::exists(root / "var/log/ostrel/oxr.log", ignored)) {
+        fmt::print(stderr,
+                   "ostrel-simhost: --root {}: the log of an earlier run is there, and this run's messages go behind "
+                   "it; for a log of this run alone, name a new folder\n",
+                   root.string());
+    }
 }
 
 bool leaves_root(const RunOptions& options) {
@@ -275,6 +303,7 @@ int run_on(simhost::Host& host, const Scenario& scenario, const RunOptions& opti
     outcome.passes_after_last_action = recorder.passes_after_last_happening();
     outcome.last_action_at = recorder.last_action_at();
     outcome.next_action_at = next_action_after(scenario, outcome.ended_at);
+    outcome.undone = undone_events(scenario.actions, outcome.ended_at);
     outcome.most_sessions = std::max(recorder.most_sessions(), outcome.totals.sessions);
     outcome.most_paths = std::max(recorder.most_paths(), outcome.paths);
     outcome.violations = host.violations();
@@ -325,6 +354,7 @@ int run_scenario(const Scenario& given, const RunOptions& options) {
         fmt::print(stderr, "ostrel-simhost: --plot: {}\n", failure);
         return EXIT_NOT_RUN;
     }
+    tell_of_earlier_run(options.root);
     std::optional<simhost::Host> host;
     try {
         host.emplace(on);

@@ -73,12 +73,14 @@ struct SessionEntry {
 struct Action {
     std::string text;
     std::function<void(Site& site, simhost::Host& host)> act;
+    std::string state_of = {};  // whose state it sets, which lasts until the next event that does; empty: nothing's
 };
 
 struct TimedAction {
     double at_seconds = 0;
     std::string note;  // shown beside the action; may be empty
     Action action;
+    bool by_option = false;  // not of the scenario's text
 };
 
 struct Scenario {

@@ -56,6 +56,7 @@ std::optional<TimedAction> EventReader::read(const Value& table) {
         return std::nullopt;
     }
     timed.action = std::move(*action);
+    timed.by_option = table.line < 0;
     return timed;
 }
 

@@ -129,7 +129,7 @@ void add_target_reasons(const RunOutcome& outcome, Verdict& verdict) {
         int too_many = 0;
         for (const TargetRow* row : rows) {
             names.push_back(row->name);
-            lacking += std::max(0, row->required - row->dynamic_sessions);
+            lacking += row->short_by();
             too_many += std::max(0, row->dynamic_sessions - row->required);
         }
         std::string text = fmt::format("{}: {}", cause, shared::name_list(names));
@@ -168,6 +168,7 @@ void add_notes(const RunOutcome& outcome, Verdict& verdict) {
     if (outcome.last_pass.config.worker_stop != 0) {
         verdict.notes.push_back("worker_stop is set");
     }
+    verdict.notes.insert(verdict.notes.end(), outcome.undone.begin(), outcome.undone.end());
 }
 
 // The largest difference, over a target's addresses that are up, between the numbers of its sessions.

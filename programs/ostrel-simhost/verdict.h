@@ -24,6 +24,7 @@ struct RunOutcome {
     int most_paths = 0;
     std::vector<std::string> violations;  // broken invariants, leftovers after the end among them
     std::map<std::string, std::uint64_t, std::less<>> let_pass;  // hazards whose broken invariants are, and how often
+    std::vector<std::string> undone;                             // what options asked for and the scenario took back
     bool interrupted = false;
     bool stalled = false;  // the connection manager made no progress for a real minute
     std::string root;

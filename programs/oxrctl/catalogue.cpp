@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
@@ -51,9 +52,9 @@ std::string format_of(const toml::node& text) {
 }
 
 // A text, or NAME = TEXT.
-std::vector<std::string> texts_of(const toml::table& table, std::string_view level, Catalogue& result) {
+std::vector<std::string> texts_of(const toml::table& table, std::string_view key, Catalogue& result) {
     std::vector<std::string> texts;
-    if (const toml::array* const list = table[level].as_array()) {
+    if (const toml::array* const list = table[key].as_array()) {
         for (const toml::node& text : *list) {
             if (const toml::table* const named = text.as_table()) {
                 texts.push_back(format_of(named->begin()->second));
@@ -98,7 +99,7 @@ Catalogue read_catalogue() {
                                 squeezed(text_of(code, "action"))});
     });
     for_each_table(parsed, "reason", [&](const toml::table& reason) {
-        result.reasons.push_back({text_of(reason, "name"), text_of(reason, "health"),
+        result.reasons.push_back({text_of(reason, "name"), text_of(reason, "health"), texts_of(reason, "texts", result),
                                   squeezed(text_of(reason, "meaning")), squeezed(text_of(reason, "action"))});
     });
     return result;
@@ -172,6 +173,18 @@ FoundMessage find_format(std::string_view text, std::string_view level) {
         }
     }
     return best != nullptr ? best->found : FoundMessage{};
+}
+
+std::vector<const ReasonEntry*> find_reasons(std::string_view text) {
+    const std::string told = squeezed(text);
+    std::vector<const ReasonEntry*> found;
+    for (const ReasonEntry& reason : catalogue().reasons) {
+        if (std::any_of(reason.texts.begin(), reason.texts.end(),
+                        [&told](const std::string& format) { return matches("%s" + format + "%s", told); })) {
+            found.push_back(&reason);
+        }
+    }
+    return found;
 }
 
 const MessageEntry* find_message(std::string_view text, std::string_view level) {

@@ -29,7 +29,8 @@ struct CodeEntry {
 // Why `oxrctl status` doesn't call a host well.
 struct ReasonEntry {
     std::string name;
-    std::string health;  // what it makes of the host: "warning", "critical" or "unknown"
+    std::string health;              // what it makes of the host: "warning", "critical" or "unknown"
+    std::vector<std::string> texts;  // formats of what the judgement says
     std::string meaning;
     std::string action;
 };
@@ -56,6 +57,9 @@ struct FoundMessage {
 // has most letters of its own. The first line of a text of several is enough, and blanks may be lost at its ends or
 // where there were several; a format itself is found too. With a `level`, one of that level goes first.
 FoundMessage find_format(std::string_view text, std::string_view level = {});
+
+// The reasons that `oxrctl status` tells in this text, whatever stands around them and wherever the line is broken.
+std::vector<const ReasonEntry*> find_reasons(std::string_view text);
 
 // Its entry alone. Null: there is none.
 const MessageEntry* find_message(std::string_view text, std::string_view level = {});

@@ -19,6 +19,7 @@
 #include "oxrctl/hidden_characters.h"
 #include "oxrctl/text.h"
 #include "shared/config_file.h"
+#include "shared/nearest.h"
 
 namespace oxrctl {
 
@@ -168,7 +169,7 @@ private:
         std::vector<std::string_view> keys;
         std::transform(std::begin(config_keys), std::end(config_keys), std::back_inserter(keys),
                        [](const ConfigKey& key) { return key.name; });
-        const std::string near = nearest(plain, keys);
+        const std::string near = shared::nearest(plain, keys);
         return near.empty() ? "unknown key" : fmt::format("unknown key; did you mean {}?", near);
     }
 

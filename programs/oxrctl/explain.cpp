@@ -1,4 +1,5 @@
-// The command `explain`: what was asked is taken for a code, else for a logged text, else for words of one.
+// The command `explain`: what was asked is taken for a code, else for a logged text or a reason of `oxrctl status`,
+// else for words of one.
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -45,6 +46,7 @@ struct LoggedText {
     std::string level;  // may be empty
     std::string text;
     bool is_of_log = false;
+    bool in_a_reason = false;  // which quotes it
 };
 
 LoggedText logged_text(const std::string& asked) {
@@ -52,7 +54,7 @@ LoggedText logged_text(const std::string& asked) {
         if (told->text.empty()) {
             throw Refusal("explain: the message stands in the line below this one; give that one, or both");
         }
-        return {told->level, told->text, true};
+        return {told->level, told->text, true, told->level.empty()};
     }
     shared::LogLine line;
     return shared::parse_log_line_end(asked, line) ? LoggedText{std::string(line.level), std::string(line.text), true}
@@ -150,6 +152,14 @@ void find_in_texts(const std::vector<std::string>& words, Explanation& explanati
         [&words](const CodeEntry& code) { return has_words(code.name, words) || has_words(code.text, words); });
 }
 
+void find_in_reasons(const std::vector<std::string>& words, Explanation& explanation) {
+    for (const ReasonEntry& reason : catalogue().reasons) {
+        if (has_words(fmt::format("{}", fmt::join(reason.texts, " ")), words)) {
+            explanation.reasons.push_back(&reason);
+        }
+    }
+}
+
 void find_in_meanings(const std::vector<std::string>& words, Explanation& explanation) {
     for (const MessageEntry& entry : catalogue().messages) {
         if (has_words(entry.meaning + " " + entry.action, words)) {
@@ -167,6 +177,9 @@ Explanation find_by_words(const LoggedText& logged) {
         return explanation;
     }
     find_in_texts(words, explanation);
+    if (explanation.empty() && !logged.is_of_log) {
+        find_in_reasons(words, explanation);
+    }
     if (explanation.empty() && !logged.is_of_log && std::any_of(words.begin(), words.end(), says_something)) {
         find_in_meanings(words, explanation);
     }
@@ -217,9 +230,14 @@ Explanation find(const std::string& asked) {
     }
     const LoggedText logged = logged_text(asked);
     if (const FoundMessage message = find_format(logged.text, logged.level)) {
-        return with_message(message, logged);
+        explanation = with_message(message, logged);
     }
-    explanation.codes = codes_named_in(asked);
+    if (!logged.is_of_log || logged.in_a_reason) {
+        explanation.reasons = find_reasons(asked);
+    }
+    if (explanation.empty()) {
+        explanation.codes = codes_named_in(asked);
+    }
     return explanation.empty() ? find_by_words(logged) : explanation;
 }
 

@@ -49,7 +49,11 @@ std::string code_text(const CodeEntry& code) {
 }
 
 std::string reason_text(const ReasonEntry& reason) {
-    return reason.name + "\n" + field("Health", reason.health) + meaning_and_action(reason.meaning, reason.action);
+    std::string text = reason.name + "\n" + field("Health", reason.health);
+    for (const std::string& format : reason.texts) {
+        text += field(&format == &reason.texts.front() ? "Told as" : "", format);
+    }
+    return text + meaning_and_action(reason.meaning, reason.action);
 }
 
 // --- for programs ------------------------------------------------------------------------------------------
@@ -69,7 +73,11 @@ Json code_json(const CodeEntry& code) {
 }
 
 Json reason_json(const ReasonEntry& reason) {
-    return {{"name", reason.name}, {"health", reason.health}, {"meaning", reason.meaning}, {"action", reason.action}};
+    return {{"name", reason.name},
+            {"health", reason.health},
+            {"texts", reason.texts},
+            {"meaning", reason.meaning},
+            {"action", reason.action}};
 }
 
 // --- for the documentation ---------------------------------------------------------------------------------
@@ -130,10 +138,10 @@ std::string code_table(const std::string& kind, const std::string& heading) {
 std::string reason_table() {
     std::string text =
         "\n### Health: why `oxrctl status` does not call a host well\n\n"
-        "| Reason | Health | Meaning | What to do |\n|---|---|---|---|\n";
+        "| Reason, and how it is told | Health | Meaning | What to do |\n|---|---|---|---|\n";
     for (const ReasonEntry& reason : catalogue().reasons) {
-        text += fmt::format("| `{}` | {} | {} | {} |\n", reason.name, reason.health, cell(reason.meaning),
-                            cell(reason.action));
+        text += fmt::format("| `{}`<br>\"{}\" | {} | {} | {} |\n", reason.name, fmt::join(reason.texts, "\"<br>\""),
+                            reason.health, cell(reason.meaning), cell(reason.action));
     }
     return text;
 }

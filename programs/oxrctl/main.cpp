@@ -14,6 +14,7 @@
 #include "oxrctl/paint.h"
 #include "oxrctl/text.h"
 #include "shared/duration.h"
+#include "shared/nearest.h"
 #include "shared/terminal.h"
 
 namespace {
@@ -126,8 +127,8 @@ void add_explain(CLI::App& app, Run& run) {
     static ExplainOptions options;
     CLI::App& command = *app.add_subcommand("explain", "Explain a log message or a code, and what to do");
     command.footer(
-        "\nMESSAGE is a log line or a part of one, also as `oxrctl status` or ostrel-simhost prints it. CODE is a name "
-        "or a number, such as 8. To choose the kind:\n"
+        "\nMESSAGE is a log line or a part of one, also as `oxrctl status` or ostrel-simhost prints it, or what\n"
+        "`oxrctl status` says of a host's health. CODE is a name or a number, such as 8. To choose the kind:\n"
         "OXD 8 (a renewal), PSP 8 (the path-selection plug-in).\n"
         "Exit code: 0 it was found; 1 nothing matches.");
     command.add_option("MESSAGE|CODE", options.words, "What to explain");
@@ -144,8 +145,11 @@ void add_plan(CLI::App& app, Run& run) {
         "or with --what-if, the differences are shown. KEY is a configuration key, the number of volumes\n"
         "(db-##=48), the number of initial connections (NAME.sessions=2), login_seconds, claim_seconds or\n"
         "discovery_seconds, or an event of a scenario, which happens at the start: nic_down=10.1.1.12,\n"
-        "'add_array={ group = \"prod\", name = \"p4\", data_ips = [\"10.1.1.104\"] }'. A configuration value that the\n"
-        "service would correct is refused, unless --as-written is given.\n"
+        "'add_array={ group = \"prod\", name = \"p4\", data_ips = [\"10.1.1.104\"] }'. `ostrel-simhost --keys "
+        "SCENARIO`\n"
+        "lists all keys. A configuration value that the service would correct is refused, unless --as-written is "
+        "given.\n"
+        "The LOG of --from-log is that of one host, given as for `oxrctl status`.\n"
         "Exit code: 0 the host settles within its limits; 1 it does not, or a volume gets fewer sessions than\n"
         "required; 2 a scenario has an error, or the service would correct a value; 3 ostrel-simhost cannot be run.");
     CLI::Option* const scenario =
@@ -210,7 +214,7 @@ void refuse_unknown_command(const CLI::App& app, int argc, char** argv) {
         return;
     }
     const std::vector<std::string_view> views(names.begin(), names.end());
-    const std::string near = nearest(word, views);
+    const std::string near = shared::nearest(word, views);
     throw Refusal(fmt::format(
         "no command '{}'; {}", printable(word),
         near.empty() ? fmt::format("there are {}", fmt::join(names, ", ")) : fmt::format("did you mean {}?", near)));

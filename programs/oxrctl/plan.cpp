@@ -29,7 +29,7 @@ std::vector<PlanRun> runs_of(const PlanOptions& options, const ScenarioFromLog* 
         runs.push_back({scenario, {}, options.run_for});
     }
     if (made != nullptr) {
-        runs.push_back({options.write.empty() ? options.from_log : options.write, {}, options.run_for, made->text});
+        runs.push_back({options.write.empty() ? made->log : options.write, {}, options.run_for, made->text});
     }
     if (options.what_if.empty()) {
         return runs;
@@ -74,6 +74,7 @@ Answer plan(const PlanOptions& options) {
     std::vector<PlanSubject> subjects = subjects_of(runs, run_plans(runs));
     if (made) {
         for (PlanSubject& subject : subjects) {
+            subject.read = made->read;
             subject.guesses = made->guesses;
         }
     }

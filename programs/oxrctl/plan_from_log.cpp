@@ -13,6 +13,7 @@
 #include "configuration/logs_path_rule.h"
 #include "oxrctl/config_report.h"
 #include "oxrctl/status/log_files.h"
+#include "oxrctl/status/log_sources.h"
 #include "oxrctl/text.h"
 #include "shared/name_list.h"
 #include "shared/needs.h"
@@ -158,10 +159,11 @@ private:
         }
         nics_ = numbers.empty() ? 2 : std::min(*numbers.rbegin(), MOST_NICS);
         each_on_its_own_ = numbers.size() > 1 && nics_ <= MOST_ADAPTERS_OF_A_VOLUME;
-        guess(fmt::format("addresses and adapters of {}: {}", count_of(static_cast<std::size_t>(nics_), "NIC", "NICs"),
-                          numbers.empty()            ? "the log tells of none"
-                          : values_.vmknic_count > 0 ? "the log tells vmknic_count only"
-                                                     : "the log tells only how many carry paths"));
+        guess(fmt::format("the addresses and adapters of {}, {}",
+                          count_of(static_cast<std::size_t>(nics_), "NIC", "NICs"),
+                          numbers.empty()            ? "and that there are so many"
+                          : values_.vmknic_count > 0 ? "whose number is that of vmknic_count"
+                                                     : "whose number is that of those that carry paths"));
     }
 
     // A target with fewer NICs than others is on some of the adapters only.
@@ -172,7 +174,7 @@ private:
         if (target.nics > 0 && each_on_its_own_) {
             return target.nics;
         }
-        guess_of("all local addresses, the log tells another number", name);
+        guess_of("that they use all NICs, though the log tells fewer", name);
         return 0;
     }
 
@@ -216,7 +218,7 @@ private:
             name = fmt::format("{}-{}", otherwise, i);
         }
         if (name != wanted) {
-            guess_of("names", name);
+            guess_of("names in place of ones that a scenario can't have", name);
         }
         return name;
     }
@@ -224,8 +226,8 @@ private:
     int sessions_left(const TargetStory& target, const std::string& name) {
         if (target.static_mode) {
             const int share = static_share();
-            guess_of(share < 0 ? "sessions in static mode, one to each of two portals"
-                               : "sessions in static mode, an equal part of those of the host that are left",
+            guess_of(share < 0 ? "the sessions in static mode: one to each of two portals"
+                               : "the sessions in static mode: an equal part of those that the host has besides",
                      name);
             return share;
         }
@@ -235,14 +237,14 @@ private:
             return static_cast<int>(std::clamp<std::int64_t>(left, 0, MOST_SESSIONS));
         }
         if (target.group_scoped && story_.path_limit) {
-            guess_of("sessions, as many as the number of the host's paths makes likely", name);
+            guess_of("the sessions: as many as the number of the host's paths makes likely", name);
             return likely_sessions();
         }
         if (target.paths == 0 || (target.paths > 0 && !target.group_scoped)) {
-            guess_of("sessions, as many as there are active paths", name);
+            guess_of("the sessions: as many as active paths", name);
             return std::min(target.paths, MOST_SESSIONS);
         }
-        guess_of("sessions, as many as are required", name);
+        guess_of("the sessions: as many as required", name);
         return within(target.required, 0, MOST_SESSIONS, -1);
     }
 
@@ -267,10 +269,10 @@ private:
         }
         if (std::any_of(sharing.begin(), sharing.end(),
                         [&](const TargetStory* other) { return other->required != target.required; })) {
-            guess_of("sessions, which volumes on one target pull to and fro", entry.name);
+            guess_of("the sessions, which volumes on one target change by turns", entry.name);
         }
         if (!target.static_mode && target.arrays < 1) {
-            guess_of("one array, the log tells of none", entry.name);
+            guess_of("that there is one array", entry.name);
         }
         entry.arrays = within(target.arrays, 1, MOST_ARRAYS, 1);
         entry.group = group_of(target, std::clamp(most_arrays, 1, MOST_ARRAYS));
@@ -311,34 +313,34 @@ private:
                 return total;
             }
         }
-        guess_of("the arrays of the group, those that serve it", name);
+        guess_of("the arrays of the group: those that serve the target", name);
         return active;
     }
 
     void note_state(const TargetStory& target, const std::string& name) {
         if (target.mode_changed) {
-            guess_of("a switch of the mode is under way, which is left out", name);
+            guess_of("that no switch of the mode is under way, though one is", name);
         }
         if (target.pending > 0) {
-            guess_of("sessions are logging in, which are taken for logged in", name);
+            guess_of("that all sessions are logged in, though some are logging in", name);
         }
         if (target.dead_paths > 0) {
-            guess_of("dead paths, which are left out", name);
+            guess_of("that there are no dead paths, though there are some", name);
         }
     }
 
     void tell_what_is_left_out() {
-        guess("portals, and the groups: one for each number of arrays");
+        guess("the portals and the groups: a group for each number of arrays");
         if (story_.without_nics > 0) {
-            guess("volumes without a path are left out" +
+            guess("that there are no volumes without a path, though there are some" +
                   (story_.vanished.empty() ? std::string() : ": " + shared::name_list(story_.vanished)));
         }
-        guess("logins take no time");
+        guess("that logins take no time");
         const bool at_rest = std::all_of(story_.targets.begin(), story_.targets.end(), [](const TargetStory& target) {
             return !target.static_mode && target.added == 0 && target.removed == 0;
         });
         if (const std::int64_t others = other_sessions(); at_rest && others > 0) {
-            guess(fmt::format("{} of the host belong to none of these targets and are left out: it has less room",
+            guess(fmt::format("that there is more room than on the host: {} of none of these targets are left out",
                               count_of(static_cast<std::size_t>(others), "session", "sessions")));
         }
     }
@@ -453,7 +455,7 @@ private:
 
 Config config_of_log(const Story& story, std::vector<std::string>& guesses) {
     if (story.values.empty()) {
-        guesses.emplace_back("the configuration, which is the default one");
+        guesses.emplace_back("the configuration: the default one");
     }
     return {{story.values.begin(), story.values.end()}, ""};
 }
@@ -467,7 +469,7 @@ Config config_of_file(const std::string& file, const Story& story, std::vector<s
     for (const auto& [key, value] : story.values) {
         const std::string& of_file = config.values[key];
         if (of_file != value && key != LOGS_PATH_KEY) {
-            guesses.push_back(fmt::format("{}={} of the file counts, in the log it is {}", key, of_file, value));
+            guesses.push_back(fmt::format("{}={} as in the file; the log has {}", key, of_file, value));
         }
     }
     std::ifstream stream(file);
@@ -478,23 +480,58 @@ Config config_of_file(const std::string& file, const Story& story, std::vector<s
     return config;
 }
 
+// What the scenario rests on.
+std::string read_text(const Story& story) {
+    const auto group_scoped = static_cast<std::size_t>(std::count_if(
+        story.targets.begin(), story.targets.end(), [](const TargetStory& target) { return target.group_scoped; }));
+    std::vector<std::string> parts;
+    const auto add = [&parts](std::int64_t number, const std::string& one, const std::string& many) {
+        if (number > 0) {
+            parts.push_back(count_of(static_cast<std::size_t>(number), one, many));
+        }
+    };
+    add(story.volumes, "volume", "volumes");
+    add(static_cast<std::int64_t>(group_scoped), "group-scoped target", "group-scoped targets");
+    add(story.sessions, "session", "sessions");
+    add(story.paths, "path", "paths");
+    if (!story.values.empty()) {
+        parts.emplace_back("the configuration");
+    }
+    return fmt::format("{} in the pass of {}", fmt::join(parts, ", "), story.last_pass);
+}
+
+// Given as for `oxrctl status`, with what is said of it there.
+LogSource log_of_one_host(const std::string& given) {
+    std::vector<LogSource> sources = find_logs({given}).sources;
+    if (sources.size() > 1) {
+        throw Refusal(fmt::format("--from-log: {} has the logs of {} hosts; give one of them, such as {}", given,
+                                  sources.size(), sources.front().file));
+    }
+    return sources.front();
+}
+
 }  // namespace
 
-ScenarioFromLog scenario_from_log(const std::string& log, const std::string& config_file) {
-    const LogReading reading = read_log(log);
+ScenarioFromLog scenario_from_log(const std::string& given, const std::string& config_file) {
+    const LogSource source = log_of_one_host(given);
+    const std::string log = source.file == "-" ? "standard input" : source.file;
+    const LogReading reading = read_log(source.file);
     const Story& story = reading.story;
+    if (story.messages == 0) {
+        throw Refusal(fmt::format("{}: no line of it is a message of the connection manager", log));
+    }
     if (story.targets.empty()) {
         throw Refusal(fmt::format("{}: the last pass tells of no volume, so there is nothing to plan on", log));
     }
-    ScenarioFromLog made;
+    ScenarioFromLog made{"", log, read_text(story), {}};
     Maker maker(story, config_file.empty() ? config_of_log(story, made.guesses)
                                            : config_of_file(config_file, story, made.guesses));
     maker.make();
     for (std::string& guess : maker.guesses()) {
         made.guesses.push_back(std::move(guess));
     }
-    made.text = fmt::format("# Made from {}, of the pass of {}. What it doesn't tell is made up or left out:\n",
-                            printable(log), story.last_pass);
+    made.text = fmt::format("# Made from {}.\n# Read: {}.\n# Guessed, as the log doesn't tell it:\n", printable(log),
+                            made.read);
     for (const std::string& guess : made.guesses) {
         made.text += fmt::format("# - {}\n", printable(guess, guess.size()));
     }

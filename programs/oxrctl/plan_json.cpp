@@ -62,6 +62,7 @@ Json of_subject(const PlanSubject& subject) {
             {"fine", plan.fine()},
             {"settled", plan.settled},
             {"reasons", plan.reasons},
+            {"read", subject.read.empty() ? Json() : Json(subject.read)},
             {"guesses", subject.guesses},
             {"notes", notes_of(subject)},
             {"violations", plan.violations},

@@ -12,6 +12,7 @@ struct PlanSubject {
     std::string label;                   // as a person names it: "demo.toml with vol_sessions=4"
     std::vector<std::string> overrides;  // KEY=VALUE
     Plan plan;
+    std::string read = {};                  // of a log, that the scenario rests on; empty: it is none of a log
     std::vector<std::string> guesses = {};  // what was made up or left out of the scenario
 };
 

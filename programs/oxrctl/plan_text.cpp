@@ -131,6 +131,9 @@ private:
     }
 
     void notes() {
+        if (!subjects_.front().read.empty()) {
+            wrapped("read: ", subjects_.front().read);
+        }
         for (const std::string& guess : subjects_.front().guesses) {
             wrapped("guessed: ", guess);
         }

@@ -3,8 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <numeric>
-#include <span>
 
 namespace oxrctl {
 
@@ -33,38 +31,7 @@ std::vector<std::string> broken(std::string_view text, std::size_t width) {
     return lines;
 }
 
-// Letters to put in, leave out or change to make one of the other.
-std::size_t distance(std::string_view a, std::string_view b) {
-    std::vector<std::size_t> row(b.size() + 1);
-    std::iota(row.begin(), row.end(), std::size_t{0});
-    for (std::size_t i = 1; i <= a.size(); ++i) {
-        std::size_t diagonal = row[0];
-        row[0] = i;
-        for (std::size_t j = 1; j <= b.size(); ++j) {
-            const std::size_t changed = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
-            diagonal = row[j];
-            row[j] = std::min({changed, row[j] + 1, row[j - 1] + 1});
-        }
-    }
-    return row.back();
-}
-
 }  // namespace
-
-std::string nearest(std::string_view word, std::span<const std::string_view> names) {
-    constexpr std::size_t most = 2;
-    constexpr std::size_t longest_word = 64;
-    std::string_view best;
-    std::size_t least = most + 1;
-    for (const std::string_view name : names) {
-        const std::size_t off = word.size() > longest_word ? least : distance(word, name);
-        if (off < least) {
-            least = off;
-            best = name;
-        }
-    }
-    return std::string(best);
-}
 
 std::string without_control_characters(std::string_view text) {
     std::string result;

@@ -25,6 +25,9 @@ for prefix in "$folder/installed" "$folder/unpacked/usr"; do
         "$prefix/bin/ostrel-simhost" --for 5m --library "$library" >"$folder/out" 2>&1 || fail "$library: $(cat "$folder/out")"
     done
     "$prefix/bin/ostrel-simhost" --help | grep -q "^upgrade.* $prefix/share/ostrel/scenarios/README.md" || fail "--help: $prefix"
+    mv "$prefix/share/ostrel/scenarios" "$folder/elsewhere"
+    "$prefix/bin/ostrel-simhost" demo --check >"$folder/out" 2>&1 && fail "scenarios that are not installed: $(cat "$folder/out")"
+    mv "$folder/elsewhere" "$prefix/share/ostrel/scenarios"
     documents=$(dirname "$(find "$prefix/share/doc" -name operations.md)")
     while read -r link; do
         [ -e "$documents/$link" ] || fail "$documents has a link to $link"

@@ -217,6 +217,8 @@ TEST(Health, IsAsAPersonWouldJudge) {
         }
         for (const Reason& reason : judgement.reasons) {
             seen.insert(reason.name);
+            const auto explained = find_reasons("warning  " + reason.text + " (and 2 other reasons)");
+            EXPECT_TRUE(explained.size() == 1 && explained.front()->name == reason.name) << reason.text;
         }
         EXPECT_EQ(health_word(judgement.health), health_word(c.health)) << c.state;
         EXPECT_EQ(reasons, c.reasons) << c.state << "\n" << c.log.text();

@@ -54,12 +54,12 @@ TEST(Overrides, ReachVolumesFirstConnectionsAndTheHost) {
 
 TEST(Overrides, AreRefusedInOneLineThatNamesTheOption) {
     const std::pair<std::string, std::string> cases[] = {
-        {"interval", "option: expected KEY=VALUE, KEY being a configuration key (interval, "},
+        {"interval", "option: expected KEY=VALUE, KEY being a key that ostrel-simhost --keys SCENARIO lists, "},
         {"=5", "found no key"},
-        {"intervall=5", "(db-##), NAME.sessions (NAME: db-##, log, pe), a [host] number"},
+        {"intervall=5", "lists, such as interval, found \"intervall\""},
         {"add_volumes={ name = \"db-##\", count = 1, group = \"g\" }", "found db-01, taken in line"},
         {"at=5", "found \"at\""},
-        {"nothing.sessions=5", "found \"nothing.sessions\""},
+        {"lag.sessions=5", "such as log.sessions, found \"lag.sessions\""},
         {"log=2", "with # for the number"},
         {"interval=soon", "config.interval: expected a whole number from"},
         {"interval=99999999999", "found 99999999999"},

@@ -106,11 +106,17 @@ int main(int argc, char** argv) {
     Options options;
     CLI::App app("Months of a host's life, simulated from seeds", "oxr_soak");
     app.add_option("--seeds", options.seeds, "Seeds to go through: FIRST-LAST [1-240]")->delimiter('-');
-    app.add_option("--seed", options.seed, "One seed instead, in this process");
+    auto* const seed =
+        app.add_option("--seed", options.seed, "One seed instead, in this process")->check(CLI::PositiveNumber);
     app.add_option("--passes", options.passes, "Polling passes of each seed [600]");
     app.add_option("--jobs", options.jobs, "Seeds at a time [one for each processor]")->check(CLI::PositiveNumber);
     app.add_flag("--trace", options.trace,
-                 "Print what happens to the one seed's host, what is asked of it, and the log");
-    CLI11_PARSE(app, argc, argv);
+                 "Print what happens to the one seed's host, what is asked of it, and the log")
+        ->needs(seed);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : 2;
+    }
     return options.seed != 0 ? run_seed(options) : run_seeds(options);
 }
