@@ -179,8 +179,9 @@ std::vector<const ReasonEntry*> find_reasons(std::string_view text) {
     const std::string told = squeezed(text);
     std::vector<const ReasonEntry*> found;
     for (const ReasonEntry& reason : catalogue().reasons) {
-        if (std::any_of(reason.texts.begin(), reason.texts.end(),
-                        [&told](const std::string& format) { return matches("%s" + format + "%s", told); })) {
+        if (std::any_of(reason.texts.begin(), reason.texts.end(), [&told](const std::string& format) {
+                return MessageFormat("%s" + format + "%s").matches(told);
+            })) {
             found.push_back(&reason);
         }
     }

@@ -99,3 +99,18 @@ TEST(SessionList, LooksAtNoMoreRecordsThanThereAre) {
     create_session_list(list, entries, MAX_SESSIONS_PER_TARGET + 1, records.data(), 1);
     EXPECT_EQ(list[0].count, MAX_SESSIONS_PER_TARGET);
 }
+
+TEST(SessionList, SortPutsLoggedInFirstAndMovesWholeSessions) {
+    ip_session_list list{};
+    for (const auto state :
+         {SESSION_STATE_XPT_WAIT, SESSION_STATE_LOGGED_IN, SESSION_STATE_IN_LOGIN, SESSION_STATE_LOGGED_IN}) {
+        list.isid[list.count][0] = list.vmhba_name[list.count][0] = static_cast<char>('0' + list.count);
+        list.session_state[list.count++] = state;
+    }
+    sort_ip_session_list(&list, 1);
+    for (int k = 0; k < 4; ++k) {
+        EXPECT_EQ(list.isid[k][0], "3120"[k]);
+        EXPECT_EQ(list.vmhba_name[k][0], "3120"[k]);
+    }
+    EXPECT_EQ(list.session_state[1], SESSION_STATE_LOGGED_IN);
+}

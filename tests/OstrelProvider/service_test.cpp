@@ -88,12 +88,8 @@ TEST_F(ServiceTest, AStopThatComesWhileAWorkerIsCreatedEndsIt) {
 }
 
 TEST_F(ServiceTest, WhoeverSharesADatumWaitsForItsMutex) {
-    const std::pair<oxr::Mutex*, void (*)()> cases[] = {
-        {&lock_file_mutex,
-         [] {
-             ConfigValues values;
-             run_worker_cycle(values);
-         }},
+    const std::pair<oxr::Mutex*, std::function<void()>> cases[] = {
+        {&lock_file_mutex, [this] { testing_support::run_cycle(*host); }},
         {&log_file_mutex, [] { set_log_filename("/var/log/ostrel/oxr.log"); }},
         {&start_service_mutex, [] { (void)StartService(); }},
     };

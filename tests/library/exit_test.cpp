@@ -124,10 +124,9 @@ std::string check_renewal(const std::map<std::string, int>& sessions) {
             return "a session of " + iqn + " is logged out:\n" + log;
         }
     }
-    return count_lines(log, "renew_iscsi_connections thread started") == 1 &&
-                   count_lines(log, "Exiting connection renewal thread") == 1
-               ? ""
-               : log;
+    const bool is_only_one = count_lines(log, "renew_iscsi_connections thread started") == 1 &&
+                             count_lines(log, "Exiting connection renewal thread") == 1;
+    return is_only_one ? "" : log;
 }
 
 // Another thread ends the process while a renewal runs, or a signal handler of the server does, on top of the call that

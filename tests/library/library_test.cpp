@@ -99,16 +99,12 @@ std::ptrdiff_t count_entries(const char* folder) {
     return std::distance(std::filesystem::directory_iterator(folder), {});
 }
 
-std::ptrdiff_t thread_count() {
-    return count_entries("/proc/self/task");
-}
-
 std::atomic<int> host_signals{0};
 
 class LoadRounds : public HostTest {
 protected:
     const std::vector<std::string> iqns = add_volumes(*host, 1, 4);
-    const std::ptrdiff_t threads = thread_count();
+    const std::ptrdiff_t threads = count_entries("/proc/self/task");
     std::mt19937 random{2040};
 
     LoadRounds() : HostTest(make_site()) {
@@ -147,7 +143,7 @@ protected:
         std::vector<Cleanup> cleanups = create_all(library, broker->handle());
         let_worker_pass();
         expect_signal_reaches_host();
-        EXPECT_EQ(thread_count(), threads + 1);
+        EXPECT_EQ(count_entries("/proc/self/task"), threads + 1);
         request_all(*broker);
         let_worker_pass();
         // Each once and some again, in any order; or only some.
@@ -160,10 +156,10 @@ protected:
             EXPECT_EQ(clean_up().rc, CMPI_RC_OK);
         }
         if (!broker_last) {
-            EXPECT_EQ(thread_count(), threads);
+            EXPECT_EQ(count_entries("/proc/self/task"), threads);
         }
         broker.reset();
-        EXPECT_EQ(thread_count(), threads);
+        EXPECT_EQ(count_entries("/proc/self/task"), threads);
         EXPECT_EQ(dlclose(library), 0);
         EXPECT_EQ(dlopen(OXR_LIBRARY, RTLD_NOW | RTLD_NOLOAD), nullptr);
         expect_signal_reaches_host();

@@ -116,7 +116,14 @@ TEST_F(LookupTest, EveryFailureAndEmptyAnswerIsTold) {
 // Nothing matches a name that is absent, that fills its record, or that another one begins with. A query whose name
 // doesn't fit its field has an empty one.
 TEST_F(LookupTest, NamesThatAreEmptyOrFillTheirRecordsMatchNothing) {
-    std::size_t length = 0;
+    std::size_t length = 11;
+    host->script_ima("IMA_VMW_GetLhbaProperties", [&](void* out, std::uint32_t status) {
+        std::fill_n(static_cast<IMA_VMW_LHBA_PROPERTIES*>(out)->osDeviceName, length, L'n');
+        return status;
+    });
+    EXPECT_EQ(look_up(std::string(11, 'n'), iqn, "", 1), 0);
+    EXPECT_EQ(look_up(std::string(12, 'n'), iqn, "", 1), -1);
+    host->script_ima("IMA_VMW_GetLhbaProperties", {});
     host->script_ima("IMA_GetTargetProperties", [&](void* out, std::uint32_t status) {
         auto* const properties = static_cast<IMA_TARGET_PROPERTIES*>(out);
         std::fill(std::begin(properties->name), std::end(properties->name), L'\0');

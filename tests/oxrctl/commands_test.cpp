@@ -27,9 +27,8 @@ TEST(Commands, PrintWhatTheyShould) {
     const fs::path source = OXR_SOURCE_DIR "/tests/oxrctl";
     const fs::path folder = fs::path(testing::TempDir()) / ("oxrctl-" + std::to_string(getpid()));
     fs::create_directories(folder);
-    for (const char* const scenario : {"small.toml", "kinds.toml"}) {
-        fs::copy(source / scenario, folder);
-    }
+    fs::copy(source / "small.toml", folder);
+    fs::copy(source / "kinds.toml", folder);
     fs::current_path(folder);
     setenv("TMPDIR", (folder / "tmp").c_str(), 1);
     setenv("PATH",

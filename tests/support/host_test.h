@@ -3,10 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "simhost/host.h"
 #include "support/engine.h"
 #include "support/site.h"
