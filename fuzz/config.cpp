@@ -12,11 +12,13 @@
 #include "OstrelProvider/service.h"
 #include "common/file_reader.h"
 #include "configuration/config_keys.h"
-#include "configuration/config_text.h"
 #include "configuration/logs_path_rule.h"
 #include "support/host.h"
+#include "tests/support/config_text.h"
 
 namespace {
+
+using testing_support::config_text;
 
 // The host with its files; the version file is another name of the configuration file.
 struct ConfigSite {
@@ -29,15 +31,6 @@ struct ConfigSite {
     void put(std::string_view text) const { host->write_file(OSTREL_CONFIG_FILE, text); }
     std::string text() const { return host->read_file(OSTREL_CONFIG_FILE); }
 };
-
-std::string canonical(const ConfigValues& values) {
-    char text[CONFIG_TEXT_SIZE];
-    return {text, compose_config(text, ConfigForm::rewritten, values)};
-}
-
-bool same_values(const ConfigValues& a, const ConfigValues& b) {
-    return canonical(a) == canonical(b);
-}
 
 bool within(std::uint32_t value, std::uint32_t low, std::uint32_t high) {
     return low <= value && value <= high;
@@ -67,7 +60,7 @@ std::optional<ConfigValues> read(const ConfigSite& site) {
     }
     fuzz::require_nothing_held(*site.host);
     if (result != 0) {
-        fuzz::require(same_values(values, ConfigValues()), "a refused file gives values");
+        fuzz::require(config_text(values) == config_text(), "a refused file gives values");
         return std::nullopt;
     }
     require_bounds(values);
@@ -76,10 +69,10 @@ std::optional<ConfigValues> read(const ConfigSite& site) {
 
 // What was written reads as the same values and isn't written again.
 void require_fixed_point(const ConfigSite& site, const ConfigValues& values) {
-    fuzz::require(site.text() == canonical(values), "written in another form", site.text());
+    fuzz::require(site.text() == config_text(values), "written in another form", site.text());
     const std::uint64_t writes = site.host->calls("write");
     const auto again = read(site);
-    fuzz::require(again && same_values(*again, values), "read again, it has other values", site.text());
+    fuzz::require(again && config_text(*again) == config_text(values), "read again, it has other values", site.text());
     fuzz::require(site.host->calls("write") == writes, "written again");
 }
 
@@ -134,7 +127,7 @@ void convert(const ConfigSite& site, std::string_view text) {
         return;
     }
     const auto values = read(site);
-    fuzz::require(values && site.text() == canonical(*values), "not converted to the present form", site.text());
+    fuzz::require(values && site.text() == config_text(*values), "not converted to the present form", site.text());
     fuzz::require(values->interval == 120 && values->vmknic_count == 0, "what a conversion gives up");
 }
 

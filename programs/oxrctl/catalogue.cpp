@@ -110,8 +110,9 @@ Catalogue read_catalogue() {
 // A format, or one line of a format of several, ready to be compared with.
 struct Pattern {
     FoundMessage found;
-    std::string format;  // without line feeds at its end
-    std::string squeezed_format;
+    MessageFormat format;  // without line feeds at its end
+    std::string squeezed_text;
+    MessageFormat squeezed_format;
     std::size_t letters;
 };
 
@@ -123,7 +124,8 @@ std::string_view without_line_ends(std::string_view text) {
 }
 
 void add_pattern(std::vector<Pattern>& patterns, const FoundMessage& found, std::string_view format) {
-    patterns.push_back({found, std::string(format), squeezed(format), own_letters(format)});
+    const MessageFormat cut(format);
+    patterns.push_back({found, cut, squeezed(format), MessageFormat(squeezed(format)), cut.own_letters()});
 }
 
 void add_patterns(std::vector<Pattern>& patterns, const FoundMessage& found) {
@@ -158,8 +160,8 @@ FoundMessage find_format(std::string_view text, std::string_view level) {
     text = without_line_ends(text);
     const std::string squeezed_text = squeezed(text);
     const auto fits = [&](const Pattern& pattern) {
-        return matches(pattern.format, text) || matches(pattern.squeezed_format, squeezed_text) ||
-               pattern.squeezed_format == squeezed_text;
+        return pattern.format.matches(text) || pattern.squeezed_format.matches(squeezed_text) ||
+               pattern.squeezed_text == squeezed_text;
     };
     const auto rank = [level](const Pattern& pattern) {
         return std::pair(pattern.found.entry->level == level, pattern.letters);
@@ -177,8 +179,9 @@ std::vector<const ReasonEntry*> find_reasons(std::string_view text) {
     const std::string told = squeezed(text);
     std::vector<const ReasonEntry*> found;
     for (const ReasonEntry& reason : catalogue().reasons) {
-        if (std::any_of(reason.texts.begin(), reason.texts.end(),
-                        [&told](const std::string& format) { return matches("%s" + format + "%s", told); })) {
+        if (std::any_of(reason.texts.begin(), reason.texts.end(), [&told](const std::string& format) {
+                return MessageFormat("%s" + format + "%s").matches(told);
+            })) {
             found.push_back(&reason);
         }
     }

@@ -7,7 +7,6 @@ namespace oxrctl {
 
 namespace {
 
-// A format cut into what stands between its conversions.
 struct Conversion {
     char letter = 0;         // 0: there is none, the format ends
     std::size_t length = 0;  // of its text in the format
@@ -34,14 +33,16 @@ std::string_view without_padding(std::string_view argument) {
                                            : argument.substr(begin, argument.find_last_not_of(' ') - begin + 1);
 }
 
-bool can_print(const Conversion& conversion, std::string_view argument) {
-    if (conversion.padded && conversion.letter != 's') {
+bool can_print(char letter, bool padded, std::string_view argument) {
+    if (padded && letter != 's') {
         argument = without_padding(argument);
     }
     const auto all = [&argument](auto is_fine) {
         return !argument.empty() && std::all_of(argument.begin(), argument.end(), is_fine);
     };
-    switch (conversion.letter) {
+    switch (letter) {
+        case 0:
+            return false;
         case 'd':
         case 'i':
             if (argument.starts_with('-') || argument.starts_with('+')) {
@@ -64,33 +65,53 @@ bool can_print(const Conversion& conversion, std::string_view argument) {
     }
 }
 
-bool match_rest(std::string_view format, std::string_view text, std::vector<std::string_view>& arguments) {
-    while (!format.empty() && (format.front() != '%' || format.starts_with("%%"))) {
-        if (text.empty() || text.front() != format.front()) {
-            return false;
+}  // namespace
+
+MessageFormat::MessageFormat(std::string_view format) {
+    std::string* fixed = &begin_;
+    while (!format.empty()) {
+        if (format.front() != '%' || format.starts_with("%%")) {
+            *fixed += format.front();
+            format.remove_prefix(format.front() == '%' ? 2 : 1);
+            continue;
         }
-        format.remove_prefix(format.starts_with("%%") ? 2 : 1);
-        text.remove_prefix(1);
+        const Conversion conversion = conversion_at(format);
+        pieces_.push_back({conversion.letter, conversion.padded, ""});
+        fixed = &pieces_.back().behind;
+        format.remove_prefix(conversion.letter != 0 ? conversion.length : format.size());
     }
-    if (format.empty()) {
-        return text.empty();
-    }
-    const Conversion conversion = conversion_at(format);
-    if (conversion.letter == 0) {
+}
+
+bool MessageFormat::match(std::string_view text, std::vector<std::string_view>& arguments) const {
+    arguments.clear();
+    // Most texts of another format differ from the first letter on.
+    if (!begin_.empty() && (text.empty() || text.front() != begin_.front())) {
         return false;
     }
-    const std::string_view rest = format.substr(conversion.length);
-    // What follows up to the next conversion must be found behind the argument.
-    const std::string_view fixed = rest.substr(0, rest.find('%'));
-    for (std::size_t end = 0; end <= text.size(); ++end) {
-        end = rest.empty() ? text.size() : text.find(fixed, end);
+    return text.starts_with(begin_) && match_from(0, text.substr(begin_.size()), arguments);
+}
+
+bool MessageFormat::matches(std::string_view text) const {
+    std::vector<std::string_view> arguments;
+    return match(text, arguments);
+}
+
+// Whether the text is what the pieces from this one on print.
+bool MessageFormat::match_from(std::size_t at, std::string_view text, std::vector<std::string_view>& arguments) const {
+    if (at == pieces_.size()) {
+        return text.empty();
+    }
+    const Piece& piece = pieces_[at];
+    const bool takes_all = at + 1 == pieces_.size() && piece.behind.empty();
+    for (std::size_t end = takes_all ? text.size() : 0; end <= text.size(); ++end) {
+        end = text.find(piece.behind, end);
         if (end == std::string_view::npos) {
             return false;
         }
         const std::string_view argument = text.substr(0, end);
-        if (can_print(conversion, argument)) {
+        if (can_print(piece.letter, piece.padded, argument)) {
             arguments.push_back(argument);
-            if (match_rest(rest, text.substr(end), arguments)) {
+            if (match_from(at + 1, text.substr(end + piece.behind.size()), arguments)) {
                 return true;
             }
             arguments.pop_back();
@@ -99,27 +120,10 @@ bool match_rest(std::string_view format, std::string_view text, std::vector<std:
     return false;
 }
 
-}  // namespace
-
-bool match(std::string_view format, std::string_view text, std::vector<std::string_view>& arguments) {
-    arguments.clear();
-    return match_rest(format, text, arguments);
-}
-
-bool matches(std::string_view format, std::string_view text) {
-    std::vector<std::string_view> arguments;
-    return match(format, text, arguments);
-}
-
-std::size_t own_letters(std::string_view format) {
-    std::size_t letters = 0;
-    while (!format.empty()) {
-        const bool is_conversion = format.front() == '%' && !format.starts_with("%%");
-        const Conversion conversion = is_conversion ? conversion_at(format) : Conversion{};
-        if (conversion.letter == 0) {
-            ++letters;
-        }
-        format.remove_prefix(conversion.letter != 0 ? conversion.length : format.starts_with("%%") ? 2 : 1);
+std::size_t MessageFormat::own_letters() const {
+    std::size_t letters = begin_.size();
+    for (const Piece& piece : pieces_) {
+        letters += piece.behind.size();
     }
     return letters;
 }

@@ -12,14 +12,14 @@ namespace {
 
 constexpr std::string_view nics[] = {"10.0.1.1", "10.0.1.2", "10.0.2.1", "10.0.2.2"};
 
-}  // namespace
-
 std::uint32_t state_of(char letter) {
     return letter == 'b'                    ? SESSION_STATE_FREE
            : letter == 'x' || letter == 'p' ? SESSION_STATE_XPT_WAIT
            : letter == 'i'                  ? SESSION_STATE_IN_LOGIN
                                             : SESSION_STATE_LOGGED_IN;
 }
+
+}  // namespace
 
 LetteredTarget::LetteredTarget(std::string_view letters, const simhost::Fault& fault) : host(make_site()) {
     const bool on_both = letters.find_first_of("34") != letters.npos;

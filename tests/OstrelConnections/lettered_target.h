@@ -12,8 +12,6 @@
 #include "OstrelConnections/inventory/session_inventory.h"
 #include "simhost/host.h"
 
-std::uint32_t state_of(char letter);
-
 struct LetteredTarget {
     std::unique_ptr<simhost::Host> host;
     std::string iqn;

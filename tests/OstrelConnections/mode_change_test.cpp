@@ -9,12 +9,10 @@
 #include "support/engine.h"
 #include "support/golden.h"
 #include "support/host_test.h"
-#include "support/log_lines.h"
 #include "support/site.h"
 
 using namespace testing_support;
 using simhost::GroupMode;
-using simhost::Host;
 
 TEST(ManualToAutomatic, KeepsTheBusiestPortalUntilTheEnd) {
     Golden golden("OstrelConnections", "busiest_portal");
@@ -76,35 +74,6 @@ TEST(Rediscovery, OutcomeDecides) {
         EXPECT_EQ(do_rediscover_on_adapter("vmhba64"), c.result);
         EXPECT_EQ(host->slept(), 2 * std::min(c.unreadable, 5));
         golden.add_log(*host);
-    }
-}
-
-TEST(ModeChanges, BeyondEightAdaptersAreLeftToTheNextPass) {
-    for (const GroupMode now : {GroupMode::dynamic_discovery, GroupMode::static_discovery}) {
-        const bool dynamic = now == GroupMode::dynamic_discovery;
-        const auto host = make_host();
-        host->add_group({"g",
-                         dynamic ? GroupMode::static_discovery : GroupMode::dynamic_discovery,
-                         "10.0.9.100",
-                         {{"a1", {"10.0.9.1"}}, {"a2", {"10.0.9.2"}}}});
-        Lines iqns;
-        for (const char number : std::string("012345678")) {
-            const std::string adapter = std::string("vmhba") + number;
-            host->add_adapter(adapter, {std::string("10.0.1.") + number, std::string("10.0.2.") + number});
-            iqns.push_back(add_volume(*host, std::string("vol-") + number, 3, {adapter}));
-        }
-        host->switch_mode("g", now);
-        for (const bool last_is_left : {true, false}) {
-            run_pass();
-            for (const std::string& iqn : iqns) {
-                EXPECT_EQ(host->target(iqn).mode_changed, last_is_left && iqn == iqns.back()) << iqn;
-            }
-            EXPECT_EQ(count_lines(host->log(), "WARN", "",
-                                  "More than 8 adapters. The mode change of target " + iqns.back() +
-                                      " is left to the next pass."),
-                      1);
-        }
-        expect_nothing_held(*host);
     }
 }
 

@@ -56,6 +56,21 @@ std::unique_ptr<Host> make_switched(const std::string& groups, const Lines& adap
     return host;
 }
 
+// A volume or target on each of so many adapters, with two NICs.
+std::unique_ptr<Host> make_wide(int adapters, GroupMode mode, bool group_scoped) {
+    auto host = make_host();
+    host->add_group({"g", mode, "10.0.9.100", {{"a1", {"10.0.9.1"}}}});
+    for (int a = 0; a < adapters; ++a) {
+        const std::string number = std::to_string(a);
+        host->add_adapter("vmhba" + number, {"10.0.1." + number, "10.0.2." + number});
+        if (group_scoped) {
+            host->add_group_scoped_target({"iqn." + number, "g", {}, {"vmhba" + number}});
+        }
+        add_volume(*host, "vol-" + number, 3, {"vmhba" + number}, "g", group_scoped ? "iqn." + number : "");
+    }
+    return host;
+}
+
 const std::map<std::string, std::function<std::unique_ptr<Host>()>> sites = {
     {"no_volumes", [] { return make_site(); }},
     {"unequal", make_unequal},
@@ -67,13 +82,6 @@ const std::map<std::string, std::function<std::unique_ptr<Host>()>> sites = {
     {"to_automatic_undiscovered", [] { return make_switched("a", {"vmhba64"}, 3); }},
     {"to_manual_undiscovered", [] { return make_switched("m", {"vmhba64"}, 3); }},
 };
-
-// A pass that wants so many sessions for each volume.
-int pass(std::uint32_t vol_sessions) {
-    ConfigValues values;
-    values.vol_sessions = vol_sessions;
-    return run_pass(values);
-}
 
 // "+2 -1 t4": sessions added and removed, static targets removed.
 std::string changes_of(const Lines& requests) {
@@ -116,7 +124,7 @@ TEST(Passes, LogIsAsItWas) {
         for (const std::uint32_t level : {2U, 1U}) {
             log_level = level;
             const double begin = host->now();
-            const int result = pass(5);
+            const int result = run_pass({.vol_sessions = 5});
             refresh_target_oids_table();
             golden.add_log(*host);
             golden.heading("result " + std::to_string(result) + ", " +
@@ -174,8 +182,7 @@ TEST(FailingCalls, DecideTheResultAndWhatIsChanged) {
             record_requests(*host, requests);
             host->count_allocations(true);
             host->fail(fault);
-            const int result = pass(5);
-            EXPECT_EQ(host->blocks_held(), 0);
+            const int result = run_pass({.vol_sessions = 5});
             host->count_allocations(false);
             EXPECT_GE(host->faults_injected(), 1U);
             expect_nothing_held(*host);
@@ -223,7 +230,7 @@ TEST(PollingPass, WhatCannotBeJudgedIsSkipped) {
         add_target(*host, "iqn.gst", {"a1"}, 4);
         alter_replies(*host, c.devices, c.targets, c.addresses);
         host->fail(c.fault);
-        EXPECT_EQ(pass(4), 0);
+        EXPECT_EQ(run_pass({.vol_sessions = 4}), 0);
         EXPECT_EQ(count_sessions(*host, "iqn.gst"), c.target_sessions);
         EXPECT_EQ(count_sessions(*host, iqn), c.volume_sessions);
         golden.add_log(*host, "EWI");
@@ -237,36 +244,46 @@ TEST(PollingPass, PathsTellWhetherAVolumeIsLookedAt) {
     // Five sessions, three paths: as many as required.
     host->add_session(session_of(iqn, "10.0.1.1", "10.0.9.100", "10.0.9.1"));
     host->add_session(session_of(iqn, "10.0.1.1", "10.0.9.100", "10.0.9.1"));
-    EXPECT_EQ(pass(3), 0);
+    EXPECT_EQ(run_pass({.vol_sessions = 3}), 0);
     EXPECT_EQ(count_sessions(*host, iqn), 5);
     // With one path more than required the sessions are counted, and there are two too many.
     host->claim_paths();
-    EXPECT_EQ(pass(3), 0);
+    EXPECT_EQ(run_pass({.vol_sessions = 3}), 0);
     EXPECT_EQ(count_sessions(*host, iqn), 3);
 }
 
-// A volume or target on each of so many adapters is more than a request list holds.
+// What is noted of the ninth doesn't fit any more.
 TEST(PollingPass, NinthAdapterSendsWhatIsNotedAndGoesOn) {
     for (const bool group_scoped : {false, true}) {
-        const auto host = make_host();
-        host->add_group({"g", GroupMode::dynamic_discovery, "10.0.9.100", {{"a1", {"10.0.9.1"}}}});
-        for (int v = 0; v < 12; ++v) {
-            const std::string number = std::to_string(v);
-            host->add_adapter("vmhba" + number, {"10.0.1." + number, "10.0.2." + number});
-            if (group_scoped) {
-                host->add_group_scoped_target({"iqn." + number, "g", {}, {"vmhba" + number}});
-            }
-            add_volume(*host, "vol-" + number, 3, {"vmhba" + number}, "g", group_scoped ? "iqn." + number : "");
-        }
+        const auto host = make_wide(12, GroupMode::dynamic_discovery, group_scoped);
         Lines requests;
         record_requests(*host, requests);
-        EXPECT_EQ(pass(4), 0);
+        EXPECT_EQ(run_pass({.vol_sessions = 4}), 0);
         std::string order;  // a session is added, an adapter is rescanned
         for (const std::string& line : requests) {
             order += line.starts_with("add") ? "+" : line.substr(12) + ",";
         }
         EXPECT_EQ(order, "+++++++++0,1,2,3,4,5,6,7,+++8,9,10,11,");  // the ninth has its session when eight are sent
         EXPECT_EQ(host->totals().active_paths, 48);
+        expect_nothing_held(*host);
+    }
+}
+
+TEST(PollingPass, ModeChangeOnANinthAdapterIsLeftToTheNextPass) {
+    for (const GroupMode now : {GroupMode::dynamic_discovery, GroupMode::static_discovery}) {
+        const bool to_dynamic = now == GroupMode::dynamic_discovery;
+        const auto host = make_wide(9, to_dynamic ? GroupMode::static_discovery : GroupMode::dynamic_discovery, false);
+        host->switch_mode("g", now);
+        const std::string last = host->iqn_of("vol-8");
+        for (const bool last_is_left : {true, false}) {
+            run_pass();
+            for (const auto& target : host->targets()) {
+                EXPECT_EQ(target.mode_changed, last_is_left && target.iqn == last) << target.iqn;
+            }
+            EXPECT_EQ(count_lines(host->log(), "More than 8 adapters. The mode change of target " + last +
+                                                   " is left to the next pass."),
+                      1);
+        }
         expect_nothing_held(*host);
     }
 }
@@ -289,9 +306,8 @@ TEST(PollingPass, CountsOfThePspNeverMeetRecordsOfAnotherTarget) {
             reply.devices[1].num_sessions = reply.devices[1].num_dynamic_sessions = psp_count;
         });
         host->fail(failing("IMA_GetSessionOidList", 5));
-        EXPECT_EQ(pass(4), -1);
-        EXPECT_EQ(count_lines(host->log(), "INFO", "", "dynamic(automatic) sessions = " + std::to_string(psp_count)),
-                  1);
+        EXPECT_EQ(run_pass({.vol_sessions = 4}), -1);
+        EXPECT_EQ(count_lines(host->log(), "dynamic(automatic) sessions = " + std::to_string(psp_count)), 1);
         EXPECT_EQ(host->totals().sessions, 8);
         expect_nothing_held(*host);
     }
@@ -313,10 +329,7 @@ TEST(GroupScopedTargets, LimitsAreOneRuleEachAndActivePathsStay) {
             reply.targets[0].num_active_array = c.active;
             reply.targets[0].num_total_array_in_group = c.total;
         });
-        ConfigValues values;
-        values.min_pe_sessions = c.min;
-        values.max_pe_sessions = c.max;
-        EXPECT_EQ(run_pass(values), 0);
+        EXPECT_EQ(run_pass({.max_pe_sessions = c.max, .min_pe_sessions = c.min}), 0);
         EXPECT_EQ(count_sessions(*host, "iqn.gst"), c.left) << c.active << " of " << c.total;
         EXPECT_EQ(host->target("iqn.gst").dead_paths, 0);
         golden.heading(std::to_string(c.active) + " of " + std::to_string(c.total));

@@ -29,9 +29,7 @@ protected:
 
     SettingTest() {
         host->set_horizon(0);
-        std::string error;
-        broker = make_broker(RTLD_DEFAULT, OXR_SOURCE_DIR "/cim", error);
-        EXPECT_NE(broker, nullptr) << error;
+        broker = load_providers(RTLD_DEFAULT);
         EXPECT_EQ(StopService(), 0);
         host->set_horizon(1000);
     }
@@ -95,8 +93,7 @@ TEST_F(SettingTest, ARenewalIsHeldOffByThePassAndByALockFileThatCannotBeSeen) {
         in_mid_pass = renew(*broker, {"iqn.unknown"});
         return result;
     });
-    ConfigValues values;
-    run_worker_cycle(values);
+    run_cycle(*host);
     EXPECT_EQ(in_mid_pass, held_off);
     EXPECT_EQ(renew(*broker, {"iqn.unknown"}), std::to_string(OXD_DEVICE_NOT_FOUND));
 }

@@ -12,40 +12,20 @@
 #include "cimserver/broker/broker.h"
 #include "cimserver/broker/request.h"
 #include "cimserver/server.h"
-#include "configuration/config_text.h"
 #include "support/cim.h"
+#include "support/config_text.h"
 #include "support/engine.h"
 #include "support/site.h"
 
 using namespace cimserver;
 using namespace testing_support;
 
-namespace {
-
-constexpr double seconds_of_load = 60;
-constexpr std::chrono::seconds longest{60};  // real time, by far enough for any request
-
-bool wait_until(const std::function<bool()>& reached) {
-    const auto give_up = std::chrono::steady_clock::now() + longest;
-    while (!reached() && std::chrono::steady_clock::now() < give_up) {
-        std::this_thread::sleep_for(std::chrono::seconds(1));  // of the host
-    }
-    return reached();
-}
-
-}  // namespace
-
 TEST(Clients, EightAtOnceLeaveTheServiceWhole) {
-    simhost::HostOptions options;
-    options.clock = simhost::ClockMode::scaled;
-    options.factor = 60;
-    options.login_seconds = 0.5;
-    options.claim_seconds = 1;
+    const simhost::HostOptions options{
+        .root = {}, .clock = simhost::ClockMode::scaled, .factor = 60, .login_seconds = 0.5, .claim_seconds = 1};
     const auto host = make_site(2, simhost::GroupMode::dynamic_discovery, options);
     const auto iqns = add_volumes(*host, 2, 8);
-    std::string error;
-    auto broker = make_broker(dlopen(OXR_LIBRARY, RTLD_NOW | RTLD_LOCAL), OXR_SOURCE_DIR "/cim", error);
-    ASSERT_NE(broker, nullptr) << error;
+    auto broker = load_providers(dlopen(OXR_LIBRARY, RTLD_NOW | RTLD_LOCAL));
 
     std::atomic<int> renewed{0};
     std::atomic<int> unexpected{0};
@@ -79,7 +59,7 @@ TEST(Clients, EightAtOnceLeaveTheServiceWhole) {
         [&](unsigned) { call("startservice"); },
         [&](unsigned turn) { call(turn % 20 == 10 ? "stopservice" : "startservice"); },
     };
-    const double end = host->now() + seconds_of_load;
+    const double end = host->now() + 60;
     std::vector<std::future<void>> running;
     for (const auto& client : clients) {
         running.push_back(std::async(std::launch::async, [&] {
@@ -95,12 +75,7 @@ TEST(Clients, EightAtOnceLeaveTheServiceWhole) {
     EXPECT_EQ(unexpected, 0) << host->log();
     EXPECT_GT(renewed, 0);
 
-    char text[CONFIG_TEXT_SIZE];
-    ConfigValues values;
-    values.interval = interval;
-    values.vol_sessions = sessions;
-    EXPECT_EQ(host->read_file(OSTREL_CONFIG_FILE),
-              std::string_view(text, compose_config(text, ConfigForm::rewritten, values)));
+    EXPECT_EQ(host->read_file(OSTREL_CONFIG_FILE), config_text({.interval = interval, .vol_sessions = sessions}));
 
     // The worker starts and makes a pass, and a renewal succeeds after it.
     set("interval", 60);

@@ -71,9 +71,7 @@ protected:
     Providers() {
         host.set_horizon(0);
         host.write_file("/etc/ostrel/oxdversion.txt", "2.0.1\n");
-        std::string error;
-        broker = make_broker(library, OXR_SOURCE_DIR "/cim", error);
-        EXPECT_NE(broker, nullptr) << error;
+        broker = load_providers(library);
         EXPECT_TRUE(host.wait_for_horizon(10));
     }
     void TearDown() override {
@@ -282,24 +280,18 @@ TEST_F(Providers, WhatOnlyAnotherBrokerAsksIsAnsweredToo) {
         return 1;
     };
     untelling.eft = &untelling_table;
-    const auto create = [&]<typename Mi>(Mi*& mi, const CMPIBroker* from, const std::string& name) {
-        using Factory = Mi* (*)(const CMPIBroker*, const CMPIContext*, CMPIStatus*);
-        mi = reinterpret_cast<Factory>(dlsym(library, name.c_str()))(from, nullptr, nullptr);
-    };
     const Request request;
     auto* const path = make_object<PathObject>(service());
     auto* const unknown = make_object<PathObject>(path_of("Unknown"));
     const std::pair<const CMPIBroker*, std::size_t> cases[] = {{&untelling, 0}, {broker->handle(), 2}};
     for (const auto& [from, returned] : cases) {
-        CMPIAssociationMI* mi;
-        create(mi, from, "OstrelAssocProvider_Create_AssociationMI");
+        auto* const mi = create<CMPIAssociationMI>(library, "OstrelAssocProvider_Create_AssociationMI", from);
         auto* const to = make_object<ResultObject>();
         EXPECT_EQ(mi->ft->associatorNames(mi, nullptr, to, path, "", "", "", "").rc, CMPI_RC_OK);
         EXPECT_EQ(to->values.size(), returned);
     }
     for (const std::string each : {"OstrelProvider", "OstrelProviderSetting", "OstrelAssocProvider"}) {
-        CMPIInstanceMI* mi;
-        create(mi, broker->handle(), each + "_Create_InstanceMI");
+        auto* const mi = create<CMPIInstanceMI>(library, each + "_Create_InstanceMI", broker->handle());
         EXPECT_EQ(mi->ft->createInstance(mi, nullptr, nullptr, path, nullptr).rc, CMPI_RC_ERR_NOT_SUPPORTED);
         EXPECT_EQ(mi->ft->modifyInstance(mi, nullptr, nullptr, path, nullptr, nullptr).rc, CMPI_RC_ERR_NOT_SUPPORTED);
         EXPECT_EQ(mi->ft->deleteInstance(mi, nullptr, nullptr, path).rc, CMPI_RC_ERR_NOT_SUPPORTED);

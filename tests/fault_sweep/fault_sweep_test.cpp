@@ -22,14 +22,14 @@ namespace {
 constexpr std::uint64_t many_log_calls = 200;
 
 // OXR_SWEEP=full: every call; of the thousands of calls for the log of a large host the first ones, and then with
-// growing steps. Otherwise a sample.
+// growing steps. Otherwise a sample, but every call for the configuration file.
 std::uint64_t call_after(const Fault& fault) {
     const std::uint64_t nth = fault.nth;
     const char* const wanted = std::getenv("OXR_SWEEP");
     if (wanted != nullptr && std::string_view(wanted) == "full") {
         return fault.path_contains == "oxr.log" && nth >= many_log_calls ? nth + nth / 4 : nth + 1;
     }
-    return nth * 4;
+    return fault.path_contains == "oxr.conf" ? nth + 1 : nth * 4;
 }
 
 std::string describe(const Fault& fault) {

@@ -9,8 +9,6 @@
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
-#include <set>
-#include <sstream>
 
 #include "OstrelConnections/renewal/renewal_state.h"
 #include "OstrelProvider/config.h"
@@ -27,6 +25,7 @@
 extern "C" void __gcov_dump(void);
 #endif
 
+using namespace testing_support;
 using simhost::Event;
 using simhost::Fault;
 using simhost::Host;
@@ -41,20 +40,12 @@ constexpr unsigned longest_run_seconds = 60;  // of real time, under a sanitizer
 constexpr int passes_to_settle = 3;
 constexpr double no_horizon = 1e9;
 
-// Comments and values, each key once.
+// Each key has one line, below a comment.
 bool is_whole(const std::string& config) {
-    std::multiset<std::string> keys;
-    std::multiset<std::string> found;
-    for (const ConfigKey& key : config_keys) {
-        keys.emplace(key.name);
-    }
-    std::istringstream lines(config);
-    for (std::string line; std::getline(lines, line);) {
-        if (!line.empty() && line[0] != '#') {
-            found.insert(line.substr(0, line.find('=')));
-        }
-    }
-    return found == keys;
+    return std::all_of(std::begin(config_keys), std::end(config_keys), [&](const ConfigKey& key) {
+        const std::string line = "\n" + std::string(key.name) + "=";
+        return config.find(line) != std::string::npos && config.find(line) == config.rfind(line);
+    });
 }
 
 class Run {
@@ -112,7 +103,7 @@ private:
     }
 
     void look_at_the_result() {
-        std::vector<std::string> complaints = testing_support::short_lines(host_.log());
+        std::vector<std::string> complaints = short_lines(host_.log());
         std::erase_if(complaints,
                       [](const auto& line) { return !line.starts_with("ERROR") && !line.starts_with("WARN"); });
         std::string told;
@@ -137,7 +128,7 @@ private:
         hand_out(ProviderMi::service_instance);  // the mutexes are there again
         expect(StopService() == 0, "the service can't be stopped");
         expect(oxr_thread.load() == 0, "a worker is left");
-        for (const std::string& each : testing_support::what_is_held(host_)) {
+        for (const std::string& each : what_is_held(host_)) {
             expect(each.ends_with("IMA lists") && fault_.operation == "IMA_FreeMemory", "held: " + each);
         }
     }
@@ -148,11 +139,11 @@ private:
         }
         host_.set_horizon(no_horizon);
         for (int pass = 0; pass < passes_to_settle; ++pass) {
-            run_cycle();
+            run_cycle(host_);
             const simhost::Totals totals = host_.totals();
             report_.host_after = situation_.compare_totals_only ? std::to_string(totals.sessions) + " sessions, " +
                                                                       std::to_string(totals.active_paths) + " paths"
-                                                                : testing_support::describe(host_);
+                                                                : describe(host_);
             if (report_.host_after == undisturbed_.host_after) {
                 break;
             }
@@ -161,18 +152,11 @@ private:
                    (situation_.excused != nullptr && situation_.excused(host_)),
                "not settled after three passes:\n" + report_.host_after);
         const std::string config = host_.read_file(OSTREL_CONFIG_FILE);
-        run_cycle();
+        run_cycle(host_);
         expect(host_.read_file(OSTREL_CONFIG_FILE) == config && is_whole(config),
                "the configuration file is not whole:\n" + config);
         const auto violations = host_.violations();
         report_.broken.insert(report_.broken.end(), violations.begin(), violations.end());
-    }
-
-    // A cycle of the worker on this thread, and the time until the next one.
-    void run_cycle() {
-        ConfigValues values;
-        run_worker_cycle(values);
-        host_.advance(values.interval);
     }
 };
 

@@ -101,6 +101,12 @@ Made make_old_format() {
     return host;
 }
 
+Made make_to_be_corrected() {
+    auto host = make_site();
+    host->write_file(OSTREL_CONFIG_FILE, "interval=5\n" + std::string(3000, '#') + "\nvol_sessions=3\n");
+    return host;
+}
+
 Made make_long_logs() {
     auto host = make_configured();
     const std::string log = "/var/log/ostrel/oxr.log";
@@ -223,6 +229,7 @@ const std::vector<Situation>& situations() {
     static const std::vector<Situation> all = {
         {"first_start_without_files", make_bare, load_and_unload, true},
         {"old_format_conversion", make_old_format, load_and_unload, true},
+        {"correction", make_to_be_corrected, load_and_unload, true},
         {"load_and_unload", make_volumes<1, 8>, load_and_unload, true},
         {"service_stop_and_start", make_volumes<1, 8>, start_and_stop, true},
         {"exit_while_asleep", make_volumes<1, 8>, end_without_cleanup<10>},

@@ -24,8 +24,6 @@
 namespace {
 
 using namespace testing_support;
-using Loaded = void*;
-using Make = void* (*)(const CMPIBroker*, const CMPIContext*, CMPIStatus*);
 
 simhost::Host* host = nullptr;
 std::function<void()> check_at_exit;
@@ -54,8 +52,8 @@ void make_busy_host() {
     host->set_horizon(0);
 }
 
-Loaded load() {
-    const Loaded library = dlopen(OXR_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+void* load() {
+    void* const library = dlopen(OXR_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) {
         std::cerr << dlerror();
         _exit(2);
@@ -63,16 +61,16 @@ Loaded load() {
     return library;
 }
 
-void* make_provider(const Loaded library, const std::string& name) {
+CMPIInstanceMI* make_provider(void* library, const std::string& name) {
     static const CMPIBroker broker{};
-    return reinterpret_cast<Make>(dlsym(library, (name + "_Create_InstanceMI").c_str()))(&broker, nullptr, nullptr);
+    return create<CMPIInstanceMI>(library, name + "_Create_InstanceMI", &broker);
 }
 
 // Empty, or what is wrong with the end of a process in which workers ran.
 std::string check_end(bool in_mid_pass) {
     const std::string log = host->log();
-    const int created = count_lines(log, "INFO", "StartService", "Creating worker thread");
-    const int joined = count_lines(log, "INFO", "StopService", "do_work thread killed. pthread_join returned 0");
+    const int created = count_lines(log, "INFO StartService: Creating worker thread");
+    const int joined = count_lines(log, "INFO StopService: do_work thread killed. pthread_join returned 0");
     if (joined != created || (created == 0) != (log.find("StopService") == std::string::npos) ||
         (created > 0 && !log.ends_with("pthread_join returned 0\n"))) {
         return "the worker is not ended once:\n" + log;
@@ -96,10 +94,10 @@ TEST(Exit, EndsTheWorkerWhicheverClassWasLoadedLast) {
             in_a_process(
                 [&, unload = unload, cleanups = cleanups] {
                     make_busy_host();
-                    const Loaded library = load();
+                    void* const library = load();
                     std::vector<CMPIInstanceMI*> loaded;
                     for (const std::string& name : order) {
-                        loaded.push_back(static_cast<CMPIInstanceMI*>(make_provider(library, name)));
+                        loaded.push_back(make_provider(library, name));
                     }
                     if (host->log().find("Creating worker") != std::string::npos) {
                         host->set_horizon(in_mid_pass ? 1 : 10);
@@ -126,8 +124,9 @@ std::string check_renewal(const std::map<std::string, int>& sessions) {
             return "a session of " + iqn + " is logged out:\n" + log;
         }
     }
-    const auto lines = [&](const char* text) { return count_lines(log, "INFO", "renew_iscsi_connections", text); };
-    return lines("thread started") == 1 && lines("Exiting connection renewal thread") == 1 ? "" : log;
+    const bool is_only_one = count_lines(log, "renew_iscsi_connections thread started") == 1 &&
+                             count_lines(log, "Exiting connection renewal thread") == 1;
+    return is_only_one ? "" : log;
 }
 
 // Another thread ends the process while a renewal runs, or a signal handler of the server does, on top of the call that
@@ -144,11 +143,9 @@ TEST(Exit, WaitsForARenewalAndBeginsNoOther) {
         std::map<std::string, int> before;
         in_a_process(
             [&] {
-                simhost::HostOptions options;
-                options.clock = simhost::ClockMode::scaled;
-                options.factor = 100;
-                options.login_seconds = 2;
-                host = make_site(1, simhost::GroupMode::dynamic_discovery, options).release();
+                host = make_site(1, simhost::GroupMode::dynamic_discovery,
+                                 {.root = {}, .clock = simhost::ClockMode::scaled, .factor = 100, .login_seconds = 2})
+                           .release();
                 host->write_file("/etc/ostrel/oxr.conf", "#\nworker_stop=0\n");
                 const auto iqns = add_volumes(*host, 3, 4);
                 for (const std::string& iqn : iqns) {
@@ -157,9 +154,7 @@ TEST(Exit, WaitsForARenewalAndBeginsNoOther) {
                 host->observe([&](const simhost::Event& event) {
                     logged_out = logged_out || event.kind == simhost::Event::Kind::session_removed;
                 });
-                std::string error;
-                cimserver::Broker* const broker =
-                    cimserver::make_broker(load(), OXR_SOURCE_DIR "/cim", error).release();
+                const cimserver::Broker* const broker = load_providers(load()).release();
                 (void)std::signal(SIGUSR2, [](int) { std::exit(0); });
                 std::thread renewing([=] { (void)renew(*broker, iqns); });
                 while (!logged_out) {

@@ -12,22 +12,12 @@
 #include "oxd_ima_utility/static_targets.h"
 #include "support/golden.h"
 #include "support/host_test.h"
+#include "support/ima_answers.h"
 #include "support/site.h"
 
 namespace {
 
-using testing_support::failing;
-using testing_support::Golden;
-using testing_support::Lines;
-
-// The fields of these adapters.
-std::unique_ptr<AdapterName[]> names_of(const Lines& adapters) {
-    auto names = std::make_unique<AdapterName[]>(adapters.size());
-    for (std::size_t i = 0; i < adapters.size(); ++i) {
-        oxr::copy_field(names[i], adapters[i]);
-    }
-    return names;
-}
+using namespace testing_support;
 
 class OperationsTest : public testing_support::HostTest {
 protected:
@@ -183,10 +173,7 @@ TEST_F(StaticTargetsTest, FailuresMarkTheResultAndTheWorkGoesOnWhileThereIsAnAda
     expect("no such adapter", remove({"iqn.c"}, {"vmhba64", "vmhba12", "vmhba65"}), -1, 1);
     host->fail(failing("IMA_VMW_GetStaticDiscoveryTargetOidList"));
     expect("list", remove({"iqn.c"}, {"vmhba65", "vmhba65"}), -1, 1);
-    host->script_ima("IMA_VMW_GetStaticDiscoveryTargetOidList", [](void* out, std::uint32_t status) {
-        IMA_FreeMemory(std::exchange(*static_cast<IMA_OID_LIST**>(out), nullptr));
-        return status;
-    });
+    host->script_ima("IMA_VMW_GetStaticDiscoveryTargetOidList", no_list);
     expect("no list", remove({"iqn.c"}, {"vmhba65"}), 0, 1);
 }
 
@@ -239,7 +226,7 @@ TEST_F(OperationsTest, NicsAreCountedBySettingPathsOrAdapters) {
     EXPECT_EQ(count("vol-0", 0, false), 3);
     EXPECT_EQ(count("vol-0", 0, false, {}), 0);
     EXPECT_EQ(count("vol-0", 0, false, {"vmhba64", "vmhba12"}), -1);
-    host->script_ima("IMA_VMW_GetNicOidList", [](void*, std::uint32_t) { return 0x80000004U; });  // with a list
+    host->script_ima("IMA_VMW_GetNicOidList", ima_failure);  // with a list
     EXPECT_EQ(count("vol-0", 0, false, {"vmhba64"}), -1);
     Golden("oxd_ima_utility", "nics").add_log(*host);
 }

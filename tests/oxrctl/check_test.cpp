@@ -134,25 +134,3 @@ TEST_F(CheckTest, TellsWhatTheServiceDoes) {
     }
     EXPECT_GT(files, 200);
 }
-
-// What only a start makes of a file, and what can't be seen in one, is told.
-TEST_F(CheckTest, TellsWhatIsNotSeen) {
-    const std::string three = "interval=300\nuse_ostrel_timeouts=1\nostrel_logs_path=/var/log/ostrel\n";
-    const std::pair<std::string, std::string> cases[] = {
-        {three, "The file has no comment line."},
-        {"interval=300\n", "One that runs rewrites it"},
-        {"", "The file is empty."},
-        {"#\r\n" + three + "\r\n", "Lines 1, 5 have a carriage return at the end"},
-        {"\xEF\xBB\xBF#\n#\n" + three, "Line 1 has a byte order mark"},
-        {"#\n\xE2\x80\x8B\xE2\x80\x8B" + three, "Line 2 has a character without width"},
-        {"#\ninterval=60\n" + three, "interval is in lines 2, 3: line 3 is in force."},
-    };
-    for (const auto& [text, note] : cases) {
-        const ConfigReport report = judge(text);
-        ASSERT_FALSE(report.notes.empty()) << note;
-        EXPECT_TRUE(report.notes.front().find(note) != std::string::npos) << report.notes.front();
-        EXPECT_FALSE(report.is_clean());
-    }
-    EXPECT_EQ(judge(three).values[0].in_force, "300");
-    EXPECT_EQ(judge(three).values[0].at_start, "120");
-}

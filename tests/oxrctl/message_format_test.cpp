@@ -26,7 +26,7 @@ TEST(MessageFormat, GivesTheArgumentsOfATextThatItCanPrint) {
     };
     for (const auto& each : cases) {
         Arguments arguments;
-        EXPECT_TRUE(match(each.format, each.text, arguments)) << each.format << " / " << each.text;
+        EXPECT_TRUE(MessageFormat(each.format).match(each.text, arguments)) << each.format << " / " << each.text;
         EXPECT_EQ(arguments, each.arguments) << each.format << " / " << each.text;
     }
     const std::pair<const char*, const char*> others[] = {
@@ -35,9 +35,9 @@ TEST(MessageFormat, GivesTheArgumentsOfATextThatItCanPrint) {
         {"100%%", "100"}, {"%d%%", "7 %"}, {"%s.", "a"}, {"%", "%"},      {"%d ", "1"},
     };
     for (const auto& [format, text] : others) {
-        EXPECT_FALSE(matches(format, text)) << format << " / " << text;
+        EXPECT_FALSE(MessageFormat(format).matches(text)) << format << " / " << text;
     }
-    EXPECT_EQ(own_letters("a %-5d b %% %.*s"), 7U);
+    EXPECT_EQ(MessageFormat("a %-5d b %% %.*s").own_letters(), 7U);
 }
 
 }  // namespace oxrctl

@@ -40,11 +40,8 @@ protected:
             return 0;
         });
     }
-    int adapters_request(bool rescan, const std::vector<std::string>& adapters) {
-        const auto names = std::make_unique<AdapterName[]>(adapters.size());
-        for (std::size_t i = 0; i < adapters.size(); ++i) {
-            oxr::copy_field(names[i], adapters[i]);
-        }
+    static int adapters_request(bool rescan, const Lines& adapters) {
+        const auto names = names_of(adapters);
         const int number = static_cast<int>(adapters.size());
         return rescan ? rescan_ioctl(names.get(), number)
                       : delete_dead_path_ioctl(names.get(), number, DEAD_PATH_DELAY_SECONDS);

@@ -3,22 +3,14 @@
 
 #include "OstrelConnections/inventory/session_inventory.h"
 #include "OstrelProvider/config.h"
-#include "configuration/config_text.h"
 #include "programs/ostrel-simhost/scenario_parts.h"
+#include "support/config_text.h"
 #include "support/host_test.h"
 
-namespace {
+using testing_support::config_text;
+using testing_support::HostTest;
 
-std::string as_text(const ConfigValues& values) {
-    char text[CONFIG_TEXT_SIZE];
-    return {text, compose_config(text, ConfigForm::rewritten, values)};
-}
-
-class ConfigFileTest : public testing_support::HostTest {};
-
-}  // namespace
-
-TEST_F(ConfigFileTest, PutsInForceWhatTheConnectionManagerTakes) {
+TEST_F(HostTest, PutsInForceWhatTheConnectionManagerTakes) {
     for (const char* const text :
          {"", "#\n", "#\ninterval=-4294967236\n", "\v# x\ninterval=300\n",
           "interval:300\nvol_sessions:4\nvmknic_count:2\n", "interval=300\n",
@@ -31,14 +23,14 @@ TEST_F(ConfigFileTest, PutsInForceWhatTheConnectionManagerTakes) {
         host->write_file(OSTREL_CONFIG_FILE, text);
         const ConfigValues at_cycle = ostrel_simhost::config_at_cycle(*host).value_or(values);
         (void)OSTREL_GetConfigValues(&values, CONFIG_NORMAL);
-        EXPECT_EQ(as_text(at_cycle), as_text(values));
+        EXPECT_EQ(config_text(at_cycle), config_text(values));
 
         host->write_file(OSTREL_CONFIG_FILE, text);
         const ConfigValues at_start = ostrel_simhost::config_at_start(*host);
         OSTREL_CreateConfigFile();
         ConfigValues started;  // a worker begins with the defaults
         (void)OSTREL_GetConfigValues(&started, CONFIG_NORMAL);
-        EXPECT_EQ(as_text(at_start), as_text(started));
+        EXPECT_EQ(config_text(at_start), config_text(started));
     }
 }
 

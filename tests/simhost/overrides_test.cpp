@@ -1,4 +1,4 @@
-// A scenario with --set in force is what the text would be with these values, or is refused in one line.
+// A scenario with --set in force is what the text would be with these values.
 #include <gtest/gtest.h>
 
 #include "programs/ostrel-simhost/scenario.h"
@@ -50,29 +50,4 @@ TEST(Overrides, ReachVolumesFirstConnectionsAndTheHost) {
     EXPECT_EQ(scenario.group_scoped_targets[0].sessions, 7);
     EXPECT_EQ(scenario.login_seconds, 2.5);
     EXPECT_EQ(scenario.claim_seconds, -1);
-}
-
-TEST(Overrides, AreRefusedInOneLineThatNamesTheOption) {
-    const std::pair<std::string, std::string> cases[] = {
-        {"interval", "option: expected KEY=VALUE, KEY being a key that ostrel-simhost --keys SCENARIO lists, "},
-        {"=5", "found no key"},
-        {"intervall=5", "lists, such as interval, found \"intervall\""},
-        {"add_volumes={ name = \"db-##\", count = 1, group = \"g\" }", "found db-01, taken in line"},
-        {"at=5", "found \"at\""},
-        {"lag.sessions=5", "such as log.sessions, found \"lag.sessions\""},
-        {"log=2", "with # for the number"},
-        {"interval=soon", "config.interval: expected a whole number from"},
-        {"interval=99999999999", "found 99999999999"},
-        {"ostrel_logs_path=/tmp", "within /var/log/ostrel"},
-        {"db-##=0", "volumes.count: expected a whole number from 1 to 256, found 0"},
-        {"db-##=256", "at most 256 volumes in all"},
-        {"db-##.sessions=33", "volumes.sessions: expected a whole number from 0 to 32"},
-        {"login_seconds=-1", "host.login_seconds: expected a time"},
-    };
-    for (const auto& [option, expected] : cases) {
-        const std::string text = problems_text(read_site("", {"claim_seconds=1", option}).problems, "f");
-        EXPECT_TRUE(text.starts_with("ostrel-simhost: --set " + option + ": ")) << text;
-        EXPECT_NE(text.find(expected), std::string::npos) << text;
-        EXPECT_EQ(text.find('\n'), text.size() - 1) << text;
-    }
 }

@@ -210,9 +210,7 @@ TEST(SimulatedFiles, StayBelowTheRoot) {
 
 TEST(SimulatedClock, HasThreeModes) {
     const auto elapsed = [](ClockMode mode, double factor, double seconds) {
-        HostOptions options;
-        options.clock = mode;
-        options.factor = factor;
+        const HostOptions options{.root = {}, .clock = mode, .factor = factor};
         const Host host(options);
         const auto begun = std::chrono::steady_clock::now();
         std::this_thread::sleep_for(std::chrono::duration<double>(seconds));

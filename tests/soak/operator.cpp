@@ -5,15 +5,14 @@
 #include <vector>
 
 #include "common/text.h"
-#include "configuration/config_text.h"
+#include "support/config_text.h"
 
 namespace soak {
 
 namespace {
 
 std::string text_of(const ConfigValues& values) {
-    char text[CONFIG_TEXT_SIZE];
-    return "# by hand\n" + std::string(text, compose_config(text, ConfigForm::rewritten, values));
+    return "# by hand\n" + testing_support::config_text(values);
 }
 
 std::string without_line(std::string text, const std::string& key) {

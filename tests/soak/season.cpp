@@ -6,13 +6,15 @@
 #include <algorithm>
 #include <set>
 
-#include "OstrelConnections/psp/psp_client.h"
 #include "soak/driver.h"
 #include "soak/happenings.h"
 #include "soak/settled.h"
 #include "support/engine.h"
 
 namespace soak {
+
+using testing_support::adapter_requests;
+using testing_support::session_changes;
 
 namespace {
 
@@ -160,11 +162,12 @@ private:
         int settled_after = 0;
         int sessions_settled_after = 0;
         for (int pass = 1; pass <= passes_looked_at && is_whole(); ++pass) {
-            const std::uint64_t sessions = session_changes();
-            const std::uint64_t requests = host_requests();
+            const std::uint64_t sessions = session_changes(host());
+            const std::uint64_t requests = adapter_requests(host());
             driver_.run_cycle();
-            sessions_settled_after = session_changes() != sessions ? pass : sessions_settled_after;
-            settled_after = host_requests() != requests ? pass : std::max(settled_after, sessions_settled_after);
+            sessions_settled_after = session_changes(host()) != sessions ? pass : sessions_settled_after;
+            settled_after =
+                adapter_requests(host()) != requests ? pass : std::max(settled_after, sessions_settled_after);
         }
         if (!is_whole()) {
             return;
@@ -180,16 +183,6 @@ private:
                 watch_.report(iqn + " gains and loses sessions though nothing happens");
             }
         }
-    }
-
-    // What the connection manager has done to the host's sessions, and asked of it beside.
-    std::uint64_t session_changes() const {
-        return host().calls("IMA_VMW_AddSession") + host().calls("IMA_VMW_RemoveSession") +
-               host().calls("IMA_RemoveStaticDiscoveryTarget");
-    }
-    std::uint64_t host_requests() const {
-        return host().calls("IMA_VMW_Rediscover") + host().calls(fmt::format("psp.{}", OSTREL_PSP_IOCTL_RESCAN)) +
-               host().calls(fmt::format("psp.{}", OSTREL_PSP_IOCTL_DELETE_DEAD_PATHS));
     }
 };
 

@@ -33,14 +33,27 @@ inline cimserver::ObjectPath service() {
     return named(SERVICE, "OSTREL Connection Service");
 }
 
+// The providers of a library, from dlopen, behind a broker.
+inline std::unique_ptr<cimserver::Broker> load_providers(void* library) {
+    std::string error;
+    auto broker = cimserver::make_broker(library, "", error);
+    return broker != nullptr ? std::move(broker) : throw std::runtime_error("the providers don't load: " + error);
+}
+
+// What a factory of the library makes for this broker.
+template <typename Mi>
+Mi* create(void* library, const std::string& factory, const CMPIBroker* broker) {
+    using Factory = Mi* (*)(const CMPIBroker*, const CMPIContext*, CMPIStatus*);
+    return reinterpret_cast<Factory>(dlsym(library, factory.c_str()))(broker, nullptr, nullptr);
+}
+
 // The providers of this program behind a broker, loaded at the first call for the whole process, without a worker.
 inline const cimserver::Broker& providers(simhost::Host& host) {
     static const cimserver::Broker& loaded = [&host]() -> const cimserver::Broker& {
         host.set_horizon(host.now());
-        std::string error;
-        auto broker = cimserver::make_broker(RTLD_DEFAULT, "", error);
-        if (broker == nullptr || !host.wait_for_horizon(60) || StopService() != 0) {
-            throw std::runtime_error("the providers don't load: " + error);
+        auto broker = load_providers(RTLD_DEFAULT);
+        if (!host.wait_for_horizon(60) || StopService() != 0) {
+            throw std::runtime_error("the worker doesn't come to its sleep");
         }
         return *broker.release();  // its cleanup would need a host
     }();

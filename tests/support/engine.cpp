@@ -1,6 +1,7 @@
 #include "support/engine.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -13,6 +14,7 @@
 #include "OstrelProvider/service.h"
 #include "OstrelProvider/worker.h"
 #include "common/text.h"
+#include "support/log_lines.h"
 #include "support/site.h"
 
 namespace testing_support {
@@ -21,22 +23,16 @@ using simhost::Event;
 using simhost::Host;
 
 void expect_nothing_held(const Host& host) {
-    EXPECT_EQ(host.lists_held(), 0U);
-    EXPECT_EQ(host.descriptors_held(), 0U);
+    EXPECT_EQ(what_is_held(host), Lines{});
     EXPECT_EQ(host.violations(), Lines{});
 }
 
-TargetDtls make_record(std::string_view isid, std::string_view local_ip, std::string_view remote_ip,
-                       std::uint32_t state, std::uint32_t type, std::string_view adapter) {
-    TargetDtls record{};
-    oxr::copy_text(record.isid, isid);
-    oxr::copy_text(record.initial_remote_ip, type == SESSION_DYNAMIC ? "10.0.9.100" : remote_ip);
-    oxr::copy_text(record.current_remote_ip, remote_ip);
-    oxr::copy_text(record.current_local_ip, local_ip);
-    record.session_state = state;
-    record.session_type = type;
-    oxr::copy_text(record.vmhba_name, adapter);
-    return record;
+std::unique_ptr<AdapterName[]> names_of(const Lines& adapters) {
+    auto names = std::make_unique<AdapterName[]>(adapters.size());
+    for (std::size_t i = 0; i < adapters.size(); ++i) {
+        oxr::copy_field(names[i], adapters[i]);
+    }
+    return names;
 }
 
 OxrLun read_lun(const std::string& target_iqn) {
@@ -88,6 +84,38 @@ void record_requests(Host& host, Lines& into) {
             into.push_back(std::move(text));
         }
     });
+}
+
+std::uint64_t session_changes(const Host& host) {
+    return host.calls("IMA_VMW_AddSession") + host.calls("IMA_VMW_RemoveSession") +
+           host.calls("IMA_RemoveStaticDiscoveryTarget");
+}
+
+std::uint64_t adapter_requests(const Host& host) {
+    return host.calls("IMA_VMW_Rediscover") + host.calls("psp.5") + host.calls("psp.6");
+}
+
+void run_cycle(Host& host) {
+    ConfigValues values;
+    run_worker_cycle(values);
+    host.advance(values.interval);
+}
+
+Lines said(Host& host, std::string_view beginning) {
+    Lines lines = short_lines(host.log());
+    std::erase_if(lines, [&](const std::string& line) { return !line.starts_with(beginning); });
+    host.write_file("/var/log/ostrel/oxr.log", "");
+    return lines;
+}
+
+bool wait_until(const std::function<bool()>& reached) {
+    for (int waits = 0; waits < 60'000; ++waits) {
+        if (reached()) {
+            return true;
+        }
+        poll(nullptr, 0, 1);
+    }
+    return false;
 }
 
 Lines shared_mutexes_held() {

@@ -1,9 +1,9 @@
-// What tests of the connection engine share: records as the inventory makes them, the PSP's view of a volume,
-// and what must hold after every call.
+// What tests of the connection engine share: the PSP's view of a volume, what is asked of the host, and what must hold
+// after every call.
 #pragma once
 
-#include <pthread.h>
-
+#include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,13 +16,11 @@ namespace testing_support {
 
 using Lines = std::vector<std::string>;
 
-// No IMA list and no descriptor is held and no invariant of the host broke.
+// Nothing is held and no invariant of the host broke.
 void expect_nothing_held(const simhost::Host& host);
 
-// A record of a target's session. Names: "A" and "B" are good enough for addresses here.
-TargetDtls make_record(std::string_view isid, std::string_view local_ip, std::string_view remote_ip,
-                       std::uint32_t state = SESSION_STATE_LOGGED_IN, std::uint32_t type = SESSION_DYNAMIC,
-                       std::string_view adapter = "vmhba64");
+// The fields of these adapters.
+std::unique_ptr<AdapterName[]> names_of(const Lines& adapters);
 
 // The volume's record as the PSP has it at this moment.
 OxrLun read_lun(const std::string& target_iqn);
@@ -40,6 +38,21 @@ std::string request_text(const simhost::Event& event);
 
 // Notes these as they come. Lives as long as the host.
 void record_requests(simhost::Host& host, Lines& into);
+
+// What the connection manager has done to the host's sessions so far, and asked of its adapters beside: rediscoveries,
+// rescans and deletions of dead paths.
+std::uint64_t session_changes(const simhost::Host& host);
+std::uint64_t adapter_requests(const simhost::Host& host);
+
+// A cycle of the worker on this thread, and the time until the next one.
+void run_cycle(simhost::Host& host);
+
+// The messages logged since the last call that begin so (with a level, say), as short_lines() has them. Empties the
+// log.
+Lines said(simhost::Host& host, std::string_view beginning = {});
+
+// Waits in real time, at most a minute.
+bool wait_until(const std::function<bool()>& reached);
 
 // Names of the shared mutexes that some thread holds.
 Lines shared_mutexes_held();

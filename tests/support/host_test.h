@@ -3,20 +3,12 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "OstrelProvider/log_level.h"
 #include "simhost/host.h"
 #include "support/engine.h"
 #include "support/site.h"
 
 namespace testing_support {
-
-// The messages logged since the last call that begin so (with a level, say), as short_lines() has them. Empties the
-// log.
-Lines said(simhost::Host& host, std::string_view beginning = {});
 
 // Every test ends with each list and descriptor given back and no invariant of the host broken.
 class HostTest : public ::testing::Test {

@@ -32,24 +32,10 @@ std::vector<std::string> short_lines(std::string_view log) {
     return result;
 }
 
-int count_lines(std::string_view log, std::string_view level, std::string_view operation, std::string_view text) {
-    int count = 0;
-    for (const LogLine& line : parse_log(log)) {
-        const bool counts =
-            (level.empty() || line.level == level) && (operation.empty() || line.operation == operation);
-        count += counts && line.text.find(text) != std::string::npos ? 1 : 0;
-    }
-    return count;
-}
-
-bool in_order(std::string_view log, const std::vector<std::string>& texts) {
-    std::size_t at = 0;
-    for (const LogLine& line : parse_log(log)) {
-        if (at < texts.size() && line.text.find(texts[at]) != std::string::npos) {
-            ++at;
-        }
-    }
-    return at == texts.size();
+int count_lines(std::string_view log, std::string_view text) {
+    const std::vector<std::string> lines = short_lines(log);
+    return static_cast<int>(std::count_if(
+        lines.begin(), lines.end(), [&](const std::string& line) { return line.find(text) != std::string::npos; }));
 }
 
 }  // namespace testing_support

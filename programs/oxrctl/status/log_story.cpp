@@ -3,8 +3,11 @@
 #include <fnmatch.h>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
+#include <functional>
 #include <optional>
+#include <unordered_map>
 
 #include <fmt/format.h>
 
@@ -28,6 +31,8 @@ int number(std::string_view text) {
     return value;
 }
 
+constexpr std::string_view HEAD_END = " : ";
+constexpr std::size_t MOST_PLACES = 1024;  // a log that is damaged may have any number
 constexpr std::size_t MOST_CHANGES = 4096;
 constexpr std::size_t MOST_NAMING = 20;
 constexpr int LONGEST_PASS_SECONDS = 3600;  // beyond that the clock was set
@@ -52,8 +57,25 @@ private:
     };
     static const Rule rules[];
 
-    const Rule* rule_of(const LogLine& line);
-    void take_message(const LogLine& line);
+    // Where messages come from, with the rules that may be about them.
+    struct Place {
+        std::string_view head;  // ": DEBUG: oxd_ima_utility: get_num_nic:20 : "
+        LogLine line;           // without time and text
+        std::vector<std::pair<const Rule*, MessageFormat>> rules;
+        bool is_trouble = false;
+        std::array<Place*, 2> followers{};  // the places of the next message at the last times
+
+        bool matters() const { return is_trouble || !rules.empty(); }
+    };
+    struct Hash : std::hash<std::string_view> {
+        using is_transparent = void;
+    };
+
+    Place* known_place(std::string_view rest);
+    Place* new_place(std::string_view line);
+    void count_message();
+    const Rule* rule_of(const Place& place);
+    void take_message(const Place& place);
     void take_time(std::string_view logged);
     std::string now() const { return plain_time(time()); }
 
@@ -147,6 +169,9 @@ private:
     Totals cycle_;                                  // of the cycle in hand
     std::pair<Story::Worker, std::string> before_;  // the worker's state in the cycle before, and since when
     std::string last_time_;
+    std::unordered_map<std::string, Place, Hash, std::equal_to<>> places_;  // by the head of their lines
+    Place odd_place_;                                                       // one that is not kept
+    Place* place_ = &odd_place_;                                            // of the last message
     LogLine line_;
     std::map<std::string, TargetStory, std::less<>> targets_;
     std::string in_hand_;  // the target that the following messages are about
@@ -211,13 +236,77 @@ const StoryReader::Impl::Rule StoryReader::Impl::rules[] = {
     {"OstrelHandleRenewIscsiConnections", "renewal_ends", &Impl::renewal_ends},
 };
 
+// Most lines bear the time of the one before, and a log has few places: only what is new is parsed.
 void StoryReader::Impl::take_line(std::string_view line) {
-    if (shared::parse_log_line(line, line_)) {
+    const bool is_same_time = line.starts_with(last_time_);
+    Place* place = is_same_time ? known_place(line.substr(last_time_.size())) : nullptr;
+    if (place != nullptr) {
+        count_message();
+        if (!place->matters()) {
+            return;
+        }
+        line_ = place->line;
+        line_.time = line.substr(0, last_time_.size());
+        line_.text = line.substr(last_time_.size() + place->head.size());
+    } else {
+        place = new_place(line);
+        if (place == nullptr) {
+            story_.unreadable_lines += line.empty() ? 0 : 1;
+            return;
+        }
         take_time(line_.time);
-        take_message(line_);
-    } else if (!line.empty()) {
-        ++story_.unreadable_lines;
+        count_message();
     }
+    take_message(*place);
+}
+
+// `rest`: a line behind its time. Messages follow each other alike, so that their heads are mostly as foreseen.
+StoryReader::Impl::Place* StoryReader::Impl::known_place(std::string_view rest) {
+    auto& [latest, other] = place_->followers;
+    if (latest != nullptr && rest.starts_with(latest->head)) {
+        return place_ = latest;
+    }
+    if (other == nullptr || !rest.starts_with(other->head)) {
+        const std::size_t end = rest.find(HEAD_END);
+        const std::size_t length = end == std::string_view::npos ? 0 : end + HEAD_END.size();
+        const auto known = places_.find(rest.substr(0, length));
+        if (known == places_.end()) {
+            return nullptr;
+        }
+        other = &known->second;
+    }
+    std::swap(latest, other);
+    return place_ = latest;
+}
+
+// Null for a line that isn't a message.
+StoryReader::Impl::Place* StoryReader::Impl::new_place(std::string_view line) {
+    if (!shared::parse_log_line(line, line_)) {
+        return nullptr;
+    }
+    const std::string head(line.substr(line_.time.size(), line.size() - line_.time.size() - line_.text.size()));
+    const bool is_kept = places_.size() < MOST_PLACES && head.find(HEAD_END) + HEAD_END.size() == head.size();
+    Place* place = &odd_place_;
+    LogLine parts = line_;
+    if (is_kept) {
+        const auto [entry, is_new] = places_.try_emplace(head);
+        place = &entry->second;
+        place_ = place;
+        if (!is_new) {
+            return place;
+        }
+        (void)shared::parse_log_line_end(entry->first, parts);
+        place->head = entry->first;
+    }
+    place->line = parts;
+    place->is_trouble = parts.level == "ERROR" || parts.level == "WARN";
+    place->rules.clear();
+    for (const Rule& rule : rules) {
+        if (rule.function == parts.function) {
+            place->rules.emplace_back(&rule, catalogue().named.at(rule.message));
+        }
+    }
+    return place;
 }
 
 void StoryReader::Impl::take_time(std::string_view logged) {
@@ -228,6 +317,9 @@ void StoryReader::Impl::take_time(std::string_view logged) {
             story_.last = {*seconds, 0};
         }
     }
+}
+
+void StoryReader::Impl::count_message() {
     ++story_.last.messages;
     if (story_.messages++ == 0) {
         story_.first = time();
@@ -236,23 +328,22 @@ void StoryReader::Impl::take_time(std::string_view logged) {
     counts_ = time() > since_.time || (time() == since_.time && story_.last.messages > since_.messages);
 }
 
-const StoryReader::Impl::Rule* StoryReader::Impl::rule_of(const LogLine& line) {
-    for (const Rule& rule : rules) {
-        if (rule.function == line.function && match(catalogue().named.at(rule.message), line.text, arguments_)) {
-            return &rule;
+const StoryReader::Impl::Rule* StoryReader::Impl::rule_of(const Place& place) {
+    for (const auto& [rule, format] : place.rules) {
+        if (format.match(line_.text, arguments_)) {
+            return rule;
         }
     }
     return nullptr;
 }
 
-void StoryReader::Impl::take_message(const LogLine& line) {
-    const bool is_trouble = line.level == "ERROR" || line.level == "WARN";
-    if (is_trouble) {
-        keep_if_naming(line);
+void StoryReader::Impl::take_message(const Place& place) {
+    if (place.is_trouble) {
+        keep_if_naming(line_);
     }
-    const Rule* const rule = rule_of(line);
-    if (is_trouble && (rule == nullptr || !rule->notes_itself)) {
-        note(Trouble(line, now()));
+    const Rule* const rule = rule_of(place);
+    if (place.is_trouble && (rule == nullptr || !rule->notes_itself)) {
+        note(Trouble(line_, now()));
     }
     if (rule != nullptr) {
         (this->*rule->meaning)(arguments_);
