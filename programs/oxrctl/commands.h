@@ -35,7 +35,7 @@ Answer status(const StatusOptions& options);
 
 // Shows `status` on the terminal, anew after so many seconds, until a signal ends it. Throws a Refusal when standard
 // output is no terminal. The answer has no text, and the exit code of what was shown last.
-Answer watch_status(const StatusOptions& options, std::int64_t seconds);
+Answer watch_status(const StatusOptions& options, std::int64_t seconds, bool with_colours);
 
 struct ExplainOptions {
     std::vector<std::string> words;  // of a message or a code, as given on the command line

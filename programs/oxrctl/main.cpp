@@ -118,7 +118,9 @@ void add_status(CLI::App& app, Run& run) {
         }
         run = [] { return status(options); };
         if (!watch.empty()) {
-            run = [seconds = seconds_of("--watch", watch)] { return watch_status(options, seconds); };
+            run = [seconds = seconds_of("--watch", watch)] {
+                return watch_status(options, seconds, shared::wants_colours(*shared::colour_wish(colour_word)));
+            };
         }
     });
 }

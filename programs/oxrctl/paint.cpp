@@ -20,9 +20,11 @@ constexpr ColouredWord words[] = {
     {"SETTLED", GREEN, ":"}, {"SETTLED", YELLOW, ","}, {"NOT SETTLED", RED, ":,"},
 };
 
+// Blanks alone before it: a sentence may go on there from the line above.
 bool begins_a_cell(std::string_view text, std::size_t at) {
-    const std::string_view before = text.substr(0, at);
-    return before.empty() || before.ends_with('\n') || before.ends_with("  ") || before.ends_with(" x ");
+    const std::string_view line = text.substr(0, at).substr(text.substr(0, at).rfind('\n') + 1);
+    const bool is_behind_a_cell = line.ends_with("  ") && line.find_first_not_of(' ') != std::string_view::npos;
+    return line.empty() || line.ends_with(" x ") || is_behind_a_cell;
 }
 
 const ColouredWord* word_at(std::string_view text, std::size_t at) {

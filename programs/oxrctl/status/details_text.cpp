@@ -46,7 +46,7 @@ void add_changes(const Story& story, const TargetStory& target, Columns& rows) {
     }
 }
 
-std::string target_text(const Story& story, const TargetStory& target) {
+std::string target_text(const Story& story, const TargetStory& target, const std::string& remark = "") {
     Columns rows;
     rows.add({"volumes", fmt::format("{}", fmt::join(target.devices, ", "))});
     rows.add({"adapters", target.adapters.empty() ? "not told (log_level=2 tells them)"
@@ -61,7 +61,8 @@ std::string target_text(const Story& story, const TargetStory& target) {
                            ? told(target.paths) + " active; log_level=2 tells dead ones"
                            : fmt::format("{} active, {} dead", told(target.paths), target.dead_paths)});
     add_changes(story, target, rows);
-    return fmt::format("\n{}{}\n", target.iqn, target.static_mode ? " (static mode, not balanced)" : "") + rows.text();
+    return fmt::format("\n{}{}{}\n", target.iqn, target.static_mode ? " (static mode, not balanced)" : "", remark) +
+           rows.text();
 }
 
 }  // namespace
@@ -70,6 +71,11 @@ std::string details_text(const Story& story) {
     std::string text;
     for (const TargetStory& target : story.targets) {
         text += target_text(story, target);
+    }
+    for (const TargetStory& target : story.gone) {
+        text += target_text(
+            story, target,
+            fmt::format(": gone, a pass last found it at {}; this is as it was then", plain_time(target.seen)));
     }
     text += story.naming.empty() ? "\nNo warning or error names them.\n" : "\nWarnings and errors that name them:\n";
     for (const NamingMessage& message : story.naming) {

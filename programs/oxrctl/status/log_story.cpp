@@ -35,6 +35,7 @@ constexpr std::string_view HEAD_END = " : ";
 constexpr std::size_t MOST_PLACES = 1024;  // a log that is damaged may have any number
 constexpr std::size_t MOST_CHANGES = 4096;
 constexpr std::size_t MOST_NAMING = 20;
+constexpr std::size_t MOST_GONE = 512;
 constexpr int LONGEST_PASS_SECONDS = 3600;  // beyond that the clock was set
 constexpr std::size_t MOST_SESSIONS_OF_A_TARGET = 64;
 
@@ -113,6 +114,7 @@ private:
     // --- its targets ---
     TargetStory& story_of(std::string_view key, std::string_view iqn);
     TargetStory& target_in_hand() { return targets_[in_hand_]; }
+    void forget(const std::string& key, TargetStory target);
     void change(std::string_view iqn, int added, int removed);
     void volume(const Arguments& arguments);
     void volume_behind_target(const Arguments& arguments);
@@ -174,7 +176,8 @@ private:
     Place* place_ = &odd_place_;                                            // of the last message
     LogLine line_;
     std::map<std::string, TargetStory, std::less<>> targets_;
-    std::string in_hand_;  // the target that the following messages are about
+    std::map<std::string, TargetStory, std::less<>> gone_;  // by the same keys
+    std::string in_hand_;                                   // the target that the following messages are about
     int logging_in_before_ = 0;
     Arguments arguments_;
     bool in_pass_ = false;
@@ -402,7 +405,13 @@ void StoryReader::Impl::end_pass() {
             story_.vanished.push_back(name);
         }
     }
-    std::erase_if(targets_, [this](const auto& each) { return each.second.pass != pass_; });
+    for (auto entry = targets_.begin(); entry != targets_.end();) {
+        const auto target = entry++;
+        if (target->second.pass != pass_) {
+            forget(target->first, std::move(target->second));
+            targets_.erase(target);
+        }
+    }
     flapping_.end_pass(pass_, story_.changes);
 }
 
@@ -447,6 +456,16 @@ void StoryReader::Impl::sleeping(const Arguments&) {
     }
 }
 
+// Of a target that a pass didn't find any more, what was known last is kept; when there are too many, not that of the
+// one that has been gone for longest.
+void StoryReader::Impl::forget(const std::string& key, TargetStory target) {
+    gone_[key] = std::move(target);
+    if (gone_.size() > MOST_GONE) {
+        gone_.erase(std::min_element(gone_.begin(), gone_.end(),
+                                     [](const auto& a, const auto& b) { return a.second.seen < b.second.seen; }));
+    }
+}
+
 // `key`: a volume's name, or the IQN of a group-scoped target.
 TargetStory& StoryReader::Impl::story_of(std::string_view key, std::string_view iqn) {
     in_hand_ = key;
@@ -456,6 +475,8 @@ TargetStory& StoryReader::Impl::story_of(std::string_view key, std::string_view 
         entry = {};
         entry.iqn = iqn;
         entry.pass = pass_;
+        entry.seen = time();
+        gone_.erase(in_hand_);
     }
     return entry;
 }
@@ -658,7 +679,10 @@ Story StoryReader::Impl::finish() {
     for (auto& [name, entry] : targets_) {
         story_.targets.push_back(std::move(entry));
     }
-    story_.trouble = trouble_.by_times();
+    for (auto& [name, entry] : gone_) {
+        story_.gone.push_back(std::move(entry));
+    }
+    story_.trouble = trouble_.worst_first();
     story_.flapping = flapping_.found(pass_, story_.targets);
     return std::move(story_);
 }

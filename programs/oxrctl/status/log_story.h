@@ -44,6 +44,7 @@ struct TargetStory {
     bool cut_short = false;     // by the host's limit of sessions
     bool unread = false;        // its sessions could not be read
     int pass = 0;
+    LogSeconds seen = NO_TIME;  // when that pass looked at it
 };
 
 // Sessions that a pass added to or removed from one target.
@@ -124,9 +125,10 @@ struct Story {
     int last_renewal_status = TargetStory::unknown;
 
     std::vector<TargetStory> targets;   // of the last pass
+    std::vector<TargetStory> gone;      // that only earlier ones found; as many as memory is kept for
     std::deque<ChangeStory> changes;    // the oldest first
     std::size_t earlier_changes = 0;    // older ones, which are not kept
-    std::vector<TroubleStory> trouble;  // since the last good pass, the most frequent first
+    std::vector<TroubleStory> trouble;  // since the last good pass, the worst first
     std::vector<FlappingStory> flapping;
     std::deque<NamingMessage> naming;  // the last ones
     Totals totals;

@@ -150,6 +150,23 @@ void add_judgement(const std::string& host, const Judgement& judgement, std::vec
     samples.push_back({&up, labels_text({{"host", host}}), works ? 1 : 0});
 }
 
+// A message that comes for the first time must raise a counter that is there: each kind has one from the start.
+void add_messages(const std::string& host, const Story& story, std::vector<MetricSample>& samples) {
+    auto numbers = story.totals.messages;
+    for (const std::string level : {"ERROR", "WARN"}) {
+        numbers[{level, "Other"}] += 0;
+        for (const MessageEntry& entry : catalogue().messages) {
+            if (entry.level == level) {
+                numbers[{level, entry.subject}] += 0;
+            }
+        }
+    }
+    for (const auto& [kind, number] : numbers) {
+        samples.push_back(
+            {&messages, labels_text({{"host", host}, {"level", kind.first}, {"subject", kind.second}}), number});
+    }
+}
+
 void add_volumes(const std::string& host, const Story& story, std::vector<MetricSample>& samples) {
     for (const TargetStory& target : story.targets) {
         const std::string labels = labels_text(
@@ -202,10 +219,7 @@ std::vector<MetricSample> metrics_of(const std::string& host, const Story& story
             samples.push_back({&family, labels_text({{"host", host}}), *value});
         }
     }
-    for (const auto& [kind, number] : story.totals.messages) {
-        samples.push_back(
-            {&messages, labels_text({{"host", host}, {"level", kind.first}, {"subject", kind.second}}), number});
-    }
+    add_messages(host, story, samples);
     if (per_volume) {
         add_volumes(host, story, samples);
     }

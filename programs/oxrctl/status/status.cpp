@@ -99,7 +99,7 @@ std::string nothing_like(const TargetFilter& filter) {
     return filter.volume.empty()
                ? fmt::format("{}: the log tells of no target at this adapter (a log with log_level=2 tells adapters)",
                              filter.adapter)
-               : fmt::format("{}: the last pass found no such volume or target{}", filter.volume,
+               : fmt::format("{}: the log tells of no such volume or target{}", filter.volume,
                              filter.adapter.empty() ? "" : " at this adapter");
 }
 
@@ -124,11 +124,17 @@ Answer one_log(const Question& question, const LogSource& source) {
     if (options.check) {
         return {plugin_line(reading.story, judgement, around.clock), exit_code};
     }
+    const std::size_t all = reading.story.targets.size();
     options.targets.apply(reading.story);
-    if (reading.story.targets.empty() && options.targets.is_set() && !options.targets.problems) {
+    if (reading.story.targets.empty() && reading.story.gone.empty() && options.targets.is_set() &&
+        !options.targets.problems) {
         throw Refusal(nothing_like(options.targets));
     }
-    const TargetView view{!options.no_group, !options.targets.volume.empty()};
+    TargetView view{!options.no_group, !options.targets.volume.empty(), ""};
+    if (options.targets.is_set()) {
+        view.shown = fmt::format("{} of {}, {}; all else is of the whole host", reading.story.targets.size(),
+                                 count_of(all, "target", "targets"), printable(options.targets.text()));
+    }
     return {options.json ? json_text(story_json(reading, judgement, around))
                          : without_control_characters(story_text(reading, judgement, around, view)),
             exit_code};

@@ -94,6 +94,10 @@ Json story_json(const LogReading& reading, const Judgement& judgement, const Sur
                            {"unread", target.unread},
                            {"as_required", !is_off(story, target)}});
     }
+    Json gone = Json::array();
+    for (const TargetStory& target : story.gone) {
+        gone.push_back({{"iqn", target.iqn}, {"devices", target.devices}, {"last_seen", plain_time(target.seen)}});
+    }
     Json changes = Json::array();
     for (const ChangeStory& change : story.changes) {
         changes.push_back({{"time", change.time},
@@ -145,6 +149,7 @@ Json story_json(const LogReading& reading, const Judgement& judgement, const Sur
             {"paths", number_or_null(story.paths)},
             {"path_limit", story.path_limit},
             {"targets", std::move(targets)},
+            {"gone", std::move(gone)},
             {"changes", std::move(changes)},
             {"flapping", std::move(flapping)},
             {"trouble", std::move(trouble)}};

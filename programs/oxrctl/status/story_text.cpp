@@ -49,11 +49,12 @@ std::string renewal_text(const Story& story) {
 
 // "KEY=VALUE ...", as many in a line as fit.
 std::vector<std::string> value_lines(const Story& story) {
-    constexpr std::size_t widest = 80;
+    constexpr std::size_t label = 16, least = 40;
+    const std::size_t widest = std::max(line_width(), label + least) - label;
     std::vector<std::string> lines;
     for (const auto& [key, value] : story.values) {
         const std::string text = key + "=" + value;
-        if (lines.empty() || lines.back().size() + text.size() >= widest) {
+        if (lines.empty() || lines.back().size() + 1 + text.size() > widest) {
             lines.push_back(text);
         } else {
             lines.back() += " " + text;
@@ -71,7 +72,8 @@ std::string log_text(const Story& story, const Clock& clock) {
                        clock.oldest_age ? ", the last one " + age_text(clock.now - story.last.time) + " ago" : "");
 }
 
-std::string head_text(const LogReading& reading, const Judgement& judgement, const Surroundings& around) {
+std::string head_text(const LogReading& reading, const Judgement& judgement, const Surroundings& around,
+                      const std::string& shown) {
     const Story& story = reading.story;
     Columns rows("", "");
     std::string health(health_word(judgement.health));
@@ -101,6 +103,9 @@ std::string head_text(const LogReading& reading, const Judgement& judgement, con
     rows.add({"host", fmt::format("{} {}, {} of {} sessions, {} of {} paths", number_or_dash(story.volumes),
                                   story.volumes == 1 ? "volume" : "volumes", number_or_dash(story.sessions),
                                   simhost::MAX_SESSIONS, number_or_dash(story.paths), simhost::MAX_PATHS)});
+    if (!shown.empty()) {
+        rows.add({"shown", shown});
+    }
     if (story.unreadable_lines > 0) {
         rows.add({"", fmt::format("{} not of a message", count_of(story.unreadable_lines, "line", "lines"))});
     }
@@ -126,7 +131,7 @@ std::string remark(const TargetStory& target) {
         parts.emplace_back("its sessions could not be read");
     }
     if (target.cut_short) {
-        parts.emplace_back("cut short by the host's ceiling");
+        parts.emplace_back("cut short by the host's limit of sessions");
     }
     if (target.pending > 0) {
         parts.push_back(fmt::format("{} logging in", target.pending));
@@ -154,9 +159,13 @@ std::vector<std::string> target_cells(const Story& story, const TargetStory& tar
             remark(target)};
 }
 
+// Those with a problem first.
 std::string targets_text(const Story& story, bool grouped) {
+    std::vector<TargetStory> targets = story.targets;
+    std::stable_partition(targets.begin(), targets.end(),
+                          [&story](const TargetStory& target) { return has_problem(story, target); });
     std::vector<std::pair<std::vector<std::string>, std::vector<std::string>>> alike;
-    for (const TargetStory& target : story.targets) {
+    for (const TargetStory& target : targets) {
         std::vector<std::string> cells = target_cells(story, target);
         const auto place =
             std::find_if(alike.begin(), alike.end(), [&](const auto& each) { return each.first == cells; });
@@ -237,7 +246,7 @@ std::string number_or_dash(int value) {
 std::string story_text(const LogReading& reading, const Judgement& judgement, const Surroundings& around,
                        TargetView view) {
     const Story& story = reading.story;
-    std::string text = head_text(reading, judgement, around);
+    std::string text = head_text(reading, judgement, around, view.shown);
     for (const LogFile& file : reading.files) {
         text += file.problem.empty() ? "" : fmt::format("not read        {}: {}\n", file.name, file.problem);
     }

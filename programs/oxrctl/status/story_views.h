@@ -19,6 +19,7 @@ struct Surroundings {
 struct TargetView {
     bool grouped = true;    // alike ones share a row
     bool detailed = false;  // each with all that is known of it
+    std::string shown;      // which of them; empty: all
 };
 
 std::string story_text(const LogReading& reading, const Judgement& judgement, const Surroundings& around,

@@ -1,5 +1,6 @@
 #include "oxrctl/status/target_filter.h"
 
+#include <fmt/format.h>
 #include <fnmatch.h>
 
 #include <algorithm>
@@ -26,17 +27,36 @@ bool is_at(const std::string& adapter, const TargetStory& target) {
 }  // namespace
 
 void TargetFilter::apply(Story& story) const {
+    const auto is_other = [this](const TargetStory& target) {
+        return (!volume.empty() && !is_named(volume, target)) || (!adapter.empty() && !is_at(adapter, target));
+    };
     std::erase_if(story.targets, [&](const TargetStory& target) {
-        return (!volume.empty() && !is_named(volume, target)) || (!adapter.empty() && !is_at(adapter, target)) ||
-               (problems && !has_problem(story, target));
+        return is_other(target) || (problems && !has_problem(story, target));
     });
+    std::erase_if(story.gone, [&](const TargetStory& target) { return volume.empty() || is_other(target); });
     std::set<std::string> names;
-    for (const TargetStory& target : story.targets) {
-        names.insert(target.iqn);
+    for (const auto* const targets : {&story.targets, &story.gone}) {
+        for (const TargetStory& target : *targets) {
+            names.insert(target.iqn);
+        }
     }
     if (is_set()) {
         std::erase_if(story.changes, [&names](const ChangeStory& change) { return !names.contains(change.target); });
     }
+}
+
+std::string TargetFilter::text() const {
+    std::vector<std::string> parts;
+    if (!volume.empty()) {
+        parts.push_back("named " + volume);
+    }
+    if (!adapter.empty()) {
+        parts.push_back("at adapter " + adapter);
+    }
+    if (problems) {
+        parts.emplace_back("with a problem");
+    }
+    return fmt::format("{}", fmt::join(parts, ", "));
 }
 
 }  // namespace oxrctl

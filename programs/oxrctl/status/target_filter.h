@@ -14,8 +14,12 @@ struct TargetFilter {
 
     bool is_set() const { return !volume.empty() || !adapter.empty() || problems; }
 
-    // Leaves in the story only the targets that were asked for, and their changes.
+    // Leaves in the story only the targets that were asked for, and their changes; those that are gone when they were
+    // asked for by name.
     void apply(Story& story) const;
+
+    // "at adapter vmhba64, with a problem"; empty: all.
+    std::string text() const;
 
     // What a message that names the volume is like; empty: no volume was asked for.
     std::string naming() const { return volume.empty() ? "" : "*" + volume + "*"; }

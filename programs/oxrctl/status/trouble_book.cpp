@@ -15,12 +15,12 @@ Trouble::Trouble(const shared::LogLine& line, std::string logged)
       source_line(line.source_line) {}
 
 void TroubleBook::note(const Trouble& trouble) {
-    TroubleStory& story = stories_[{trouble.function, trouble.source_line}];
-    if (story.times++ == 0) {
-        story.level = trouble.level;
-        story.place = trouble.module + ": " + trouble.function;
-        story.first = trouble.time;
+    const auto [place, is_new] = places_.try_emplace({trouble.function, trouble.source_line}, stories_.size());
+    if (is_new) {
+        stories_.push_back({trouble.level, trouble.module + ": " + trouble.function, "", trouble.time, "", 0});
     }
+    TroubleStory& story = stories_[place->second];
+    ++story.times;
     story.last = trouble.time;
     story.text = trouble.text;
 }
@@ -34,13 +34,10 @@ const std::string& TroubleBook::subject_of(const Trouble& trouble) {
     return place->second;
 }
 
-std::vector<TroubleStory> TroubleBook::by_times() const {
-    std::vector<TroubleStory> all;
-    for (const auto& [place, story] : stories_) {
-        all.push_back(story);
-    }
-    std::stable_sort(all.begin(), all.end(),
-                     [](const TroubleStory& a, const TroubleStory& b) { return a.times > b.times; });
+std::vector<TroubleStory> TroubleBook::worst_first() const {
+    std::vector<TroubleStory> all = stories_;
+    const auto weight = [](const TroubleStory& story) { return std::pair(story.level == "ERROR", story.times); };
+    std::stable_sort(all.begin(), all.end(), [&weight](const auto& a, const auto& b) { return weight(a) > weight(b); });
     return all;
 }
 

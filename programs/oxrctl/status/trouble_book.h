@@ -26,11 +26,13 @@ public:
     // The subject of the message in the catalogue; "Other" if it isn't there.
     const std::string& subject_of(const Trouble& trouble);
 
-    std::vector<TroubleStory> by_times() const;
+    // ERROR before WARN, then the most frequent first, then the one that came first.
+    std::vector<TroubleStory> worst_first() const;
 
 private:
     using Place = std::pair<std::string, int>;  // function and line
-    std::map<Place, TroubleStory> stories_;
+    std::map<Place, std::size_t> places_;       // where each one's story stands
+    std::vector<TroubleStory> stories_;         // as they came first
     std::map<Place, std::string> subjects_;
 };
 

@@ -6,8 +6,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <ctime>
+#include <string>
+#include <vector>
 
 #include "oxrctl/commands.h"
+#include "oxrctl/paint.h"
+#include "oxrctl/status/log_time.h"
 #include "oxrctl/text.h"
 #include "shared/terminal.h"
 
@@ -36,18 +40,28 @@ public:
     Screen(const Screen&) = delete;
     Screen& operator=(const Screen&) = delete;
 
-    // Writes over what is there, so that nothing flickers; what doesn't fit is cut.
-    void draw(std::string_view text) const {
+    // Writes over what is there, so that nothing flickers. What doesn't fit is cut; the last row tells of rows below
+    // it.
+    void draw(std::string_view text, bool with_colours) const {
         winsize size{};
         if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0 || size.ws_col == 0) {
             size.ws_row = 24;
             size.ws_col = 80;
         }
-        std::string frame = "\033[H";
-        for (int row = 0; row < size.ws_row && !text.empty(); ++row) {
+        std::vector<std::string> lines;
+        while (!text.empty()) {
             const std::string_view line = text.substr(0, text.find('\n'));
             text.remove_prefix(std::min(line.size() + 1, text.size()));
-            frame += fmt::format("{}{}\033[K", row == 0 ? "" : "\r\n", first_columns(line, size.ws_col));
+            lines.emplace_back(first_columns(line, size.ws_col));
+        }
+        if (const std::size_t all = lines.size(); all > size.ws_row) {
+            lines.resize(size.ws_row);
+            lines.back() = first_columns(fmt::format("and {} more lines", all + 1 - size.ws_row), size.ws_col);
+        }
+        std::string frame = "\033[H";
+        for (const std::string& line : lines) {
+            frame +=
+                fmt::format("{}{}\033[K", &line == lines.data() ? "" : "\r\n", with_colours ? painted(line) : line);
         }
         write_out(frame + "\033[J");
     }
@@ -101,7 +115,7 @@ Answer look(const StatusOptions& options) {
 
 }  // namespace
 
-Answer watch_status(const StatusOptions& options, std::int64_t seconds) {
+Answer watch_status(const StatusOptions& options, std::int64_t seconds, bool with_colours) {
     if (::isatty(STDOUT_FILENO) == 0) {
         throw Refusal("--watch: standard output is not a terminal");
     }
@@ -113,7 +127,8 @@ Answer watch_status(const StatusOptions& options, std::int64_t seconds) {
     Answer answer;
     for (int signal = SIGWINCH; signal == SIGWINCH || signal < 0; signal = signals.wait(seconds)) {
         answer = look(options);
-        screen.draw(answer.text);
+        screen.draw(fmt::format("{}, every {} s until Ctrl-C\n{}", plain_time(log_seconds_now()), seconds, answer.text),
+                    with_colours);
     }
     return {"", answer.exit_code};
 }
