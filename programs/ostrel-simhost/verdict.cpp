@@ -51,7 +51,7 @@ std::string cause_of(const TargetRow& row, const RunOutcome& outcome) {
         return "another volume on the same target wants another number of sessions";
     }
     if (row.dynamic_sessions < row.required && outcome.totals.sessions >= simhost::MAX_SESSIONS) {
-        return fmt::format("ceiling reached, {} sessions on the host", outcome.totals.sessions);
+        return fmt::format("session limit reached, {} sessions on the host", outcome.totals.sessions);
     }
     if (waits_for_a_pass(outcome)) {
         return "no pass has looked at them since the event";
@@ -68,8 +68,8 @@ std::string cause_of(const TargetRow& row, const RunOutcome& outcome) {
     return "sessions are missing or too many";
 }
 
-bool is_ceiling(const std::string& cause) {
-    return cause.starts_with("ceiling reached");
+bool is_session_limit(const std::string& cause) {
+    return cause.starts_with("session limit reached");
 }
 
 bool is_cut_off(const std::string& reason) {
@@ -202,14 +202,14 @@ Verdict judge(const RunOutcome& outcome) {
     add_notes(outcome, verdict);
     find_worst_spread(outcome, verdict);
 
-    const bool only_ceiling = std::all_of(verdict.reasons.begin(), verdict.reasons.end(), is_ceiling);
-    verdict.settled = passes_quiet && only_ceiling;
+    const bool only_session_limit = std::all_of(verdict.reasons.begin(), verdict.reasons.end(), is_session_limit);
+    verdict.settled = passes_quiet && only_session_limit;
     verdict.settled_so_far = std::all_of(verdict.reasons.begin(), verdict.reasons.end(), [](const std::string& reason) {
-        return is_ceiling(reason) || is_cut_off(reason);
+        return is_session_limit(reason) || is_cut_off(reason);
     });
     verdict.headline = !verdict.settled          ? "not settled"
                        : verdict.reasons.empty() ? "settled"
-                                                 : "settled, ceiling reached";
+                                                 : "settled, session limit reached";
     if (!verdict.settled && !outcome.last_pass.log.empty()) {
         int shown = 0;
         for (const FoldedLogLine& line : outcome.last_pass.log) {

@@ -33,7 +33,7 @@ struct RunOutcome {
 struct Verdict {
     bool settled = false;
     bool settled_so_far = false;       // or would be, were it not for events that the run was too short for
-    std::string headline;              // "settled", "settled, ceiling reached", "not settled"
+    std::string headline;              // "settled", "settled, session limit reached", "not settled"
     std::vector<std::string> reasons;  // one line per cause; why it isn't settled or what holds it back
     std::vector<std::string> notes;    // what else is worth knowing, such as targets that are not balanced
     int worst_spread = 0;

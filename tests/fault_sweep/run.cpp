@@ -143,7 +143,7 @@ private:
             const simhost::Totals totals = host_.totals();
             report_.host_after = situation_.compare_totals_only ? std::to_string(totals.sessions) + " sessions, " +
                                                                       std::to_string(totals.active_paths) + " paths"
-                                                                : describe(host_);
+                                                                : testing_support::describe(host_);
             if (report_.host_after == undisturbed_.host_after) {
                 break;
             }
