@@ -139,7 +139,7 @@ std::uint32_t answer(Script& script, Told& told, void* out, std::uint32_t status
     return status;
 }
 
-void judge(const fuzz::Site& site, const Told& told) {
+void judge(const fuzz::FuzzedSite& site, const Told& told) {
     using Kind = simhost::Event::Kind;
     for (const simhost::Event& each : site.happenings()) {
         if (each.kind == Kind::session_removed) {
@@ -224,7 +224,7 @@ void ask_adapters() {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Input input(data, size);
-    fuzz::Site& site = fuzz::Site::of(input.below(fuzz::NUM_SITES));
+    fuzz::FuzzedSite& site = fuzz::FuzzedSite::of(input.below(fuzz::NUM_SITES));
     const unsigned what = input.below(8);
     log_level = input.below(4) == 1 ? 2 : 0;
     ConfigValues values;

@@ -43,7 +43,7 @@ Providers& Providers::get() {
 }
 
 Providers::Providers() {
-    Site& site = begin(config_of(0), false);
+    FuzzedSite& site = begin(config_of(0), false);
     std::string error;
     broker_ = cimserver::make_broker(RTLD_DEFAULT, OXR_CIM_FOLDER, error);
     require(broker_ != nullptr, "providers", error);
@@ -51,8 +51,8 @@ Providers::Providers() {
     site.finish();
 }
 
-Site& Providers::begin(std::string_view config, bool threads) {
-    site_ = &Site::of(0);
+FuzzedSite& Providers::begin(std::string_view config, bool threads) {
+    site_ = &FuzzedSite::of(0);
     config_ = config;
     site_->host().write_file(OSTREL_CONFIG_FILE, config_);
     if (!threads) {

@@ -18,7 +18,7 @@ public:
 
     // The site and the configuration file, anew. Without `threads` none can be created: neither a worker nor a
     // renewal.
-    Site& begin(std::string_view config, bool threads);
+    FuzzedSite& begin(std::string_view config, bool threads);
 
     // Stops what was started and holds all to what must be true after any operation: nothing is held, every object
     // was freed, and the configuration file is whole.
@@ -29,7 +29,7 @@ private:
     void require_whole_config() const;
 
     std::unique_ptr<cimserver::Broker> broker_;
-    Site* site_ = nullptr;
+    FuzzedSite* site_ = nullptr;
     std::string config_;  // as it was put
 };
 

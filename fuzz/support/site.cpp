@@ -42,7 +42,7 @@ bool changes_the_site(Event::Kind kind) {
 
 }  // namespace
 
-Site::Site(unsigned kind) : kind_(kind) {
+FuzzedSite::FuzzedSite(unsigned kind) : kind_(kind) {
     simhost::HostOptions options;
     options.claim_seconds = -1;
     host_ = make_host(options);
@@ -65,8 +65,8 @@ Site::Site(unsigned kind) : kind_(kind) {
     });
 }
 
-Site& Site::of(unsigned kind) {
-    static std::optional<Site> site;
+FuzzedSite& FuzzedSite::of(unsigned kind) {
+    static std::optional<FuzzedSite> site;
     if (!site || site->kind_ != kind || !site->happenings_.empty()) {
         site.reset();
         site.emplace(kind);
@@ -74,7 +74,7 @@ Site& Site::of(unsigned kind) {
     return *site;
 }
 
-void Site::finish() {
+void FuzzedSite::finish() {
     for (const simhost::Operation& each : simhost::OPERATIONS) {
         host_->script_ima(std::string(each.name), {});
     }

@@ -11,14 +11,14 @@ namespace fuzz {
 
 inline constexpr unsigned NUM_SITES = 6;
 
-class Site {
+class FuzzedSite {
 public:
     // `kind`, below NUM_SITES: settled, too few sessions, too many, a switch to dynamic and one to static under way,
     // logins that hang.
-    explicit Site(unsigned kind);
+    explicit FuzzedSite(unsigned kind);
 
     // The site of that kind, as it was described: made anew only when the last use changed it.
-    static Site& of(unsigned kind);
+    static FuzzedSite& of(unsigned kind);
 
     simhost::Host& host() { return *host_; }
     // What the acts on it did to sessions, paths and targets.

@@ -136,7 +136,7 @@ void read_group_scoped_target(Problems& problems, Names& names, const TomlValue&
 void read_static_target(Problems& problems, Names& names, const TomlValue& table, Scenario& scenario) {
     Fields fields(problems, table, "static_target");
     NameReader reader(problems, names);
-    StaticTargetEntry entry;
+    ScenarioStaticTarget entry;
     entry.target = reader.volume(fields, "target");
     entry.spec.adapter = reader.adapter(fields, "adapter");
     entry.spec.portal_ip = fields.required_text("portal_ip", "an IPv4 address");

@@ -58,7 +58,7 @@ struct GroupScopedTargetEntry {
     int sessions = USUAL_SESSIONS;
 };
 
-struct StaticTargetEntry {
+struct ScenarioStaticTarget {
     std::string target;  // name of a volume
     simhost::StaticTargetView spec;
 };
@@ -98,7 +98,7 @@ struct Scenario {
     std::vector<simhost::GroupSpec> groups;
     std::vector<GroupScopedTargetEntry> group_scoped_targets;
     std::vector<VolumeEntry> volumes;
-    std::vector<StaticTargetEntry> static_targets;
+    std::vector<ScenarioStaticTarget> static_targets;
     std::vector<SessionEntry> sessions;
     std::vector<TimedAction> actions;  // in the order of their times
     std::shared_ptr<Names> names;      // all that an event may refer to

@@ -49,7 +49,7 @@ void Site::build(simhost::Host& host) {
     for (const VolumeEntry& volume : scenario_.volumes) {
         add_volume(host, volume);
     }
-    for (const StaticTargetEntry& entry : scenario_.static_targets) {
+    for (const ScenarioStaticTarget& entry : scenario_.static_targets) {
         simhost::StaticTargetView target = entry.spec;
         target.target_iqn = iqn_of(entry.target);
         host.add_static_target(target);

@@ -17,13 +17,13 @@ namespace {
 
 constexpr std::size_t MOST_ERROR_OUTPUT = 1U << 16;
 
-class Descriptor {
+class PipeEnd {
 public:
-    Descriptor() = default;
-    explicit Descriptor(int fd) : fd_(fd) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() { close(); }
+    PipeEnd() = default;
+    explicit PipeEnd(int fd) : fd_(fd) {}
+    PipeEnd(const PipeEnd&) = delete;
+    PipeEnd& operator=(const PipeEnd&) = delete;
+    ~PipeEnd() { close(); }
     void close() {
         if (fd_ >= 0) {
             ::close(fd_);
@@ -42,7 +42,7 @@ private:
 
 // Another child that starts at the same time must not inherit an end, or this one's end of input never comes.
 struct Pipe {
-    Descriptor read_end, write_end;
+    PipeEnd read_end, write_end;
     bool open() {
         int ends[2];
         if (pipe2(ends, O_CLOEXEC) != 0) {
@@ -123,7 +123,7 @@ private:
     }
 
     template <class Taker>
-    void take(Descriptor& from, Taker taker) {
+    void take(PipeEnd& from, Taker taker) {
         const ssize_t got = ::read(from.get(), buffer_.data(), buffer_.size());
         if (got > 0) {
             taker(std::string_view(buffer_.data(), static_cast<std::size_t>(got)));
@@ -134,9 +134,9 @@ private:
 
     const ChildProcess& child_;
     ChildEnd& end_;
-    Descriptor& input_;
-    Descriptor& output_;
-    Descriptor& errors_;
+    PipeEnd& input_;
+    PipeEnd& output_;
+    PipeEnd& errors_;
     std::size_t written_ = 0;
     std::array<char, 1U << 16> buffer_{};
 };

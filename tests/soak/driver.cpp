@@ -8,7 +8,7 @@ namespace soak {
 using simhost::Event;
 
 // The library is loaded as by a CIM server's factory call.
-Driver::Driver(Site& site, Watch& watch) : host_(site.host()), dice_(site.dice), watch_(watch) {
+Driver::Driver(RandomSite& site, Watch& watch) : host_(site.host()), dice_(site.dice), watch_(watch) {
     (void)testing_support::providers(host_);
     host_.remove_file(OSTREL_LOCK_FILE);
     host_.observe([this](const Event& event) { note(event); });

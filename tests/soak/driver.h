@@ -11,7 +11,7 @@ namespace soak {
 
 class Driver {
 public:
-    Driver(Site& site, Watch& watch);
+    Driver(RandomSite& site, Watch& watch);
     ~Driver() { stop(); }
     Driver(const Driver&) = delete;
     Driver& operator=(const Driver&) = delete;

@@ -13,7 +13,7 @@ namespace soak {
 
 class Happenings {
 public:
-    Happenings(Site& site, Operator& by) : site_(site), operator_(by) {}
+    Happenings(RandomSite& site, Operator& by) : site_(site), operator_(by) {}
 
     // Schedules what will happen within so many seconds from now.
     void plan(int count, double seconds);
@@ -27,7 +27,7 @@ private:
     struct Kind;
     using Words = std::map<std::string, std::string>;
 
-    Site& site_;
+    RandomSite& site_;
     Operator& operator_;
     int round_ = 0;  // what was planned in an earlier one doesn't happen
 

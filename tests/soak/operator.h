@@ -10,7 +10,7 @@ namespace soak {
 
 class Operator {
 public:
-    explicit Operator(Site& site) : site_(site) {}
+    explicit Operator(RandomSite& site) : site_(site) {}
 
     // What an event that happens now writes, as a text of TOML: values that are all in range, with a comment of his
     // own;
@@ -32,7 +32,7 @@ public:
     const ConfigValues& values() const { return values_; }
 
 private:
-    Site& site_;
+    RandomSite& site_;
     ConfigValues values_;
     std::string edited_;  // empty: the file isn't that of a valid edit
     bool read_ = false;   // since it was written

@@ -77,7 +77,7 @@ public:
     }
 
 private:
-    Site site_;
+    RandomSite site_;
     Operator operator_{site_};
     Happenings happenings_{site_, operator_};
     Watch watch_{site_, operator_};

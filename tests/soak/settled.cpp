@@ -84,7 +84,7 @@ std::set<std::string> counting_lost_nics(const Host& host) {
     return found;
 }
 
-bool judge(Site& site, Watch& watch, const ConfigValues& values) {
+bool judge(RandomSite& site, Watch& watch, const ConfigValues& values) {
     const Host& host = site.host();
     // By mode: one target that can't be read holds up the switches of all.
     std::map<bool, std::vector<std::string>> switched;

@@ -17,6 +17,6 @@ std::set<std::string> counting_lost_nics(const simhost::Host& host);
 
 // Reports the targets that could have what they should have, and have not; counts the others by what keeps them.
 // Whether a switch of modes is held up.
-bool judge(Site& site, Watch& watch, const ConfigValues& values);
+bool judge(RandomSite& site, Watch& watch, const ConfigValues& values);
 
 }  // namespace soak

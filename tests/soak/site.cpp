@@ -38,7 +38,7 @@ std::string array_keys(std::string_view group, std::size_t number) {
                   number % 3 == 0 ? format(", '{}{}'", address, 100 + number) : "");
 }
 
-Site::Site(std::uint64_t seed) : dice(seed), large(dice.one_in(30)), has_deep_logs(dice.one_in(2)) {
+RandomSite::RandomSite(std::uint64_t seed) : dice(seed), large(dice.one_in(30)), has_deep_logs(dice.one_in(2)) {
     text_ = describe_host();
     read();
     text_ += describe_volumes();
@@ -47,7 +47,7 @@ Site::Site(std::uint64_t seed) : dice(seed), large(dice.one_in(30)), has_deep_lo
     site_.build(*host_);
 }
 
-void Site::read() {
+void RandomSite::read() {
     auto result = ostrel_simhost::read_scenario(text_);
     if (!result.problems.empty()) {
         give_up(text_, result.problems);
@@ -56,7 +56,7 @@ void Site::read() {
 }
 
 // All but its volumes. Not every group has one at first.
-std::string Site::describe_host() {
+std::string RandomSite::describe_host() {
     const double login = dice.one_in(3) ? 0 : dice.seconds(8);
     std::string text = allowed;
     text += format("host = {{ login_seconds = {}, discovery_seconds = {}, claim_seconds = {} }}\n", login,
@@ -83,7 +83,7 @@ std::string Site::describe_host() {
     return text + "]\n";
 }
 
-std::string Site::describe_volumes() {
+std::string RandomSite::describe_volumes() {
     std::string targets = "group_scoped_target = [\n";
     std::string volumes = "volumes = [\n";
     std::string sessions = "session = [\n";
@@ -113,23 +113,23 @@ std::string Site::describe_volumes() {
     return targets + "]\n" + volumes + "]\n" + sessions + "]\n";
 }
 
-std::string Site::volume_of(const simhost::GroupSpec& group, const std::string& more) {
+std::string RandomSite::volume_of(const simhost::GroupSpec& group, const std::string& more) {
     return format("{{ name = 'vol{}', group = '{}'{}{}{}{} }}", next_volume_++, group.name,
                   some_of(dice, 3, "arrays", group.arrays), some_of(dice, 4, "adapters", scenario_.adapters),
                   dice.one_in(12) ? ", supported = false" : "", more);
 }
 
-std::string Site::device_of(const std::string& group, const std::string& target) {
+std::string RandomSite::device_of(const std::string& group, const std::string& target) {
     return format("{{ name = 'pe{}', group = '{}', behind = '{}', protocol_endpoint = {} }}", next_volume_++, group,
                   target, dice.one_in(2));
 }
 
 // Without sessions: the host logs in by itself.
-std::vector<std::string> Site::new_volume() {
+std::vector<std::string> RandomSite::new_volume() {
     return std::vector(is_full() ? 0 : 1, volume_of(dice.pick(scenario_.groups), ", sessions = 0"));
 }
 
-std::vector<std::string> Site::new_device() {
+std::vector<std::string> RandomSite::new_device() {
     auto targets = scenario_.group_scoped_targets;
     // Several devices of a target hold up switches of its group: seldom more than one.
     std::erase_if(targets, [&](const ostrel_simhost::GroupScopedTargetEntry& each) {
@@ -142,7 +142,7 @@ std::vector<std::string> Site::new_device() {
     return {device_of(behind.spec.group, behind.name)};
 }
 
-void Site::happen(const std::string& event) {
+void RandomSite::happen(const std::string& event) {
     std::vector<ostrel_simhost::Problem> problems;
     const auto read = ostrel_simhost::read_event(event, scenario_, problems);
     if (!read) {
@@ -152,7 +152,7 @@ void Site::happen(const std::string& event) {
     read->action.act(site_, *host_);
 }
 
-void Site::remark(const std::string& text) {
+void RandomSite::remark(const std::string& text) {
     text_ += format("# at {} s: {}\n", host_->now(), text);
 }
 

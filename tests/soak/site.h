@@ -17,9 +17,9 @@ inline constexpr char DEEP_LOGS[] = "/var/log/ostrel/deep";
 
 using Tally = std::map<std::string, std::uint64_t>;
 
-class Site {
+class RandomSite {
 public:
-    explicit Site(std::uint64_t seed);
+    explicit RandomSite(std::uint64_t seed);
 
     Dice dice;
     Tally counts;  // of all that was done and found

@@ -10,7 +10,7 @@ namespace soak {
 
 using simhost::Event;
 
-Watch::Watch(Site& site, const Operator& by) : site_(site), host_(site.host()), operator_(by) {
+Watch::Watch(RandomSite& site, const Operator& by) : site_(site), host_(site.host()), operator_(by) {
     host_.observe([this](const Event& event) { note(event); });
 }
 

@@ -15,7 +15,7 @@ inline constexpr unsigned LOST = 2;
 
 class Watch {
 public:
-    Watch(Site& site, const Operator& by);
+    Watch(RandomSite& site, const Operator& by);
 
     // After a cycle, on the thread that ran it, with nothing else running.
     void after_cycle();
@@ -30,7 +30,7 @@ public:
     const std::string& broken() const { return broken_; }
 
 private:
-    Site& site_;
+    RandomSite& site_;
     simhost::Host& host_;
     const Operator& operator_;
     std::string broken_;  // what was broken first: "pass 12, 1440.000 s: text"; empty: nothing

@@ -32,8 +32,8 @@ void Golden::heading(const std::string& text) {
 
 void Golden::add_log(simhost::Host& host, const char* levels, std::size_t last) {
     static const std::regex source_line("at line (number )?[0-9]+");
-    std::vector<LogLine> lines = parse_log(host.log());
-    std::erase_if(lines, [&](const LogLine& line) { return std::strchr(levels, line.level[0]) == nullptr; });
+    std::vector<LoggedMessage> lines = parse_log(host.log());
+    std::erase_if(lines, [&](const LoggedMessage& line) { return std::strchr(levels, line.level[0]) == nullptr; });
     for (std::size_t i = lines.size() - std::min(lines.size(), last); i < lines.size(); ++i) {
         text_ += lines[i].level + " " + lines[i].module + " " + lines[i].operation + ": " +
                  std::regex_replace(lines[i].text, source_line, "at line $1#") + "\n";

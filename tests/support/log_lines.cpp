@@ -6,8 +6,8 @@
 
 namespace testing_support {
 
-std::vector<LogLine> parse_log(std::string_view log) {
-    std::vector<LogLine> lines;
+std::vector<LoggedMessage> parse_log(std::string_view log) {
+    std::vector<LoggedMessage> lines;
     shared::LogLine parsed;
     while (!log.empty()) {
         const std::string_view line = log.substr(0, log.find('\n'));
@@ -26,7 +26,7 @@ std::vector<LogLine> parse_log(std::string_view log) {
 
 std::vector<std::string> short_lines(std::string_view log) {
     std::vector<std::string> result;
-    for (const LogLine& line : parse_log(log)) {
+    for (const LoggedMessage& line : parse_log(log)) {
         result.push_back(line.level + " " + line.operation + ": " + line.text);
     }
     return result;

@@ -7,7 +7,7 @@
 
 namespace testing_support {
 
-struct LogLine {
+struct LoggedMessage {
     std::string level;
     std::string module;
     std::string operation;
@@ -15,7 +15,7 @@ struct LogLine {
 };
 
 // The messages of a log file. A line that doesn't begin with the standard prefix belongs to the one before.
-std::vector<LogLine> parse_log(std::string_view log);
+std::vector<LoggedMessage> parse_log(std::string_view log);
 
 // "WARN handle_num_sessions: No sessions present for x", one a message: what tests compare.
 std::vector<std::string> short_lines(std::string_view log);
