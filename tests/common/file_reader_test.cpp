@@ -1,7 +1,10 @@
 #include "common/file_reader.h"
 
+#include <fcntl.h>
+
 #include <cerrno>
 
+#include "common/descriptor.h"
 #include "support/host_test.h"
 
 namespace {
@@ -41,6 +44,16 @@ TEST_F(HostTest, AFailedReadingOfAFileIsFinal) {
     EXPECT_TRUE(half.next_line(line));
     EXPECT_EQ(half.error(), EIO);
     EXPECT_FALSE(half.next_line(line));
+}
+
+TEST_F(HostTest, AClosedDescriptorLeavesErrnoAsItWas) {
+    host->write_file(FILE_READ, "");
+    host->fail(testing_support::failing_with("close", ENOSPC));
+    {
+        const oxr::Descriptor file(open(FILE_READ, O_RDONLY));
+        errno = EIO;
+    }
+    EXPECT_EQ(errno, EIO);
 }
 
 }  // namespace

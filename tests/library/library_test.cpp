@@ -166,6 +166,17 @@ protected:
     }
 };
 
+TEST_F(LoadRounds, EachStarterOfTheWorkerAloneStopsIt) {
+    void* const library = dlopen(OXR_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    for (const char* const factory : {"OstrelProvider_Create_InstanceMI", "OstrelProfileProvider_Create_InstanceMI"}) {
+        const Cleanup clean_up = cleanup_of<CMPIInstanceMI>(library, factory, nullptr);
+        EXPECT_EQ(count_entries("/proc/self/task"), threads + 1) << factory;
+        EXPECT_EQ(clean_up().rc, CMPI_RC_OK);
+        EXPECT_EQ(count_entries("/proc/self/task"), threads) << factory;
+    }
+    EXPECT_EQ(dlclose(library), 0);
+}
+
 TEST_F(LoadRounds, AHundredOfThemLeaveNothing) {
     const std::ptrdiff_t descriptors = count_entries("/proc/self/fd");
     [[maybe_unused]] long resident = 0;
