@@ -64,7 +64,7 @@ Json of_subject(const PlanSubject& subject) {
             {"reasons", plan.reasons},
             {"read", subject.read.empty() ? Json() : Json(subject.read)},
             {"guesses", subject.guesses},
-            {"notes", notes_of(subject)},
+            {"notes", notes_of(plan)},
             {"violations", plan.violations},
             {"sessions", of_limit(plan.sessions, plan.most_sessions, plan.session_limit)},
             {"paths", of_limit(plan.paths, plan.most_paths, plan.path_limit)},

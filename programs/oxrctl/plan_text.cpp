@@ -139,7 +139,7 @@ private:
         }
         for (std::size_t i = 0; i < subjects_.size(); ++i) {
             const std::string mark = two_ ? fmt::format("note, {}: ", letter(i)) : "note: ";
-            for (const std::string& note : notes_of(subjects_[i])) {
+            for (const std::string& note : notes_of(subjects_[i].plan)) {
                 wrapped(mark, note);
             }
         }
