@@ -59,6 +59,7 @@ Json of_subject(const PlanSubject& subject) {
             {"not_taken", not_taken_json(plan.not_taken)},
             {"seconds", plan.seconds},
             {"passes", plan.passes},
+            {"skipped_passes", plan.skipped_passes},
             {"fine", plan.fine()},
             {"settled", plan.settled},
             {"reasons", plan.reasons},
