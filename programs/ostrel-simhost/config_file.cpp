@@ -176,6 +176,14 @@ std::string with_config_value(std::string_view text, std::string_view key, std::
     return result + replacement + '\n';
 }
 
+ConfigChanges config_line_values(std::string_view line) {
+    return values_of(fmt::format("#\n{}", line));
+}
+
+ConfigChanges config_file_values(std::string_view text) {
+    return text.empty() ? ConfigChanges() : values_of(config_file_text({}) + std::string(text));
+}
+
 std::vector<std::string> config_differences(std::string_view before, std::string_view after) {
     std::vector<std::string> differences;
     const ConfigChanges old_values = values_of(before);

@@ -35,6 +35,11 @@ std::string config_file_text(const ConfigChanges& changes);
 // `text` with the value of `key` replaced where the key stands, or a line for it appended.
 std::string with_config_value(std::string_view text, std::string_view key, std::string_view value);
 
+// The values that a line adds to a file, and those that a whole file stands for: the defaults of keys that it has not,
+// too. An empty file stands for none.
+ConfigChanges config_line_values(std::string_view line);
+ConfigChanges config_file_values(std::string_view text);
+
 // What a person would say changed between two files: "interval 30 -> 120", "use_ostrel_timeouts = 1 (new)".
 std::vector<std::string> config_differences(std::string_view before, std::string_view after);
 

@@ -106,24 +106,28 @@ constexpr EventKind KINDS[] = {
     {"nic_down",
      [](In in) {
          const std::string ip = in.reader().nic(in.fields, in.key);
-         return Action{fmt::format("NIC {} lost", ip), [=](Site&, Host& host) { host.nic_down(ip); }, "NIC " + ip};
+         return Action{
+             fmt::format("NIC {} lost", ip), [=](Site&, Host& host) { host.nic_down(ip); }, {{"NIC " + ip, "down"}}};
      }},
     {"nic_up",
      [](In in) {
          const std::string ip = in.reader().nic(in.fields, in.key);
-         return Action{fmt::format("NIC {} back", ip), [=](Site&, Host& host) { host.nic_up(ip); }, "NIC " + ip};
+         return Action{
+             fmt::format("NIC {} back", ip), [=](Site&, Host& host) { host.nic_up(ip); }, {{"NIC " + ip, "up"}}};
      }},
     {"array_down",
      [](In in) {
          const auto at = in.reader().array(in.fields, in.key);
          return Action{fmt::format("array {}/{} lost", at.first, at.second),
-                       [=](Site&, Host& host) { host.array_down(at.first, at.second); }, "array " + in.value.text};
+                       [=](Site&, Host& host) { host.array_down(at.first, at.second); },
+                       {{"array " + in.value.text, "down"}}};
      }},
     {"array_up",
      [](In in) {
          const auto at = in.reader().array(in.fields, in.key);
          return Action{fmt::format("array {}/{} back", at.first, at.second),
-                       [=](Site&, Host& host) { host.array_up(at.first, at.second); }, "array " + in.value.text};
+                       [=](Site&, Host& host) { host.array_up(at.first, at.second); },
+                       {{"array " + in.value.text, "up"}}};
      }},
     {"switch_mode",
      [](In in) {
@@ -135,7 +139,8 @@ constexpr EventKind KINDS[] = {
          }
          const bool dynamic = mode == simhost::GroupMode::dynamic_discovery;
          return Action{fmt::format("group {} switched to {} discovery", group, dynamic ? "dynamic" : "static"),
-                       [=](Site&, Host& host) { host.switch_mode(group, mode); }, "mode of " + group};
+                       [=](Site&, Host& host) { host.switch_mode(group, mode); },
+                       {{"mode of " + group, dynamic ? "dynamic" : "static"}}};
      },
      A_TABLE},
     {"digests",
@@ -144,7 +149,8 @@ constexpr EventKind KINDS[] = {
          const std::string adapter = in.reader().adapter(inner, "adapter");
          const bool on = inner.flag("on").value_or(true);
          return Action{fmt::format("digests switched {} on {}", on ? "on" : "off", adapter),
-                       [=](Site&, Host& host) { host.set_digests(adapter, on); }, "digests on " + adapter};
+                       [=](Site&, Host& host) { host.set_digests(adapter, on); },
+                       {{"digests on " + adapter, on ? "on" : "off"}}};
      },
      A_TABLE},
     {"discovery_outcome",
@@ -154,7 +160,7 @@ constexpr EventKind KINDS[] = {
          const auto status = static_cast<std::uint32_t>(inner.integer("status", 0, 0xffffffffLL).value_or(0));
          return Action{fmt::format("discovery on {} now answers {}", adapter, status),
                        [=](Site&, Host& host) { host.set_discovery_outcome(adapter, status); },
-                       "discovery on " + adapter};
+                       {{"discovery on " + adapter, fmt::format("{}", status)}}};
      },
      A_TABLE},
     {"drop_sessions",
@@ -190,13 +196,15 @@ constexpr EventKind KINDS[] = {
      [](In in) {
          const bool failing = in.fields.flag(in.key).value_or(false);
          return Action{failing ? "logins begin to fail" : "logins succeed again",
-                       [=](Site&, Host& host) { host.fail_logins(failing); }, "logins"};
+                       [=](Site&, Host& host) { host.fail_logins(failing); },
+                       {{"logins", failing ? "fail" : "succeed"}}};
      }},
     {"login_seconds",
      [](In in) {
          const double seconds = in.fields.seconds(in.key).value_or(0);
          return Action{fmt::format("logins now take {}", shared::duration_text(seconds)),
-                       [=](Site&, Host& host) { host.set_login_seconds(seconds); }, "duration of logins"};
+                       [=](Site&, Host& host) { host.set_login_seconds(seconds); },
+                       {{"login_seconds", fmt::format("{}", seconds)}}};
      }},
     {"remove_volume",
      [](In in) {
@@ -210,7 +218,7 @@ constexpr EventKind KINDS[] = {
          for (const auto& [key, value] : changes) {
              text += fmt::format(" {}={}", key, value);
          }
-         return Action{text, [=](Site&, Host& host) { write_config(host, changes); }};
+         return Action{text, [=](Site&, Host& host) { write_config(host, changes); }, changes};
      },
      A_TABLE},
     {"write_config_line",
@@ -218,14 +226,14 @@ constexpr EventKind KINDS[] = {
          const std::string line = in.fields.text(in.key).value_or("");
          check_logs_paths(in.fields, in.key, line);
          return Action{fmt::format("operator adds the line \"{}\"", line),
-                       [=](Site&, Host& host) { write_config_line(host, line); }};
+                       [=](Site&, Host& host) { write_config_line(host, line); }, config_line_values(line)};
      }},
     {"write_config_file",
      [](In in) {
          const std::string text = in.fields.text(in.key).value_or("");
          check_logs_paths(in.fields, in.key, text);
          return Action{fmt::format("operator replaces the configuration file ({} bytes)", text.size()),
-                       [=](Site&, Host& host) { host.write_file(CONFIG_FILE, text); }};
+                       [=](Site&, Host& host) { host.write_file(CONFIG_FILE, text); }, config_file_values(text)};
      }},
     {"remove_config",
      [](In in) {

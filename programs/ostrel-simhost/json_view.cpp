@@ -146,6 +146,7 @@ public:
                {"next_event", outcome.next_action_at < 0 ? Json() : Json(outcome.next_action_at)},
                {"headline", verdict.headline},
                {"reasons", verdict.reasons},
+               {"reasons_so_far", verdict.reasons_so_far},
                {"notes", verdict.notes},
                {"totals", json_of(outcome.totals, outcome.paths)},
                {"session_ceiling", simhost::MAX_SESSIONS},

@@ -150,12 +150,14 @@ public:
         whole_ = split != std::string::npos && !key_.empty();
     }
 
-    void apply() {
+    void apply(std::map<std::string, std::string>& set) {
         if (!whole_) {
             problems_.add(line_, "option", "KEY=VALUE, KEY being " + a_key(), key_.empty() ? "no key" : "no =");
         } else if (is_config_key(key_)) {
             set_config();
+            set[key_] = text_;
         } else if (contains(HOST_KEYS, key_)) {
+            set[key_] = text_;
             if (TomlValue* const host = table_of(document_, "host", line_)) {
                 put(*host, value_of(key_, text_, line_));
             }
@@ -257,10 +259,13 @@ private:
 
 }  // namespace
 
-void apply_overrides(Problems& problems, TomlValue& document, const std::vector<std::string>& overrides) {
+std::map<std::string, std::string> apply_overrides(Problems& problems, TomlValue& document,
+                                                   const std::vector<std::string>& overrides) {
+    std::map<std::string, std::string> set;
     for (std::size_t i = 0; i < overrides.size(); ++i) {
-        Overrider(problems, document, overrides[i], option_line(i)).apply();
+        Overrider(problems, document, overrides[i], option_line(i)).apply(set);
     }
+    return set;
 }
 
 std::vector<std::string> override_keys(std::string_view text) {

@@ -175,17 +175,38 @@ double next_action_after(const Scenario& scenario, double time) {
     return -1;
 }
 
-// What an option made happen lasts until an event of the scenario sets the same state again.
-std::vector<std::string> undone_events(const std::vector<TimedAction>& actions, double end) {
+using Actions = std::vector<TimedAction>;
+
+// The first of these that sets `state` to another value; end(): none does.
+Actions::const_iterator next_that_sets(const std::pair<std::string, std::string>& state, Actions::const_iterator from,
+                                       Actions::const_iterator end) {
+    return std::find_if(from, end, [&](const TimedAction& each) {
+        return std::any_of(each.action.sets.begin(), each.action.sets.end(),
+                           [&](const auto& set) { return set.first == state.first && set.second != state.second; });
+    });
+}
+
+// What an option set or made happen lasts until an event of the scenario sets the same state again.
+std::vector<std::string> undone_by_scenario(const Scenario& scenario, double end) {
+    const Actions& actions = scenario.actions;
     std::vector<std::string> notes;
-    for (auto asked = actions.begin(); asked != actions.end(); ++asked) {
-        const auto undoing = std::find_if(asked, actions.end(), [&](const TimedAction& later) {
-            return later.action.state_of == asked->action.state_of && later.action.text != asked->action.text;
-        });
-        if (asked->by_option && !asked->action.state_of.empty() && undoing != actions.end() && !undoing->by_option &&
-            undoing->at_seconds <= end) {
-            notes.push_back(fmt::format("\"{}\" lasts until {} only, when the scenario has \"{}\"", asked->action.text,
+    const auto note = [&](const std::string& what, const auto& state, Actions::const_iterator from) {
+        const auto undoing = next_that_sets(state, from, actions.end());
+        if (undoing != actions.end() && !undoing->by_option && undoing->at_seconds <= end) {
+            notes.push_back(fmt::format("\"{}\" lasts until {} only, when the scenario has \"{}\"", what,
                                         shared::clock_text(undoing->at_seconds), undoing->action.text));
+        }
+    };
+    for (const auto& state : scenario.set_by_options) {
+        note(state.first + "=" + state.second, state, actions.begin());
+    }
+    for (auto asked = actions.begin(); asked != actions.end(); ++asked) {
+        if (!asked->by_option) {
+            continue;
+        }
+        for (const auto& state : asked->action.sets) {
+            const bool is_all = asked->action.sets.size() == 1;
+            note(is_all ? asked->action.text : state.first + "=" + state.second, state, asked);
         }
     }
     return notes;
@@ -303,7 +324,7 @@ int run_on(simhost::Host& host, const Scenario& scenario, const RunOptions& opti
     outcome.passes_after_last_action = recorder.passes_after_last_happening();
     outcome.last_action_at = recorder.last_action_at();
     outcome.next_action_at = next_action_after(scenario, outcome.ended_at);
-    outcome.undone = undone_events(scenario.actions, outcome.ended_at);
+    outcome.undone = undone_by_scenario(scenario, outcome.ended_at);
     outcome.most_sessions = std::max(recorder.most_sessions(), outcome.totals.sessions);
     outcome.most_paths = std::max(recorder.most_paths(), outcome.paths);
     outcome.violations = host.violations();

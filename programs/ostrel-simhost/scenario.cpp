@@ -358,9 +358,9 @@ ScenarioOrProblems read_scenario(std::string_view text, const std::vector<std::s
         return result;
     }
     Problems problems;
-    apply_overrides(problems, *document, overrides);
-    Fields fields(problems, *document, "");
     Scenario& scenario = result.scenario;
+    scenario.set_by_options = apply_overrides(problems, *document, overrides);
+    Fields fields(problems, *document, "");
     scenario.names = std::make_shared<Names>();
     Names& names = *scenario.names;
     scenario.title = fields.text("title").value_or("");

@@ -18,10 +18,12 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "config_file.h"
@@ -73,7 +75,8 @@ struct SessionEntry {
 struct Action {
     std::string text;
     std::function<void(Site& site, simhost::Host& host)> act;
-    std::string state_of = {};  // whose state it sets, which lasts until the next event that does; empty: nothing's
+    // What it sets to which state; a state lasts until the next event that sets another.
+    std::vector<std::pair<std::string, std::string>> sets = {};
 };
 
 struct TimedAction {
@@ -100,8 +103,9 @@ struct Scenario {
     std::vector<VolumeEntry> volumes;
     std::vector<ScenarioStaticTarget> static_targets;
     std::vector<SessionEntry> sessions;
-    std::vector<TimedAction> actions;  // in the order of their times
-    std::shared_ptr<Names> names;      // all that an event may refer to
+    std::vector<TimedAction> actions;                   // in the order of their times
+    std::map<std::string, std::string> set_by_options;  // as the sets of an action, from the start
+    std::shared_ptr<Names> names;                       // all that an event may refer to
 };
 
 struct ScenarioOrProblems {

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "shared/duration.h"
@@ -143,6 +144,15 @@ void add_target_reasons(const RunOutcome& outcome, Verdict& verdict) {
     }
 }
 
+void add_errors(const PassRecord& pass, std::vector<std::string>& reasons) {
+    int shown = 0;
+    for (const FoldedLogLine& line : pass.log) {
+        if (line.level == "ERROR" && ++shown <= 3) {
+            reasons.push_back(fmt::format("error in the last pass: {}", line.text));
+        }
+    }
+}
+
 void add_notes(const RunOutcome& outcome, Verdict& verdict) {
     const auto names_of = [&](auto&& wanted) {
         std::vector<std::string> names;
@@ -210,13 +220,13 @@ Verdict judge(const RunOutcome& outcome) {
     verdict.headline = !verdict.settled          ? "not settled"
                        : verdict.reasons.empty() ? "settled"
                                                  : "settled, session limit reached";
-    if (!verdict.settled && !outcome.last_pass.log.empty()) {
-        int shown = 0;
-        for (const FoldedLogLine& line : outcome.last_pass.log) {
-            if (line.level == "ERROR" && ++shown <= 3) {
-                verdict.reasons.push_back(fmt::format("error in the last pass: {}", line.text));
-            }
-        }
+    std::remove_copy_if(verdict.reasons.begin(), verdict.reasons.end(), std::back_inserter(verdict.reasons_so_far),
+                        is_cut_off);
+    if (!verdict.settled) {
+        add_errors(outcome.last_pass, verdict.reasons);
+    }
+    if (!verdict.settled_so_far) {
+        add_errors(outcome.last_pass, verdict.reasons_so_far);
     }
     verdict.exit_code = !outcome.violations.empty() || outcome.stalled ? 1 : 0;
     return verdict;

@@ -32,10 +32,11 @@ struct RunOutcome {
 
 struct Verdict {
     bool settled = false;
-    bool settled_so_far = false;       // or would be, were it not for events that the run was too short for
-    std::string headline;              // "settled", "settled, session limit reached", "not settled"
-    std::vector<std::string> reasons;  // one line per cause; why it isn't settled or what holds it back
-    std::vector<std::string> notes;    // what else is worth knowing, such as targets that are not balanced
+    bool settled_so_far = false;              // or would be, were it not for events that the run was too short for
+    std::string headline;                     // "settled", "settled, session limit reached", "not settled"
+    std::vector<std::string> reasons;         // one line per cause; why it isn't settled or what holds it back
+    std::vector<std::string> reasons_so_far;  // the same of settled_so_far
+    std::vector<std::string> notes;           // what else is worth knowing, such as targets that are not balanced
     int worst_spread = 0;
     std::string worst_spread_target;  // empty: no target is balanced
     int exit_code = 0;                // 1: an invariant was broken or the connection manager stalled

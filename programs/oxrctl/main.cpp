@@ -154,8 +154,7 @@ void add_plan(CLI::App& app, Run& run) {
         "The LOG of --from-log is that of one host, given as for `oxrctl status`.\n"
         "Exit code: 0 the host settles within its limits; 1 it does not, or a volume gets fewer sessions than\n"
         "required; 2 a scenario has an error, or the service would correct a value; 3 ostrel-simhost cannot be run.");
-    CLI::Option* const scenario =
-        command.add_option("SCENARIO", options.scenarios, "One scenario, or two to compare")->expected(1, 2);
+    CLI::Option* const scenario = command.add_option("SCENARIO", options.scenarios, "One scenario, or two to compare");
     CLI::Option* const from_log = command
                                       .add_option("--from-log", options.from_log,
                                                   "Make the scenario of what this log tells, and say what it doesn't")
@@ -180,6 +179,9 @@ void add_plan(CLI::App& app, Run& run) {
     command.callback([&run] {
         if (options.scenarios.empty() && options.from_log.empty()) {
             throw CLI::RequiredError("SCENARIO or --from-log");
+        }
+        if (options.scenarios.size() > 2) {
+            throw CLI::ArgumentMismatch::AtMost("SCENARIO", 2, options.scenarios.size());
         }
         run = [] { return plan(options); };
     });
@@ -254,11 +256,13 @@ int main(int argc, char** argv) {
         if (error.get_exit_code() != 0 && std::find(argv, argv + argc, std::string_view("--check")) != argv + argc) {
             return show(fmt::format("OSTREL UNKNOWN - {}\n", printable(error.what())), EXIT_NOT_RUN);
         }
+        const auto chosen = app.get_subcommands();
+        const std::string command = chosen.empty() ? "" : chosen.front()->get_name() + " ";
         std::ostringstream help;
         std::ostringstream mistake;
         return app.exit(error, help, mistake) == 0
                    ? show(help.str(), EXIT_FINE)
-                   : refuse(std::string(error.what()) + " (see oxrctl --help)", EXIT_UNUSABLE);
+                   : refuse(fmt::format("{} (see oxrctl {}--help)", error.what(), command), EXIT_UNUSABLE);
     } catch (const Refusal& refusal) {
         return refuse(refusal.what(), refusal.exit_code);
     } catch (const std::exception& exception) {

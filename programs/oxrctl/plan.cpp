@@ -16,11 +16,7 @@ std::optional<ScenarioFromLog> made_scenario(const PlanOptions& options) {
     if (options.from_log.empty()) {
         return std::nullopt;
     }
-    ScenarioFromLog made = scenario_from_log(options.from_log, options.config);
-    if (!options.write.empty()) {
-        write_file(options.write, made.text);
-    }
-    return made;
+    return scenario_from_log(options.from_log, options.config);
 }
 
 std::vector<PlanRun> runs_of(const PlanOptions& options, const ScenarioFromLog* made) {
@@ -80,6 +76,9 @@ Answer plan(const PlanOptions& options) {
     }
     if (const auto refused = values_refused(subjects); !refused.empty() && !options.as_written) {
         return refuse_values(refused, options.json);
+    }
+    if (made && !options.write.empty()) {  // what is refused leaves no file in the way of the next try
+        write_file(options.write, made->text);
     }
     const bool fine =
         std::all_of(subjects.begin(), subjects.end(), [](const PlanSubject& subject) { return subject.plan.fine(); });

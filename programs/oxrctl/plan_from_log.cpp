@@ -292,6 +292,9 @@ private:
         entry.nics = nics_of(target, entry.name);
         entry.sessions = sessions_left(target, entry.name);
         note_state(target, entry.name);
+        if (entry.arrays < entry.group.arrays) {
+            guess_of("to which arrays the sessions are, and so how many of their paths are active", entry.name);
+        }
         for (const std::string& device : target.devices) {
             ScenarioEntry volume;
             volume.name = new_name(device, "volume");
@@ -327,6 +330,9 @@ private:
         if (target.dead_paths > 0) {
             guess_of("that there are no dead paths, though there are some", name);
         }
+        if (target.pass > story_.ended_pass) {
+            guess_of("that they are as the pass tells them in which the log ends", name);
+        }
     }
 
     void tell_what_is_left_out() {
@@ -342,6 +348,35 @@ private:
         if (const std::int64_t others = other_sessions(); at_rest && others > 0) {
             guess(fmt::format("that there is more room than on the host: {} of none of these targets are left out",
                               count_of(static_cast<std::size_t>(others), "session", "sessions")));
+        }
+        compare_paths();
+    }
+
+    // A session of the scenario brings a path to each volume of its target.
+    void compare_paths() {
+        std::map<std::string, std::int64_t> volumes_behind;
+        std::int64_t planned = 0;
+        bool known = std::all_of(story_.targets.begin(), story_.targets.end(),
+                                 [](const TargetStory& target) { return target.added == 0 && target.removed == 0; });
+        for (const ScenarioEntry& volume : volumes_) {
+            ++volumes_behind[volume.behind];
+            const bool own_sessions = volume.iqn.empty() && volume.sessions >= 0;
+            known = known && (!volume.behind.empty() || own_sessions);
+            planned += volume.behind.empty() ? volume.sessions : 0;
+        }
+        for (const ScenarioEntry& target : group_scoped_) {
+            known = known && target.sessions >= 0;
+            planned += target.sessions * volumes_behind[target.name];
+        }
+        const std::int64_t others = known ? story_.paths - planned : 0;
+        if (others > 0) {
+            guess(
+                fmt::format("that there is more room for paths than on the host: {} of none of these sessions, such "
+                            "as dead ones, are left out",
+                            count_of(static_cast<std::size_t>(others), "path", "paths")));
+        } else if (others < 0) {
+            guess(fmt::format("that each session brings its paths, though the host has {} fewer",
+                              count_of(static_cast<std::size_t>(-others), "path", "paths")));
         }
     }
 
@@ -500,6 +535,19 @@ std::string read_text(const Story& story) {
     return fmt::format("{} in the pass of {}", fmt::join(parts, ", "), story.last_pass);
 }
 
+// Empty: it can be planned on.
+std::string why_unusable(const Story& story) {
+    if (story.passes == 0) {
+        return "no pass ended in this log";
+    }
+    if (!story.targets.empty()) {
+        return "";
+    }
+    return story.volumes > 0 ? fmt::format("the last pass doesn't name the {} that it found",
+                                           count_of(static_cast<std::size_t>(story.volumes), "volume", "volumes"))
+                             : "the last pass tells of no volume";
+}
+
 // Given as for `oxrctl status`, with what is said of it there.
 LogSource log_of_one_host(const std::string& given) {
     std::vector<LogSource> sources = find_logs({given}).sources;
@@ -520,8 +568,8 @@ ScenarioFromLog scenario_from_log(const std::string& given, const std::string& c
     if (story.messages == 0) {
         throw Refusal(fmt::format("{}: no line of it is a message of the connection manager", log));
     }
-    if (story.targets.empty()) {
-        throw Refusal(fmt::format("{}: the last pass tells of no volume, so there is nothing to plan on", log));
+    if (const std::string why = why_unusable(story); !why.empty()) {
+        throw Refusal(fmt::format("{}: {}, so there is nothing to plan on", log, why));
     }
     ScenarioFromLog made{"", log, read_text(story), {}};
     Maker maker(story, config_file.empty() ? config_of_log(story, made.guesses)

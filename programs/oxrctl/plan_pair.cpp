@@ -129,26 +129,13 @@ std::vector<shared::ValueNotTaken> values_refused(const std::vector<PlanSubject>
     return values;
 }
 
-std::vector<std::string> notes_of(const PlanSubject& subject) {
+std::vector<std::string> notes_of(const Plan& plan) {
     std::vector<std::string> notes;
-    for (const std::string& override_text : subject.overrides) {
-        const std::string key = override_text.substr(0, override_text.find('='));
-        for (const PlanPhase& phase : subject.plan.phases) {
-            const bool sets_it = std::any_of(phase.events.begin(), phase.events.end(), [&](const std::string& event) {
-                return event.find(" " + key + "=") != std::string::npos;
-            });
-            if (sets_it) {
-                notes.push_back(fmt::format("{} counts until {} only, when the scenario itself sets {}", override_text,
-                                            shared::clock_text(phase.began), key));
-                break;
-            }
-        }
-    }
-    if (subject.plan.next_event >= 0) {
+    if (plan.next_event >= 0) {
         notes.push_back(
-            fmt::format("the scenario goes on, its next event is at {}", shared::clock_text(subject.plan.next_event)));
+            fmt::format("the scenario goes on, its next event is at {}", shared::clock_text(plan.next_event)));
     }
-    notes.insert(notes.end(), subject.plan.notes.begin(), subject.plan.notes.end());
+    notes.insert(notes.end(), plan.notes.begin(), plan.notes.end());
     return notes;
 }
 

@@ -47,9 +47,8 @@ std::vector<CutShort> cut_short(const Plan& plan);
 // The broken invariants, those of one known hazard or with the same words together.
 std::vector<std::string> broken_invariants(const Plan& plan);
 
-// What else is to be known: an event of the scenario that sets what was overridden, events that were not looked at any
-// more, and what ostrel-simhost notes.
-std::vector<std::string> notes_of(const PlanSubject& subject);
+// What else is to be known: events that were not looked at any more, and what ostrel-simhost notes.
+std::vector<std::string> notes_of(const Plan& plan);
 
 // The values that the service doesn't take because of the second plan's overrides.
 std::vector<shared::ValueNotTaken> values_refused(const std::vector<PlanSubject>& subjects);

@@ -125,7 +125,9 @@ void PlanReader::pass(const Json& object) {
     PlanPhase& phase = plan_.phases.back();
     ++plan_.passes;
     ++phase.all_passes;
-    phase.skipped_passes += object.at("skipped").get<bool>() ? 1 : 0;
+    const int skipped = object.at("skipped").get<bool>() ? 1 : 0;
+    plan_.skipped_passes += skipped;
+    phase.skipped_passes += skipped;
     phase.last_changed = object.at("changed");
     if (phase.last_changed) {
         phase.passes = phase.all_passes;
@@ -140,7 +142,7 @@ void PlanReader::verdict(const Json& object) {
     if (const Json& next = object.at("next_event"); !next.is_null()) {
         plan_.next_event = next;
     }
-    plan_.reasons = object.at("reasons").get<std::vector<std::string>>();
+    plan_.reasons = object.at("reasons_so_far").get<std::vector<std::string>>();
     for (const Json& note : object.at("notes")) {
         plan_.notes.push_back(note);
     }

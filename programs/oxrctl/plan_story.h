@@ -53,6 +53,7 @@ struct Plan {
     std::vector<PlanTarget> targets;  // at the end
     std::vector<PlanPhase> phases;
     int passes = 0;
+    int skipped_passes = 0;                 // of them
     int sessions = 0, paths = 0;            // at the end
     int most_sessions = 0, most_paths = 0;  // at the worst moment
     int session_limit = 0, path_limit = 0;
@@ -62,6 +63,7 @@ struct Plan {
     std::vector<std::string> violations;
     bool complete = false;  // the verdict was there
 
+    bool all_skipped() const { return passes > 0 && skipped_passes == passes; }
     bool limit_reached() const { return most_sessions >= session_limit || most_paths >= path_limit; }
     std::vector<const PlanTarget*> short_targets() const;
     bool fine() const { return settled && violations.empty() && short_targets().empty(); }

@@ -93,22 +93,26 @@ private:
         if (two_) {
             line("Where they differ, A -> B is shown.");
         }
-        line(fmt::format("Looked ahead {}: {} passes of the connection manager.",
-                         change(shared::duration_text(a_.seconds), shared::duration_text(b_.seconds)),
-                         change(a_.passes, b_.passes)));
+        const bool some_skipped = a_.skipped_passes + b_.skipped_passes > 0;
+        wrapped(
+            fmt::format("Looked ahead {}: ",
+                        change(shared::duration_text(a_.seconds), shared::duration_text(b_.seconds))),
+            fmt::format(
+                "{} {} of the connection manager{}.", change(a_.passes, b_.passes),
+                a_.passes == 1 && b_.passes == 1 ? "pass" : "passes",
+                some_skipped ? fmt::format(", {} of them skipped", change(a_.skipped_passes, b_.skipped_passes)) : ""));
         line("");
     }
 
     void answer(const PlanSubject& subject, const std::string& mark) {
         const Plan& plan = subject.plan;
         const auto lacking = cut_short(plan);
-        const std::string short_text = lacking.empty() ? "" : ", but not every volume gets what it needs";
-        line(mark +
-             (!plan.settled     ? "NOT SETTLED at the end"
-              : lacking.empty() ? "SETTLED: every volume has the sessions it needs"
-                                : "SETTLED" + short_text) +
-             (subject.guesses.empty() ? "" : ", on what was guessed") +
-             (plan.violations.empty() ? "" : ", and an invariant of the host is broken"));
+        const std::string settled = plan.all_skipped() ? "SETTLED, but the service held off in every pass" : "SETTLED";
+        wrapped(mark, (!plan.settled     ? "NOT SETTLED at the end"
+                       : lacking.empty() ? settled + ": every volume has the sessions it needs"
+                                         : settled + ", but not every volume gets what it needs") +
+                          (subject.guesses.empty() ? "" : ", on what was guessed") +
+                          (plan.violations.empty() ? "" : ", and an invariant of the host is broken"));
         const std::string indent(mark.size(), ' ');
         if (!plan.settled) {
             for (const std::string& reason : plan.reasons) {
@@ -139,7 +143,7 @@ private:
         }
         for (std::size_t i = 0; i < subjects_.size(); ++i) {
             const std::string mark = two_ ? fmt::format("note, {}: ", letter(i)) : "note: ";
-            for (const std::string& note : notes_of(subjects_[i])) {
+            for (const std::string& note : notes_of(subjects_[i].plan)) {
                 wrapped(mark, note);
             }
         }
