@@ -247,6 +247,9 @@ std::string age_text(LogSeconds seconds) {
     constexpr LogSeconds minute = 60, hour = 3600, day = 86400;
     if (seconds < minute) {
         return fmt::format("{} s", seconds);
+    if (seconds < 0) {
+        return "-" + age_text(-seconds);
+    }
     }
     if (seconds < hour) {
         return fmt::format("{} min", seconds / minute);

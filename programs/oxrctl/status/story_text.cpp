@@ -63,13 +63,17 @@ std::vector<std::string> value_lines(const Story& story) {
     return lines.empty() ? std::vector<std::string>{"not in this log"} : lines;
 }
 
+std::string age_phrase(LogSeconds age) {
+    return age < 0 ? age_text(-age) + " ahead of this clock" : age_text(age) + " ago";
+}
+
 std::string log_text(const Story& story, const Clock& clock) {
     if (story.messages == 0) {
         return "no messages";
     }
     return fmt::format("{} to {}, {}{}", story.first_time, story.last_time,
                        count_of(story.messages, "message", "messages"),
-                       clock.oldest_age ? ", the last one " + age_text(clock.now - story.last.time) + " ago" : "");
+                       clock.oldest_age ? ", the last one " + age_phrase(clock.now - story.last.time) : "");
 }
 
 std::string head_text(const LogReading& reading, const Judgement& judgement, const Surroundings& around,
