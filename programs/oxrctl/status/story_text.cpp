@@ -123,7 +123,7 @@ std::string target_name(const TargetStory& target) {
     return fmt::format("{}", fmt::join(target.devices, ", "));
 }
 
-std::string remark(const TargetStory& target) {
+std::string remark(const Story& story, const TargetStory& target) {
     std::vector<std::string> parts;
     if (target.mode_changed) {
         parts.emplace_back("mode switch under way");
@@ -149,6 +149,9 @@ std::string remark(const TargetStory& target) {
     if (target.removed > 0) {
         parts.push_back(fmt::format("{} removed", target.removed));
     }
+    if (const int missing = missing_sessions(story, target); missing > 0) {
+        parts.push_back(fmt::format("{} short after the pass", missing));
+    }
     return fmt::format("{}", fmt::join(parts, ", "));
 }
 
@@ -160,7 +163,7 @@ std::vector<std::string> target_cells(const Story& story, const TargetStory& tar
             number_or_dash(target.required),
             number_or_dash(sessions_of(story, target)),
             number_or_dash(target.paths),
-            remark(target)};
+            remark(story, target)};
 }
 
 // Those with a problem first.
@@ -187,6 +190,18 @@ std::string targets_text(const Story& story, bool grouped) {
         rows.add(std::move(row));
     }
     return rows.text();
+}
+
+// Of volumes that only earlier passes told of, those that may be there yet.
+std::string untold_text(const Story& story) {
+    Columns rows;
+    for (const TargetStory& target : story.gone) {
+        if (target.untold) {
+            rows.add({target_name(target), "as last told at " + plain_time(target.seen)});
+        }
+    }
+    const std::string text = rows.text();
+    return text.empty() ? "" : "\nNot told by the last pass:\n" + text;
 }
 
 // Changes of one pass, those of alike size together.
@@ -231,8 +246,9 @@ std::string trouble_text(const Story& story) {
             text += fmt::format("  and {} more kinds\n", story.trouble.size() - MOST_TROUBLES);
             break;
         }
-        text += fmt::format("  {} x {} {}, last at {}\n      {}\n", trouble.times, trouble.level, trouble.place,
-                            trouble.last, printable(trouble.text, 200));
+        text += wrapped(
+            "  ", fmt::format("{} x {} {}, last at {}", trouble.times, trouble.level, trouble.place, trouble.last));
+        text += fmt::format("      {}\n", printable(trouble.text, 200));
         if (const MessageEntry* const entry = find_message(trouble.text, trouble.level);
             entry != nullptr && !entry->action.empty()) {
             text += wrapped("      -> ", entry->action);
@@ -260,6 +276,7 @@ std::string story_text(const LogReading& reading, const Judgement& judgement, co
     if (view.detailed) {
         return text + details_text(story);
     }
+    text += untold_text(story);
     if (!story.changes.empty()) {
         text += "\nSessions added and removed, the latest pass first:\n" + changes_text(story);
     }
