@@ -76,7 +76,7 @@ std::string ignored_text(const ConfigReport& report) {
 }
 
 std::string report_text(const std::string& file, const ConfigReport& report) {
-    std::string text = fmt::format("{}: {}\n\n{}", file, headline(report), values_text(report));
+    std::string text = wrapped("", fmt::format("{}: {}", file, headline(report))) + "\n" + values_text(report);
     if (!report.ignored.empty()) {
         text += "\nIgnored:\n" + ignored_text(report);
     }

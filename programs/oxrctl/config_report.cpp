@@ -131,12 +131,12 @@ public:
 
     // A line with the key of the logs path, in any spelling; `usable`: the reader takes its value.
     void logs_path_line(bool usable) {
-        ConfigReport::KeyValue& value = enter(LOGS_PATH_KEY);
-        if (!usable) {
+        if (usable) {
+            enter(LOGS_PATH_KEY);
+        } else {
             report_.ignored.push_back(
                 {number_, text_,
                  converting_ ? "given up with the old format" : "this key must be in lower case and have a path"});
-            value.lines.pop_back();
         }
     }
 

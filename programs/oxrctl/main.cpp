@@ -224,6 +224,12 @@ void refuse_unknown_command(const CLI::App& app, int argc, char** argv) {
         near.empty() ? fmt::format("there are {}", fmt::join(names, ", ")) : fmt::format("did you mean {}?", near)));
 }
 
+// " status"; empty: none was.
+std::string command_given(const CLI::App& app) {
+    const auto given = app.get_subcommands();
+    return given.empty() ? "" : " " + given.front()->get_name();
+}
+
 int run_command(CLI::App& app, const Run& run) {
     set_line_width(shared::terminal_width().value_or(LINE_WIDTH));
     const Answer answer = run();
@@ -256,13 +262,11 @@ int main(int argc, char** argv) {
         if (error.get_exit_code() != 0 && std::find(argv, argv + argc, std::string_view("--check")) != argv + argc) {
             return show(fmt::format("OSTREL UNKNOWN - {}\n", printable(error.what())), EXIT_NOT_RUN);
         }
-        const auto chosen = app.get_subcommands();
-        const std::string command = chosen.empty() ? "" : chosen.front()->get_name() + " ";
         std::ostringstream help;
         std::ostringstream mistake;
         return app.exit(error, help, mistake) == 0
                    ? show(help.str(), EXIT_FINE)
-                   : refuse(fmt::format("{} (see oxrctl {}--help)", error.what(), command), EXIT_UNUSABLE);
+                   : refuse(fmt::format("{} (see oxrctl{} --help)", error.what(), command_given(app)), EXIT_UNUSABLE);
     } catch (const Refusal& refusal) {
         return refuse(refusal.what(), refusal.exit_code);
     } catch (const std::exception& exception) {

@@ -161,7 +161,7 @@ TEST(Health, IsAsAPersonWouldJudge) {
         {"logging in for two passes", log().times(2, logging_in), Health::well, ""},
         {"logging in for three", log().times(3, logging_in), Health::warning, "logging_in"},
         {"logging in, then well", log().times(3, logging_in).well(), Health::well, ""},
-        {"three turns", log().times(4, turn), Health::warning, "flapping"},
+        {"three turns", log().times(4, turn), Health::warning, "short flapping"},
         {"two turns", log().times(3, turn), Health::well, ""},
         {"turns that ended", log().times(5, turn).well().well().well(), Health::well, ""},
         {"a surplus in use",

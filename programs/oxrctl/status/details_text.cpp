@@ -32,6 +32,15 @@ void add_sessions(const TargetStory& target, Columns& rows) {
     }
 }
 
+std::string paths_text(const TargetStory& target) {
+    if (target.paths == TargetStory::unknown) {
+        return target.group_scoped ? "not told" : "not told (log_level=2 tells them)";
+    }
+    return target.dead_paths == TargetStory::unknown
+               ? fmt::format("{} active; log_level=2 tells dead ones", target.paths)
+               : fmt::format("{} active, {} dead", target.paths, target.dead_paths);
+}
+
 // The latest first.
 void add_changes(const Story& story, const TargetStory& target, Columns& rows) {
     std::string label = "changes";
@@ -57,12 +66,10 @@ std::string target_text(const Story& story, const TargetStory& target, const std
     rows.add({"sessions", target.pending > 0 ? fmt::format("{}, {} of them logging in", told(sessions), target.pending)
                                              : told(sessions)});
     add_sessions(target, rows);
-    rows.add({"paths", target.dead_paths == TargetStory::unknown
-                           ? told(target.paths) + " active; log_level=2 tells dead ones"
-                           : fmt::format("{} active, {} dead", told(target.paths), target.dead_paths)});
+    rows.add({"paths", paths_text(target)});
     add_changes(story, target, rows);
-    return fmt::format("\n{}{}{}\n", target.iqn, target.static_mode ? " (static mode, not balanced)" : "", remark) +
-           rows.text();
+    const std::string mode = target.static_mode ? " (static mode, not balanced)" : "";
+    return "\n" + wrapped("", target.iqn + mode + remark) + rows.text();
 }
 
 }  // namespace
@@ -73,9 +80,10 @@ std::string details_text(const Story& story) {
         text += target_text(story, target);
     }
     for (const TargetStory& target : story.gone) {
-        text += target_text(
-            story, target,
-            fmt::format(": gone, a pass last found it at {}; this is as it was then", plain_time(target.seen)));
+        text += target_text(story, target,
+                            fmt::format(": {}, a pass last {} it at {}; this is as it was then",
+                                        target.untold ? "not told by the last pass" : "gone",
+                                        target.untold ? "told of" : "found", plain_time(target.seen)));
     }
     text += story.naming.empty() ? "\nNo warning or error names them.\n" : "\nWarnings and errors that name them:\n";
     for (const NamingMessage& message : story.naming) {

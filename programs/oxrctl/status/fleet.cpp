@@ -44,7 +44,7 @@ std::string hosts_text(const Sum& sum) {
 }
 
 std::string room(int value, int limit) {
-    return value == TargetStory::unknown ? "-" : std::to_string(std::max(limit - value, 0));
+    return value == TargetStory::unknown ? "-" : std::to_string(limit - value);
 }
 
 }  // namespace
@@ -54,7 +54,7 @@ HostRow host_row(const std::string& host, const Story& story, const Judgement& j
     row.host = host;
     row.judgement = judgement;
     if (story.last.time != NO_TIME) {
-        row.age = std::max<LogSeconds>(clock.now - story.last.time, 0);
+        row.age = clock.now - story.last.time;
     }
     row.last_pass = story.last_pass;
     row.volumes = story.volumes;
@@ -105,10 +105,11 @@ std::string fleet_text(const std::vector<HostRow>& rows) {
                    reason_line(row.judgement)});
     }
     const Sum sum = sum_of(rows);
-    return table.text() + fmt::format("\n{}: {}; {}, {} short; {} sessions, {} paths\n",
-                                      count_of(rows.size(), "host", "hosts"), hosts_text(sum),
-                                      count_of(static_cast<std::size_t>(sum.volumes), "volume", "volumes"),
-                                      sum.short_targets, sum.sessions, sum.paths);
+    return table.text() + "\n" +
+           wrapped("",
+                   fmt::format("{}: {}; {}, {} short; {} sessions, {} paths", count_of(rows.size(), "host", "hosts"),
+                               hosts_text(sum), count_of(static_cast<std::size_t>(sum.volumes), "volume", "volumes"),
+                               sum.short_targets, sum.sessions, sum.paths));
 }
 
 std::string fleet_line(const std::vector<HostRow>& rows) {

@@ -100,10 +100,12 @@ std::string no_path(const Story& story, const Clock&) {
         parts.push_back(named);
     }
     if (story.without_nics > 0) {
-        parts.push_back(fmt::format("{} without a path{}",
-                                    count_of(static_cast<std::size_t>(story.without_nics), "volume", "volumes"),
-                                    story.vanished.empty() ? ", which the log does not name"
-                                                           : ": " + printable(shared::name_list(story.vanished), 400)));
+        const auto number = static_cast<std::size_t>(story.without_nics);
+        const std::string names = printable(shared::name_list(story.vanished), 400);
+        parts.push_back(fmt::format("{} without a path{}", count_of(number, "volume", "volumes"),
+                                    story.vanished.empty()           ? ", which the log does not name"
+                                    : story.vanished.size() > number ? ", among " + names
+                                                                     : ": " + names));
     } else if (named.empty() && story.passes > 0 && story.volumes > 0 && story.paths == 0) {
         parts.emplace_back("the host has volumes and no path");
     }
@@ -245,6 +247,9 @@ std::string reason_line(const Judgement& judgement) {
 
 std::string age_text(LogSeconds seconds) {
     constexpr LogSeconds minute = 60, hour = 3600, day = 86400;
+    if (seconds < 0) {
+        return "-" + age_text(-seconds);
+    }
     if (seconds < minute) {
         return fmt::format("{} s", seconds);
     }

@@ -52,7 +52,7 @@ Judgement judge(const Story& story, const Clock& clock);
 // The weightiest reason in one line, and how many others there are. Empty when there is none.
 std::string reason_line(const Judgement& judgement);
 
-// "3 min", "2 h 5 min", "4 d".
+// "3 min", "2 h 5 min", "4 d", "-30 s".
 std::string age_text(LogSeconds seconds);
 
 }  // namespace oxrctl

@@ -31,8 +31,10 @@ struct OpenFile {
     std::string problem;
 };
 
-std::string open_problem(int error) {
-    return error == EISDIR || error == ENXIO ? "not a regular file" : std::strerror(error);
+std::string open_problem(int error, int number) {
+    return error == EISDIR && number == 0      ? "neither oxr.log nor a folder with one is in it"
+           : error == EISDIR || error == ENXIO ? "not a regular file"
+                                               : std::strerror(error);
 }
 
 // All of them are opened before the first is read, so that a rotation in between moves none away.
@@ -47,7 +49,7 @@ std::vector<OpenFile> open_files(const std::string& file) {
             continue;
         }
         if (error != 0) {
-            each.problem = open_problem(error);
+            each.problem = open_problem(error, number);
         }
         files.push_back(std::move(each));
     }

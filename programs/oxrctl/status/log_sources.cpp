@@ -32,13 +32,17 @@ void add_folder(const fs::path& folder, const std::string& host, Logs& logs) {
         return;
     }
     std::vector<LogSource> found;
+    bool is_of_hosts = false;
     for (const auto& each : fs::directory_iterator(folder, error)) {
-        if (fs::exists(each.path() / LOG_NAME, error)) {
-            found.push_back({each.path().filename(), each.path() / LOG_NAME});
+        if (each.is_directory(error) && !each.path().filename().string().starts_with('.')) {
+            const bool has_log = fs::exists(each.path() / LOG_NAME, error);
+            found.push_back({each.path().filename(), has_log ? each.path() / LOG_NAME : each.path()});
+            is_of_hosts |= has_log;
         }
     }
-    if (found.empty()) {
-        throw Refusal(fmt::format("{}: neither {} nor a folder with one is in it", folder.string(), LOG_NAME));
+    if (!is_of_hosts) {
+        sources.push_back({host.empty() ? host_of(folder / LOG_NAME) : host, folder});
+        return;
     }
     std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.host < b.host; });
     sources.insert(sources.end(), found.begin(), found.end());
@@ -62,7 +66,10 @@ Logs find_logs(const std::vector<std::string>& given) {
     std::vector<LogSource>& sources = logs.sources;
     std::error_code error;
     for (const std::string& each : given) {
-        LogSource source = named(each);
+        const LogSource source = named(each);
+        if (source.file.empty()) {
+            throw Refusal(fmt::format("'{}' names no log", each));
+        }
         if (source.file == "-") {
             sources.push_back({source.host.empty() ? "-" : source.host, "-"});
         } else if (fs::is_directory(source.file, error)) {
@@ -74,7 +81,7 @@ Logs find_logs(const std::vector<std::string>& given) {
     std::set<std::string> hosts;
     for (const LogSource& source : sources) {
         if (!hosts.insert(source.host).second) {
-            throw Refusal(fmt::format("{}: two logs are of this host; name them HOST=LOG", source.host));
+            throw Refusal(fmt::format("{}: two logs are of this host; give each another name, HOST=LOG", source.host));
         }
     }
     return logs;

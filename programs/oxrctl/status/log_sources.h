@@ -8,7 +8,7 @@ namespace oxrctl {
 
 struct LogSource {
     std::string host;
-    std::string file;  // "-": standard input
+    std::string file;  // "-": standard input; a folder: no log is in it
 };
 
 struct Logs {
@@ -17,7 +17,7 @@ struct Logs {
 };
 
 // Each argument is a log; HOST=LOG; a folder, with its oxr.log or those of its folders, one for each host; "-". Throws
-// a Refusal for what isn't there, for a folder without a log, and for a host that comes twice.
+// a Refusal for an empty name and for a host that comes twice.
 Logs find_logs(const std::vector<std::string>& given);
 
 }  // namespace oxrctl

@@ -115,6 +115,7 @@ private:
     TargetStory& story_of(std::string_view key, std::string_view iqn);
     TargetStory& target_in_hand() { return targets_[in_hand_]; }
     void forget(const std::string& key, TargetStory target);
+    void note_untold();
     void change(std::string_view iqn, int added, int removed);
     void volume(const Arguments& arguments);
     void volume_behind_target(const Arguments& arguments);
@@ -144,6 +145,7 @@ private:
     void removed_for_switch(const Arguments& arguments) { change(arguments[1], 0, 1); }
     void not_read(const Arguments&) { target_in_hand().unread = true; }
     void correct(int done, bool adding);
+    void count_left(int difference);
 
     // --- renewals ---
     void renewal_begins(const Arguments&);
@@ -177,6 +179,7 @@ private:
     LogLine line_;
     std::map<std::string, TargetStory, std::less<>> targets_;
     std::map<std::string, TargetStory, std::less<>> gone_;  // by the same keys
+    std::map<std::string, int, std::less<>> left_;          // sessions by target, as the pass goes on
     std::string in_hand_;                                   // the target that the following messages are about
     int logging_in_before_ = 0;
     Arguments arguments_;
@@ -381,6 +384,7 @@ void StoryReader::Impl::pass_begins(const Arguments& arguments) {
     story_.paths = number(arguments[1]);
     story_.path_limit = false;
     story_.without_nics = 0;
+    left_.clear();
     worker(Story::Worker::in_pass);
 }
 
@@ -399,19 +403,21 @@ void StoryReader::Impl::end_pass() {
         story_.pass_seconds = static_cast<int>(time() - cycle_began_);
         story_.longest_pass = std::max(story_.longest_pass, story_.pass_seconds);
     }
-    story_.vanished.clear();
-    for (const auto& [name, entry] : targets_) {
-        if (story_.without_nics > 0 && entry.pass != pass_ && !entry.group_scoped) {
-            story_.vanished.push_back(name);
-        }
-    }
+    std::size_t told = 0;
     for (auto entry = targets_.begin(); entry != targets_.end();) {
         const auto target = entry++;
         if (target->second.pass != pass_) {
+            target->second.untold = true;
             forget(target->first, std::move(target->second));
             targets_.erase(target);
+        } else {
+            const auto left = left_.find(target->second.iqn);
+            target->second.left = left == left_.end() ? TargetStory::unknown : left->second;
+            told += target->second.devices.size();
         }
     }
+    story_.untold = std::max(story_.volumes - static_cast<int>(told), 0);
+    note_untold();
     flapping_.end_pass(pass_, story_.changes);
 }
 
@@ -463,6 +469,17 @@ void StoryReader::Impl::forget(const std::string& key, TargetStory target) {
     if (gone_.size() > MOST_GONE) {
         gone_.erase(std::min_element(gone_.begin(), gone_.end(),
                                      [](const auto& a, const auto& b) { return a.second.seen < b.second.seen; }));
+    }
+}
+
+// Where the pass told all that it found, the others are gone.
+void StoryReader::Impl::note_untold() {
+    story_.vanished.clear();
+    for (auto& [name, entry] : gone_) {
+        entry.untold = entry.untold && story_.untold > 0;
+        if (entry.untold && story_.without_nics > 0 && !entry.group_scoped) {
+            story_.vanished.push_back(name);
+        }
     }
 }
 
@@ -563,6 +580,7 @@ void StoryReader::Impl::sessions_of_target(const Arguments& arguments) {
     entry.sessions_seen = std::exchange(sessions_, {});
     entry.sessions = number(arguments[2]);
     entry.pending = number(arguments[3]);
+    left_[entry.iqn] = entry.sessions;
     entry.passes_logging_in = entry.pending > 0 ? logging_in_before_ + 1 : 0;
 }
 
@@ -595,6 +613,7 @@ void StoryReader::Impl::change(std::string_view iqn, int added, int removed) {
 void StoryReader::Impl::adding(const Arguments& arguments) {
     const int wanted = number(arguments[0]);
     target_in_hand().added += wanted;
+    count_left(wanted);
     change(arguments[1], wanted, 0);
 }
 
@@ -602,6 +621,7 @@ void StoryReader::Impl::removing(const Arguments& arguments) {
     const int wanted = number(arguments[0]);
     removal_failed_ = false;
     target_in_hand().removed += wanted;
+    count_left(-wanted);
     change(arguments[1], 0, wanted);
 }
 
@@ -629,9 +649,16 @@ void StoryReader::Impl::correct(int done, bool adding) {
     ChangeStory& change = story_.changes.back();
     (adding ? change.added : change.removed) += done - of_target;
     (adding ? cycle_.added : cycle_.removed) += counts_ ? done - of_target : 0;
+    count_left((adding ? 1 : -1) * (done - of_target));
     of_target = done;
     if (change.added == 0 && change.removed == 0) {
         story_.changes.pop_back();
+    }
+}
+
+void StoryReader::Impl::count_left(int difference) {
+    if (const auto left = left_.find(target_in_hand().iqn); left != left_.end()) {
+        left->second += difference;
     }
 }
 
@@ -721,16 +748,27 @@ int sessions_of(const Story& story, const TargetStory& target) {
 
 int missing_sessions(const Story& story, const TargetStory& target) {
     const int told = sessions_of(story, target);
-    const int sessions = told == TargetStory::unknown ? target.paths : told;
+    const int found = told == TargetStory::unknown ? target.paths : told;
+    const int sessions = target.left == TargetStory::unknown ? found : target.left;
     if (target.pass > story.ended_pass || target.static_mode || target.required == TargetStory::unknown ||
         sessions == TargetStory::unknown) {
         return 0;
     }
-    return std::max(target.required - sessions - target.added, 0);
+    return std::max(target.required - sessions, 0);
+}
+
+bool knows_targets(const Story& story) {
+    return story.passes > 0 && (!story.targets.empty() || story.volumes <= 0);
+}
+
+std::size_t present_targets(const Story& story) {
+    return story.targets.size() +
+           static_cast<std::size_t>(std::count_if(story.gone.begin(), story.gone.end(),
+                                                  [](const TargetStory& target) { return target.untold; }));
 }
 
 int short_targets(const Story& story) {
-    if (story.passes == 0) {
+    if (!knows_targets(story)) {
         return TargetStory::unknown;
     }
     return static_cast<int>(
@@ -746,7 +784,7 @@ int dead_paths(const Story& story) {
         }
         sum += target.dead_paths;
     }
-    return story.passes == 0 ? TargetStory::unknown : sum;
+    return story.passes == 0 || story.untold > 0 ? TargetStory::unknown : sum;
 }
 
 }  // namespace oxrctl

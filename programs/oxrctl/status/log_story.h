@@ -39,10 +39,12 @@ struct TargetStory {
     int pending = unknown;     // of them, those still logging in
     int added = 0;             // in that pass
     int removed = 0;
+    int left = unknown;         // sessions after that pass, whichever volume of the target they were told of
     int in_use = 0;             // surplus sessions that stay because they carry active paths
     int passes_logging_in = 0;  // without a break, up to this one
     bool cut_short = false;     // by the host's limit of sessions
     bool unread = false;        // its sessions could not be read
+    bool untold = false;        // of one that is gone: it may be among those that the last pass found and didn't tell
     int pass = 0;
     LogSeconds seen = NO_TIME;  // when that pass looked at it
 };
@@ -117,7 +119,8 @@ struct Story {
     int volumes = TargetStory::unknown, paths = TargetStory::unknown, sessions = TargetStory::unknown;
     bool path_limit = false;            // the last pass found too many paths
     int without_nics = 0;               // volumes of the last pass whose paths are all gone: the log doesn't name them
-    std::vector<std::string> vanished;  // volumes that only the pass before told of, when there are such
+    std::vector<std::string> vanished;  // volumes that only earlier passes told of, when there are such
+    int untold = 0;                     // volumes that the last pass that ended found and didn't tell
 
     bool renewal_under_way = false;
     std::string renewal_since, renewal_target;  // the target of the one under way
@@ -145,7 +148,13 @@ int sessions_of(const Story& story, const TargetStory& target);
 // also when nothing is known.
 int missing_sessions(const Story& story, const TargetStory& target);
 
-// How many targets lack sessions; unknown before a pass ended.
+// Whether the targets are those of a pass that ended: it may have found volumes and told none.
+bool knows_targets(const Story& story);
+
+// How many targets there are, with those that may be among the untold.
+std::size_t present_targets(const Story& story);
+
+// How many targets lack sessions; unknown where the targets are.
 int short_targets(const Story& story);
 
 // The dead paths of all targets; unknown when the log doesn't tell those of each.

@@ -44,7 +44,7 @@ Value required_sessions(const Story& story) {
     for (const TargetStory& target : story.targets) {
         sum += std::max(target.required, 0);
     }
-    return story.passes == 0 ? Value() : Value(sum);
+    return knows_targets(story) ? Value(sum) : Value();
 }
 
 Value worker_stop(const Story& story) {

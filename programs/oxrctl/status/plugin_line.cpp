@@ -13,11 +13,11 @@ namespace {
 
 std::string figures(const Story& story, const Clock& clock) {
     std::string text;
-    const auto add = [&text](std::string_view label, std::int64_t value, std::string_view rest = "") {
-        text += value < 0 ? "" : fmt::format(" {}={}{}", label, value, rest);
+    const auto add = [&text](std::string_view label, int value, std::string_view rest = "") {
+        text += value == TargetStory::unknown ? "" : fmt::format(" {}={}{}", label, value, rest);
     };
     if (clock.now != NO_TIME && story.last.time != NO_TIME) {
-        add("age", std::max<LogSeconds>(clock.now - story.last.time, 0), "s");
+        text += fmt::format(" age={}s", clock.now - story.last.time);
     }
     add("pass_time", story.pass_seconds, "s");
     add("volumes", story.volumes);

@@ -124,15 +124,13 @@ Answer one_log(const Question& question, const LogSource& source) {
     if (options.check) {
         return {plugin_line(reading.story, judgement, around.clock), exit_code};
     }
-    const std::size_t all = reading.story.targets.size();
-    options.targets.apply(reading.story);
-    if (reading.story.targets.empty() && reading.story.gone.empty() && options.targets.is_set() &&
-        !options.targets.problems) {
+    const std::size_t all = present_targets(reading.story);
+    if (!options.targets.apply(reading.story)) {
         throw Refusal(nothing_like(options.targets));
     }
     TargetView view{!options.no_group, !options.targets.volume.empty(), ""};
     if (options.targets.is_set()) {
-        view.shown = fmt::format("{} of {}, {}; all else is of the whole host", reading.story.targets.size(),
+        view.shown = fmt::format("{} of {}, {}; all else is of the whole host", present_targets(reading.story),
                                  count_of(all, "target", "targets"), printable(options.targets.text()));
     }
     return {options.json ? json_text(story_json(reading, judgement, around))

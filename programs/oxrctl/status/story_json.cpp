@@ -92,11 +92,15 @@ Json story_json(const LogReading& reading, const Judgement& judgement, const Sur
                            {"removed", target.removed},
                            {"cut_short", target.cut_short},
                            {"unread", target.unread},
-                           {"as_required", !is_off(story, target)}});
+                           {"as_required", !is_off(story, target)},
+                           {"short_by", missing_sessions(story, target)}});
     }
     Json gone = Json::array();
     for (const TargetStory& target : story.gone) {
-        gone.push_back({{"iqn", target.iqn}, {"devices", target.devices}, {"last_seen", plain_time(target.seen)}});
+        gone.push_back({{"iqn", target.iqn},
+                        {"devices", target.devices},
+                        {"last_seen", plain_time(target.seen)},
+                        {"untold", target.untold}});
     }
     Json changes = Json::array();
     for (const ChangeStory& change : story.changes) {

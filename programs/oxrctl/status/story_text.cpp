@@ -63,13 +63,17 @@ std::vector<std::string> value_lines(const Story& story) {
     return lines.empty() ? std::vector<std::string>{"not in this log"} : lines;
 }
 
+std::string age_phrase(LogSeconds age) {
+    return age < 0 ? age_text(-age) + " ahead of this clock" : age_text(age) + " ago";
+}
+
 std::string log_text(const Story& story, const Clock& clock) {
     if (story.messages == 0) {
         return "no messages";
     }
     return fmt::format("{} to {}, {}{}", story.first_time, story.last_time,
                        count_of(story.messages, "message", "messages"),
-                       clock.oldest_age ? ", the last one " + age_text(clock.now - story.last.time) + " ago" : "");
+                       clock.oldest_age ? ", the last one " + age_phrase(clock.now - story.last.time) : "");
 }
 
 std::string head_text(const LogReading& reading, const Judgement& judgement, const Surroundings& around,
@@ -119,7 +123,7 @@ std::string target_name(const TargetStory& target) {
     return fmt::format("{}", fmt::join(target.devices, ", "));
 }
 
-std::string remark(const TargetStory& target) {
+std::string remark(const Story& story, const TargetStory& target) {
     std::vector<std::string> parts;
     if (target.mode_changed) {
         parts.emplace_back("mode switch under way");
@@ -145,6 +149,9 @@ std::string remark(const TargetStory& target) {
     if (target.removed > 0) {
         parts.push_back(fmt::format("{} removed", target.removed));
     }
+    if (const int missing = missing_sessions(story, target); missing > 0) {
+        parts.push_back(fmt::format("{} short after the pass", missing));
+    }
     return fmt::format("{}", fmt::join(parts, ", "));
 }
 
@@ -156,7 +163,7 @@ std::vector<std::string> target_cells(const Story& story, const TargetStory& tar
             number_or_dash(target.required),
             number_or_dash(sessions_of(story, target)),
             number_or_dash(target.paths),
-            remark(target)};
+            remark(story, target)};
 }
 
 // Those with a problem first.
@@ -183,6 +190,18 @@ std::string targets_text(const Story& story, bool grouped) {
         rows.add(std::move(row));
     }
     return rows.text();
+}
+
+// Of volumes that only earlier passes told of, those that may be there yet.
+std::string untold_text(const Story& story) {
+    Columns rows;
+    for (const TargetStory& target : story.gone) {
+        if (target.untold) {
+            rows.add({target_name(target), "as last told at " + plain_time(target.seen)});
+        }
+    }
+    const std::string text = rows.text();
+    return text.empty() ? "" : "\nNot told by the last pass:\n" + text;
 }
 
 // Changes of one pass, those of alike size together.
@@ -227,8 +246,9 @@ std::string trouble_text(const Story& story) {
             text += fmt::format("  and {} more kinds\n", story.trouble.size() - MOST_TROUBLES);
             break;
         }
-        text += fmt::format("  {} x {} {}, last at {}\n      {}\n", trouble.times, trouble.level, trouble.place,
-                            trouble.last, printable(trouble.text, 200));
+        text += wrapped(
+            "  ", fmt::format("{} x {} {}, last at {}", trouble.times, trouble.level, trouble.place, trouble.last));
+        text += fmt::format("      {}\n", printable(trouble.text, 200));
         if (const MessageEntry* const entry = find_message(trouble.text, trouble.level);
             entry != nullptr && !entry->action.empty()) {
             text += wrapped("      -> ", entry->action);
@@ -256,6 +276,7 @@ std::string story_text(const LogReading& reading, const Judgement& judgement, co
     if (view.detailed) {
         return text + details_text(story);
     }
+    text += untold_text(story);
     if (!story.changes.empty()) {
         text += "\nSessions added and removed, the latest pass first:\n" + changes_text(story);
     }

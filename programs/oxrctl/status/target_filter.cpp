@@ -24,25 +24,39 @@ bool is_at(const std::string& adapter, const TargetStory& target) {
                        [&adapter](const SessionStory& session) { return session.adapter == adapter; });
 }
 
-}  // namespace
-
-void TargetFilter::apply(Story& story) const {
-    const auto is_other = [this](const TargetStory& target) {
-        return (!volume.empty() && !is_named(volume, target)) || (!adapter.empty() && !is_at(adapter, target));
-    };
-    std::erase_if(story.targets, [&](const TargetStory& target) {
-        return is_other(target) || (problems && !has_problem(story, target));
-    });
-    std::erase_if(story.gone, [&](const TargetStory& target) { return volume.empty() || is_other(target); });
-    std::set<std::string> names;
+template <typename Wanted>
+std::set<std::string> iqns_of(const Story& story, Wanted is_wanted) {
+    std::set<std::string> iqns;
     for (const auto* const targets : {&story.targets, &story.gone}) {
         for (const TargetStory& target : *targets) {
-            names.insert(target.iqn);
+            if (is_wanted(target)) {
+                iqns.insert(target.iqn);
+            }
         }
     }
-    if (is_set()) {
-        std::erase_if(story.changes, [&names](const ChangeStory& change) { return !names.contains(change.target); });
+    return iqns;
+}
+
+}  // namespace
+
+bool TargetFilter::apply(Story& story) const {
+    const auto is_other = [this, named = iqns_of(story, [this](const TargetStory& target) {
+                                     return volume.empty() || is_named(volume, target);
+                                 })](const TargetStory& target) {
+        return !named.contains(target.iqn) || (!adapter.empty() && !is_at(adapter, target));
+    };
+    std::erase_if(story.targets, is_other);
+    std::erase_if(story.gone,
+                  [&](const TargetStory& target) { return is_other(target) || (volume.empty() && !target.untold); });
+    const bool is_any = !story.targets.empty() || !story.gone.empty();
+    if (problems) {
+        std::erase_if(story.targets, [&story](const TargetStory& target) { return !has_problem(story, target); });
     }
+    if (is_set()) {
+        const std::set<std::string> shown = iqns_of(story, [](const TargetStory&) { return true; });
+        std::erase_if(story.changes, [&shown](const ChangeStory& change) { return !shown.contains(change.target); });
+    }
+    return is_any || (volume.empty() && adapter.empty());
 }
 
 std::string TargetFilter::text() const {

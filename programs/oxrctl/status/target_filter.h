@@ -14,9 +14,10 @@ struct TargetFilter {
 
     bool is_set() const { return !volume.empty() || !adapter.empty() || problems; }
 
-    // Leaves in the story only the targets that were asked for, and their changes; those that are gone when they were
-    // asked for by name.
-    void apply(Story& story) const;
+    // Leaves in the story only the targets that were asked for, and their changes: a volume with the others of its
+    // target; of those that are gone, the ones that may be there yet or were asked for by name. False: the log tells of
+    // none with the volume or at the adapter.
+    [[nodiscard]] bool apply(Story& story) const;
 
     // "at adapter vmhba64, with a problem"; empty: all.
     std::string text() const;
