@@ -552,14 +552,13 @@ std::string why_unusable(const Story& story) {
 // Given as for `oxrctl status`, with what is said of it there.
 LogSource log_of_one_host(const std::string& given) {
     std::vector<LogSource> sources = find_logs({given}).sources;
-    if (sources.size() > 1) {
-        std::erase_if(sources, [](const LogSource& source) { return std::filesystem::is_directory(source.file); });
-    }
+    const LogSource first = sources.front();
+    std::erase_if(sources, [](const LogSource& source) { return std::filesystem::is_directory(source.file); });
     if (sources.size() > 1) {
         throw Refusal(fmt::format("--from-log: {} has the logs of {} hosts; give one of them, such as {}", given,
                                   sources.size(), sources.front().file));
     }
-    return sources.front();
+    return sources.empty() ? first : sources.front();
 }
 
 }  // namespace
