@@ -103,7 +103,7 @@ std::string RandomSite::describe_volumes() {
         // A static group's target gets a session to each portal; another one a session over each NIC, and often more.
         const simhost::GroupSpec& group = dice.pick(scenario_.groups);
         const bool is_dynamic = group.mode == simhost::GroupMode::dynamic_discovery;
-        const int made = is_dynamic ? std::min(room, dice.any(large ? 4 : 1, large ? 8 : 12)) : 0;
+        const int made = is_dynamic ? std::min(std::max(room, 0), dice.any(large ? 4 : 1, large ? 8 : 12)) : 0;
         room -= is_dynamic ? made : 16;
         volumes += format("  {},\n", volume_of(group, is_dynamic || room <= 0 ? format(", sessions = {}", made) : ""));
         if (is_dynamic && dice.one_in(8)) {  // that an administrator made by hand
