@@ -126,7 +126,10 @@ std::string RandomSite::device_of(const std::string& group, const std::string& t
 
 // Without sessions: the host logs in by itself.
 std::vector<std::string> RandomSite::new_volume() {
-    return std::vector(is_full() ? 0 : 1, volume_of(dice.pick(scenario_.groups), ", sessions = 0"));
+    if (is_full()) {
+        return {};
+    }
+    return {volume_of(dice.pick(scenario_.groups), ", sessions = 0")};
 }
 
 std::vector<std::string> RandomSite::new_device() {

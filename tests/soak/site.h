@@ -49,7 +49,7 @@ private:
     ostrel_simhost::Site site_{scenario_};
     std::unique_ptr<simhost::Host> host_;
 
-    bool is_full() const { return next_volume_ == static_cast<int>(ostrel_simhost::MOST_VOLUMES); }
+    bool is_full() const { return next_volume_ >= static_cast<int>(ostrel_simhost::MOST_VOLUMES); }
     std::string volume_of(const simhost::GroupSpec& group, const std::string& more);
     std::string device_of(const std::string& group, const std::string& target);
     std::string describe_host();
