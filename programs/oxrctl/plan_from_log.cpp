@@ -569,7 +569,7 @@ ScenarioFromLog scenario_from_log(const std::string& given, const std::string& c
     const LogReading reading = read_log(source.file);
     const Story& story = reading.story;
     if (story.messages == 0) {
-        throw Refusal(fmt::format("{}: no line of it is a message of the connection manager", log));
+        refuse_foreign(log);
     }
     if (const std::string why = why_unusable(story); !why.empty()) {
         throw Refusal(fmt::format("{}: {}, so there is nothing to plan on", log, why));

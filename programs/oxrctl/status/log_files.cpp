@@ -159,4 +159,8 @@ LogReading read_log(const std::string& file, HowMuch how_much, LogPosition since
     return read_end(files, all, since, naming);
 }
 
+void refuse_foreign(const std::string& file) {
+    throw Refusal(fmt::format("{}: no line of it is a message of the connection manager", file));
+}
+
 }  // namespace oxrctl

@@ -33,4 +33,7 @@ enum class HowMuch {
 LogReading read_log(const std::string& file, HowMuch how_much = HowMuch::all, LogPosition since = {},
                     const std::string& naming = "");
 
+// Refuses a file in which nothing was logged by the connection manager.
+[[noreturn]] void refuse_foreign(const std::string& file);
+
 }  // namespace oxrctl

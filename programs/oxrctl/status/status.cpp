@@ -89,9 +89,10 @@ Answer metrics_answer(const Question& question, const std::vector<MetricSample>&
     return {};
 }
 
-void refuse_foreign(const std::string& file, const Story& story) {
+// An empty log is none of another program's.
+void refuse_if_foreign(const std::string& file, const Story& story) {
     if (story.messages == 0 && story.unreadable_lines > 0) {
-        throw Refusal(fmt::format("{}: no line of it is a message of the connection manager", file));
+        refuse_foreign(file);
     }
 }
 
@@ -117,7 +118,7 @@ Answer one_log(const Question& question, const LogSource& source) {
     const StatusOptions& options = question.options;
     LogReading reading =
         read_log(source.file, options.check ? HowMuch::end : HowMuch::all, {}, options.targets.naming());
-    refuse_foreign(source.file, reading.story);
+    refuse_if_foreign(source.file, reading.story);
     const Surroundings around{question.clock(reading.story), question.oxd_version, question.psp_version};
     const Judgement judgement = judge(reading.story, around.clock);
     const ExitCode exit_code = exit_of(question, judgement.health, true);
@@ -153,7 +154,7 @@ Answer many_logs(const Question& question, const std::vector<LogSource>& sources
         LogPosition position = question.since(host);
         try {
             const LogReading reading = read_log(file, question.how_much(host), position);
-            refuse_foreign(file, reading.story);
+            refuse_if_foreign(file, reading.story);
             const Clock clock = question.clock(reading.story);
             const Judgement judgement = judge(reading.story, clock);
             rows[i] = host_row(host, reading.story, judgement, clock);
