@@ -2,8 +2,9 @@
 
 #include <dlfcn.h>
 
+#include <algorithm>
+#include <charconv>
 #include <filesystem>
-#include <regex>
 #include <utility>
 
 #include "cimserver/broker/broker.h"
@@ -121,19 +122,30 @@ std::vector<std::string> Server::example_commands() const {
     };
 }
 
-bool parse_address(const std::string& text, ServerOptions& options) {
-    // In brackets, without a colon, or IPv6 alone; then the port.
-    static const std::regex form(R"((?:\[(.*)\]|([^:]*)|((?!\[).*:.*:.*))(?::([0-9]{1,5}))?)");
-    std::smatch parts;
-    if (!std::regex_match(text, parts, form)) {
-        return false;
+bool parse_address(std::string_view text, ServerOptions& options) {
+    std::string_view address = text;
+    std::string_view port;
+    if (text.starts_with('[')) {
+        const std::size_t end = text.find(']');
+        if (end == std::string_view::npos) {
+            return false;
+        }
+        address = text.substr(1, end - 1);
+        port = text.substr(end + 1);
+    } else if (std::count(text.begin(), text.end(), ':') == 1) {  // more are an IPv6 address alone
+        address = text.substr(0, text.find(':'));
+        port = text.substr(address.size());
     }
-    const int port = parts[4].matched ? std::stoi(parts[4]) : options.port;
-    if (port > UINT16_MAX) {
-        return false;
+    if (!port.empty()) {
+        const char* const end = text.data() + text.size();
+        std::uint16_t number = 0;
+        const auto [read_to, error] = std::from_chars(port.data() + 1, end, number);
+        if (port.front() != ':' || error != std::errc() || read_to != end) {
+            return false;
+        }
+        options.port = number;
     }
-    options.port = static_cast<std::uint16_t>(port);
-    if (const std::string address = parts.str(1) + parts.str(2) + parts.str(3); !address.empty()) {
+    if (!address.empty()) {
         options.address = address;
     }
     return true;

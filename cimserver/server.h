@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace cimserver {
@@ -49,7 +50,7 @@ private:
 };
 
 // "127.0.0.1:5988", "[::1]:5988", an address alone or ":PORT" alone, into the options. False: it is none.
-bool parse_address(const std::string& text, ServerOptions& options);
+bool parse_address(std::string_view text, ServerOptions& options);
 
 // A broker with the providers of a library (from dlopen) and the classes of a folder; for tests and benchmarks,
 // without an endpoint. Null: `error` says why.

@@ -51,7 +51,7 @@ unsigned depth_of(const pugi::xml_node& node) {
 
 void read_address(std::string_view text) {
     ServerOptions options;
-    if (!parse_address(std::string(text), options)) {
+    if (!parse_address(text, options)) {
         require(options.port == 5988 && options.address == "127.0.0.1", "refused, and changed all the same");
     }
 }

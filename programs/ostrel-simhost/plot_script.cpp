@@ -32,7 +32,7 @@ constexpr std::array<std::string_view, 7> COLOURS = {"#0072B2", "#E69F00", "#009
 constexpr std::array<std::string_view, 2> DASHES = {"1", "\"-\""};
 
 // A text for gnuplot: in single quotes everything stands for itself but the quote; no markup is on.
-std::string quoted(std::string_view text) {
+std::string in_quotes(std::string_view text) {
     std::string result = "'";
     for (const char c : text) {
         if (c == '\'') {
@@ -350,13 +350,13 @@ private:
         const double step = time_step(data_.end);
         for (double time = 0; time <= data_.end + 0.5; time += step) {
             tics += fmt::format("{}{} {:.0f}", tics.empty() ? "" : ", ",
-                                quoted(with_times ? hours_and_minutes(time) : ""), time);
+                                in_quotes(with_times ? hours_and_minutes(time) : ""), time);
         }
         add("set xtics (" + tics + ")");
     }
 
     void word(const std::string& text, double px, double py, std::string_view more = "") {
-        add(fmt::format("set label {} at screen {:.5f},{:.5f} {}", quoted(text), x(px), y(py), more));
+        add(fmt::format("set label {} at screen {:.5f},{:.5f} {}", in_quotes(text), x(px), y(py), more));
     }
 
     // All words outside the panels; they are drawn with the first of them.
@@ -463,7 +463,7 @@ private:
         add(fmt::format("set yrange [{:.3f}:{:.3f}]", -0.09 * scale.top, 1.06 * scale.top));
         value_tics(scale, largest.empty() ? 1 : *std::max_element(largest.begin(), largest.end()));
         add(fmt::format("set ylabel {} textcolor '#333333' offset 0.5,0",
-                        quoted(fmt::format("{}{}", title, scale.is_logarithmic ? " (by powers of two)" : ""))));
+                        in_quotes(fmt::format("{}{}", title, scale.is_logarithmic ? " (by powers of two)" : ""))));
         time_tics(with_times);
         add(with_times ? "set xlabel 'time (hours:minutes)' textcolor '#333333'" : "unset xlabel");
         pass_ticks();
@@ -528,7 +528,7 @@ private:
         for (const Mark& mark : marks_) {
             if (with_numbers) {
                 add(fmt::format("set label {} at {:.0f}, screen {:.5f} center {}textcolor '#B0413E'",
-                                quoted(mark.text()), mark.time, y(top - 10 - 15.0 * mark.level), font(LIST_FONT)));
+                                in_quotes(mark.text()), mark.time, y(top - 10 - 15.0 * mark.level), font(LIST_FONT)));
             }
         }
     }

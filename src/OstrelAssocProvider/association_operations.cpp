@@ -48,14 +48,14 @@ void return_service_path(const AssociationRequest& request, const char*, const S
     (void)oxr::return_path(request.result, new_service_path(request.broker, info));
 }
 
-void return_association(const AssociationRequest& request, const char* service_name, const char* setting_name) {
+void return_reference(const AssociationRequest& request, const char* service_name, const char* setting_name) {
     const CMPIObjectPath* const service = new_name_path(request.broker, SERVICE_CLASS, service_name);
     const CMPIObjectPath* const setting = new_name_path(request.broker, SETTING_CLASS, setting_name);
     (void)oxr::return_instance(
         request.result, new_association_instance(request.broker, service, setting, request.properties, filterKeys));
 }
 
-void return_association_path(const AssociationRequest& request, const char* service_name, const char* setting_name) {
+void return_reference_name(const AssociationRequest& request, const char* service_name, const char* setting_name) {
     const CMPIObjectPath* const service = new_name_path(request.broker, SERVICE_CLASS, service_name);
     const CMPIObjectPath* const setting = new_name_path(request.broker, SETTING_CLASS, setting_name);
     (void)oxr::return_path(request.result, new_association_path(request.broker, service, setting));
@@ -104,16 +104,16 @@ constexpr Operation references = {
     .malformed_service = malformed_service_key_value,
     .malformed_setting = malformed_setting_key,
     .passes_filters = passes_reference_filters,
-    .answer_with_setting = return_with_setting<return_association>,
-    .answer_with_service = return_with_service<return_association>,
+    .answer_with_setting = return_with_setting<return_reference>,
+    .answer_with_service = return_with_service<return_reference>,
 };
 
 constexpr Operation reference_names = {
     .malformed_service = malformed_service_key,
     .malformed_setting = malformed_setting_key,
     .passes_filters = passes_reference_name_filters,
-    .answer_with_setting = return_with_setting<return_association_path>,
-    .answer_with_service = return_with_service<return_association_path>,
+    .answer_with_setting = return_with_setting<return_reference_name>,
+    .answer_with_service = return_with_service<return_reference_name>,
 };
 
 CMPIStatus answer_with_settings(const Operation& operation, const AssociationRequest& request,

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr LogOperation procedure = "handle_automatic_to_manual_mode_change";
+constexpr LogOperation to_manual = "handle_automatic_to_manual_mode_change";
 
 // Removes all dynamic sessions of each volume except two, until a stop is requested. -1 if the sessions of a volume
 // cannot be read; earlier volumes are not restored.
@@ -22,14 +22,14 @@ int remove_sessions_but_two(const mode_change_info* changes, int num_changes, Ox
         }
         OxrLun& lun = luns[changes[c].index];
         const oxr::FieldText target_iqn(lun.target_iqn);
-        OXR_INFO_IN(procedure, "Getting session connection details for target iqn - %s", target_iqn.c_str());
+        OXR_INFO_IN(to_manual, "Getting session connection details for target iqn - %s", target_iqn.c_str());
         TargetDtls sessions[MAX_SESSIONS_PER_TARGET] = {};
         if (const int result = obtain_oxr_lun_sessions(lun, sessions); result < 0) {
-            OXR_ERROR_IN(procedure, "obtain_oxr_lun_sessions returned %d = ", result);
+            OXR_ERROR_IN(to_manual, "obtain_oxr_lun_sessions returned %d = ", result);
             return -1;
         }
-        if (batch.take(procedure, changes[c], lun)) {
-            OXR_INFO_IN(procedure, "removing all dynamic(automatic) sessions but keeping back two");
+        if (batch.take(to_manual, changes[c], lun)) {
+            OXR_INFO_IN(to_manual, "removing all dynamic(automatic) sessions but keeping back two");
             // A volume with fewer than two keeps them.
             (void)remove_all_dynamic_sessions_but_two(sessions, target_iqn.c_str());
         }
@@ -37,15 +37,16 @@ int remove_sessions_but_two(const mode_change_info* changes, int num_changes, Ox
     return 0;
 }
 
-constexpr LogOperation removal = "remove_all_dynamic_mode_targets";
+constexpr LogOperation dynamic_removal = "remove_all_dynamic_mode_targets";
 
 // Adds the targets of a volume's dynamic sessions. A target entry has the address of the session's first connection.
 void collect_dynamic_targets(RemoveList& list, const TargetDtls* sessions, const char* target_iqn) {
     const int listed = listed_sessions(sessions);
     for (int s = 0; s < listed; ++s) {
         const TargetDtls& session = sessions[s];
-        if (is_logged_in(session, SESSION_DYNAMIC) && list.add(removal, target_iqn, session.initial_remote_ip)) {
-            OXR_DEBUG_IN(removal, "- hba %s, target ip %s, target iqn %s, port %d added to remove list",
+        if (is_logged_in(session, SESSION_DYNAMIC) &&
+            list.add(dynamic_removal, target_iqn, session.initial_remote_ip)) {
+            OXR_DEBUG_IN(dynamic_removal, "- hba %s, target ip %s, target iqn %s, port %d added to remove list",
                          session.vmhba_name, session.current_remote_ip, target_iqn, static_cast<int>(ISCSI_PORT));
         }
     }
@@ -53,8 +54,8 @@ void collect_dynamic_targets(RemoveList& list, const TargetDtls* sessions, const
 
 // Collects the dynamic targets of the volumes that have a logged-in static session. -1 if some volume has none and
 // keeps its targets; nothing if the sessions of a volume cannot be read.
-std::optional<int> collect_old_targets(const mode_change_info* changes, int num_changes, OxrLun* luns,
-                                       RemoveList& list) {
+std::optional<int> collect_old_dynamic_targets(const mode_change_info* changes, int num_changes, OxrLun* luns,
+                                               RemoveList& list) {
     int result = 0;
     for (int c = 0; c < num_changes; ++c) {
         if (changes[c].change != AUTOMATIC_TO_MANUAL) {
@@ -62,13 +63,13 @@ std::optional<int> collect_old_targets(const mode_change_info* changes, int num_
         }
         OxrLun& lun = luns[changes[c].index];
         TargetDtls sessions[MAX_SESSIONS_PER_TARGET] = {};
-        if (!read_changed_volume(removal, lun, sessions)) {
+        if (!read_changed_volume(dynamic_removal, lun, sessions)) {
             return std::nullopt;
         }
         if (has_logged_in(sessions, SESSION_STATIC)) {
             collect_dynamic_targets(list, sessions, oxr::FieldText(lun.target_iqn).c_str());
         } else {
-            OXR_ERROR_IN(removal, "no static(manual) sessions exist for this lun. Will not delete the target");
+            OXR_ERROR_IN(dynamic_removal, "no static(manual) sessions exist for this lun. Will not delete the target");
             result = -1;
         }
     }
@@ -95,7 +96,7 @@ int handle_automatic_to_manual_mode_change(const mode_change_info* changes, int 
             OXR_ERROR("ioctl for deleting dead paths failed.");
         }
         for (int a = 0; a < adapters.count; ++a) {
-            if (!rediscover_adapter(procedure, adapters.names[a])) {
+            if (!rediscover_adapter(to_manual, adapters.names[a])) {
                 OXR_ERROR("rediscover failed.");
             }
         }
@@ -128,7 +129,7 @@ int remove_all_dynamic_mode_targets(const mode_change_info* changes, int num_cha
         OXR_ERROR("can not allocate memory for TargetDtls.");
         return -1;
     }
-    const std::optional<int> collected = collect_old_targets(changes, num_changes, luns, remove_list);
+    const std::optional<int> collected = collect_old_dynamic_targets(changes, num_changes, luns, remove_list);
     if (!collected.has_value()) {
         return -1;
     }

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr LogOperation procedure = "handle_manual_to_automatic_mode_change";
+constexpr LogOperation to_automatic = "handle_manual_to_automatic_mode_change";
 
 // Adds all target addresses except the busiest to the remove list: the volume keeps its static paths over that one
 // until dynamic ones exist.
@@ -19,14 +19,14 @@ void collect_targets_but_busiest(const TargetDtls* sessions, const char* target_
     get_unique_target_ips(sessions, ips, num_ips);
     get_target_session_count_map(ips, num_ips, sessions, busiest, map);
     if (map[busiest].num_sessions > 0) {
-        OXR_DEBUG_IN(procedure,
+        OXR_DEBUG_IN(to_automatic,
                      "Target %s has maximum sessions = %d so it won't be deleted until all dynamic targets are created",
                      map[busiest].target_ip, map[busiest].num_sessions);
     }
     for (int i = 0; i < num_ips; ++i) {
         if (i != busiest && map[i].num_sessions > 0) {
             // One that does not fit is removed at the end.
-            (void)remove_list.add(procedure, target_iqn, map[i].target_ip);
+            (void)remove_list.add(to_automatic, target_iqn, map[i].target_ip);
         }
     }
 }
@@ -41,13 +41,13 @@ int collect_targets(const mode_change_info* changes, int num_changes, OxrLun* lu
         oxr::stop_point();
         OxrLun& lun = luns[changes[c].index];
         const oxr::FieldText target_iqn(lun.target_iqn);
-        OXR_DEBUG_IN(procedure, "Getting session connection details for target iqn - %s", target_iqn.c_str());
+        OXR_DEBUG_IN(to_automatic, "Getting session connection details for target iqn - %s", target_iqn.c_str());
         TargetDtls sessions[MAX_SESSIONS_PER_TARGET] = {};
         if (const int result = obtain_oxr_lun_sessions(lun, sessions); result < 0) {
-            OXR_ERROR_IN(procedure, "populate_oxr_sessions returned %d. Can't get sessions for this target", result);
+            OXR_ERROR_IN(to_automatic, "populate_oxr_sessions returned %d. Can't get sessions for this target", result);
             return -1;
         }
-        if (batch.take(procedure, changes[c], lun)) {
+        if (batch.take(to_automatic, changes[c], lun)) {
             collect_targets_but_busiest(sessions, target_iqn.c_str(), remove_list);
         }
     }
@@ -60,17 +60,17 @@ void replace_targets(const RemoveList& remove_list, const UniqueAdapters& adapte
     // Only the rediscovery replaces the paths that a volume loses here: a stop ends the removal, but not this step.
     const oxr::StopHold hold;
     if (remove_list.count() > 0) {
-        OXR_INFO_IN(procedure,
+        OXR_INFO_IN(to_automatic,
                     "Deleting all static targets other than those which have been selected to be deleted later");
         // A target that could not be removed is removed at the end.
         (void)remove_list.remove_from(adapters.names, adapters.count);
     }
     if (delete_dead_path_ioctl(adapters.names, adapters.count, DEAD_PATH_DELAY_SECONDS) < 0) {
-        OXR_ERROR_IN(procedure, "ioctl for deleting dead paths failed.");
+        OXR_ERROR_IN(to_automatic, "ioctl for deleting dead paths failed.");
     }
     for (int a = 0; a < adapters.count; ++a) {
-        if (!rediscover_adapter(procedure, adapters.names[a])) {
-            OXR_WARN_IN(procedure, "rediscovery failed.");
+        if (!rediscover_adapter(to_automatic, adapters.names[a])) {
+            OXR_WARN_IN(to_automatic, "rediscovery failed.");
         }
     }
 }
@@ -80,7 +80,7 @@ int replace_targets_but_busiest(const mode_change_info* changes, int num_changes
                                 ModeChangeBatch& batch) {
     RemoveList remove_list;
     if (!remove_list.allocated()) {
-        OXR_ERROR_IN(procedure, "can not allocate memory for TargetDtls.");
+        OXR_ERROR_IN(to_automatic, "can not allocate memory for TargetDtls.");
         return -1;
     }
     if (collect_targets(changes, num_changes, luns, batch, remove_list) != 0) {
@@ -92,14 +92,15 @@ int replace_targets_but_busiest(const mode_change_info* changes, int num_changes
     return 0;
 }
 
-constexpr LogOperation removal = "remove_all_static_targets";
+constexpr LogOperation static_removal = "remove_all_static_targets";
 
 void collect_static_targets(RemoveList& list, const TargetDtls* sessions, const char* target_iqn) {
     const int listed = listed_sessions(sessions);
     for (int s = 0; s < listed; ++s) {
         const TargetDtls& session = sessions[s];
-        if (is_logged_in(session, SESSION_STATIC) && list.add(removal, target_iqn, session.current_remote_ip)) {
-            OXR_DEBUG_IN(removal, "target - hba %s, target ip %s, target iqn %s, port %d has been added to remove list",
+        if (is_logged_in(session, SESSION_STATIC) && list.add(static_removal, target_iqn, session.current_remote_ip)) {
+            OXR_DEBUG_IN(static_removal,
+                         "target - hba %s, target ip %s, target iqn %s, port %d has been added to remove list",
                          session.vmhba_name, session.current_remote_ip, target_iqn, static_cast<int>(ISCSI_PORT));
         }
     }
@@ -107,8 +108,8 @@ void collect_static_targets(RemoveList& list, const TargetDtls* sessions, const 
 
 // Collects the static targets of the volumes that have a logged-in dynamic session. -1 if some volume has none and
 // keeps its targets; nothing if the sessions of a volume cannot be read.
-std::optional<int> collect_old_targets(const mode_change_info* changes, int num_changes, OxrLun* luns,
-                                       RemoveList& list) {
+std::optional<int> collect_old_static_targets(const mode_change_info* changes, int num_changes, OxrLun* luns,
+                                              RemoveList& list) {
     int result = 0;
     for (int c = 0; c < num_changes; ++c) {
         if (changes[c].change != MANUAL_TO_AUTOMATIC) {
@@ -117,13 +118,13 @@ std::optional<int> collect_old_targets(const mode_change_info* changes, int num_
         OxrLun& lun = luns[changes[c].index];
         const oxr::FieldText target_iqn(lun.target_iqn);
         TargetDtls sessions[MAX_SESSIONS_PER_TARGET] = {};
-        if (!read_changed_volume(removal, lun, sessions)) {
+        if (!read_changed_volume(static_removal, lun, sessions)) {
             return std::nullopt;
         }
         if (has_logged_in(sessions, SESSION_DYNAMIC)) {
             collect_static_targets(list, sessions, target_iqn.c_str());
         } else {
-            OXR_ERROR_IN(removal, "no dynamic(automatic) session present for target %s", target_iqn.c_str());
+            OXR_ERROR_IN(static_removal, "no dynamic(automatic) session present for target %s", target_iqn.c_str());
             result = -1;
         }
     }
@@ -213,7 +214,7 @@ int remove_all_static_targets(const mode_change_info* changes, int num_changes, 
         OXR_ERROR("can not allocate memory for TargetDtls.");
         return -1;
     }
-    const std::optional<int> collected = collect_old_targets(changes, num_changes, luns, remove_list);
+    const std::optional<int> collected = collect_old_static_targets(changes, num_changes, luns, remove_list);
     if (!collected.has_value()) {
         return -1;
     }
