@@ -53,18 +53,16 @@ void FaultBook::clear() {
     }
 }
 
-std::uint64_t FaultBook::calls(std::string_view operation) const {
+std::uint64_t FaultBook::calls(std::string_view operation, std::string_view path_contains) const {
     const auto found = operations_.find(operation);
-    return found == operations_.end() ? 0 : found->second.calls;
-}
-
-std::uint64_t FaultBook::calls(std::string_view operation, std::string_view path) const {
-    const auto found = operations_.find(operation);
-    if (found == operations_.end()) {
-        return 0;
+    if (found == operations_.end() || path_contains.empty()) {
+        return found == operations_.end() ? 0 : found->second.calls;
     }
-    const auto of_path = found->second.calls_by_path.find(path);
-    return of_path == found->second.calls_by_path.end() ? 0 : of_path->second;
+    std::uint64_t calls = 0;
+    for (const auto& [path, of_path] : found->second.calls_by_path) {
+        calls += path.find(path_contains) != std::string::npos ? of_path : 0;
+    }
+    return calls;
 }
 
 std::vector<std::string> FaultBook::called() const {

@@ -18,8 +18,7 @@ public:
     std::optional<Fault> hit(std::string_view operation, std::string_view path);
     void set(const Fault& fault);
     void clear();
-    std::uint64_t calls(std::string_view operation) const;
-    std::uint64_t calls(std::string_view operation, std::string_view path) const;
+    std::uint64_t calls(std::string_view operation, std::string_view path_contains) const;
     std::uint64_t injected() const { return injected_; }
     std::vector<std::string> called() const;
 

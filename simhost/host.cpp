@@ -197,13 +197,9 @@ void Host::clear_faults() {
     clear_allocation_faults();
     impl_->faults.clear();
 }
-std::uint64_t Host::calls(const std::string& operation) const {
+std::uint64_t Host::calls(const std::string& operation, const std::string& path_contains) const {
     const Called model(*impl_);
-    return operation == "new" ? failable_allocations() : impl_->faults.calls(operation);
-}
-std::uint64_t Host::calls(const std::string& operation, const std::string& host_path) const {
-    const Called model(*impl_);
-    return impl_->faults.calls(operation, host_path);
+    return operation == "new" ? failable_allocations() : impl_->faults.calls(operation, path_contains);
 }
 std::uint64_t Host::faults_injected() const {
     const Called model(*impl_);

@@ -329,8 +329,7 @@ public:
     // --- faults, counters, scripts --------------------------------------------------------------------
     void fail(const Fault& fault);  // an unknown operation throws std::invalid_argument, an empty one is no fault
     void clear_faults();
-    std::uint64_t calls(const std::string& operation) const;
-    std::uint64_t calls(const std::string& operation, const std::string& host_path) const;  // those on one file
+    std::uint64_t calls(const std::string& operation, const std::string& path_contains = "") const;
     std::uint64_t faults_injected() const;
     std::vector<std::string> operations_called() const;
     // Scripted answers. A PSP script gets the buffer as the model filled it and returns the ioctl result

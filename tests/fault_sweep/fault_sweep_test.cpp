@@ -44,17 +44,20 @@ TEST_P(FaultSweep, NothingIsLostWhicheverCallFails) {
     const auto host = GetParam().make();
     const Report undisturbed = run(GetParam(), *host);
     ASSERT_EQ(undisturbed.broken, std::vector<std::string>());
+    // A fault behind the last call is not met. A run makes most calls when it logs all and does its work repeatedly.
+    Fault none;
+    none.nth = 2;
+    none.persistent = true;
     int injected = 0;
-    for (const std::string& operation : undisturbed.operations) {
+    for (const auto& [operation, calls] : run(GetParam(), *host, none).calls) {
         for (Fault fault : faults_of(operation)) {
-            Report report = run(GetParam(), *host, fault, undisturbed);
-            while (report.hit) {
-                ++injected;
+            for (bool hit = true; hit && fault.nth <= calls.at(fault.path_contains); fault.nth = call_after(fault)) {
+                const Report report = run(GetParam(), *host, fault, undisturbed);
+                hit = report.hit;
+                injected += hit ? 1 : 0;
                 for (const std::string& broken : report.broken) {
                     ADD_FAILURE() << describe(fault) << ": " << broken;
                 }
-                fault.nth = call_after(fault);
-                report = run(GetParam(), *host, fault, undisturbed);
             }
         }
     }
@@ -88,7 +91,9 @@ TEST(FaultSweepOperations, AreAllThatTheLibraryCalls) {
     for (const Situation& situation : situations()) {
         const auto host = situation.make();
         const Report undisturbed = run(situation, *host);
-        called.insert(undisturbed.operations.begin(), undisturbed.operations.end());
+        for (const auto& [operation, calls] : undisturbed.calls) {
+            called.insert(operation);
+        }
     }
     for (const auto& [name, answer] : simhost::OPERATIONS) {
         EXPECT_NE(called.contains(name), std::regex_match(std::string(name), never_called)) << name;

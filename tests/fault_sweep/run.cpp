@@ -1,10 +1,12 @@
 #include "fault_sweep/run.h"
 
+#include <malloc.h>
 #include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -32,7 +34,7 @@ using simhost::Host;
 
 namespace fault_sweep {
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Report, hit, result, host_after, config_after, operations, broken)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Report, hit, result, host_after, config_after, calls, broken)
 
 namespace {
 
@@ -58,6 +60,9 @@ public:
         if (report_.hit) {
             look_at_the_result();
             look_at_what_is_left();
+        }
+        if (fault_.operation.empty()) {
+            count_calls();
         }
         if (report_.hit || fault_.operation.empty()) {
             settle();
@@ -97,9 +102,16 @@ private:
         }
         host_.count_allocations(false);
         report_.hit = host_.faults_injected() > 0;
-        report_.operations = host_.operations_called();
         report_.config_after = host_.read_file(OSTREL_CONFIG_FILE);
         host_.clear_faults();
+    }
+
+    void count_calls() {
+        for (const std::string& operation : host_.operations_called()) {
+            for (const Fault& each : faults_of(operation)) {
+                report_.calls[operation][each.path_contains] = host_.calls(operation, each.path_contains);
+            }
+        }
     }
 
     void look_at_the_result() {
@@ -177,6 +189,9 @@ Report run(const Situation& situation, Host& host, const Fault& fault, const Rep
     const pid_t child = ::fork();
     if (child == 0) {
         ::alarm(longest_run_seconds);
+        // The memory of a pass's large buffers is kept for the next pass: new pages took half of a run's time.
+        mallopt(M_MMAP_MAX, 0);
+        mallopt(M_TRIM_THRESHOLD, INT_MAX);
         std::ofstream(told) << nlohmann::json(Run(situation, host, fault, undisturbed).go());
         leave();
     }
