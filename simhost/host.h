@@ -360,10 +360,8 @@ public:
 
     // --- watching -------------------------------------------------------------------------------------
     void observe(std::function<void(const Event&)> observer);
-    // Invariants broken so far, each with its moment: a target's last logged-in session removed through an
-    // action of the connection manager; a static session touched by balancing (outside a mode change of its
-    // group); more than MAX_SESSIONS through an addition of the connection manager; a list freed twice or
-    // not ours; a descriptor closed twice.
+    // Invariants of invariants.cpp broken so far, each with its moment; also a list that is freed twice or isn't ours,
+    // and a descriptor that is closed twice.
     std::vector<std::string> violations() const;
     // Lets a hazard pass, where a test provokes one. An unknown name throws std::invalid_argument.
     void allow(const std::string& hazard);

@@ -27,7 +27,7 @@ struct ServiceVersions {
 };
 ServiceVersions service_versions();
 
-// Prepares the shared state and starts the service. Called by every factory; skips what is already initialised.
+// Prepares the shared state and starts the service. Skips what is already initialised.
 void OstrelProviderInit();
 
 // Creates or converts the configuration file, reads the versions and creates the worker, unless one runs. 0, or -1 if

@@ -1,4 +1,4 @@
-// The class OSTREL_ConnectionService: its one instance and its methods "startservice" and "stopservice".
+// The class OSTREL_ConnectionService: its one instance and its methods.
 // Operations run concurrently on the CIM server's threads.
 #pragma once
 
