@@ -1,6 +1,10 @@
+#include <unistd.h>
+
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <optional>
 
 #include "oxrctl/commands.h"
@@ -65,6 +69,9 @@ Answer refuse_values(const std::vector<shared::ValueNotTaken>& values, bool json
 }  // namespace
 
 Answer plan(const PlanOptions& options) {
+    if (access(options.write.c_str(), F_OK) == 0) {
+        throw Refusal(fmt::format("{}: {}", options.write, std::strerror(EEXIST)));
+    }
     const auto made = made_scenario(options);
     const std::vector<PlanRun> runs = runs_of(options, made ? &*made : nullptr);
     std::vector<PlanSubject> subjects = subjects_of(runs, run_plans(runs));
