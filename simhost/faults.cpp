@@ -55,8 +55,11 @@ void FaultBook::clear() {
 
 std::uint64_t FaultBook::calls(std::string_view operation, std::string_view path_contains) const {
     const auto found = operations_.find(operation);
-    if (found == operations_.end() || path_contains.empty()) {
-        return found == operations_.end() ? 0 : found->second.calls;
+    if (found == operations_.end()) {
+        return 0;
+    }
+    if (path_contains.empty()) {
+        return found->second.calls;
     }
     std::uint64_t calls = 0;
     for (const auto& [path, of_path] : found->second.calls_by_path) {

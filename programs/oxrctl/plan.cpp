@@ -69,7 +69,7 @@ Answer refuse_values(const std::vector<shared::ValueNotTaken>& values, bool json
 }  // namespace
 
 Answer plan(const PlanOptions& options) {
-    if (access(options.write.c_str(), F_OK) == 0) {
+    if (access(options.write.c_str(), F_OK) == 0) {  // ahead of the runs, whose answer would be lost
         throw Refusal(fmt::format("{}: {}", options.write, std::strerror(EEXIST)));
     }
     const auto made = made_scenario(options);

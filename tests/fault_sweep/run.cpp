@@ -189,7 +189,7 @@ Report run(const Situation& situation, Host& host, const Fault& fault, const Rep
     const pid_t child = ::fork();
     if (child == 0) {
         ::alarm(longest_run_seconds);
-        // The memory of a pass's large buffers is kept for the next pass: new pages took half of a run's time.
+        // The memory of a pass's large buffers is kept for the next; new pages for each took a third of a run.
         mallopt(M_MMAP_MAX, 0);
         mallopt(M_TRIM_THRESHOLD, INT_MAX);
         std::ofstream(told) << nlohmann::json(Run(situation, host, fault, undisturbed).go());
